@@ -1,0 +1,37 @@
+#pragma once
+
+/** Thread body of the daemon: prepares names and environment and runs the configured role. */
+void* MainEntryPointSharedLibrary(void* record);
+
+/** Role bodies for one interface; return when the role could not start or its pumps have ended. */
+void MasterThread(char* ifName);
+void SlaveThread(char* ifName);
+
+/** Blocks SIGUSR1 in the calling thread and sleeps one second; returns at once when that fails. */
+void DisableUsrSignals();
+
+#pragma GCC visibility push(hidden)
+
+/** Sets SOCK back to the value found when the main thread started, if there was one. */
+void restoreSavedSock();
+
+namespace daemon_threads {
+
+/** True once the main thread has been created; stays so. */
+bool wasStarted();
+
+/** True from the creation of the main thread until it sets runningState, ends, or Stop comes. */
+bool isStartPending();
+void clearStartPending();
+
+/** Creates the detached main thread for an instance block. */
+void start(void* record);
+
+enum class Thread { kMain, kInput, kSender, kAnnounce };
+
+/** Cancels a thread if it was created and has not ended. */
+void cancel(Thread thread);
+
+}  // namespace daemon_threads
+
+#pragma GCC visibility pop

@@ -1,0 +1,134 @@
+#include "api/MessagePumps.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "api/DaemonState.h"
+#include "api/DaemonThreads.h"
+#include "base/DbgLog.h"
+#include "base/MutexLock.h"
+
+namespace {
+
+constexpr useconds_t kPausedPollMicroseconds = 100;
+constexpr useconds_t kIdlePollMicroseconds = 1000;
+constexpr int kReceiveCapacity = 2048;
+constexpr int kVlanTagSpare = 4;
+
+// The pump mutexes are locked and unlocked plainly: one that is held when its pump is cancelled
+// stays locked, so that no second sender meets a half-sent exchange.
+
+void waitWhilePaused() {
+    while (!isRunning()) {
+        usleep(kPausedPollMicroseconds);
+    }
+}
+
+void handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,
+                 const ptp_time_t& rxTime) {
+    const std::unique_ptr<PTPMessage> message(
+        pump.factory->getPTPMessageInstance(reinterpret_cast<ptpv2hdr_t*>(frame)));
+    if (message == nullptr) {
+        return;
+    }
+    message->frameLength = length;
+    message->rxTimestamp = rxTime;
+    message->service = pump.service;
+    message->processIncoming();
+}
+
+timespec monotonicDeadline(int periodMs) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const long long deadline =
+        static_cast<long long>(toNs(now)) + static_cast<long long>(periodMs) * kNsPerMillisecond;
+    timespec result{};
+    result.tv_sec = static_cast<time_t>(deadline / kNsPerSecond);
+    result.tv_nsec = static_cast<long>(deadline % kNsPerSecond);
+    return result;
+}
+
+/** Waits for the period or until cv is notified, whichever is first. */
+void waitForPeriod(int lastType, int periodMs) {
+    pthread_mutex_t& mutex = th_mutex[lastType];
+    lockOrThrow(mutex);
+    const timespec deadline = monotonicDeadline(periodMs);
+    // Several pumps wait on cv with different mutexes, which the C library allows in practice.
+    pthread_cond_clockwait(cv.native_handle(), &mutex, CLOCK_MONOTONIC, &deadline);
+    pthread_mutex_unlock(&mutex);
+}
+
+/** Sends the message once and returns its type. */
+int sendOnce(PTPMessage& message) {
+    lockOrThrow(mutexOutputThreader);
+    int type = message.getMsgNumericType();
+    switch (type) {
+    case wire::kSync:
+        static_cast<PTPMsgSync&>(message).processOutgoing();
+        break;
+    case wire::kPdelayReq:
+        static_cast<PTPMsgPathDelayReq&>(message).processOutgoing();
+        break;
+    case wire::kAnnounce:
+        static_cast<PTPMsgAnnounce&>(message).processOutgoing();
+        break;
+    default:
+        ZEB_LOG(kError, "Unknown message ...\n");
+        type = 0;
+    }
+    pthread_mutex_unlock(&mutexOutputThreader);
+    return type;
+}
+
+}  // namespace
+
+void* InputThreader(void* record) {
+    const auto& pump = *static_cast<InputPumpRecord*>(record);
+    unsigned char buffer[kReceiveCapacity + kVlanTagSpare];
+    ptp_time_t rxTime{};
+    notePumpStarted();
+    atomic_add(&threadCount, 1);
+    for (;;) {
+        waitWhilePaused();
+        lockOrThrow(mutexInputThreader);
+        const auto length =
+            static_cast<unsigned short>(pump.service->receive(buffer, kReceiveCapacity, &rxTime));
+        if (length != 0) {
+            try {
+                handleFrame(pump, buffer, length, rxTime);
+            } catch (const std::exception&) {
+                // Such a frame is dropped; the next one deserves its chance. Nothing else may be
+                // caught here: cancellation unwinds through this frame too.
+            }
+        } else {
+            usleep(kIdlePollMicroseconds);
+        }
+        pthread_mutex_unlock(&mutexInputThreader);
+    }
+}
+
+void* OutputThreader(void* record) {
+    const auto& pump = *static_cast<OutputPumpRecord*>(record);
+    notePumpStarted();
+    atomic_add(&threadCount, 1);
+    pump.message->service = pump.service;
+    restoreSavedSock();
+    int lastType = 0;
+    bool sendFirst = isRunning();
+    for (;;) {
+        if (!sendFirst) {
+            if (!isRunning()) {
+                waitWhilePaused();
+                lastType = 0;
+            }
+            waitForPeriod(lastType, pump.periodMs);
+            if (!isRunning()) {
+                continue;
+            }
+        }
+        sendFirst = false;
+        lastType = sendOnce(*pump.message);
+    }
+}

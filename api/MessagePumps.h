@@ -1,0 +1,27 @@
+#pragma once
+
+#include <condition_variable>
+
+#include "ptp/ptpclass.h"
+
+/** Argument of an input pump; stays valid while the pump runs. */
+struct InputPumpRecord {
+    NetworkService<sock>* service;
+    PTPMessageFactory* factory;
+};
+
+/** Argument of an output pump; stays valid while the pump runs. */
+struct OutputPumpRecord {
+    NetworkService<sock>* service;
+    PTPMessage* message;
+    std::condition_variable* condition;  ///< carried for debuggers; pumps wait on cv
+    int periodMs;
+};
+
+/** Receives frames and lets each handle itself, one after another, while runningState is set.
+ *  Ends by cancellation only. */
+void* InputThreader(void* record);
+
+/** Sends one message each period while runningState is set; the first one at once when it is set
+ *  on entry. Ends by cancellation only. */
+void* OutputThreader(void* record);

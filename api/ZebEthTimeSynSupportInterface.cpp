@@ -1,0 +1,375 @@
+#include "include/ZebEthTimeSynSupportInterface.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+#include "api/DaemonState.h"
+#include "api/DaemonThreads.h"
+#include "api/InterfaceDataManager.h"
+#include "base/DbgLog.h"
+#include "base/Extended80.h"
+#include "base/FieldText.h"
+#include "base/ptptime.h"
+#include "platform/i210helper.h"
+#include "timebase/osipc.h"
+
+namespace {
+
+using daemon_threads::Thread;
+
+constexpr int kCreateLogLine = 1297;  // log readers look for this line number
+constexpr double kShortestSyncInterval = 125.0;
+constexpr int kMaxVlanId = 4096;
+constexpr unsigned int kMaxVlanPriority = 7;
+constexpr unsigned int kMaxDomain = 15;
+constexpr useconds_t kSettleMicroseconds = 120757;
+constexpr unsigned long long kMaxSoftSeconds = 4611686018ULL;  // times 10^9 stays below 2^62
+constexpr unsigned char kMaxUserData = 3;
+constexpr unsigned char kSettableStatusBits = 0x0C;
+constexpr int kGlobalTimeBaseShift = 3;
+constexpr unsigned int kReportEntries = 4;
+
+unsigned int statusCalls = 0;
+
+InstanceBlock& instanceBlock() {
+    return InterfaceDataManager::getInstance()->block;
+}
+
+/** The low 32 bits of the interval's representation: what the refusal line has always shown. */
+int lowWordOf(double value) {
+    int word = 0;
+    std::memcpy(&word, &value, sizeof word);
+    return word;
+}
+
+template <typename Value>
+void putIfWanted(Value* output, Value value) {
+    if (output != nullptr) {
+        *output = value;
+    }
+}
+
+template <typename Value>
+void fillWithOnes(Value* output) {
+    putIfWanted(output, std::numeric_limits<Value>::max());
+}
+
+/** Grandmaster time at a system time, in two truncated steps as peers of this system compute it. */
+long long currentTimeNs(const gPtpTimeDataStruct& record, unsigned long long systemNs) {
+    const unsigned long long reference = record.localTime;
+    const auto systemOffset = static_cast<unsigned long long>(record.systemOffset);
+    const auto masterOffset = static_cast<unsigned long long>(record.masterOffset);
+    const long long elapsed = signedDiff(systemNs, reference + systemOffset);
+    const long long scaled =
+        toS64(static_cast<long double>(elapsed) * loadExtended(record.rateRatio2));
+    const long long sinceSync =
+        toS64(static_cast<long double>(scaled) * loadExtended(record.rateRatio1));
+    return static_cast<long long>(reference - masterOffset +
+                                  static_cast<unsigned long long>(sinceSync) +
+                                  static_cast<unsigned long long>(record.softOffset));
+}
+
+void putSeconds(long long time, unsigned long long* seconds, unsigned int* nanoseconds) {
+    constexpr long long kSecond = kNsPerSecond;
+    putIfWanted(seconds, static_cast<unsigned long long>(time / kSecond));
+    putIfWanted(nanoseconds, static_cast<unsigned int>(time % kSecond));
+}
+
+/** The delay for the host; a configured one also replaces the measurement in the record. */
+unsigned int pathDelayFor(const InstanceBlock& block, gPtpTimeDataStruct& record) {
+    if (block.cfg.PropagationDelay != 0) {
+        record.linkDelay = block.cfg.PropagationDelay;
+    }
+    return static_cast<unsigned int>(record.linkDelay);
+}
+
+void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
+    if (report == nullptr) {
+        return;
+    }
+    report->count = block.subTlvCount;
+    const unsigned int entries = std::min(block.subTlvCount, kReportEntries);
+    for (unsigned int i = 0; i < entries; ++i) {
+        report->words[i] = block.subTlvWords[i];
+        report->valid[i] = block.subTlvValid[i];
+    }
+}
+
+void putUserData(const InstanceBlock& block, TSynUserData* userData) {
+    if (userData == nullptr) {
+        return;
+    }
+    // A received length may be anything; the host's record has room for three bytes.
+    std::copy_n(block.userBytes, std::min(block.userDataLength, kMaxUserData), userData->bytes);
+    userData->length = block.userDataLength;
+}
+
+std::optional<std::string> environmentSock() {
+    const char* const value = std::getenv("SOCK");
+    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+/** Applies user data as a host gives it: a length byte and three bytes. */
+bool storeUserData(const unsigned char* data) {
+    if (data[0] > kMaxUserData) {
+        return false;
+    }
+    InstanceBlock& block = instanceBlock();
+    block.userDataLength = data[0];
+    for (unsigned char i = 0; i < kMaxUserData; ++i) {
+        block.userBytes[i] = i < data[0] ? data[i + 1] : 0;
+    }
+    return true;
+}
+
+void notifySenders(unsigned char notify) {
+    if (notify != 0) {
+        cv.notify_all();
+    }
+}
+
+}  // namespace
+
+int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
+    if (cfg == nullptr) {
+        return -1;
+    }
+    ZEB_LOG_AT(kAlways, kCreateLogLine, "Creating instance for interface: %s ...\n",
+               fieldText(cfg->interfaceName).c_str());
+    int result = 0;
+    if (kShortestSyncInterval > cfg->syncInterval) {
+        ZEB_LOG(kError, "Invalid Sync interval: %d. Sync intarval should be >= 125 ms ...\n",
+                lowWordOf(cfg->syncInterval));
+        result = -1;
+    }
+    if (cfg->VlanID > kMaxVlanId) {
+        ZEB_LOG(kError, "Invalid parameter VlanID: %d\n", cfg->VlanID);
+        result = -1;
+    } else if (cfg->VlanPrio > kMaxVlanPriority) {
+        ZEB_LOG(kError, "Invalid parameter VlanPrio: %d\n", static_cast<int>(cfg->VlanPrio));
+        result = -1;
+    } else if (cfg->Domain > kMaxDomain) {
+        ZEB_LOG(kError, "Invalid parameter Domain: %d\n", cfg->Domain);
+        result = -1;
+    }
+    // A refused configuration is stored as well: hosts correct it with the next Create.
+    InterfaceDataManager::getInstance(cfg)->block.timeBaseStatus = 0;
+    return result;
+}
+
+int ZebEthTSynInterface_Destroy(void) {
+    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    ZEB_LOG(kAlways, "Destroying threads ...\n");
+    if (cfg.role != 0) {
+        daemon_threads::cancel(Thread::kSender);
+        daemon_threads::cancel(Thread::kAnnounce);
+    } else if (cfg.PropagationDelay == 0) {
+        daemon_threads::cancel(Thread::kSender);
+    }
+    daemon_threads::cancel(Thread::kInput);
+    daemon_threads::cancel(Thread::kMain);
+    return 0;
+}
+
+int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* status1,
+                                        unsigned int* status2, unsigned int* status3,
+                                        unsigned char* status4) {
+    InterfaceDataManager::getInstance();
+    const auto calls =
+        static_cast<unsigned char>(__atomic_fetch_add(&statusCalls, 1, __ATOMIC_RELAXED));
+    putIfWanted<unsigned int>(status1, calls);
+    putIfWanted<unsigned int>(status2, calls);
+    putIfWanted<unsigned int>(status3, calls);
+    putIfWanted(status4, calls);
+    return 0;
+}
+
+int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent, const char* ifName) {
+    InstanceBlock& block = instanceBlock();
+    if (block.cfg.argumentCount > 1) {
+        if (stackIdent != nullptr) {
+            setFieldText(block.cfg.ethStackIdent, stackIdent);
+        }
+        if (ifName != nullptr) {
+            setFieldText(block.cfg.interfaceName, ifName);
+        }
+    }
+    if (daemon_threads::wasStarted()) {
+        if (isRunning() || daemon_threads::isStartPending()) {
+            ZEB_LOG(kAlways, "Threads are still running...\n");
+            return 0;
+        }
+        ZEB_LOG(kAlways, "Restarting threads ...\n");
+        setRunning(true);
+        return 0;
+    }
+    ZEB_LOG(kAlways, "Creating and starting threads ...\n");
+    DisableUsrSignals();
+    daemon_threads::start(&block);
+    usleep(kSettleMicroseconds);
+    return 0;
+}
+
+int ZebEthTSynInterface_Stop(void) {
+    InstanceBlock& block = instanceBlock();
+    ZEB_LOG(kAlways, "Stopping threads ...\n");
+    block.userDataLength = 0;
+    daemon_threads::clearStartPending();
+    setRunning(false);
+    return 0;
+}
+
+int ZebEthTSynInterface_GetCurrentTime(unsigned int /*handle*/, unsigned long long* seconds,
+                                       unsigned int* nanoseconds, unsigned short* word,
+                                       unsigned int* pathDelay, unsigned int* statusWord,
+                                       unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs,
+                                       TSynUserData* userData) {
+    gPtpTimeDataStruct* record = nullptr;
+    InstanceBlock* block = nullptr;
+    if (isRunning()) {
+        block = &instanceBlock();
+        record = OSipc::instance(fieldText(block->cfg.interfaceName).c_str());
+    }
+    if (record == nullptr) {
+        fillWithOnes(seconds);
+        fillWithOnes(nanoseconds);
+        fillWithOnes(word);
+        fillWithOnes(pathDelay);
+        fillWithOnes(statusWord);
+        fillWithOnes(timeBaseStatus);
+        putIfWanted(userData, TSynUserData{});
+        return 0;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const long long time = currentTimeNs(*record, toNs(now));
+    putSeconds(time, seconds, nanoseconds);
+    putIfWanted(word, static_cast<unsigned short>(record->sequenceId));
+    block->lastPathDelay = pathDelayFor(*block, *record);
+    putIfWanted<unsigned int>(pathDelay, block->lastPathDelay);
+    putIfWanted<unsigned int>(statusWord, record->rejectedSync);
+    putIfWanted<unsigned int>(timeBaseStatus, block->timeBaseStatus);
+    putSubTlvReport(*block, subTlvs);
+    putUserData(*block, userData);
+    return static_cast<int>(static_cast<unsigned int>(time));
+}
+
+int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/, unsigned long long* seconds,
+                                      unsigned int* nanoseconds) {
+    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    // Exactly 1, narrower than the role test elsewhere: hosts use it to tell plain masters.
+    if (cfg.role != 1) {
+        putSeconds(0, seconds, nanoseconds);
+        return -1;
+    }
+    putSeconds(i210helper::e1000_ptp_get_time(fieldText(cfg.interfaceName).c_str()), seconds,
+               nanoseconds);
+    return 0;
+}
+
+int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
+                                    unsigned int nanoseconds, unsigned char notify) {
+    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    notifySenders(notify);
+    const std::optional<std::string> saved = environmentSock();
+    setenv("SOCK", fieldText(cfg.ethStackIdent).c_str(), 1);
+    i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0,
+                                   static_cast<unsigned int>(seconds), nanoseconds);
+    if (saved.has_value()) {
+        setenv("SOCK", saved->c_str(), 1);
+    }
+    return 0;
+}
+
+int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long seconds,
+                                    unsigned int nanoseconds, unsigned char notify) {
+    if (seconds > kMaxSoftSeconds) {
+        ZEB_LOG(kError, "Too big time as secons to set %llu ...\n", seconds);
+        return -1;
+    }
+    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    const std::string interfaceName = fieldText(cfg.interfaceName);
+    gPtpTimeDataStruct* const record = OSipc::instance(interfaceName.c_str());
+    notifySenders(notify);
+    i210helper::set_stack_Id(fieldText(cfg.ethStackIdent).c_str());
+    const long long hardware = i210helper::e1000_ptp_get_time(interfaceName.c_str());
+    if (hardware == 0) {
+        ZEB_LOG(kError, "... i210helper::e1000_ptp_get_time() failed! \n");
+        return -1;
+    }
+    if (record == nullptr) {
+        return -1;
+    }
+    const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
+    record->softOffset = hardware > 0 && target > 0 ? target - hardware : 0;
+    return 0;
+}
+
+int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
+                                unsigned int nanoseconds, unsigned char notify,
+                                const unsigned char* userData) {
+    InterfaceDataManager::getInstance();
+    if (userData != nullptr && !storeUserData(userData)) {
+        ZEB_LOG(kError, "Wrong user data length ...\n");
+        return -1;
+    }
+    return ZebEthTSynInterface_SetSoftTime(handle, seconds, nanoseconds, notify);
+}
+
+int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
+    if (status > 1) {
+        ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
+        return -1;
+    }
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
+    if (instance == nullptr) {
+        ZEB_LOG(kError, "Invalid InterfaceDataManager ... \n");
+        return -1;
+    }
+    if (instance->block.cfg.role != 0) {
+        instance->block.timeBaseStatus = static_cast<unsigned char>(status << kGlobalTimeBaseShift);
+    }
+    return 0;
+}
+
+int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/, unsigned char status) {
+    if ((status & ~kSettableStatusBits) != 0) {
+        ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
+        return -1;
+    }
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
+    if (instance == nullptr) {
+        ZEB_LOG(kError, "Invalid InterfaceDataManager ... \n");
+        return -1;
+    }
+    if (instance->block.cfg.role != 0) {
+        instance->block.timeBaseStatus = status;
+    }
+    return 0;
+}
+
+int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
+    if (data == nullptr) {
+        return 0;
+    }
+    if (!storeUserData(data)) {
+        ZEB_LOG(kError, "Wrong user data length ...\n");
+        return -1;
+    }
+    return 0;
+}
+
+int ZebEthTSynInterface_SetTxMode(unsigned int /*handle*/, unsigned int txMode,
+                                  unsigned int txCrcMode) {
+    InstanceBlock& block = instanceBlock();
+    if (block.cfg.role != 0) {
+        block.cfg.TxMode = txMode;
+    }
+    block.cfg.TxCrcMode = txCrcMode;
+    return 0;
+}

@@ -1,0 +1,145 @@
+#include <linux/if_packet.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <x86intrin.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/DbgLog.h"
+#include "platform/Descriptors.h"
+#include "platform/i210helper.h"
+
+namespace {
+
+constexpr unsigned long long kTxTimestampCycles = 50000000;
+constexpr useconds_t kTxPollMicroseconds = 50;
+constexpr useconds_t kTxGraceMicroseconds = 1000;
+constexpr int kMacAddressesSize = 12;
+constexpr int kVlanTagSize = 4;
+
+struct Timestamping {
+    timespec software, transformed, hardware;
+};
+
+/** One receive call's message header with its storage. */
+template <std::size_t ControlSize>
+struct ReceivedMessage {
+    ReceivedMessage(unsigned char* data, std::size_t size) : block{data, size} {
+        header.msg_name = name;
+        header.msg_namelen = sizeof name;
+        header.msg_iov = &block;
+        header.msg_iovlen = 1;
+        header.msg_control = control;
+        header.msg_controllen = sizeof control;
+    }
+
+    unsigned char name[16] = {};
+    alignas(cmsghdr) unsigned char control[ControlSize] = {};
+    iovec block;
+    msghdr header{};
+};
+
+/** The control message's value, or null when it is of another kind or too short. */
+template <typename Value>
+const Value* controlValue(const cmsghdr& message, int level, int type) {
+    if (message.cmsg_level != level || message.cmsg_type != type ||
+        message.cmsg_len < CMSG_LEN(sizeof(Value))) {
+        return nullptr;
+    }
+    return reinterpret_cast<const Value*>(CMSG_DATA(&message));
+}
+
+/** Calls visit for every control message that lies whole inside the control buffer. */
+template <typename Visit>
+void forEachControlMessage(msghdr& header, const Visit& visit) {
+    const unsigned char* const end =
+        static_cast<unsigned char*>(header.msg_control) + header.msg_controllen;
+    for (cmsghdr* message = CMSG_FIRSTHDR(&header); message != nullptr;
+         message = CMSG_NXTHDR(&header, message)) {
+        const auto* const start = reinterpret_cast<unsigned char*>(message);
+        if (message->cmsg_len < sizeof(cmsghdr) ||
+            message->cmsg_len > static_cast<std::size_t>(end - start)) {
+            return;
+        }
+        visit(*message);
+    }
+}
+
+bool receiveFromErrorQueue(int socket, msghdr* header, std::size_t controlSize) {
+    header->msg_controllen = controlSize;
+    return recvmsg(socket, header, MSG_ERRQUEUE) >= 0;
+}
+
+/** Puts the VLAN tag that the kernel moved into the auxiliary data back behind the addresses. */
+int reinsertVlanTag(const tpacket_auxdata& aux, unsigned char* frame, int length) {
+    constexpr unsigned int kTagPresent = TP_STATUS_VLAN_VALID | TP_STATUS_VLAN_TPID_VALID;
+    if ((aux.tp_status & kTagPresent) == 0 || aux.tp_vlan_tpid == 0 || length < kMacAddressesSize) {
+        return length;
+    }
+    unsigned char* const tag = frame + kMacAddressesSize;
+    std::memmove(tag + kVlanTagSize, tag, static_cast<std::size_t>(length - kMacAddressesSize));
+    tag[0] = static_cast<unsigned char>(aux.tp_vlan_tpid >> 8);
+    tag[1] = static_cast<unsigned char>(aux.tp_vlan_tpid);
+    tag[2] = static_cast<unsigned char>(aux.tp_vlan_tci >> 8);
+    tag[3] = static_cast<unsigned char>(aux.tp_vlan_tci);
+    return length + kVlanTagSize;
+}
+
+}  // namespace
+
+unsigned long long getTxTimestamp(int socket) {
+    unsigned char discarded[256];
+    ReceivedMessage<524> message(discarded, sizeof discarded);
+    sched_yield();
+    const unsigned long long start = __rdtsc();
+    usleep(1);
+    for (;;) {
+        const unsigned long long now = __rdtsc();
+        if (receiveFromErrorQueue(socket, &message.header, sizeof message.control)) {
+            break;
+        }
+        usleep(kTxPollMicroseconds);
+        if (now - start >= kTxTimestampCycles) {
+            usleep(kTxGraceMicroseconds);
+            if (!receiveFromErrorQueue(rawSocket(), &message.header, sizeof message.control)) {
+                ZEB_LOG(kError, "Timestamp still missing!\n");
+                return 0;
+            }
+            break;
+        }
+    }
+    unsigned long long txNs = 0;
+    forEachControlMessage(message.header, [&txNs](const cmsghdr& control) {
+        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
+            txNs = toNs(times->hardware);
+        }
+    });
+    return txNs;
+}
+
+unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length) {
+    const auto capacity = static_cast<std::size_t>(*length);
+    std::memset(buffer, 0, capacity);
+    ReceivedMessage<512> message(buffer, capacity);
+    ssize_t received = -1;
+    do {
+        *length = 0;
+        message.header.msg_controllen = sizeof message.control;
+        received = recvmsg(socket, &message.header, 0);
+        sched_yield();
+    } while (received < 0);
+    *length = static_cast<int>(received);
+
+    unsigned long long rxNs = 0;
+    forEachControlMessage(message.header, [&](const cmsghdr& control) {
+        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
+            rxNs = toNs(times->hardware);
+        } else if (const auto* aux =
+                       controlValue<tpacket_auxdata>(control, SOL_PACKET, PACKET_AUXDATA)) {
+            *length = reinsertVlanTag(*aux, buffer, *length);
+        }
+    });
+    return rxNs;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <exception>
+
+#include "base/ptptime.h"
+#include "platform/i210helper.h"
+
+/** Tag of the packet-socket service; never defined. */
+struct sock;
+
+/** Ethernet port of the daemon: frames PTP messages, sends and receives them with hardware
+ *  timestamps. No locks: one thread receives, senders take turns. */
+template <typename Backend>
+class NetworkService : public std::exception {
+public:
+    /** Takes VLAN and domain from the configuration and the process-wide socket, opening it first
+     *  when there is none. Never fails: without a socket, sends and receives do nothing. */
+    explicit NetworkService(char const* wantedName);
+    ~NetworkService() noexcept override;
+    const char* what() const noexcept override;
+
+    /** Frames and sends a payload of at most 2048 bytes to the six address bytes of a
+     *  sockaddr_ll. Returns the bytes sent or -1; a full queue (ENOMSG) is tried three times. */
+    int sendto(void const* payload, int length, int flags, sockaddr const* destination,
+               unsigned int destinationLength);
+
+    /** Sends to the gPTP address (at most 256 bytes) and reads the transmit timestamp,
+     *  PHC time, zero when there is none. Always 0. */
+    int transmit(unsigned char const* payload, int length, ptp_time_t* txTime);
+
+    /** Waits up to 5 ms for one frame. buffer holds capacity + 4 bytes. Returns the payload length,
+     *  0 for nothing, a foreign VLAN or an own frame; rxTime is PHC time. */
+    int receive(unsigned char* buffer, int capacity, ptp_time_t* rxTime);
+
+    /** Cross-timestamp, ns: system time, PHC time, their difference, and PHC rate over system rate
+     *  since the previous call of the process (1 at first). */
+    bool GetLocalSystemCapabilities(long long& systemTime, long long& phcTime, long long& offset,
+                                    long double& rateRatio);
+
+    /** Does nothing: the socket stays open for the life of the process. */
+    void Close();
+
+private:
+    friend char* GetInterfaceName(NetworkService<sock>* service);
+    friend unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
+
+    void attachReceiveFilter();
+    int headerLength() const { return vlanId_ >= 0 ? 18 : 14; }
+    int buildFrame(const unsigned char* destination, void const* payload, int length,
+                   unsigned char* frame) const;
+    bool isForeignVlan(const unsigned char* frame) const;
+
+    unsigned char mac_[6];
+    unsigned char domain_;
+    int vlanId_;        ///< negative: untagged
+    int vlanPriority_;  ///< PCP of sent tags
+    UInterface interface_;
+};
+
+extern template class NetworkService<sock>;
+
+/** Reads an interface's hardware address into mac[6]. Returns 0, or the failed call's result. */
+int macaddress(char const* interfaceName, unsigned char* mac);
+
+/** The clock identity MAC[0..2] FF FE MAC[3..5]; one buffer for the process, rewritten by every
+ *  call. */
+unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
+
+/** The interface name inside the service. */
+char* GetInterfaceName(NetworkService<sock>* service);

@@ -1,0 +1,192 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/DbgLog.h"
+#include "base/Extended80.h"
+#include "base/MutexLock.h"
+#include "platform/i210helper.h"
+#include "ptp/LinkDelay.h"
+#include "ptp/clockitems.h"
+#include "ptp/ptpclass.h"
+#include "timebase/osipc.h"
+
+namespace {
+
+constexpr unsigned char kControlOther = 5;
+constexpr int kPlausibleDelay = 600;
+constexpr int kImpossibleTimesLine = 900;
+constexpr useconds_t kTransmitTimeGrace = 100;
+
+unsigned int rejectedDelayCount = 0;
+
+bool isComplete(const ClockItemMembersType& item) {
+    return item.t1.ns != 0 && item.t2.ns != 0 && item.t4.ns != 0;
+}
+
+/** Holds the handler for good while t4 lies before t1 and reports are on: such times mean a clock
+ *  stepped within the exchange, and integrators want to be stopped there. Lowering the trace level
+ *  to 0 ends it; then the exchange goes on with a round trip of 0. */
+void reportImpossibleTimes(ClockItemMembersType& item) {
+    while (item.t4.ns < item.t1.ns) {
+        if (traceLevel() > 0) {
+            char text[256];
+            std::snprintf(text, sizeof text,
+                          "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
+                          "clockItems[item].t1'",
+                          "processIncoming", kImpossibleTimesLine);
+            printRoleMarked(text);
+        } else {
+            item.t4 = item.t1;
+        }
+    }
+}
+
+void acceptDelay(const char* interfaceName, const PdelayTimes& times, long long delay,
+                 ClockItemMembersType& item, gPtpTimeDataStruct& record) {
+    item.measuredDelay = filteredDelay(item.measuredDelay, delay);
+    record.linkDelay = item.measuredDelay;
+    ZEB_LOG(kInfo, "[%s:] T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld) \n", interfaceName,
+            static_cast<long long>(times.t4), static_cast<long long>(times.t1),
+            signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
+            static_cast<long long>(times.t2), signedDiff(times.t3, times.t2));
+    ZEB_LOG(kInfo, "[%s:] Measured delay: %d\n", interfaceName, item.measuredDelay);
+}
+
+void rejectDelay(const char* interfaceName, const PdelayTimes& times, long long delay,
+                 ClockItemMembersType& item) {
+    ZEB_LOG(kError,
+            "[%s:] # T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld)  | Round trip delay or "
+            "negative: %lld is out of limits\n",
+            interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
+            signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
+            static_cast<long long>(times.t2), signedDiff(times.t3, times.t2), delay);
+    item.measuredDelay = 0;
+    __atomic_fetch_add(&rejectedDelayCount, 1, __ATOMIC_RELAXED);
+}
+
+TimeBaseFit updateFit(long long correctionField, ClockItemMembersType& item) {
+    item.corrections.entries[0].ns = static_cast<unsigned long long>(correctionField);
+    item.responseTimes.entries[0].ns = item.t4.ns;
+    long long corrections[kHistoryDepth];
+    unsigned long long responseTimes[kHistoryDepth];
+    for (int i = 0; i < kHistoryDepth; ++i) {
+        corrections[i] = static_cast<long long>(item.corrections.entries[i].ns);
+        responseTimes[i] = item.responseTimes.entries[i].ns;
+    }
+    item.corrections.shift();
+    item.responseTimes.shift();
+    return fitTimeBase(corrections, responseTimes);
+}
+
+void publishTimeBase(NetworkService<sock>* service, const TimeBaseFit& fit, unsigned long long t3,
+                     gPtpTimeDataStruct& record) {
+    long long systemTime = 0;
+    long long phcTime = 0;
+    long long offset = 0;
+    long double ratio = 0;
+    service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio);
+    record.pdelayPhcTime = static_cast<unsigned long long>(phcTime);
+    record.pdelaySystemTime = static_cast<unsigned long long>(systemTime);
+    record.pdelayOffset = offset;
+    storeExtended(record.pdelayRatio, ratio);
+    storeExtended(record.fitSlope, static_cast<long double>(fit.slope));
+    record.fitEstimate = fit.estimate;
+    record.pdelayT3 = t3;
+}
+
+}  // namespace
+
+PTPMsgPathDelayReq::PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber)
+    : PTPMessage(wire::kPdelayReq, domain) {
+    wire::store16(buffer_ + wire::kMessageLength, wire::kPdelayLength);
+    buffer_[wire::kFlags + 1] = wire::kPtpTimescaleFlag;
+    wire::store16(buffer_ + wire::kSourcePortNumber, portNumber);
+    buffer_[wire::kControl] = kControlOther;
+}
+
+unsigned int PTPMsgPathDelayReq::processOutgoing() {
+    const MutexLock lock(mutex_);
+    std::memcpy(buffer_ + wire::kSourceClockIdentity, BuildPTPClockIdentityFromMacAdress(service),
+                wire::kClockIdentitySize);
+    ClockItemMembersType& item = clockItemOf(retrievePortIdentity());
+    ++sequence_;
+    wire::store16(buffer_ + wire::kSequenceId, sequence_);
+    item.pdelaySeqNo = sequence_;
+    item.t1.ns = 0;
+    item.t2.ns = 0;
+    item.t3.ns = 0;
+    item.t4.ns = 0;
+    const long long phcNs = i210helper::e1000_ptp_get_time(GetInterfaceName(service));
+    wire::storeTimestamp(buffer_ + wire::kTimestamp,
+                         toPtpTime(static_cast<unsigned long long>(phcNs)));
+    ptp_time_t txTime{};
+    service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &txTime);
+    item.t1.ns = toNs(txTime);
+    // Tested literally: the preset comes back when the 16-bit counter has wrapped.
+    if (sequence_ == 1) {
+        item.measuredDelay = kPlausibleDelay;
+    }
+    return 1;
+}
+
+unsigned int PTPMsgPathDelayResp::processIncoming() {
+    const MutexLock lock(mutex_);
+    ClockItemMembersType& item = clockItemOf(retrievePortIdentity());
+    item.respPortNumber =
+        static_cast<unsigned short>(wire::load16(buffer_ + wire::kSourcePortNumber));
+    unsigned long long systemTime = 0;
+    unsigned long long phcTime = 0;
+    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
+    item.extTime1 = systemTime;
+    item.extTime2 = phcTime;
+    const unsigned int sequence = wire::sequenceId(buffer_);
+    if (item.pdelaySeqNo != sequence) {
+        ZEB_LOG(kError, "clockItems[item].pdelaySeqNo: %u\n", item.pdelaySeqNo);
+        ZEB_LOG(kError, "ptpdata->sequenceId: %u\n", sequence);
+    }
+    if (item.t2.ns != 0 || item.t4.ns != 0 || item.pdelaySeqNo != sequence) {
+        return 0;
+    }
+    item.t2.ns = getPTPMessageTimestamp();
+    item.t4.ns = toNs(rxTimestamp);
+    reportImpossibleTimes(item);
+    return 1;
+}
+
+unsigned int PTPMsgPathDelayRespFollowUp::processIncoming() {
+    char* const interfaceName = GetInterfaceName(service);
+    gPtpTimeDataStruct* const record = OSipc::instance(interfaceName);
+    ClockItemMembersType& item = clockItemOf(retrievePortIdentity());
+    item.t3.ns = getPTPMessageTimestamp();
+    if (item.t1.ns == 0) {
+        usleep(kTransmitTimeGrace);
+    }
+    if (!isComplete(item) || record == nullptr) {
+        if (record != nullptr) {
+            record->incompletePdelay = record->incompletePdelay + 1;
+        }
+        return 0;
+    }
+    const PdelayTimes times{item.t1.ns, item.t2.ns, item.t3.ns, item.t4.ns};
+    const long double ratio =
+        neighbourRateRatio(times.t3, item.prev_t3.ns, times.t4, item.prev_t4.ns);
+    ZEB_LOG(kInfo, "neighborRateRatio : %Lf\n", ratio);
+    const long long delay = meanLinkDelay(times, ratio);
+    if (isDelayInLimits(delay)) {
+        acceptDelay(interfaceName, times, delay, item, *record);
+    } else {
+        rejectDelay(interfaceName, times, delay, item);
+    }
+    const auto correctionField =
+        static_cast<long long>(wire::load64(buffer_ + wire::kCorrectionField));
+    publishTimeBase(service, updateFit(correctionField, item), times.t3, *record);
+    item.prev_t1 = item.t1;
+    item.prev_t2 = item.t2;
+    item.prev_t3 = item.t3;
+    item.prev_t4 = item.t4;
+    item.t2.ns = 0;
+    item.t4.ns = 0;
+    return 1;
+}

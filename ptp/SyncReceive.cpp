@@ -1,0 +1,185 @@
+#include <ctime>
+
+#include "api/InterfaceDataManager.h"
+#include "base/DbgLog.h"
+#include "base/Extended80.h"
+#include "platform/i210helper.h"
+#include "ptp/ReferenceRecord.h"
+#include "ptp/SyncEstimate.h"
+#include "ptp/clockitems.h"
+#include "ptp/ptpclass.h"
+#include "timebase/osipc.h"
+
+namespace {
+
+/** Checks the common header of a Sync and logs the first failure. */
+bool isValidSyncHeader(const unsigned char* message) {
+    const unsigned int transport = message[wire::kTransportAndType] & wire::kTransportSpecific;
+    if (transport == 0) {
+        ZEB_LOG(kError, "Wrong transport specific bit 0x%x ...\n", transport);
+        return false;
+    }
+    // The whole byte: a peer that sets a minor version is refused.
+    if (message[wire::kVersion] != wire::kVersionPtp) {
+        ZEB_LOG(kError, "Wrong PTP version %u ...\n", message[wire::kVersion]);
+        return false;
+    }
+    if (wire::messageLength(message) < wire::kSyncLength) {
+        ZEB_LOG(kError, "Wrong message length %u ...\n", wire::messageLength(message));
+        return false;
+    }
+    if (message[wire::kControl] != 0) {
+        ZEB_LOG(kError, "Wrong control 0x%x ...\n", message[wire::kControl]);
+        return false;
+    }
+    if (message[wire::kDomainNumber] > wire::kMaxDomain) {
+        ZEB_LOG(kError, "Invalid domain number received:%d ...\n", message[wire::kDomainNumber]);
+        return false;
+    }
+    return true;
+}
+
+int millisecondOfWallClock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int>(static_cast<unsigned int>(now.tv_nsec) / kNsPerMillisecond);
+}
+
+struct SyncSample {
+    unsigned int sequenceId;
+    unsigned long long originNs;
+    long long correction;  ///< ns
+    unsigned long long masterNs;
+    unsigned long long localNs;
+    long double rate;
+    long long offset;  ///< local minus master, ns
+};
+
+SyncSample evaluateSample(const unsigned char* followUp, unsigned long long originNs,
+                          const gPtpTimeDataStruct& record, const ClockItemMembersType& item) {
+    const long double recordRate = loadExtended(record.rateRatio1);
+    const long long correction = totalCorrectionNs(
+        correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField))),
+        masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
+        static_cast<unsigned long long>(record.linkDelay), recordRate == 0 ? 1 : recordRate);
+    SyncSample sample{};
+    sample.sequenceId = wire::sequenceId(followUp);
+    sample.originNs = originNs;
+    sample.correction = correction;
+    sample.masterNs = originNs + static_cast<unsigned long long>(correction);
+    sample.localNs = item.localTimes.entries[0].ns;
+    sample.rate = rateRatio(sample.masterNs, item.masterTimes.entries[1].ns, sample.localNs,
+                            item.localTimes.entries[1].ns);
+    sample.offset = signedDiff(sample.localNs, sample.masterNs);
+    return sample;
+}
+
+/** A cross-timestamp with the rate since the previous one. */
+struct LocalClock {
+    long long systemTime;
+    long long phcTime;
+    long long systemOffset;
+    long double rate;
+};
+
+LocalClock readLocalClock(NetworkService<sock>* service) {
+    LocalClock local{};
+    service->GetLocalSystemCapabilities(local.systemTime, local.phcTime, local.systemOffset,
+                                        local.rate);
+    return local;
+}
+
+/** Publishes a sample in one go: a host may read between any two of these stores. */
+void publishSample(const SyncSample& sample, bool rateInRange, const LocalClock& local,
+                   gPtpTimeDataStruct& record) {
+    if (rateInRange) {
+        storeExtended(record.rateRatio1, sample.rate);
+        record.masterOffset = sample.offset;
+    }
+    record.localTime = sample.localNs;
+    record.systemOffset = local.systemOffset;
+    storeExtended(record.rateRatio2, local.rate);
+    record.originTime = sample.originNs;
+    record.sequenceId = sample.sequenceId;
+}
+
+void noteReferencePair(const SyncSample& sample, const LocalClock& local) {
+    const long long cpuTime = processCpuTimeNs();
+    referenceRecord.hardwareTime[0] = referenceTime(
+        local.phcTime, sample.offset, local.systemOffset, sample.rate * local.rate, cpuTime);
+    referenceRecord.cpuTime[0] = static_cast<unsigned long long>(cpuTime);
+}
+
+}  // namespace
+
+unsigned int PTPMsgSync::processIncoming() {
+    const PortKey master = retrievePortIdentity();
+    const InstanceBlock& block = InterfaceDataManager::getInstance()->block;
+    gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
+    if (block.cfg.role != 0) {
+        return 0;
+    }
+    if (!isValidSyncHeader(buffer_) || buffer_[wire::kDomainNumber] != block.cfg.Domain) {
+        if (record != nullptr) {
+            record->rejectedSync = record->rejectedSync + 1;
+        }
+        return 0;
+    }
+    const unsigned long long t2 = toNs(rxTimestamp);
+    ClockItemMembersType& item = clockItemOf(master);
+    item.syncReceiveTime.ns = t2;
+    item.originTime.ns = 0;
+    item.masterTimes.entries[0].ns = 0;
+    item.localTimes.entries[0].ns = t2;
+    unsigned long long systemTime = 0;
+    unsigned long long phcTime = 0;
+    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
+    item.syncSequenceId = static_cast<int>(wire::sequenceId(buffer_));
+    if (record != nullptr) {
+        record->acceptedSync = record->acceptedSync + 1;
+        record->sequenceId = wire::sequenceId(buffer_);
+    }
+    return 1;
+}
+
+// A master evaluates a Follow_Up too: it finds no accepted Sync and stops there.
+unsigned int PTPMsgFollowUp::processIncoming() {
+    gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
+    const int sequence = static_cast<int>(wire::sequenceId(buffer_));
+    const PortKey master = retrievePortIdentity();
+    unsigned long long systemTime = 0;
+    unsigned long long phcTime = 0;
+    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
+    const int arrivalMark = millisecondOfWallClock();
+
+    ClockItemMembersType& item = clockItemOf(master);
+    item.arrivalMark = arrivalMark;
+    if (item.syncSequenceId != sequence || record == nullptr) {
+        return 1;
+    }
+    const unsigned long long t1 = getPTPMessageTimestamp();
+    item.originTime.ns = t1;
+    item.masterTimes.entries[0].ns = t1;
+    if (item.initialised == 0) {
+        // Nothing is shifted, so the next pair divides absolute times and only the third one
+        // yields a real ratio.
+        item.initialised = 1;
+        return 1;
+    }
+    const SyncSample sample = evaluateSample(buffer_, t1, *record, item);
+    item.masterTimes.entries[0].ns = sample.masterNs;
+    const bool rateInRange = isRateInRange(sample.rate);
+    if (!rateInRange) {
+        ZEB_LOG(kError,
+                "frequency offset out of range ... t1: %llu t2: %llu correction: %lld "
+                "ml_freqoffset: %Lf \n",
+                sample.masterNs, sample.localNs, sample.correction, sample.rate);
+    }
+    const LocalClock local = readLocalClock(service);
+    publishSample(sample, rateInRange, local, *record);
+    noteReferencePair(sample, local);
+    item.masterTimes.shift();
+    item.spareTimes.shift();
+    item.localTimes.shift();
+    return 1;
+}

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <utility>
+
+#include "base/ptptime.h"
+#include "platform/NetworkService.h"
+#include "ptp/ptpwire.h"
+
+/** Clock identity (big-endian bytes as a signed value) and port number: key of the port table. */
+using PortKey = std::pair<long long, unsigned short>;
+
+/** One PTP message with its 256-byte buffer. Received objects live for one frame; the sending ones
+ *  are templates that a role builds once. */
+class PTPMessage {
+public:
+    PTPMessage(const PTPMessage&) = delete;
+    PTPMessage& operator=(const PTPMessage&) = delete;
+    virtual ~PTPMessage();
+
+    /** messageType code of the class. The base version marks a programming error: above trace
+     *  level 2 it ends the process. */
+    virtual int getMsgNumericType();
+
+    /** Handles a received message. Returns 1 when handled, 0 when rejected or ignored. */
+    virtual unsigned int processIncoming() = 0;
+
+    /** The port that this message is filed under: the requester's for responses to Pdelay_Req, the
+     *  sender's for everything else. */
+    PortKey retrievePortIdentity();
+
+    /** The timestamp at offset 34, ns. Not re-entrant: it passes through one process-wide record.
+     */
+    unsigned long long getPTPMessageTimestamp();
+
+    unsigned char* data() { return buffer_; }
+    ptpv2hdr_t* header() { return reinterpret_cast<ptpv2hdr_t*>(buffer_); }
+
+    NetworkService<sock>* service = nullptr;  ///< interface that the message belongs to
+
+protected:
+    /** An empty buffer, to be filled from a frame. */
+    PTPMessage();
+
+    /** A message to send: preset header, domain checked (logged, kept). */
+    PTPMessage(unsigned char type, unsigned char domain);
+
+    unsigned char* buffer_;  ///< owned, wire::kMessageBufferSize bytes, zeroed at creation
+
+public:
+    ptp_time_t rxTimestamp{};        ///< hardware receive time of a received frame
+    unsigned short frameLength = 0;  ///< payload length of a received frame
+};
+
+class PTPMsgSync final : public PTPMessage {
+public:
+    PTPMsgSync() = default;
+    PTPMsgSync(unsigned char domain, unsigned short portNumber);
+    int getMsgNumericType() override;
+    unsigned int processIncoming() override;
+
+    /** Sends one Sync and its Follow_Up and refreshes the published record. Always 0. */
+    unsigned int processOutgoing();
+
+private:
+    unsigned short sequence_ = 0;
+};
+
+class PTPMsgFollowUp final : public PTPMessage {
+public:
+    PTPMsgFollowUp() = default;
+    explicit PTPMsgFollowUp(unsigned char domain);
+    int getMsgNumericType() override;
+    unsigned int processIncoming() override;
+
+    /** Fills the Follow_Up of a Sync sent at *txTimestamp, which becomes the distributed time.
+     *  Returns 1. Throws std::logic_error without an interface name. */
+    unsigned int processOutgoing(PTPMessage* sync, ptp_time_t* txTimestamp);
+};
+
+class PTPMsgAnnounce final : public PTPMessage {
+public:
+    PTPMsgAnnounce() = default;
+    PTPMsgAnnounce(unsigned char domain, unsigned short portNumber);
+    int getMsgNumericType() override;
+    unsigned int processIncoming() override;
+    unsigned int processOutgoing();
+
+private:
+    unsigned short sequence_ = 0;
+};
+
+class PTPMsgPathDelayReq final : public PTPMessage {
+public:
+    PTPMsgPathDelayReq() = default;
+    PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber);
+    int getMsgNumericType() override;
+
+    /** Answers a peer's request with Pdelay_Resp and Pdelay_Resp_Follow_Up. */
+    unsigned int processIncoming() override;
+
+    /** Sends the next request and notes its transmit time. Returns 1. */
+    unsigned int processOutgoing();
+
+private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    unsigned short sequence_ = 0;
+};
+
+class PTPMsgPathDelayResp final : public PTPMessage {
+public:
+    PTPMsgPathDelayResp() = default;
+    explicit PTPMsgPathDelayResp(unsigned char domain);
+    int getMsgNumericType() override;
+
+    /** Takes t2 and t4 of the outstanding request. 1 when accepted, 0 when stale or repeated. A
+     *  receive time before the transmit time is reported for ever at trace level 1 and above. */
+    unsigned int processIncoming() override;
+
+    /** Fills the answer to a request received at *rxTimestamp. Returns 1. */
+    unsigned int processOutgoing(PTPMessage* request, ptp_time_t* rxTimestamp);
+
+private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class PTPMsgPathDelayRespFollowUp final : public PTPMessage {
+public:
+    PTPMsgPathDelayRespFollowUp() = default;
+    explicit PTPMsgPathDelayRespFollowUp(unsigned char domain);
+    int getMsgNumericType() override;
+
+    /** Completes the exchange: link delay, time base. 0 when a timestamp is missing. */
+    unsigned int processIncoming() override;
+
+    /** Fills the follow-up of a response sent at *txTimestamp. Returns 1. */
+    unsigned int processOutgoing(PTPMessage* response, ptp_time_t* txTimestamp);
+};
+
+/** Turns received frames into message objects. */
+class PTPMessageFactory {
+public:
+    /** A new object that the caller owns, or null for a type that is not handled. At least
+     *  messageLength bytes (at most 255) of the frame are read; a longer length is logged and
+     *  leaves the object's buffer empty. */
+    PTPMessage* getPTPMessageInstance(ptpv2hdr_t* frame);
+};
