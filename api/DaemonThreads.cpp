@@ -165,12 +165,12 @@ void releasePumps() {
 
 /** The low 16 bits of the interface index, which are the PTP port number; 0 (logged) when the
  *  interface does not exist. */
-unsigned short portNumberOf(const char* ifName) {
+unsigned short portNumberOf(const char* ifName, const char* role) {
     const unsigned int index = if_nametoindex(ifName);
     if (index == 0) {
-        ZEB_LOG(kError, "Error occured due to %s\n", strerror(errno));
+        ZEB_LOG_AS(role, kError, "Error occured due to %s\n", strerror(errno));
     } else {
-        ZEB_LOG(kDebug, "Port index: %d\n", static_cast<int>(index & 0xFFFF));
+        ZEB_LOG_AS(role, kDebug, "Port index: %d\n", static_cast<int>(index & 0xFFFF));
     }
     return static_cast<unsigned short>(index);
 }
@@ -181,16 +181,16 @@ void waitForCountedThreads() {
     }
 }
 
-void setHardwareClockToSystemTime(const char* ifName) {
+void setHardwareClockToSystemTime(const char* ifName, const char* role) {
     timespec now{};
     if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
         return;
     }
     const auto seconds = static_cast<unsigned int>(now.tv_sec);
     const auto nanoseconds = static_cast<unsigned int>(now.tv_nsec);
-    ZEB_LOG(kAlways, "system time is: %d.%09u \n", static_cast<int>(seconds), nanoseconds);
+    ZEB_LOG_AS(role, kAlways, "system time is: %d.%09u \n", static_cast<int>(seconds), nanoseconds);
     if (i210helper::e1000_ptp_set_time(ifName, 0, seconds, nanoseconds) != 0) {
-        ZEB_LOG(kAlways, "time is set to: %lld\n", i210helper::e1000_ptp_get_time(ifName));
+        ZEB_LOG_AS(role, kAlways, "time is set to: %lld\n", i210helper::e1000_ptp_get_time(ifName));
     }
 }
 
@@ -289,13 +289,14 @@ void MasterThread(char* ifName) {
     auto* const service = new NetworkService<sock>(ifName);
     if (ifName == nullptr) {
         ZEB_LOG(kError, "Parameter arg is invalid (NULL) ... \n");
+        delete service;
         return;
     }
     ZEB_LOG(kAlways, "arg: %s\n", ifName);
     __atomic_store_n(&MasterOrSlave, '1', __ATOMIC_RELAXED);
     ZEB_LOG(kAlways, "Starting as Master ... interface=%s\n", ifName);
-    setHardwareClockToSystemTime(ifName);
-    const unsigned short port = portNumberOf(ifName);
+    setHardwareClockToSystemTime(ifName, __func__);
+    const unsigned short port = portNumberOf(ifName, __func__);
     if (port == 0) {
         delete service;
         return;
@@ -327,6 +328,7 @@ void SlaveThread(char* ifName) {
     auto* const service = new NetworkService<sock>(ifName);
     if (ifName == nullptr) {
         ZEB_LOG(kError, "Parameter arg is invalid (NULL) ... \n");
+        delete service;
         return;
     }
     __atomic_store_n(&MasterOrSlave, '2', __ATOMIC_RELAXED);
@@ -334,7 +336,7 @@ void SlaveThread(char* ifName) {
     i210helper::e1000_ptp_get_time(ifName);
     startInputPump(service, "TSyn_SInp_%s", ifName);
     restoreSavedSock();
-    const unsigned short port = portNumberOf(ifName);
+    const unsigned short port = portNumberOf(ifName, __func__);
     if (port == 0) {
         return;  // the input pump goes on using what was allocated for it
     }

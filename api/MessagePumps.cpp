@@ -75,7 +75,7 @@ int sendOnce(PTPMessage& message) {
         static_cast<PTPMsgAnnounce&>(message).processOutgoing();
         break;
     default:
-        ZEB_LOG(kError, "Unknown message ...\n");
+        ZEB_LOG_AS("OutputThreader", kError, "Unknown message ...\n");
         type = 0;
     }
     pthread_mutex_unlock(&mutexOutputThreader);

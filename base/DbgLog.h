@@ -22,15 +22,20 @@ inline timespec logTime() {
 
 /** Prints one log line as a single printf, so that lines of different threads stay whole, and
  *  flushes it. The format is a literal that ends with its own newline. */
-#define ZEB_LOG(level, ...) ZEB_LOG_AT(level, __LINE__, __VA_ARGS__)
+#define ZEB_LOG(level, ...) ZEB_LOG_LINE(level, __LINE__, __func__, __VA_ARGS__)
 
 /** As ZEB_LOG, with a line number that log readers rely on. */
-#define ZEB_LOG_AT(level, line, format, ...)                                                \
+#define ZEB_LOG_AT(level, line, ...) ZEB_LOG_LINE(level, line, __func__, __VA_ARGS__)
+
+/** As ZEB_LOG, under the name of the function that log readers know the line by. */
+#define ZEB_LOG_AS(function, level, ...) ZEB_LOG_LINE(level, __LINE__, function, __VA_ARGS__)
+
+#define ZEB_LOG_LINE(level, line, function, format, ...)                                    \
     do {                                                                                    \
         const timespec logNow = logTime();                                                  \
         std::printf("[%s] [%d.%09u] <%s/%d->%s()>" format, dbgMsgType[level],               \
                     static_cast<int>(logNow.tv_sec), static_cast<unsigned>(logNow.tv_nsec), \
-                    __FILE__, line, __func__, ##__VA_ARGS__);                               \
+                    __FILE__, line, function, ##__VA_ARGS__);                               \
         std::fflush(stdout);                                                                \
     } while (false)
 

@@ -83,7 +83,7 @@ NetworkService<Backend>::NetworkService(char const* wantedName)
     ioctl(interface_.s, SIOCGIFINDEX, &request);
     interface_.index = request.ifr_ifindex;
     macaddress(interfaceName, mac_);
-    attachReceiveFilter();
+    initBpf();
 }
 
 template <typename Backend>
@@ -95,7 +95,7 @@ const char* NetworkService<Backend>::what() const noexcept {
 }
 
 template <typename Backend>
-void NetworkService<Backend>::attachReceiveFilter() {
+void NetworkService<Backend>::initBpf() {
     std::array<sock_filter, kPtpFilterLength> filter = ptpFilter(vlanId_, domain_);
     const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
     const int result =

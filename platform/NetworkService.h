@@ -46,7 +46,7 @@ private:
     friend char* GetInterfaceName(NetworkService<sock>* service);
     friend unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
 
-    void attachReceiveFilter();
+    void initBpf();
     int headerLength() const { return vlanId_ >= 0 ? 18 : 14; }
     int buildFrame(const unsigned char* destination, void const* payload, int length,
                    unsigned char* frame) const;

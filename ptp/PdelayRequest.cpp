@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr const char* kHandler = "processIncoming";
 constexpr unsigned char kControlOther = 5;
 constexpr int kPlausibleDelay = 600;
 constexpr int kImpossibleTimesLine = 900;
@@ -35,7 +36,7 @@ void reportImpossibleTimes(ClockItemMembersType& item) {
             std::snprintf(text, sizeof text,
                           "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
                           "clockItems[item].t1'",
-                          "processIncoming", kImpossibleTimesLine);
+                          kHandler, kImpossibleTimesLine);
             printRoleMarked(text);
         } else {
             item.t4 = item.t1;
@@ -47,21 +48,21 @@ void acceptDelay(const char* interfaceName, const PdelayTimes& times, long long 
                  ClockItemMembersType& item, gPtpTimeDataStruct& record) {
     item.measuredDelay = filteredDelay(item.measuredDelay, delay);
     record.linkDelay = item.measuredDelay;
-    ZEB_LOG(kInfo, "[%s:] T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld) \n", interfaceName,
-            static_cast<long long>(times.t4), static_cast<long long>(times.t1),
-            signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
-            static_cast<long long>(times.t2), signedDiff(times.t3, times.t2));
-    ZEB_LOG(kInfo, "[%s:] Measured delay: %d\n", interfaceName, item.measuredDelay);
+    ZEB_LOG_AS(kHandler, kInfo, "[%s:] T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld) \n",
+               interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
+               signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
+               static_cast<long long>(times.t2), signedDiff(times.t3, times.t2));
+    ZEB_LOG_AS(kHandler, kInfo, "[%s:] Measured delay: %d\n", interfaceName, item.measuredDelay);
 }
 
 void rejectDelay(const char* interfaceName, const PdelayTimes& times, long long delay,
                  ClockItemMembersType& item) {
-    ZEB_LOG(kError,
-            "[%s:] # T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld)  | Round trip delay or "
-            "negative: %lld is out of limits\n",
-            interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
-            signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
-            static_cast<long long>(times.t2), signedDiff(times.t3, times.t2), delay);
+    ZEB_LOG_AS(kHandler, kError,
+               "[%s:] # T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld)  | Round trip delay or "
+               "negative: %lld is out of limits\n",
+               interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
+               signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
+               static_cast<long long>(times.t2), signedDiff(times.t3, times.t2), delay);
     item.measuredDelay = 0;
     __atomic_fetch_add(&rejectedDelayCount, 1, __ATOMIC_RELAXED);
 }

@@ -12,28 +12,31 @@
 
 namespace {
 
+constexpr const char* kHandler = "processIncoming";
+
 /** Checks the common header of a Sync and logs the first failure. */
 bool isValidSyncHeader(const unsigned char* message) {
     const unsigned int transport = message[wire::kTransportAndType] & wire::kTransportSpecific;
     if (transport == 0) {
-        ZEB_LOG(kError, "Wrong transport specific bit 0x%x ...\n", transport);
+        ZEB_LOG_AS(kHandler, kError, "Wrong transport specific bit 0x%x ...\n", transport);
         return false;
     }
     // The whole byte: a peer that sets a minor version is refused.
     if (message[wire::kVersion] != wire::kVersionPtp) {
-        ZEB_LOG(kError, "Wrong PTP version %u ...\n", message[wire::kVersion]);
+        ZEB_LOG_AS(kHandler, kError, "Wrong PTP version %u ...\n", message[wire::kVersion]);
         return false;
     }
     if (wire::messageLength(message) < wire::kSyncLength) {
-        ZEB_LOG(kError, "Wrong message length %u ...\n", wire::messageLength(message));
+        ZEB_LOG_AS(kHandler, kError, "Wrong message length %u ...\n", wire::messageLength(message));
         return false;
     }
     if (message[wire::kControl] != 0) {
-        ZEB_LOG(kError, "Wrong control 0x%x ...\n", message[wire::kControl]);
+        ZEB_LOG_AS(kHandler, kError, "Wrong control 0x%x ...\n", message[wire::kControl]);
         return false;
     }
     if (message[wire::kDomainNumber] > wire::kMaxDomain) {
-        ZEB_LOG(kError, "Invalid domain number received:%d ...\n", message[wire::kDomainNumber]);
+        ZEB_LOG_AS(kHandler, kError, "Invalid domain number received:%d ...\n",
+                   message[wire::kDomainNumber]);
         return false;
     }
     return true;
