@@ -1,0 +1,21 @@
+#include "PhcReading.h"
+
+#include "Random.h"
+
+namespace virtual_i210 {
+
+std::int64_t readPhcNs(CardState& card) {
+    const std::uint64_t startRawNs = rawNowNs();
+    const std::uint64_t number =
+        card.counters[static_cast<std::size_t>(Counter::ClockReadings)].fetch_add(1);
+    const std::uint64_t extra =
+        seededRandom(card.seed, 2, number) % (std::uint64_t{card.readJitterNs} + 1);
+    const std::uint64_t durationNs = card.readNs + extra;
+    const std::uint64_t latchNs = seededRandom(card.seed, 3, number) % (durationNs + 1);
+    const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
+    while (rawNowNs() < startRawNs + durationNs) {
+    }
+    return phcNs;
+}
+
+}  // namespace virtual_i210

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/timex.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace virtual_i210 {
+
+// What the program would have called without this library.
+struct RealFunctions {
+    decltype(&::open) open;
+    decltype(&::open64) open64;
+    decltype(&::openat) openat;
+    decltype(&::openat64) openat64;
+    decltype(&::close) close;
+    decltype(&::dup) dup;
+    decltype(&::dup2) dup2;
+    decltype(&::dup3) dup3;
+    decltype(&::fcntl) fcntl;
+    decltype(&::fcntl64) fcntl64;
+    int (*closeRange)(unsigned, unsigned, int) noexcept;
+    decltype(&::clock_gettime) clockGettime;
+    decltype(&::clock_settime) clockSettime;
+    decltype(&::clock_getres) clockGetres;
+    decltype(&::clock_adjtime) clockAdjtime;
+    decltype(&::ioctl) ioctl;
+    decltype(&::socket) socket;
+    decltype(&::setsockopt) setsockopt;
+    decltype(&::getsockopt) getsockopt;
+    decltype(&::send) send;
+    decltype(&::sendto) sendto;
+    decltype(&::sendmsg) sendmsg;
+    decltype(&::write) write;
+    decltype(&::recv) recv;
+    decltype(&::recvfrom) recvfrom;
+    decltype(&::recvmsg) recvmsg;
+    decltype(&::read) read;
+};
+
+// Found at first use: other libraries' constructors may call before ours runs.
+const RealFunctions& real();
+
+}  // namespace virtual_i210
+
+#define VIRTUAL_I210_EXPORT extern "C" __attribute__((visibility("default")))

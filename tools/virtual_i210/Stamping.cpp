@@ -1,0 +1,110 @@
+#include "Stamping.h"
+
+#include <linux/net_tstamp.h>
+
+#include <algorithm>
+
+#include "Frame.h"
+#include "Random.h"
+#include "RealFunctions.h"
+
+namespace virtual_i210 {
+
+namespace {
+
+constexpr std::uint64_t kSpinNs = 60'000;
+
+std::int64_t realtimeNs() {
+    timespec now{};
+    real().clockGettime(CLOCK_REALTIME, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+// The instant of a kernel timestamp. Not knowing it is taken as now; an error of the two
+// readings makes the instant late, never early.
+std::uint64_t instantOf(const std::optional<std::int64_t>& softwareNs) {
+    if (!softwareNs) {
+        return rawNowNs();
+    }
+    const std::int64_t agoNs = realtimeNs() - *softwareNs;
+    return rawNowNs() - static_cast<std::uint64_t>(agoNs);
+}
+
+// The sending of a frame that this socket receives. Equal frames are given in the order of their
+// sending; without a kernel timestamp that order alone tells which one this is.
+std::optional<SentEvent> findReceived(Descriptor& socket, const SeenFrame& frame,
+                                      const PtpFrame& ptp, std::uint64_t seenRawNs) {
+    const std::uint64_t key = eventKey(frame.bytes, ptp);
+    LastGiven& last = socket.lastGiven[key % kLastGivenEntries];
+    std::uint64_t sinceRawNs = socket.createdRawNs.load();
+    if (last.key.load() == key) {
+        sinceRawNs = std::max(sinceRawNs, last.rawNs.load() + 1);
+    }
+    const std::uint64_t arrivalRawNs = frame.softwareNs ? seenRawNs : 0;
+    const auto sent = attachedState()->events.find(key, arrivalRawNs, sinceRawNs);
+    if (sent && frame.taken) {
+        last.key.store(key);
+        last.rawNs.store(sent->rawNs);
+    }
+    return sent;
+}
+
+std::uint64_t receiveJitterNs(const CardState& card, const SentEvent& sent) {
+    const std::uint64_t width = 2 * std::uint64_t{card.jitterNs} + 1;
+    return seededRandom(card.seed, 4, sent.key ^ sent.rawNs) % width;
+}
+
+void waitUntil(std::uint64_t rawNs) {
+    std::uint64_t now = rawNowNs();
+    if (now + kSpinNs < rawNs) {
+        const std::uint64_t sleepNs = rawNs - now - kSpinNs;
+        timespec duration{};
+        duration.tv_sec = static_cast<time_t>(sleepNs / 1'000'000'000u);
+        duration.tv_nsec = static_cast<long>(sleepNs % 1'000'000'000u);
+        nanosleep(&duration, nullptr);
+    }
+    while (now < rawNs) {
+        now = rawNowNs();
+    }
+}
+
+}  // namespace
+
+std::optional<std::int64_t> receiveStamp(CardState& card, Descriptor& socket,
+                                         const SeenFrame& frame) {
+    const std::uint64_t seenRawNs = instantOf(frame.softwareNs);
+    const auto ptp = parsePtpFrame(frame.bytes, frame.length);
+    const bool event = ptp && ptp->isEvent();
+    const auto sent = event ? findReceived(socket, frame, *ptp, seenRawNs) : std::nullopt;
+    if (sent) {
+        waitUntil(sent->rawNs + card.cableNs);
+    }
+    const std::uint32_t filter = card.rxFilter.load();
+    if (filter == HWTSTAMP_FILTER_NONE || (filter != HWTSTAMP_FILTER_ALL && !event)) {
+        return std::nullopt;
+    }
+    if (!sent) {
+        card.count(Counter::RxFallbacks);
+        return card.shownPhcNs(seenRawNs);
+    }
+    card.count(Counter::RxTimestamps);
+    return card.shownPhcNs(sent->rawNs + card.cableNs + receiveJitterNs(card, *sent) -
+                           card.jitterNs);
+}
+
+std::optional<std::int64_t> transmitStamp(const Descriptor& socket, const SeenFrame& frame) {
+    const auto ptp = parsePtpFrame(frame.bytes, frame.length);
+    if (!ptp) {
+        return std::nullopt;
+    }
+    const auto sent = attachedState()->events.find(
+        eventKey(frame.bytes, *ptp), instantOf(frame.softwareNs), socket.createdRawNs.load());
+    if (!sent || !sent->stamped) {
+        return std::nullopt;
+    }
+    CardState& card = attachedState()->cards[sent->card % kMaxCards];
+    card.count(Counter::TxTimestamps);
+    return card.shownPhcNs(sent->rawNs);
+}
+
+}  // namespace virtual_i210
