@@ -1,7 +1,8 @@
 ABIS := i386 x86_64
+SANITIZED := i386-sanitized x86_64-sanitized
 PACKAGES_READY := build/packages-ready
 
-.PHONY: all install clean
+.PHONY: all test install clean
 
 all: $(ABIS:%=build/%/built)
 
@@ -14,6 +15,10 @@ build/%/built: $(PACKAGES_READY) FORCE
 	@test -f build/$*/build.ninja || cmake --preset $* >build/$*.configure.log || \
 		{ cat build/$*.configure.log; exit 1; }
 	cmake --build build/$*
+
+# Every build is tested even when an earlier one fails; the last lines are ctest's own.
+test: $(ABIS:%=build/%/built) $(SANITIZED:%=build/%/built)
+	scripts/run-tests $(SANITIZED) $(ABIS)
 
 install: $(ABIS:%=build/%/built)
 	cmake --install build/i386

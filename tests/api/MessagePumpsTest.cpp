@@ -1,0 +1,308 @@
+#include "api/MessagePumps.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <system_error>
+
+#include "Daemon.h"
+#include "KernelSeam.h"
+#include "StdoutCapture.h"
+#include "Vectors.h"
+#include "VirtualI210.h"
+#include "api/DaemonState.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr int kSync = 0;
+constexpr int kAnnounce = 11;
+const std::string kUnknown = ">Unknown message ...\n";
+
+/** A message of a type that no pump sends; every attempt shows as one log line. */
+class OddMessage final : public PTPMessage {
+public:
+    int getMsgNumericType() override { return 5; }
+    unsigned int processIncoming() override { return 0; }
+};
+
+/** An output pump of its own, without a network. */
+class OddPump {
+public:
+    explicit OddPump(int periodMs) : record_{nullptr, &message_, &cvout, periodMs} {
+        seam_.usleep = [this](useconds_t microseconds) -> std::optional<int> {
+            idlePolls_ += microseconds == 100 ? 1 : 0;
+            return std::nullopt;
+        };
+        pthread_create(&thread_, nullptr, OutputThreader, &record_);
+    }
+    ~OddPump() {
+        pthread_cancel(thread_);
+        pthread_join(thread_, nullptr);
+    }
+    OddPump(const OddPump&) = delete;
+    OddPump& operator=(const OddPump&) = delete;
+
+    /** Waits until the pump polls runningState again and again. */
+    bool awaitIdle() {
+        const int before = idlePolls_;
+        return eventually([&] {
+            cv.notify_all();
+            return idlePolls_ > before + 2;
+        });
+    }
+
+    const StdoutCapture output;
+
+private:
+    KernelSeam seam_;
+    OddMessage message_;
+    OutputPumpRecord record_;
+    std::atomic<int> idlePolls_{0};
+    pthread_t thread_{};
+};
+
+TEST(OutputPump, SendsAtOnceWhenItStartsRunning) {
+    runningState = 1;
+    const OddPump pump(3600000);
+    EXPECT_TRUE(pump.output.await(kUnknown));
+}
+
+TEST(OutputPump, ReportsAnUnknownTypeEachPeriodAndGoesOn) {
+    runningState = 1;
+    const OddPump pump(20);
+    EXPECT_TRUE(pump.output.await(kUnknown, 4));
+    EXPECT_EQ("ERROR", pump.output.lines().at(0).level);
+}
+
+TEST(OutputPump, WaitsAFullPeriodBetweenMessages) {
+    runningState = 1;
+    const OddPump pump(200);
+    ASSERT_TRUE(pump.output.await(kUnknown, 3));
+    const auto lines = pump.output.lines();
+    for (std::size_t i = 1; i < 3; ++i) {
+        const long long gap = (lines[i].seconds - lines[i - 1].seconds) * 1000000000 +
+                              lines[i].nanoseconds - lines[i - 1].nanoseconds;
+        EXPECT_GE(gap, 199000000);  // the log shows the wall clock, the period the monotonic one
+    }
+}
+
+TEST(OutputPump, StaysIdleUntilItRuns) {
+    OddPump pump(1);
+    EXPECT_TRUE(pump.awaitIdle());
+    EXPECT_EQ(0, pump.output.count(kUnknown));
+    runningState = 1;
+    EXPECT_TRUE(pump.output.await(kUnknown));
+}
+
+TEST(OutputPump, WaitsAPeriodBeforeTheFirstMessageAfterARestart) {
+    runningState = 1;
+    OddPump pump(300);
+    ASSERT_TRUE(pump.output.await(kUnknown));
+    __atomic_store_n(&runningState, 0, __ATOMIC_RELAXED);
+    ASSERT_TRUE(pump.awaitIdle());
+    const int before = pump.output.count(kUnknown);
+    const Clock::time_point restarted = Clock::now();
+    __atomic_store_n(&runningState, 1, __ATOMIC_RELAXED);
+    ASSERT_TRUE(pump.output.await(kUnknown, before + 1));
+    EXPECT_GE(Clock::now() - restarted, Milliseconds(300));
+}
+
+TEST(OutputPump, ANotificationEndsTheWait) {
+    runningState = 1;
+    const OddPump pump(3600000);
+    ASSERT_TRUE(pump.output.await(kUnknown));
+    EXPECT_TRUE(eventually([&] {
+        cv.notify_all();
+        return pump.output.count(kUnknown) >= 2;
+    }));
+}
+
+TEST(OutputPump, ALongPeriodDoesNotOverflow) {
+    runningState = 1;
+    const OddPump pump(2147483647);
+    ASSERT_TRUE(pump.output.await(kUnknown));
+    EXPECT_FALSE(pump.output.await(kUnknown, 2, Milliseconds(300)));
+}
+
+/** A message whose sending never gets further than its type. */
+class StuckMessage final : public PTPMessage {
+public:
+    int getMsgNumericType() override {
+        reached = true;
+        for (;;) {
+            pause();
+        }
+    }
+    unsigned int processIncoming() override { return 0; }
+
+    std::atomic<bool> reached{false};
+};
+
+TEST(OutputPump, AMutexHeldWhenItIsCancelledStaysLocked) {
+    runningState = 1;
+    StuckMessage message;
+    OutputPumpRecord record{nullptr, &message, &cvout, 1000};
+    pthread_t thread{};
+    pthread_create(&thread, nullptr, OutputThreader, &record);
+    ASSERT_TRUE(eventually([&] { return message.reached.load(); }));
+    pthread_cancel(thread);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(EBUSY, pthread_mutex_trylock(&mutexOutputThreader));
+}
+
+void* lockForGood(void* mutex) {
+    pthread_mutex_lock(static_cast<pthread_mutex_t*>(mutex));
+    return nullptr;
+}
+
+/** Leaves a mutex in the state that refuses every lock. */
+void makeUnusable(pthread_mutex_t& mutex) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    pthread_t owner{};
+    pthread_create(&owner, nullptr, lockForGood, &mutex);
+    pthread_join(owner, nullptr);
+    ASSERT_EQ(EOWNERDEAD, pthread_mutex_lock(&mutex));
+    pthread_mutex_unlock(&mutex);
+}
+
+TEST(Pumps, ALockThatFailsIsThrownOutOfTheirThreads) {
+    runningState = 1;
+    makeUnusable(mutexOutputThreader);
+    makeUnusable(mutexInputThreader);
+    OddMessage message;
+    OutputPumpRecord output{nullptr, &message, &cvout, 1000};
+    EXPECT_THROW(OutputThreader(&output), std::system_error);
+    InputPumpRecord input{nullptr, nullptr};
+    EXPECT_THROW(InputThreader(&input), std::system_error);
+}
+
+/** A Pdelay_Req frame, with another type when wanted. */
+Bytes requestFrame(unsigned char type) {
+    Bytes frame = fromHex("0180c200000e02000000000288f712020036");
+    frame.resize(14 + 54);
+    frame[14] = static_cast<unsigned char>(0x10 | type);
+    return frame;
+}
+
+TEST(InputPump, DropsFramesOfUnknownTypeSilently) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    TSynInstanceConfig config = slaveConfig();
+    config.PropagationDelay = 1;
+    const RunningDaemon daemon(config, 2);
+    ASSERT_TRUE(output.await(">PropagationDelay: 1\n"));
+    const auto linesAfterAnswer = [&] {
+        EXPECT_TRUE(peer.send(requestFrame(2)));
+        EXPECT_TRUE(peer.awaitType(10));  // Pdelay_Resp_Follow_Up, the end of an answer
+        return output.lines().size();
+    };
+    linesAfterAnswer();
+    const std::size_t before = linesAfterAnswer();
+    const std::size_t perAnswer = linesAfterAnswer() - before;
+    for (const unsigned char type : {1, 4, 5, 6, 7, 9, 12, 13, 14, 15}) {
+        ASSERT_TRUE(peer.send(requestFrame(type)));
+    }
+    EXPECT_EQ(before + 2 * perAnswer, linesAfterAnswer());
+}
+
+/** True sending instants of the last Syncs, oldest first. */
+std::vector<std::uint64_t> syncInstants(std::size_t count) {
+    std::vector<std::uint64_t> instants;
+    for (const auto& frame : virtual_i210::latestEventFrames(100)) {
+        if (frame.messageType == kSync) {
+            instants.push_back(frame.rawNs);
+        }
+    }
+    std::sort(instants.begin(), instants.end());
+    if (instants.size() > count) {
+        instants.erase(instants.begin(), instants.end() - static_cast<long>(count));
+    }
+    return instants;
+}
+
+TEST(Senders, ASyncFollowsEvery125Milliseconds) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    const RunningDaemon daemon(masterConfig(), RunningDaemon::kMasterThreads);
+    for (int i = 0; i < 9; ++i) {
+        ASSERT_TRUE(peer.awaitType(kSync));
+    }
+    const auto instants = syncInstants(9);
+    ASSERT_EQ(9U, instants.size());
+    for (std::size_t i = 1; i < 9; ++i) {
+        EXPECT_GE(instants[i] - instants[i - 1], 124900000U);  // raw against steered clock
+    }
+    EXPECT_LT(instants[8] - instants[0], 2 * 8 * 125000000U);
+}
+
+TEST(Senders, AnAnnounceFollowsEverySecond) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    const RunningDaemon daemon(masterConfig(), RunningDaemon::kMasterThreads);
+    const auto first = peer.awaitType(kAnnounce);
+    const auto second = peer.awaitType(kAnnounce);
+    ASSERT_TRUE(first && second);
+    EXPECT_GE(second->when - first->when, Milliseconds(800));
+    EXPECT_LT(second->when - first->when, Milliseconds(3000));
+}
+
+struct NotifyingCall {
+    const char* name;
+    int (*call)(unsigned char notify);
+};
+
+void PrintTo(const NotifyingCall& call, std::ostream* stream) {
+    *stream << call.name;
+}
+
+class NotifyingSetter : public testing::TestWithParam<NotifyingCall> {};
+
+TEST_P(NotifyingSetter, MakesEverySenderTransmitAtOnce) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    TSynInstanceConfig config = masterConfig();
+    config.syncInterval = 3600000.0;
+    const RunningDaemon daemon(config, RunningDaemon::kMasterThreads);
+    ASSERT_TRUE(peer.awaitType(kSync));
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    peer.drain();
+    EXPECT_EQ(0, GetParam().call(0));
+    EXPECT_FALSE(peer.awaitType(kSync, Milliseconds(300)));
+    EXPECT_EQ(0, GetParam().call(1));
+    EXPECT_TRUE(peer.awaitType(kSync));
+}
+
+int setHardTime(unsigned char notify) {
+    return ZebEthTSynInterface_SetHardTime(0, 1700000000, 0, notify);
+}
+
+int setSoftTime(unsigned char notify) {
+    return ZebEthTSynInterface_SetSoftTime(0, 1700000000, 0, notify);
+}
+
+int setTime(unsigned char notify) {
+    return ZebEthTSynInterface_SetTime(0, 1700000000, 0, notify, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Senders, NotifyingSetter,
+                         testing::Values(NotifyingCall{"SetHardTime", setHardTime},
+                                         NotifyingCall{"SetSoftTime", setSoftTime},
+                                         NotifyingCall{"SetTime", setTime}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace

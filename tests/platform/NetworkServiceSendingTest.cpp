@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+#include <net/if.h>
+
+#include <cerrno>
+
+#include "ServiceOnCard.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+
+TEST(NetworkServiceSending, UntaggedFramesHaveAFourteenByteHeader) {
+    ServiceOnCard card(-1);
+    EXPECT_EQ(19, card.send(kPayload));
+    ASSERT_EQ(1U, card.sent.size());
+    EXPECT_EQ(framed("0180c200000e02000000000188f7", kPayload), card.sent[0]);
+}
+
+TEST(NetworkServiceSending, GoesToTheGptpAddressOfTheInterface) {
+    ServiceOnCard card;
+    card.send(kPayload);
+    EXPECT_EQ(static_cast<int>(if_nametoindex("tsm0")), card.link.sll_ifindex);
+    EXPECT_EQ(6, card.link.sll_halen);
+    EXPECT_EQ("0180c200000e", toHex(card.link.sll_addr, 6));
+}
+
+class TagOf : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(TagOf, VlanIdAndPriorityIsNotMasked) {
+    const auto& vector = vectors("tci")[GetParam()];
+    ServiceOnCard card(vector["VlanID"].get<int>(), vector["VlanPrio"].get<unsigned>());
+    EXPECT_EQ(23, card.send(kPayload));
+    EXPECT_EQ(
+        framed("0180c200000e020000000001" + vector["tag"].get<std::string>() + "88f7", kPayload),
+        card.sent.at(0));
+}
+
+INSTANTIATE_TEST_SUITE_P(NetworkServiceSending, TagOf,
+                         testing::Range<std::size_t>(0, vectors("tci").size()));
+
+TEST(NetworkServiceSending, ReadsThePhcBeforeEverySend) {
+    ServiceOnCard card;
+    Texts calls;
+    card.kernel.clockGettime = [&](clockid_t id, timespec*) -> std::optional<int> {
+        if (id < 0) {
+            calls.push_back("phc");
+        }
+        return std::nullopt;
+    };
+    card.kernel.sendto = [&](int, const void*, std::size_t size, const sockaddr*) {
+        calls.push_back("send");
+        return static_cast<ssize_t>(size);
+    };
+    card.send(kPayload);
+    card.send(kPayload);
+    EXPECT_EQ((Texts{"phc", "send", "phc", "send"}), calls);
+}
+
+/** Errors of successive sends; 0 lets one succeed. */
+struct RefusedSends {
+    RefusedSends(ServiceOnCard& card, std::vector<int> errors) {
+        card.kernel.sendto = [this, errors](int, const void*, std::size_t size,
+                                            const sockaddr*) -> std::optional<ssize_t> {
+            when.push_back(Clock::now());
+            const int error = errors.at(when.size() - 1);
+            return error != 0 ? KernelSeam::refuse(error) : static_cast<ssize_t>(size);
+        };
+    }
+
+    std::vector<Clock::time_point> when;
+};
+
+TEST(NetworkServiceSending, AFullQueueIsTriedThreeTimes) {
+    ServiceOnCard card;
+    const RefusedSends sends(card, {ENOMSG, ENOMSG, ENOMSG});
+    EXPECT_EQ(-1, card.send(kPayload));
+    ASSERT_EQ(3U, sends.when.size());
+    EXPECT_GE(sends.when[1] - sends.when[0], std::chrono::microseconds(150));
+    EXPECT_GE(sends.when[2] - sends.when[1], std::chrono::microseconds(450));
+}
+
+TEST(NetworkServiceSending, ASecondTryThatSucceedsEndsIt) {
+    ServiceOnCard card;
+    const RefusedSends sends(card, {ENOMSG, 0});
+    EXPECT_EQ(19, card.send(kPayload));
+    EXPECT_EQ(2U, sends.when.size());
+}
+
+TEST(NetworkServiceSending, AThirdTryFollowsWhateverTheSecondErrorIs) {
+    ServiceOnCard card;
+    const RefusedSends sends(card, {ENOMSG, ENETDOWN, 0});
+    EXPECT_EQ(19, card.send(kPayload));
+    EXPECT_EQ(3U, sends.when.size());
+}
+
+TEST(NetworkServiceSending, OtherErrorsAreNotRetried) {
+    ServiceOnCard card;
+    const RefusedSends sends(card, {ENETDOWN});
+    EXPECT_EQ(-1, card.send(kPayload));
+    EXPECT_EQ(1U, sends.when.size());
+}
+
+TEST(NetworkServiceSending, PayloadsBeyondTheBufferAreRefused) {
+    ServiceOnCard card;
+    EXPECT_EQ(2048 + 14, card.send(Bytes(2048)));
+    EXPECT_EQ(-1, card.send(Bytes(2049)));
+    EXPECT_EQ(1U, card.sent.size());
+}
+
+TEST(NetworkServiceSending, TransmitReturnsZeroEvenWhenTheSendFailed) {
+    ServiceOnCard card;
+    const RefusedSends sends(card, {ENETDOWN});
+    card.kernel.recvmsg = [](int, msghdr*, int) { return KernelSeam::refuse(EAGAIN); };
+    ptp_time_t time{5, 5};
+    EXPECT_EQ(0, card.service->transmit(kPayload.data(), 5, &time));
+    EXPECT_EQ(0ULL, time.seconds);
+    EXPECT_EQ("Timestamp still missing!", card.output.texts().back());
+}
+
+}  // namespace

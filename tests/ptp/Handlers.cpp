@@ -1,0 +1,115 @@
+#include "Handlers.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include "api/DaemonState.h"
+#include "base/DbgLog.h"
+#include "ptp/ReferenceRecord.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
+#include "timebase/osipc.h"
+
+namespace {
+
+/** The segment name is the same in every case: each mapping zeroes it. */
+gPtpTimeDataStruct& freshRecord() {
+    shm_name = std::string("/") + kInterface;
+    OSipc::map.clear();
+    const StdoutCapture quiet;
+    gPtpTimeDataStruct* const record = OSipc::instance(kInterface);
+    if (record == nullptr) {
+        throw std::runtime_error("no shared time segment");
+    }
+    return *record;
+}
+
+InstanceBlock& freshBlock() {
+    DbgTraceLevel = 0;
+    InstanceBlock& block = InterfaceDataManager::getInstance()->block;
+    block = InstanceBlock{};
+    return block;
+}
+
+}  // namespace
+
+void Handlers::SetUpTestSuite() {
+    static const Sandbox sandbox;
+}
+
+Handlers::Handlers() : block(freshBlock()), record(freshRecord()), service(kInterface) {
+    clockItems.clear();
+    referenceRecord = {};
+    platform() = {};
+}
+
+Handlers::~Handlers() {
+    EXPECT_TRUE(platform().isUsedUp()) << "a prepared answer was never asked for";
+}
+
+std::unique_ptr<PTPMessage> Handlers::received(const std::vector<unsigned char>& frame,
+                                               unsigned long long rxNs) {
+    // A copy on the heap of exactly the frame's size: reads beyond it are seen by sanitizers.
+    std::vector<unsigned char> bytes(frame);
+    PTPMessageFactory factory;
+    std::unique_ptr<PTPMessage> message(
+        factory.getPTPMessageInstance(reinterpret_cast<ptpv2hdr_t*>(bytes.data())));
+    if (message != nullptr) {
+        message->service = &service;
+        message->rxTimestamp = toPtpTime(rxNs);
+        message->frameLength = static_cast<unsigned short>(frame.size());
+    }
+    return message;
+}
+
+unsigned int Handlers::handle(const std::vector<unsigned char>& frame, unsigned long long rxNs) {
+    return received(frame, rxNs)->processIncoming();
+}
+
+unsigned int Handlers::handleWithExtTime(const std::vector<unsigned char>& frame,
+                                         unsigned long long rxNs) {
+    platform().extTimes.push_back({});
+    return handle(frame, rxNs);
+}
+
+std::string printedBy(const std::function<void()>& action) {
+    const StdoutCapture output;
+    action();
+    return output.text();
+}
+
+int occurrences(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos;
+         at = text.find(part, at + part.size())) {
+        ++count;
+    }
+    return count;
+}
+
+void setField(std::vector<unsigned char>& message, std::size_t offset, std::size_t width,
+              unsigned long long value) {
+    for (std::size_t i = width; i-- > 0;) {
+        message.at(offset + i) = static_cast<unsigned char>(value);
+        value >>= 8;
+    }
+}
+
+void setTimestamp(std::vector<unsigned char>& message, unsigned long long ns) {
+    setField(message, 34, 6, ns / 1000000000);
+    setField(message, 40, 4, ns % 1000000000);
+}
+
+std::string image(const gPtpTimeDataStruct& record) {
+    return toHex(reinterpret_cast<const unsigned char*>(&record), sizeof record);
+}
+
+std::mt19937_64 seededGenerator() {
+    constexpr unsigned long long kUsualSeed = 88;
+    const char* const wanted = std::getenv("ZEB_TEST_SEED");
+    const unsigned long long seed =
+        wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : kUsualSeed;
+    std::cout << "ZEB_TEST_SEED=" << seed << std::endl;
+    return std::mt19937_64(seed);
+}

@@ -1,0 +1,141 @@
+#include "ptp/LinkDelay.h"
+
+#include <cmath>
+
+#include "Handlers.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+constexpr unsigned long long kSecond = 1000000000;
+
+TEST(NeighbourRateRatio, Is1WithoutAPreviousExchange) {
+    EXPECT_EQ(neighbourRateRatio(7, 0, 9, 5), 1.0L);
+    EXPECT_EQ(neighbourRateRatio(7, 5, 9, 0), 1.0L);
+}
+
+TEST(NeighbourRateRatio, IsPeerTimeOverOwnTime) {
+    EXPECT_EQ(neighbourRateRatio(3 * kSecond, kSecond, 5 * kSecond, kSecond), 0.5L);
+}
+
+TEST(NeighbourRateRatio, ReadsNegativeDifferencesAsUnsigned) {
+    EXPECT_EQ(neighbourRateRatio(4, 5, 6, 5), 18446744073709551615.0L);
+}
+
+TEST(MeanLinkDelay, IsHalfOfTheRoundTripLessTheTurnaround) {
+    EXPECT_EQ(meanLinkDelay({1000, 5000, 5300, 2300}, 1.0L), 500);
+    EXPECT_EQ(meanLinkDelay({1000, 5000, 5300, 2300}, 2.0L), 1150);
+}
+
+TEST(MeanLinkDelay, TruncatesTowardZero) {
+    EXPECT_EQ(meanLinkDelay({0, 0, 100, 103}, 1.0L), 1);
+    EXPECT_EQ(meanLinkDelay({0, 0, 100, 99}, 1.0L), 0);
+    EXPECT_EQ(meanLinkDelay({0, 0, 100, 97}, 1.0L), -1);
+}
+
+TEST(MeanLinkDelay, ReadsBothDifferencesAsSigned) {
+    EXPECT_EQ(meanLinkDelay({10, 0, 0, 4}, 1.0L), -3);
+    EXPECT_EQ(meanLinkDelay({0, 10, 4, 0}, 1.0L), 3);
+}
+
+TEST(DelayLimits, Are1And49999) {
+    EXPECT_TRUE(isDelayInLimits(1));
+    EXPECT_TRUE(isDelayInLimits(49999));
+    for (const long long delay : {0LL, -1LL, 50000LL, 1LL << 32, -(1LL << 62)}) {
+        EXPECT_FALSE(isDelayInLimits(delay)) << delay;
+    }
+}
+
+TEST(FilteredDelay, IsTheAverageAndStartsAnewFrom0) {
+    EXPECT_EQ(filteredDelay(600, 501), 550);
+    EXPECT_EQ(filteredDelay(0, 501), 501);
+    EXPECT_EQ(filteredDelay(49999, 49999), 49999);
+}
+
+struct Link {
+    double delay;       ///< own clock, ns
+    double rate;        ///< peer over own
+    double turnaround;  ///< own clock, ns
+};
+
+/** Times that two ideal clocks would stamp for a request sent at own time t1. */
+PdelayTimes exchangeAt(unsigned long long t1, const Link& link) {
+    const auto peer = [&](long double own) {
+        return static_cast<unsigned long long>(std::llroundl(5e12L + link.rate * own));
+    };
+    const long double sent = static_cast<long double>(t1);
+    return {
+        t1, peer(sent + link.delay), peer(sent + link.delay + link.turnaround),
+        static_cast<unsigned long long>(std::llroundl(sent + 2 * link.delay + link.turnaround))};
+}
+
+TEST(LinkDelayProperty, TwoExchangesFindTheDelayWithin2Ns) {
+    std::mt19937_64 random = seededGenerator();
+    std::uniform_real_distribution<double> delay(3, 49990);
+    std::uniform_real_distribution<double> ppm(-100, 100);
+    std::uniform_real_distribution<double> turnaround(0, 1e7);
+    for (int round = 0; round < 20000; ++round) {
+        const Link link{delay(random), 1 + ppm(random) * 1e-6, turnaround(random)};
+        const PdelayTimes before = exchangeAt(kSecond + random() % kSecond, link);
+        const PdelayTimes now = exchangeAt(before.t1 + kSecond, link);
+        const long double ratio = neighbourRateRatio(now.t3, before.t3, now.t4, before.t4);
+        const long long found = meanLinkDelay(now, ratio);
+        // The peer's clock counts the delay.
+        EXPECT_NEAR(static_cast<double>(found), link.delay * link.rate, 2.0)
+            << link.delay << ' ' << link.rate << ' ' << link.turnaround;
+        EXPECT_TRUE(isDelayInLimits(found)) << found;
+    }
+}
+
+TEST(TimeBaseFit, OfNoCorrectionIs0) {
+    const TimeBaseFit fit = fitTimeBase({}, {100, 200, 300});
+    EXPECT_EQ(fit.slope, 0.0);
+    EXPECT_EQ(fit.estimate, 0);
+}
+
+TEST(TimeBaseFit, OfOneCorrectionHasNoSlope) {
+    const TimeBaseFit fit = fitTimeBase({0, 700}, {5000, 4000});
+    EXPECT_EQ(fit.slope, 0.0);
+    EXPECT_EQ(fit.estimate, 4300);
+}
+
+TEST(TimeBaseFit, OfEqualTimesHasNoSlope) {
+    const TimeBaseFit fit = fitTimeBase({900, 700}, {4000, 4000});
+    EXPECT_EQ(fit.slope, 0.0);
+    EXPECT_EQ(fit.estimate, 3300);
+}
+
+TEST(TimeBaseFit, FollowsALineAndSkipsPositionsWithoutACorrection) {
+    // Twice as many ns of correction as of time; the oldest sample is the origin.
+    const TimeBaseFit fit = fitTimeBase({11000, 0, 7000, 5000, 0}, {5000, 4000, 3000, 2000, 1000});
+    EXPECT_EQ(fit.slope, 2.0);
+    EXPECT_EQ(fit.estimate, 5000 - (5000 + 2 * 3000));
+}
+
+TEST(TimeBaseFit, CountsInUnitsOf50NsTruncatedTowardZero) {
+    EXPECT_EQ(fitTimeBase({1000 + 99, 1000}, {2099, 2000}).slope, 1.0);
+    EXPECT_EQ(fitTimeBase({1000 + 100, 1000}, {2099, 2000}).slope, 2.0);
+    EXPECT_EQ(fitTimeBase({1000 - 99, 1000}, {2099, 2000}).slope, -1.0);
+}
+
+TEST(TimeBaseFit, AddsTheInterceptInNs) {
+    // x = 0, 100, 200 and y = 0, 0, 200: slope 1, intercept -100/3.
+    const TimeBaseFit fit = fitTimeBase({10100, 100, 100}, {11000, 6000, 1000});
+    EXPECT_EQ(fit.slope, 1.0);
+    EXPECT_EQ(fit.estimate, 11000 - 8433);
+}
+
+TEST(TimeBaseFit, TakesValuesOfAnySizeWithoutOverflow) {
+    std::mt19937_64 random = seededGenerator();
+    for (int round = 0; round < 2000; ++round) {
+        long long corrections[8];
+        unsigned long long times[8];
+        for (int i = 0; i < 8; ++i) {
+            corrections[i] = static_cast<long long>(random());
+            times[i] = random();
+        }
+        EXPECT_FALSE(std::isnan(fitTimeBase(corrections, times).slope));
+    }
+}
+
+}  // namespace

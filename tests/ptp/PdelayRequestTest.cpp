@@ -1,0 +1,349 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <thread>
+
+#include "Handlers.h"
+#include "base/DbgLog.h"
+#include "base/Extended80.h"
+#include "ptp/LinkDelay.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+constexpr unsigned short kPort = 3;
+const PortKey kSelf{7637207744166860LL, kPort};
+const char kReport[] =
+    "?@processIncoming(900): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
+    "clockItems[item].t1'\n";
+
+struct Exchange {
+    unsigned long long t1, t2, t3, t4;
+};
+
+class PdelayRequest : public Handlers {
+protected:
+    void request(PTPMsgPathDelayReq& message, unsigned long long t1) {
+        message.service = &service;
+        platform().phcTimes = {1700000000123456789LL};
+        platform().txTimes = {t1};
+        EXPECT_EQ(message.processOutgoing(), 1U);
+    }
+
+    std::vector<unsigned char> answer(unsigned char type, unsigned int sequenceId,
+                                      unsigned long long time, unsigned short port = kPort) {
+        std::vector<unsigned char> message = fromHex(
+            "1302003600000208000000000000000000000000022233fffe4455aa00070001057f0000000000000000"
+            "0000001b21fffeaabbcc0000");
+        message[0] = static_cast<unsigned char>(0x10 | type);
+        setField(message, 30, 2, sequenceId);
+        setTimestamp(message, time);
+        setField(message, 52, 2, port);
+        return message;
+    }
+
+    unsigned int respond(unsigned int sequenceId, unsigned long long t2, unsigned long long t4,
+                         unsigned short port = kPort) {
+        return handleWithExtTime(answer(3, sequenceId, t2, port), t4);
+    }
+
+    unsigned int followUp(unsigned int sequenceId, unsigned long long t3,
+                          unsigned short port = kPort) {
+        return handle(answer(10, sequenceId, t3, port));
+    }
+
+    /** A whole exchange of a request object; returns what its follow-up prints. */
+    std::string exchange(PTPMsgPathDelayReq& message, const Exchange& times,
+                         unsigned short port = kPort) {
+        request(message, times.t1);
+        const unsigned int sequence = clockItemOf({kSelf.first, port}).pdelaySeqNo;
+        EXPECT_EQ(respond(sequence, times.t2, times.t4, port), 1U);
+        platform().capabilities = {
+            {1700000037000000000LL, 1700000000000000000LL, 37000000000LL, 1.5L}};
+        return printedBy([&] { EXPECT_EQ(followUp(sequence, times.t3, port), 1U); });
+    }
+};
+
+TEST_F(PdelayRequest, FirstRequestStandsInTheVectors) {
+    int found = 0;
+    for (const nlohmann::json& vector : vectors("messages")) {
+        if (vector.at("name") != "Pdelay_Req as first sent, PHC 1700000000.123456789 s") {
+            continue;
+        }
+        ++found;
+        PTPMsgPathDelayReq message(vector.at("domain").get<unsigned char>(), kPort);
+        platform().sent.clear();
+        request(message, 5);
+        EXPECT_EQ(toHex(platform().sent.at(0)), vector.at("bytes"));
+    }
+    EXPECT_EQ(found, 2);
+}
+
+TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
+    ClockItemMembersType& item = clockItemOf(kSelf);
+    item.t1.ns = item.t2.ns = item.t3.ns = item.t4.ns = 9;
+    item.prev_t3.ns = 8;
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000000000000ULL);
+    EXPECT_EQ(item.t1.ns, 1000000000000ULL);
+    EXPECT_EQ(item.t2.ns + item.t3.ns + item.t4.ns, 0U);
+    EXPECT_EQ(item.prev_t3.ns, 8U);
+    EXPECT_EQ(item.pdelaySeqNo, 1U);
+    EXPECT_EQ(item.measuredDelay, 600);
+}
+
+TEST_F(PdelayRequest, CounterAndPresetFollowTheVectors) {
+    platform().answersEverything = true;
+    PTPMsgPathDelayReq message(0, kPort);
+    message.service = &service;
+    int requests = 0;
+    for (const nlohmann::json& vector : vectors("pdelay_sequence_counter")) {
+        for (; requests < vector.at("requests").get<int>(); ++requests) {
+            clockItemOf(kSelf).measuredDelay = 1;
+            message.processOutgoing();
+        }
+        const ClockItemMembersType& item = clockItemOf(kSelf);
+        EXPECT_EQ(item.pdelaySeqNo, vector.at("sequenceId").get<unsigned int>()) << vector;
+        EXPECT_EQ(item.measuredDelay == 600, vector.at("preset600").get<bool>()) << vector;
+        EXPECT_EQ(wire::load16(&platform().sent.back().at(30)), item.pdelaySeqNo) << vector;
+    }
+}
+
+TEST_F(PdelayRequest, DelaysFollowTheVectors) {
+    constexpr std::size_t kOnePort = 5;
+    const nlohmann::json& all = vectors("pdelay_requester");
+    PTPMsgPathDelayReq samePort(0, kPort);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const nlohmann::json& times = all[i].at("t1..t4");
+        const auto port = static_cast<unsigned short>(i < kOnePort ? kPort : 100 + i);
+        PTPMsgPathDelayReq ownPort(0, port);
+        record.linkDelay = i < kOnePort ? record.linkDelay : 0;
+        const std::string output =
+            exchange(i < kOnePort ? samePort : ownPort,
+                     {toU64(times[0]), toU64(times[1]), toU64(times[2]), toU64(times[3])}, port);
+        const nlohmann::json& out = all[i].at("out");
+        EXPECT_EQ(clockItemOf({kSelf.first, port}).measuredDelay,
+                  out.at("measuredDelay").get<int>())
+            << all[i];
+        EXPECT_EQ(record.linkDelay, toS64(out.at("record0"))) << all[i];
+        EXPECT_EQ(occurrences(output, "out of limits"), out.at("accepted").get<bool>() ? 0 : 1)
+            << all[i];
+    }
+}
+
+TEST_F(PdelayRequest, PureResultsFollowTheVectors) {
+    Exchange before{};
+    for (const nlohmann::json& vector : vectors("pdelay_requester")) {
+        const nlohmann::json& times = vector.at("t1..t4");
+        const PdelayTimes now{toU64(times[0]), toU64(times[1]), toU64(times[2]), toU64(times[3])};
+        // Ports of their own start at the same time again.
+        before = now.t1 > before.t1 ? before : Exchange{};
+        const long double ratio = neighbourRateRatio(now.t3, before.t3, now.t4, before.t4);
+        const nlohmann::json& out = vector.at("out");
+        EXPECT_EQ(toX87(ratio), out.at("ratio").at("x87")) << vector;
+        EXPECT_EQ(meanLinkDelay(now, ratio), toS64(out.at("delay"))) << vector;
+        EXPECT_EQ(isDelayInLimits(toS64(out.at("delay"))), out.at("accepted").get<bool>());
+        before = {now.t1, now.t2, now.t3, now.t4};
+    }
+}
+
+TEST_F(PdelayRequest, LogsAnAcceptedDelay) {
+    PTPMsgPathDelayReq message(0, kPort);
+    const std::string output =
+        exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
+    EXPECT_EQ(occurrences(output, "[INFO] "), 3);
+    EXPECT_EQ(occurrences(output, ">neighborRateRatio : 1.000000\n"), 1);
+    EXPECT_EQ(occurrences(output,
+                          ">[eth1:] T4-T1=1000000101000-1000000000000 (101000) | "
+                          "T3-T2=5000000100500-5000000000500 (100000) \n"),
+              1);
+    EXPECT_EQ(occurrences(output, ">[eth1:] Measured delay: 550\n"), 1);
+}
+
+TEST_F(PdelayRequest, LogsARejectedDelay) {
+    PTPMsgPathDelayReq message(0, kPort);
+    const std::string output =
+        exchange(message, {1000000000000, 2000000000000, 2000000100000, 1000000200000});
+    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
+    EXPECT_EQ(occurrences(output,
+                          ">[eth1:] # T4-T1=1000000200000-1000000000000 (200000) | "
+                          "T3-T2=2000000100000-2000000000000 (100000)  | Round trip delay or "
+                          "negative: 50000 is out of limits\n"),
+              1);
+}
+
+TEST_F(PdelayRequest, ARejectionMakesTheNextDelayStandAlone) {
+    PTPMsgPathDelayReq message(0, kPort);
+    exchange(message, {1000000000000, 2000000000000, 2000000100000, 1000000100000});
+    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 0);
+    exchange(message, {1001000000000, 2001000000400, 2001000100400, 1001000100800});
+    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 399);
+    EXPECT_EQ(record.linkDelay, 399);
+}
+
+TEST_F(PdelayRequest, PublishesTheTimesOfTheExchange) {
+    PTPMsgPathDelayReq message(0, kPort);
+    exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
+    EXPECT_EQ(record.pdelayT3, 5000000100500U);
+    EXPECT_EQ(record.pdelayPhcTime, 1700000000000000000U);
+    EXPECT_EQ(record.pdelaySystemTime, 1700000037000000000U);
+    EXPECT_EQ(record.pdelayOffset, 37000000000);
+    EXPECT_EQ(loadExtended(record.pdelayRatio), 1.5L);
+    EXPECT_EQ(loadExtended(record.fitSlope), 0.0L);
+    EXPECT_EQ(record.fitEstimate, 0);
+    EXPECT_EQ(record.incompletePdelay, 0U);
+}
+
+TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
+    PTPMsgPathDelayReq message(0, kPort);
+    const long long corrections[] = {5000, 105000, 205000};
+    for (int i = 0; i < 3; ++i) {
+        const unsigned long long t1 = 1000000000ULL + 100000ULL * i;
+        request(message, t1);
+        respond(i + 1, 7000, t1 + 50000);
+        std::vector<unsigned char> late = answer(10, i + 1, 56000);
+        setField(late, 8, 8, static_cast<unsigned long long>(corrections[i]));
+        platform().capabilities = {{}};
+        printedBy([&] { handle(late); });
+    }
+    EXPECT_EQ(loadExtended(record.fitSlope), 1.0L);
+    EXPECT_EQ(record.fitEstimate, 1000250000 - 205000);
+}
+
+TEST_F(PdelayRequest, KeepsTheExchangeForTheNextRatioAndClearsIt) {
+    PTPMsgPathDelayReq message(0, kPort);
+    exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
+    const ClockItemMembersType& item = clockItemOf(kSelf);
+    EXPECT_EQ(item.prev_t1.ns, 1000000000000U);
+    EXPECT_EQ(item.prev_t2.ns, 5000000000500U);
+    EXPECT_EQ(item.prev_t3.ns, 5000000100500U);
+    EXPECT_EQ(item.prev_t4.ns, 1000000101000U);
+    EXPECT_EQ(item.t1.ns, 1000000000000U);
+    EXPECT_EQ(item.t2.ns, 0U);
+    EXPECT_EQ(item.t4.ns, 0U);
+}
+
+class PdelayResponse : public PdelayRequest {};
+
+TEST_F(PdelayResponse, NotesItsSenderAndBothClocks) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    platform().extTimes = {{111, 222}};
+    EXPECT_EQ(handle(answer(3, 1, 5000), 2000), 1U);
+    const ClockItemMembersType& item = clockItemOf(kSelf);
+    EXPECT_EQ(item.respPortNumber, 7);
+    EXPECT_EQ(item.extTime1, 111U);
+    EXPECT_EQ(item.extTime2, 222U);
+    EXPECT_EQ(item.t2.ns, 5000U);
+    EXPECT_EQ(item.t4.ns, 2000U);
+}
+
+TEST_F(PdelayResponse, OfAnotherSequenceIsReportedAndIgnored) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    const std::string output = printedBy([&] { EXPECT_EQ(respond(9, 5000, 2000), 0U); });
+    EXPECT_EQ(occurrences(output, "[ERROR] "), 2);
+    EXPECT_LT(output.find(">clockItems[item].pdelaySeqNo: 1\n"),
+              output.find(">ptpdata->sequenceId: 9\n"));
+    EXPECT_EQ(clockItemOf(kSelf).t2.ns, 0U);
+    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 0U);
+    EXPECT_EQ(clockItemOf(kSelf).respPortNumber, 7);
+}
+
+TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    EXPECT_EQ(respond(1, 5000, 2000), 1U);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 6000, 3000), 0U); }), "");
+    EXPECT_EQ(clockItemOf(kSelf).t2.ns, 5000U);
+    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 2000U);
+}
+
+TEST_F(PdelayResponse, BeforeItsRequestTakesTheRequestTimeAtTraceLevel0) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); }), "");
+    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 1000U);
+}
+
+TEST_F(PdelayResponse, AtTheTimeOfItsRequestIsNotReported) {
+    DbgTraceLevel = 1;
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 5000, 1000), 1U); }), "");
+}
+
+TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
+    DbgTraceLevel = 1;
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    const StdoutCapture output;
+    std::thread handler([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); });
+    EXPECT_TRUE(output.await(kReport, 3));
+    __atomic_store_n(&DbgTraceLevel, 0, __ATOMIC_RELAXED);
+    handler.join();
+    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 1000U);
+}
+
+TEST_F(PdelayResponse, BeforeItsRequestHoldsTheProcessUntilItIsKilled) {
+    DbgTraceLevel = 2;
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    const StdoutCapture output;
+    const pid_t child = fork();
+    if (child == 0) {
+        respond(1, 5000, 999);
+        _exit(0);
+    }
+    EXPECT_TRUE(output.await(kReport, 3));
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);
+    kill(child, SIGKILL);
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+class PdelayFollowUp : public PdelayRequest {};
+
+TEST_F(PdelayFollowUp, WithoutAResponseCountsAsIncomplete) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 1000);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(followUp(1, 6000), 0U); }), "");
+    EXPECT_EQ(record.incompletePdelay, 1U);
+    EXPECT_EQ(clockItemOf(kSelf).t3.ns, 6000U);
+    EXPECT_EQ(clockItemOf(kSelf).prev_t3.ns, 0U);
+    EXPECT_EQ(record.pdelayT3, 0U);
+}
+
+TEST_F(PdelayFollowUp, ASecondOneCountsAsIncomplete) {
+    PTPMsgPathDelayReq message(0, kPort);
+    exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
+    EXPECT_EQ(followUp(1, 5000000100500), 0U);
+    EXPECT_EQ(record.incompletePdelay, 1U);
+    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 550);
+}
+
+TEST_F(PdelayFollowUp, BeforeTheTransmitTimeWaits100MicrosecondsOnce) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 0);
+    respond(1, 5000, 2000);
+    platform().sleeps = {nullptr};
+    EXPECT_EQ(followUp(1, 6000), 0U);
+    EXPECT_EQ(platform().lastSleep, 100U);
+    EXPECT_EQ(record.incompletePdelay, 1U);
+}
+
+TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 0);
+    respond(1, 5000, 2000);
+    platform().sleeps = {[] { clockItemOf(kSelf).t1.ns = 1000; }};
+    platform().capabilities = {{}};
+    printedBy([&] { EXPECT_EQ(followUp(1, 5400), 1U); });
+    EXPECT_EQ(record.incompletePdelay, 0U);
+    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 450);
+}
+
+}  // namespace

@@ -1,0 +1,344 @@
+#include <cmath>
+#include <cstring>
+
+#include "Handlers.h"
+#include "base/Extended80.h"
+#include "ptp/ReferenceRecord.h"
+#include "ptp/SyncEstimate.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+const PortKey kMaster{7637207744166860LL, 3};
+
+class SyncReceive : public Handlers {};
+
+std::vector<unsigned char> syncMessage(unsigned int sequenceId) {
+    std::vector<unsigned char> message = fromHex(
+        "1002002c00000208000000000000000000000000001b21fffeaabbcc0003000000fd0000000000000000"
+        "0000");
+    setField(message, 30, 2, sequenceId);
+    return message;
+}
+
+std::vector<unsigned char> followUpMessage(unsigned int sequenceId, unsigned long long t1) {
+    std::vector<unsigned char> message = fromHex(
+        "1802004c00000008000000000000000000000000001b21fffeaabbcc0003000002fd0000000000000000"
+        "00000003001c0080c200000100000000000000000000000000000000000000000000");
+    setField(message, 30, 2, sequenceId);
+    setTimestamp(message, t1);
+    return message;
+}
+
+/** What the handlers print and return for a Sync with one byte changed. */
+struct Refusal {
+    unsigned int result;
+    std::string output;
+};
+
+class SyncChecks : public Handlers {
+protected:
+    Refusal refuse(std::size_t offset, unsigned char value) {
+        std::vector<unsigned char> message = syncMessage(1);
+        message.at(offset) = value;
+        return refuse(message);
+    }
+
+    Refusal refuse(const std::vector<unsigned char>& message) {
+        Refusal refusal{};
+        refusal.output = printedBy([&] { refusal.result = handle(message, 1000); });
+        EXPECT_EQ(refusal.result, 0U);
+        EXPECT_EQ(record.rejectedSync, 1U);
+        EXPECT_EQ(record.acceptedSync, 0U);
+        EXPECT_TRUE(clockItems.empty());
+        return refusal;
+    }
+};
+
+TEST_F(SyncChecks, TransportBitComesBeforeTheVersion) {
+    std::vector<unsigned char> message = syncMessage(1);
+    message[0] = 0x00;
+    message[1] = 0x07;
+    const std::string output = refuse(message).output;
+    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
+    EXPECT_EQ(occurrences(output, ">Wrong transport specific bit 0x0 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, VersionIsTheWholeByte) {
+    EXPECT_EQ(occurrences(refuse(1, 0x12).output, ">Wrong PTP version 18 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, VersionComesBeforeTheLength) {
+    std::vector<unsigned char> message = syncMessage(1);
+    message[1] = 1;
+    message[3] = 43;
+    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong PTP version 1 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, LengthBelow44) {
+    EXPECT_EQ(occurrences(refuse(3, 43).output, ">Wrong message length 43 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, LengthComesBeforeTheControl) {
+    std::vector<unsigned char> message = syncMessage(1);
+    message[3] = 40;
+    message[32] = 2;
+    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong message length 40 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, ControlOtherThan0) {
+    EXPECT_EQ(occurrences(refuse(32, 0xFF).output, ">Wrong control 0xff ...\n"), 1);
+}
+
+TEST_F(SyncChecks, ControlComesBeforeTheDomain) {
+    std::vector<unsigned char> message = syncMessage(1);
+    message[32] = 1;
+    message[4] = 16;
+    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong control 0x1 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, DomainAbove15) {
+    EXPECT_EQ(occurrences(refuse(4, 16).output, ">Invalid domain number received:16 ...\n"), 1);
+}
+
+TEST_F(SyncChecks, ForeignDomainCountsAsRejectedWithoutALogLine) {
+    block.cfg.Domain = 1;
+    EXPECT_EQ(refuse(4, 0).output, "");
+}
+
+TEST_F(SyncReceive, TakesAnyTransportThatHasTheBit) {
+    std::vector<unsigned char> message = syncMessage(1);
+    message[0] = 0xF0;
+    EXPECT_EQ(handleWithExtTime(message, 1000), 1U);
+}
+
+TEST_F(SyncReceive, MastersIgnoreItWithoutCounting) {
+    block.cfg.role = 1;
+    const std::string before = image(record);
+    EXPECT_EQ(handle(syncMessage(1), 1000), 0U);
+    EXPECT_EQ(image(record), before);
+    EXPECT_TRUE(clockItems.empty());
+}
+
+TEST_F(SyncReceive, StoresReceiveTimeAndSequenceId) {
+    block.cfg.Domain = 4;
+    std::vector<unsigned char> message = syncMessage(0xFEDC);
+    message[4] = 4;
+    EXPECT_EQ(handleWithExtTime(message, 1700000000000001550ULL), 1U);
+    const ClockItemMembersType& item = clockItems.at(kMaster);
+    EXPECT_EQ(item.syncReceiveTime.ns, 1700000000000001550ULL);
+    EXPECT_EQ(item.localTimes.entries[0].ns, 1700000000000001550ULL);
+    EXPECT_EQ(item.syncSequenceId, 0xFEDC);
+    EXPECT_EQ(record.sequenceId, 0xFEDCU);
+    EXPECT_EQ(record.acceptedSync, 1U);
+    EXPECT_EQ(record.rejectedSync, 0U);
+}
+
+TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
+    clockItemOf(kMaster).originTime.ns = 5;
+    clockItemOf(kMaster).masterTimes.entries[0].ns = 6;
+    clockItemOf(kMaster).masterTimes.entries[1].ns = 7;
+    handleWithExtTime(syncMessage(1), 1000);
+    EXPECT_EQ(clockItemOf(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, 0U);
+    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[1].ns, 7U);
+}
+
+/** One Sync and Follow_Up of a vector and what they leave behind. */
+class SlaveSequence : public Handlers {
+protected:
+    /** P, S and G stand in the vector; without them the other clock is read as of the Sync. */
+    void prepareLocalClock(const nlohmann::json& pair) {
+        constexpr long long kSystemOffset = 37000000000;
+        constexpr long long kReadLater = 3000000;
+        const bool given = pair.contains("P");
+        const long long phc = given ? toS64(pair.at("P")) : toS64(pair.at("t2")) + kReadLater;
+        const long long offset = given ? toS64(pair.at("S")) : kSystemOffset;
+        platform().capabilities = {
+            {phc + offset, phc, offset, given ? fromX87(pair.at("G")) : 1.0L}};
+    }
+
+    std::vector<unsigned char> followUpOf(const nlohmann::json& pair) {
+        std::vector<unsigned char> message =
+            followUpMessage(pair.at("sequenceId"), toU64(pair.at("t1")));
+        if (pair.contains("correctionField")) {
+            setField(message, 8, 8,
+                     static_cast<unsigned long long>(toS64(pair.at("correctionField"))));
+            setField(message, 54, 4, pair.at("cumulativeScaledRateOffset").get<unsigned int>());
+        }
+        return message;
+    }
+
+    /** Returns what is printed. */
+    std::string play(const nlohmann::json& pair) {
+        if (pair.contains("record0 before")) {
+            record.linkDelay = toS64(pair.at("record0 before"));
+        }
+        if (pair.at("out").at("stage") == "computed") {
+            prepareLocalClock(pair);
+        }
+        return printedBy([&] {
+            EXPECT_EQ(handleWithExtTime(syncMessage(pair.at("sequenceId")), toU64(pair.at("t2"))),
+                      1U);
+            EXPECT_EQ(handleWithExtTime(followUpOf(pair)), 1U);
+        });
+    }
+
+    void expectHistory(const TimestampHistory& history, const nlohmann::json& expected) {
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            EXPECT_EQ(history.entries[i].ns, toU64(expected[i])) << i;
+        }
+    }
+
+    void expectOutcome(const nlohmann::json& pair, const std::string& output) {
+        const nlohmann::json& out = pair.at("out");
+        if (out.at("stage") == "computed") {
+            EXPECT_EQ(image(record), out.at("recordImage")) << pair;
+            EXPECT_EQ(occurrences(output, "frequency offset out of range ... "),
+                      out.at("inRange").get<bool>() ? 0 : 1)
+                << pair;
+            EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(out.at("M"))) << pair;
+        }
+        if (pair.contains("A")) {
+            expectHistory(clockItemOf(kMaster).masterTimes, pair.at("A"));
+            expectHistory(clockItemOf(kMaster).localTimes, pair.at("B"));
+        }
+    }
+};
+
+TEST_F(SlaveSequence, PublishesWhatEveryVectorTells) {
+    for (const nlohmann::json& pair : vectors("slave_sequence")) {
+        expectOutcome(pair, play(pair));
+    }
+}
+
+TEST_F(SlaveSequence, OfClocksWithDifferentEpochsIsUsefulFromTheThirdPairOn) {
+    for (const nlohmann::json& pair : vectors("slave_sequence_other_epoch")) {
+        expectOutcome(pair, play(pair));
+    }
+}
+
+TEST_F(SlaveSequence, FirstPairOnlyPrimes) {
+    const nlohmann::json& first = vectors("slave_sequence").at(0);
+    EXPECT_EQ(clockItemOf(kMaster).initialised, 0U);
+    play(first);
+    EXPECT_EQ(clockItemOf(kMaster).initialised, 1U);
+    EXPECT_EQ(clockItemOf(kMaster).originTime.ns, toU64(first.at("t1")));
+    EXPECT_EQ(record.originTime, 0U);
+    EXPECT_EQ(record.localTime, 0U);
+    EXPECT_EQ(record.acceptedSync, 1U);
+}
+
+TEST_F(SlaveSequence, OutOfRangeLineNamesMasterTimeLocalTimeCorrectionAndRatio) {
+    const nlohmann::json& pairs = vectors("slave_sequence_other_epoch");
+    play(pairs.at(0));
+    const std::string output = play(pairs.at(1));
+    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
+    EXPECT_EQ(occurrences(output,
+                          ">frequency offset out of range ... t1: 1700000000125000000 t2: "
+                          "5125000000 correction: 0 ml_freqoffset: 331707317.097561 \n"),
+              1);
+}
+
+TEST_F(SlaveSequence, NotesTheReferencePairOfEverySampleInRangeOrNot) {
+    const nlohmann::json& pairs = vectors("slave_sequence_other_epoch");
+    play(pairs.at(0));
+    EXPECT_EQ(referenceRecord.hardwareTime[0], 0U);
+    play(pairs.at(1));
+    const nlohmann::json& out = pairs.at(1).at("out");
+    const long long cpuTime = static_cast<long long>(referenceRecord.cpuTime[0]);
+    EXPECT_NE(cpuTime, 0);
+    EXPECT_EQ(
+        referenceRecord.hardwareTime[0],
+        referenceTime(5128000000, toS64(out.at("O")), 37000000000, fromX87(out.at("q")), cpuTime));
+    EXPECT_EQ(referenceRecord.hardwareTime[1], 0U);
+}
+
+TEST_F(SlaveSequence, ARepeatedFollowUpLeavesRateAndOffset) {
+    const nlohmann::json& pairs = vectors("slave_sequence");
+    const nlohmann::json& expected = vectors("duplicate_follow_up").at(0);
+    for (int i = 0; i < 3; ++i) {
+        play(pairs.at(i));
+    }
+    prepareLocalClock(pairs.at(2));
+    const std::string output =
+        printedBy([&] { EXPECT_EQ(handleWithExtTime(followUpOf(pairs.at(2))), 1U); });
+    EXPECT_EQ(occurrences(output, "frequency offset out of range ... "), 1);
+    const nlohmann::json& kept = expected.at("after three pairs");
+    EXPECT_EQ(toHex(record.rateRatio1, 10), kept.at("record36").at("x87"));
+    EXPECT_EQ(record.masterOffset, toS64(kept.at("record20")));
+}
+
+TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
+    const nlohmann::json& vector = vectors("negative_fixed_delay").at(0);
+    clockItemOf(kMaster).initialised = 1;
+    record.linkDelay = toS64(vector.at("field0"));
+    handleWithExtTime(syncMessage(1), 1700000000000001550ULL);
+    platform().capabilities = {{}};
+    printedBy([&] { handleWithExtTime(followUpMessage(1, toU64(vector.at("t1")))); });
+    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(vector.at("M")));
+}
+
+TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
+    clockItemOf(kMaster).initialised = 1;
+    clockItemOf(kMaster).spareTimes.entries[0].ns = 11;
+    clockItemOf(kMaster).spareTimes.entries[6].ns = 66;
+    handleWithExtTime(syncMessage(1), 1000);
+    platform().capabilities = {{}};
+    printedBy([&] { handleWithExtTime(followUpMessage(1, 1000)); });
+    EXPECT_EQ(clockItemOf(kMaster).spareTimes.entries[1].ns, 11U);
+    EXPECT_EQ(clockItemOf(kMaster).spareTimes.entries[7].ns, 66U);
+}
+
+class FollowUpReceive : public Handlers {};
+
+TEST_F(FollowUpReceive, OfAnotherSequenceIdLeavesAllTimes) {
+    handleWithExtTime(syncMessage(7), 1000);
+    const std::string before = image(record);
+    EXPECT_EQ(handleWithExtTime(followUpMessage(8, 5000)), 1U);
+    EXPECT_EQ(image(record), before);
+    const ClockItemMembersType& item = clockItems.at(kMaster);
+    EXPECT_EQ(item.originTime.ns, 0U);
+    EXPECT_EQ(item.masterTimes.entries[0].ns, 0U);
+    EXPECT_EQ(item.localTimes.entries[0].ns, 1000U);
+    EXPECT_EQ(item.initialised, 0U);
+}
+
+TEST_F(FollowUpReceive, WithoutASyncLeavesAllTimes) {
+    EXPECT_EQ(handleWithExtTime(followUpMessage(0xFFFF, 5000)), 1U);
+    EXPECT_EQ(clockItems.at(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(image(record), std::string(472, '0'));
+}
+
+TEST_F(FollowUpReceive, NotesTheMillisecondOfItsArrival) {
+    const auto millisecond = [] {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return static_cast<int>(now.tv_nsec / 1000000);
+    };
+    clockItemOf(kMaster).arrivalMark = -1;
+    const int before = millisecond();
+    handleWithExtTime(followUpMessage(1, 5000));
+    const int after = millisecond();
+    const int mark = clockItemOf(kMaster).arrivalMark;
+    EXPECT_LE((mark - before + 1000) % 1000, (after - before + 1000) % 1000);
+}
+
+TEST_F(FollowUpReceive, OnAMasterFindsNoSyncAndStops) {
+    block.cfg.role = 1;
+    handle(syncMessage(1), 1000);
+    EXPECT_EQ(handleWithExtTime(followUpMessage(1, 5000)), 1U);
+    EXPECT_EQ(image(record), std::string(472, '0'));
+}
+
+TEST_F(FollowUpReceive, MastersAreKeptApart) {
+    handleWithExtTime(syncMessage(1), 1000);
+    std::vector<unsigned char> other = followUpMessage(1, 5000);
+    setField(other, 28, 2, 4);
+    handleWithExtTime(other);
+    EXPECT_EQ(clockItems.size(), 2U);
+    EXPECT_EQ(clockItems.at(kMaster).initialised, 0U);
+    EXPECT_EQ(clockItems.at(PortKey(kMaster.first, 4)).initialised, 0U);
+}
+
+}  // namespace

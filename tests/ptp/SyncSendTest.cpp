@@ -1,0 +1,255 @@
+#include <cstring>
+#include <stdexcept>
+
+#include "Handlers.h"
+#include "base/Extended80.h"
+#include "ptp/ReferenceRecord.h"
+#include "tests/support/Vectors.h"
+#include "timebase/PartialRegressionLine.h"
+
+namespace {
+
+constexpr unsigned long long kTx = 1700000000987654321ULL;
+constexpr unsigned short kPort = 3;
+
+class SyncSend : public Handlers {
+protected:
+    SyncSend() {
+        block.cfg.role = 1;
+        block.cfg.TxMode = 1;
+    }
+
+    /** Sends one Sync and its Follow_Up, the Sync stamped with txNs. */
+    void send(PTPMsgSync& sync, unsigned long long txNs = kTx) {
+        sync.service = &service;
+        platform().txTimes = {txNs, txNs + 90000};
+        platform().phcTimes = {1700000000125400000LL};
+        platform().capabilities = {
+            {1700000037125500123LL, 1700000000125500000LL, 37000000123LL, 1}};
+        printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
+    }
+
+    /** preciseOriginTimestamp of the Follow_Up to a Sync sent at txNs. */
+    std::string originTimestamp(unsigned long long txNs, long long softOffset) {
+        record.softOffset = softOffset;
+        PTPMsgSync sync(0, kPort);
+        send(sync, txNs);
+        return toHex(&platform().sent.at(1).at(34), 10);
+    }
+};
+
+class AnnounceSend : public Handlers {};
+class FollowUpSend : public Handlers {};
+
+/** Bytes of one of the messages that stand in the vectors, by name and domain. */
+std::string expectedMessage(const std::string& name, unsigned char domain) {
+    for (const nlohmann::json& vector : vectors("messages")) {
+        if (vector.at("name") == name && vector.value("domain", -1) == domain) {
+            return vector.at("bytes");
+        }
+    }
+    ADD_FAILURE() << "no message '" << name << "'";
+    return {};
+}
+
+TEST_F(SyncSend, TemplateAndFirstSync) {
+    for (const unsigned char domain : {0, 5}) {
+        PTPMsgSync sync(domain, kPort);
+        EXPECT_EQ(toHex(sync.data(), 44),
+                  expectedMessage("Sync template before the first send", domain));
+        platform().sent.clear();
+        send(sync);
+        EXPECT_EQ(toHex(platform().sent.at(0)), expectedMessage("Sync as first sent", domain));
+    }
+}
+
+TEST_F(SyncSend, FollowUpGoesOutAfterTheSyncWithItsTransmitTime) {
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    ASSERT_EQ(platform().sent.size(), 2U);
+    EXPECT_EQ(toHex(platform().sent[1]),
+              "1802004c00000008000000000000000000000000001b21fffeaabbcc0003000102fd00006553f1003ade"
+              "68b10003001c0080c200000100000000000000000000000000000000000000000000");
+}
+
+TEST_F(SyncSend, FollowUpNamesTheConfiguredDomain) {
+    block.cfg.Domain = 9;
+    PTPMsgSync sync(9, kPort);
+    send(sync);
+    EXPECT_EQ(platform().sent.at(0).at(4), 9);
+    EXPECT_EQ(platform().sent.at(1).at(4), 9);
+}
+
+TEST_F(SyncSend, CarriesTheSoftOffsetIntoTheSeconds) {
+    EXPECT_EQ(originTimestamp(5999999999ULL, 2), "00000000000600000001");
+}
+
+TEST_F(SyncSend, BorrowsFromTheSecondsForANegativeSoftOffset) {
+    EXPECT_EQ(originTimestamp(6000000001ULL, -2), "0000000000053b9ac9ff");
+}
+
+TEST_F(SyncSend, SendsNothingAndLogsNothingInTxMode0) {
+    block.cfg.TxMode = 0;
+    PTPMsgSync sync(0, kPort);
+    sync.service = &service;
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); }), "");
+    EXPECT_TRUE(platform().sent.empty());
+    EXPECT_EQ(record.sequenceId, 0U);
+}
+
+TEST_F(SyncSend, SendsNothingAndReportsAnUnknownTxMode) {
+    block.cfg.TxMode = 0x1F;
+    PTPMsgSync sync(0, kPort);
+    sync.service = &service;
+    const std::string output = printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
+    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
+    EXPECT_EQ(occurrences(output, ">Wrong configuration TxMode 0x1f ...\n"), 1);
+    EXPECT_TRUE(platform().sent.empty());
+}
+
+TEST_F(SyncSend, EverySentSyncPrintsTheTxModeLine) {
+    PTPMsgSync sync(0, kPort);
+    sync.service = &service;
+    platform().txTimes = {1, 2};
+    platform().phcTimes = {3};
+    platform().capabilities = {{4, 5, 6, 1}};
+    const std::string output = printedBy([&] { sync.processOutgoing(); });
+    EXPECT_EQ(occurrences(output, "\n"), 1);
+    EXPECT_EQ(occurrences(output, "<ptp/SyncSend.cpp/"), 1);
+    EXPECT_EQ(occurrences(output, "->processOutgoing()>Wrong configuration TxMode 0x1 ...\n"), 1);
+}
+
+TEST_F(SyncSend, SequenceCounter65535IsFollowedBy0) {
+    PTPMsgSync sync(0, kPort);
+    sync.service = &service;
+    platform().answersEverything = true;
+    printedBy([&] {
+        for (int i = 0; i < 65535; ++i) {
+            sync.processOutgoing();
+            platform().sent.clear();
+        }
+    });
+    EXPECT_EQ(record.sequenceId, 65535U);
+    platform().sent.clear();
+    printedBy([&] { sync.processOutgoing(); });
+    EXPECT_EQ(toHex(&platform().sent.at(0).at(30), 2), "0000");
+    EXPECT_EQ(toHex(&platform().sent.at(1).at(30), 2), "0000");
+    EXPECT_EQ(record.sequenceId, 0U);
+}
+
+TEST_F(SyncSend, PublishesTheMasterRecord) {
+    for (const nlohmann::json& vector : vectors("master_record")) {
+        record.masterOffset = 99;
+        PTPMsgSync sync(0, kPort);
+        send(sync);
+        EXPECT_EQ(image(record), vector.at("image")) << vector;
+    }
+}
+
+TEST_F(SyncSend, KeepsTheSoftOffsetAndTheLinkDelayOfTheRecord) {
+    record.softOffset = 1234;
+    record.linkDelay = 77;
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    EXPECT_EQ(record.softOffset, 1234);
+    EXPECT_EQ(record.linkDelay, 77);
+}
+
+TEST_F(SyncSend, PublishesTheInverseSlopeOfTheFittedLine) {
+    slope_mZ = 2;
+    slope_mN = 3;
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    slope_mZ = 1;
+    slope_mN = 1;
+    EXPECT_EQ(loadExtended(record.rateRatio1), 1.5L);
+    EXPECT_EQ(toHex(record.rateRatio1 + 10, 2), "0000");
+}
+
+TEST_F(SyncSend, NotesTheClockReadingInTheSecondReferencePair) {
+    PTPMsgSync sync(0, kPort);
+    const auto before = static_cast<unsigned long long>(processCpuTimeNs());
+    send(sync);
+    EXPECT_EQ(referenceRecord.hardwareTime[1], 1700000000125400000ULL);
+    EXPECT_GE(static_cast<int>(static_cast<unsigned>(referenceRecord.cpuTime[1] - before)), 0);
+    EXPECT_EQ(referenceRecord.hardwareTime[0], 0U);
+    EXPECT_EQ(referenceRecord.cpuTime[0], 0U);
+}
+
+/** Whether a Follow_Up carries nothing behind the information TLV. */
+bool isPlain(const nlohmann::json& vector) {
+    return vector.at("mask") == 0;
+}
+
+TEST_F(FollowUpSend, IsBuiltAsEveryVectorTells) {
+    int built = 0;
+    for (const nlohmann::json& vector : vectors("follow_up")) {
+        if (!isPlain(vector)) {
+            continue;
+        }
+        ++built;
+        const auto domain = vector.at("domain").get<unsigned char>();
+        record.softOffset = toS64(vector.at("softOffset"));
+        std::vector<unsigned char> sent = fromHex(expectedMessage("Sync as first sent", 0));
+        setField(sent, 30, 2, vector.at("sequenceId").get<unsigned int>());
+        const std::unique_ptr<PTPMessage> sync = received(sent);
+        PTPMsgFollowUp followUp(domain);
+        followUp.service = &service;
+        ptp_time_t tx = toPtpTime(toU64(vector.at("txTimestamp")));
+        EXPECT_EQ(followUp.processOutgoing(sync.get(), &tx), 1U);
+        EXPECT_EQ(toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()),
+                  vector.at("message"))
+            << vector;
+    }
+    EXPECT_GE(built, 1);
+}
+
+TEST_F(FollowUpSend, HandsTheDistributedTimeBack) {
+    record.softOffset = -1700000000LL * 1000000000LL;
+    PTPMsgSync sync(0, kPort);
+    PTPMsgFollowUp followUp(0);
+    followUp.service = &service;
+    ptp_time_t tx = {1700000007, 5};
+    followUp.processOutgoing(&sync, &tx);
+    EXPECT_EQ(tx.seconds, 7U);
+    EXPECT_EQ(tx.nanoseconds, 5U);
+}
+
+TEST_F(FollowUpSend, NeedsAnInterfaceName) {
+    PTPMsgSync sync(0, kPort);
+    PTPMsgFollowUp followUp(0);
+    ptp_time_t tx{};
+    try {
+        followUp.processOutgoing(&sync, &tx);
+        FAIL() << "no exception";
+    } catch (const std::logic_error& error) {
+        EXPECT_STREQ(error.what(), "basic_string: construction from null is not valid");
+    }
+}
+
+TEST_F(AnnounceSend, TemplateAndFirstAnnounce) {
+    for (const unsigned char domain : {0, 5}) {
+        PTPMsgAnnounce announce(domain, kPort);
+        announce.service = &service;
+        EXPECT_EQ(toHex(announce.data(), 76),
+                  expectedMessage("Announce template before the first send", domain));
+        platform().txTimes = {1};
+        platform().sent.clear();
+        EXPECT_EQ(announce.processOutgoing(), 1U);
+        EXPECT_EQ(toHex(platform().sent.at(0)), expectedMessage("Announce as first sent", domain));
+    }
+}
+
+TEST_F(AnnounceSend, CountsItsOwnSequence) {
+    PTPMsgAnnounce announce(0, kPort);
+    announce.service = &service;
+    platform().answersEverything = true;
+    for (int i = 0; i < 65536; ++i) {
+        announce.processOutgoing();
+    }
+    EXPECT_EQ(toHex(&platform().sent.at(0).at(30), 2), "0001");
+    EXPECT_EQ(toHex(&platform().sent.at(65534).at(30), 2), "ffff");
+    EXPECT_EQ(toHex(&platform().sent.at(65535).at(30), 2), "0000");
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+#include "ptp/clockitems.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+namespace {
+
+bool isZero(const TimestampHistory& history) {
+    return std::all_of(std::begin(history.entries), std::end(history.entries),
+                       [](const TimestampRecord& entry) { return entry.ns == 0; });
+}
+
+class ClockItems : public ::testing::Test {
+protected:
+    ClockItems() { clockItems.clear(); }
+};
+
+TEST_F(ClockItems, AnUnknownPortGetsARecordOfInitialValues) {
+    const ClockItemMembersType& item = clockItemOf({1, 1});
+    EXPECT_EQ(clockItems.size(), 1U);
+    EXPECT_EQ(item.initialised, 0U);
+    EXPECT_EQ(item.measuredDelay, 0);
+    EXPECT_EQ(item.respPortNumber, 1);
+    EXPECT_EQ(item.syncSequenceId, -1);
+    EXPECT_EQ(item.unusedSequenceId, -1);
+    EXPECT_EQ(item.unused2456000, 2456000);
+    EXPECT_EQ(item.pdelaySeqNo, 0U);
+}
+
+TEST_F(ClockItems, AnUnknownPortGetsZeroTimes) {
+    const ClockItemMembersType& item = clockItemOf({1, 1});
+    for (const TimestampRecord* time :
+         {&item.t1, &item.t2, &item.t3, &item.t4, &item.prev_t1, &item.prev_t2, &item.prev_t3,
+          &item.prev_t4, &item.syncReceiveTime, &item.originTime}) {
+        EXPECT_EQ(time->ns, 0U);
+    }
+    EXPECT_TRUE(isZero(item.masterTimes));
+    EXPECT_TRUE(isZero(item.localTimes));
+    EXPECT_TRUE(isZero(item.corrections));
+    EXPECT_TRUE(isZero(item.responseTimes));
+}
+
+TEST_F(ClockItems, AKnownPortKeepsItsRecord) {
+    clockItemOf({1, 1}).measuredDelay = 77;
+    EXPECT_EQ(clockItemOf({1, 1}).measuredDelay, 77);
+    EXPECT_EQ(clockItems.size(), 1U);
+}
+
+TEST_F(ClockItems, PortsOfOneClockAreApart) {
+    ClockItemMembersType& first = clockItemOf({1, 1});
+    EXPECT_NE(&first, &clockItemOf({1, 2}));
+    EXPECT_EQ(&first, &clockItemOf({1, 1}));
+}
+
+TEST_F(ClockItems, OrderIsThatOfTheSignedIdentityThenThePort) {
+    for (const PortKey& key : {PortKey(1, 2), PortKey(0, 9), PortKey(1, 1), PortKey(-1, 5)}) {
+        clockItemOf(key);
+    }
+    std::vector<PortKey> keys;
+    for (const auto& entry : clockItems) {
+        keys.push_back(entry.first);
+    }
+    EXPECT_EQ(keys,
+              (std::vector<PortKey>{PortKey(-1, 5), PortKey(0, 9), PortKey(1, 1), PortKey(1, 2)}));
+}
+
+TEST_F(ClockItems, TwoThreadsMayLookUpNewPortsAtOnce) {
+    const auto lookUp = [](long long clock) {
+        for (unsigned short port = 0; port < 500; ++port) {
+            clockItemOf({clock, port}).measuredDelay = static_cast<int>(port);
+        }
+    };
+    std::thread other(lookUp, 1);
+    lookUp(2);
+    other.join();
+    EXPECT_EQ(clockItems.size(), 1000U);
+    EXPECT_EQ(clockItemOf({1, 499}).measuredDelay, 499);
+}
+
+TEST(TimestampHistory, ShiftMovesBackAndKeepsTheLatestInFront) {
+    TimestampHistory history{};
+    for (unsigned int i = 0; i < 8; ++i) {
+        history.entries[i].ns = 10 + i;
+    }
+    history.shift();
+    EXPECT_EQ(history.entries[0].ns, 10U);
+    for (unsigned int i = 1; i < 8; ++i) {
+        EXPECT_EQ(history.entries[i].ns, 9 + i);
+    }
+}
+
+TEST(TimestampHistory, ShiftMovesWholeSlots) {
+    TimestampHistory history{};
+    history.entries[0].unused[2] = 0xABCD;
+    history.shift();
+    EXPECT_EQ(history.entries[1].unused[2], 0xABCDU);
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#include "Sandbox.h"
+
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+[[noreturn]] void fail(const std::string& action) {
+    throw std::runtime_error("sandbox: cannot " + action + ": " + std::strerror(errno));
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path);
+    file << text;
+    if (!file.flush()) {
+        fail("write " + path);
+    }
+}
+
+void becomeNamespaceRoot() {
+    const std::string user = std::to_string(getuid());
+    const std::string group = std::to_string(getgid());
+    if (unshare(CLONE_NEWUSER) != 0) {
+        fail("make a user namespace");
+    }
+    writeFile("/proc/self/setgroups", "deny");
+    writeFile("/proc/self/uid_map", "0 " + user + " 1");
+    writeFile("/proc/self/gid_map", "0 " + group + " 1");
+}
+
+// The kernel lets a new link carry frames only in deferred work. This question makes it catch up.
+void awaitLink(const std::string& name) {
+    ethtool_value link{};
+    link.cmd = ETHTOOL_GLINK;
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    request.ifr_data = reinterpret_cast<char*>(&link);
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool up = fd >= 0 && ioctl(fd, SIOCETHTOOL, &request) == 0 && link.data != 0;
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!up) {
+        fail("bring up " + name);
+    }
+}
+
+void makePrivateShm() {
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        fail("make mounts private");
+    }
+    if (mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777,size=64m") != 0) {
+        fail("mount /dev/shm");
+    }
+}
+
+}  // namespace
+
+Sandbox::Sandbox() {
+    if (geteuid() != 0) {
+        becomeNamespaceRoot();
+    }
+    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
+        fail("make network and mount namespaces");
+    }
+    makePrivateShm();
+    run({"ip", "link", "set", "lo", "up"});
+}
+
+void Sandbox::addVethPair(const std::string& first, const std::string& second) {
+    run({"ip", "link", "add", first, "type", "veth", "peer", "name", second});
+    for (const std::string& name : {first, second}) {
+        std::array<char, sizeof "02:00:00:00:00:00"> address{};
+        std::snprintf(address.data(), address.size(), "02:00:00:00:00:%02x",
+                      static_cast<unsigned>(++interfaceCount_) & 0xFFu);
+        run({"ip", "link", "set", name, "address", address.data(), "addrgenmode", "none", "arp",
+             "off", "multicast", "on", "up"});
+    }
+    awaitLink(first);
+    awaitLink(second);
+}
+
+void Sandbox::run(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string& word : command) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        unsetenv("LD_PRELOAD");
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child) {
+        fail("run " + command[0]);
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::string text;
+        for (const std::string& word : command) {
+            text += " " + word;
+        }
+        throw std::runtime_error("sandbox: failed:" + text);
+    }
+}

@@ -1,0 +1,123 @@
+#include "Vectors.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace {
+
+constexpr std::size_t kExtendedSize = 10;
+
+[[noreturn]] void fail(const std::string& what) {
+    std::fprintf(stderr, "vectors: %s: %s\n", ZEB_VECTORS_FILE, what.c_str());
+    std::abort();
+}
+
+nlohmann::json readFile() {
+    std::ifstream file(ZEB_VECTORS_FILE);
+    if (!file) {
+        fail("cannot be read");
+    }
+    nlohmann::json content = nlohmann::json::parse(file, nullptr, false);
+    if (content.is_discarded()) {
+        fail("is not valid JSON");
+    }
+    return content;
+}
+
+unsigned char nibble(char digit) {
+    if (digit >= '0' && digit <= '9') {
+        return static_cast<unsigned char>(digit - '0');
+    }
+    if (digit >= 'a' && digit <= 'f') {
+        return static_cast<unsigned char>(digit - 'a' + 10);
+    }
+    fail(std::string("'") + digit + "' is no lower-case hexadecimal digit");
+}
+
+/** Text of an integer of which all characters must be used up. */
+const char* integerText(const nlohmann::json& value) {
+    if (!value.is_string() || value.get_ref<const std::string&>().empty()) {
+        fail("a 64-bit integer must be a decimal string, not " + value.dump());
+    }
+    return value.get_ref<const std::string&>().c_str();
+}
+
+}  // namespace
+
+const nlohmann::json& vectors(const std::string& group) {
+    static const nlohmann::json content = readFile();
+    for (const nlohmann::json& candidate : content.at("groups")) {
+        if (candidate.at("group") == group) {
+            const nlohmann::json& found = candidate.at("vectors");
+            if (found.empty()) {
+                fail("group '" + group + "' is empty");
+            }
+            return found;
+        }
+    }
+    fail("has no group '" + group + "'");
+}
+
+std::vector<unsigned char> fromHex(const std::string& digits) {
+    if (digits.size() % 2 != 0) {
+        fail("odd number of digits in '" + digits + "'");
+    }
+    std::vector<unsigned char> bytes(digits.size() / 2);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] =
+            static_cast<unsigned char>(nibble(digits[2 * i]) << 4 | nibble(digits[2 * i + 1]));
+    }
+    return bytes;
+}
+
+std::string toHex(const unsigned char* bytes, std::size_t count) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
+std::string toHex(const std::vector<unsigned char>& bytes) {
+    return toHex(bytes.data(), bytes.size());
+}
+
+long double fromX87(const nlohmann::json& value) {
+    const std::vector<unsigned char> bytes = fromHex(value.at("x87").get<std::string>());
+    if (bytes.size() != kExtendedSize) {
+        fail("an extended value has ten bytes: " + value.dump());
+    }
+    long double result = 0;
+    std::memcpy(&result, bytes.data(), kExtendedSize);
+    return result;
+}
+
+std::string toX87(long double value) {
+    unsigned char bytes[kExtendedSize];
+    std::memcpy(bytes, &value, kExtendedSize);
+    return toHex(bytes, kExtendedSize);
+}
+
+unsigned long long toU64(const nlohmann::json& value) {
+    const char* const text = integerText(value);
+    char* end = nullptr;
+    const unsigned long long number = std::strtoull(text, &end, 10);
+    if (*end != '\0') {
+        fail("not an integer: " + value.dump());
+    }
+    return number;
+}
+
+long long toS64(const nlohmann::json& value) {
+    const char* const text = integerText(value);
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 10);
+    if (*end != '\0') {
+        fail("not an integer: " + value.dump());
+    }
+    return number;
+}

@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "base/Extended80.h"
+#include "include/gPtpTimeData.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+constexpr unsigned long long kNoTime = 0x8000000000000000ULL;
+
+gPtpTimeDataStruct recordOf(const nlohmann::json& digits) {
+    const std::vector<unsigned char> bytes = fromHex(digits.get<std::string>());
+    gPtpTimeDataStruct record{};
+    EXPECT_EQ(bytes.size(), sizeof record);
+    std::memcpy(&record, bytes.data(), sizeof record);
+    return record;
+}
+
+gPtpTimeDataStruct recordWithRate(long double rate) {
+    gPtpTimeDataStruct record{};
+    storeExtended(record.rateRatio1, rate);
+    storeExtended(record.rateRatio2, 1.0L);
+    return record;
+}
+
+TEST(TimeConversion, ToGrandmasterTimeOfEveryVector) {
+    for (const nlohmann::json& vector : vectors("as_time_conversion")) {
+        gPtpTimeDataStruct record = recordOf(vector.at("record"));
+        for (const nlohmann::json& value : vector.at("get_1AS_time")) {
+            EXPECT_EQ(get_1AS_time(&record, toS64(value.at("t"))), toU64(value.at("result")))
+                << vector.at("name") << ' ' << value;
+        }
+    }
+}
+
+TEST(TimeConversion, ToSystemTimeOfEveryVector) {
+    for (const nlohmann::json& vector : vectors("as_time_conversion")) {
+        gPtpTimeDataStruct record = recordOf(vector.at("record"));
+        for (const nlohmann::json& value : vector.at("get_1AS_time_invers")) {
+            EXPECT_EQ(get_1AS_time_invers(&record, toU64(value.at("T"))), toU64(value.at("result")))
+                << vector.at("name") << ' ' << value;
+        }
+    }
+}
+
+TEST(TimeConversion, OfAnEmptyRecordIs0AndDividesByZero) {
+    gPtpTimeDataStruct record{};
+    EXPECT_EQ(get_1AS_time(&record, 0), 0U);
+    EXPECT_EQ(get_1AS_time(&record, 1700000000000000000), 0U);
+    EXPECT_EQ(get_1AS_time_invers(&record, 0), kNoTime);
+    EXPECT_EQ(get_1AS_time_invers(&record, 5000), kNoTime);
+}
+
+TEST(TimeConversion, WithRate1ReadsTheSameTimeBothWays) {
+    gPtpTimeDataStruct record = recordWithRate(1.0L);
+    record.localTime = 1000;
+    EXPECT_EQ(get_1AS_time(&record, 5000), 5000U);
+    EXPECT_EQ(get_1AS_time_invers(&record, 5000), 5000U);
+}
+
+TEST(TimeConversion, TakesTheMagnitudeOfANegativeLocalTimeLessOffset) {
+    gPtpTimeDataStruct record = recordWithRate(1.0L);
+    record.localTime = 1000;
+    record.masterOffset = 4000;
+    EXPECT_EQ(get_1AS_time(&record, 1000), 3000U);
+}
+
+TEST(TimeConversion, MultipliesBothRates) {
+    gPtpTimeDataStruct record = recordWithRate(2.0L);
+    storeExtended(record.rateRatio2, 1.5L);
+    EXPECT_EQ(get_1AS_time(&record, 100), 300U);
+    EXPECT_EQ(get_1AS_time_invers(&record, 300), 100U);
+}
+
+TEST(TimeConversion, OfARateThatIsNoNumberIsNoTime) {
+    gPtpTimeDataStruct record = recordWithRate(1.0L);
+    std::memcpy(record.rateRatio1, fromHex("00000000000000c0ff7f").data(), 10);
+    EXPECT_EQ(get_1AS_time(&record, 5000), kNoTime);
+    EXPECT_EQ(get_1AS_time_invers(&record, 5000), kNoTime);
+}
+
+TEST(TimeConversion, ReadsTenBytesOfARateOnly) {
+    gPtpTimeDataStruct record = recordWithRate(1.0L);
+    record.rateRatio1[10] = 0xFF;
+    record.rateRatio2[11] = 0xFF;
+    EXPECT_EQ(get_1AS_time(&record, 5000), 5000U);
+}
+
+}  // namespace

@@ -1,0 +1,261 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/net_tstamp.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "PtpPort.h"
+#include "tests/support/Sandbox.h"
+#include "tools/virtual_i210/VirtualI210.h"
+
+namespace {
+
+constexpr std::int64_t kGranularityNs = 8;
+constexpr std::uint64_t kCableNs = 500;
+
+std::int64_t shown(const char* ifName, std::uint64_t rawNs) {
+    const auto phcNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs(ifName, rawNs));
+    return phcNs - phcNs % kGranularityNs;
+}
+
+std::uint64_t lastSentRawNs() {
+    return virtual_i210::latestEventFrames(1).at(0).rawNs;
+}
+
+class CardStamp : public testing::Test {
+protected:
+    void SetUp() override {
+        sandbox_.addVethPair("tsm0", "tss0");
+        setenv("VIRTUAL_I210",
+               "state=/dev/shm/cards seed=11; tsm0 phc=0 wander_ppb=20;"
+               "tss0 phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns=500 wander_ppb=20",
+               1);
+        ASSERT_EQ(enableStamping("tsm0"), 0);
+        ASSERT_EQ(enableStamping("tss0"), 0);
+    }
+
+    Sandbox sandbox_;
+};
+
+TEST_F(CardStamp, OfBothEndsAreTheSameInstantButForTheCable) {
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    for (unsigned i = 0; i < 50; ++i) {
+        sender.send(ptpFrame(0, i));
+        const std::uint64_t rawNs = lastSentRawNs();
+        const auto sent = sender.transmitStamp();
+        const auto received = receiver.receive();
+        ASSERT_TRUE(sent && received);
+        EXPECT_EQ(sent->bytes, ptpFrame(0, i));
+        EXPECT_EQ(sent->hardwareNs, shown("tsm0", rawNs));
+        EXPECT_EQ(sent->softwareNs, std::nullopt);
+        EXPECT_EQ(received->bytes, ptpFrame(0, i));
+        EXPECT_EQ(received->hardwareNs, shown("tss0", rawNs + kCableNs));
+        EXPECT_EQ(received->softwareNs, std::nullopt);
+    }
+    EXPECT_EQ(virtual_i210::counters("tsm0").txTimestamps, 50u);
+    EXPECT_EQ(virtual_i210::counters("tss0").rxTimestamps, 50u);
+    EXPECT_EQ(virtual_i210::counters("tss0").rxFallbacks, 0u);
+}
+
+TEST_F(CardStamp, OfEqualFramesAreTheirOwn) {
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    std::vector<std::uint64_t> sentRawNs;
+    for (int i = 0; i < 5; ++i) {
+        sender.send(ptpFrame(0, 7));
+        sentRawNs.push_back(lastSentRawNs());
+    }
+    for (const std::uint64_t rawNs : sentRawNs) {
+        EXPECT_EQ(receiver.receive()->hardwareNs, shown("tss0", rawNs + kCableNs));
+        EXPECT_EQ(sender.transmitStamp()->hardwareNs, shown("tsm0", rawNs));
+    }
+}
+
+TEST_F(CardStamp, OfATaggedFrameIsFoundAfterTheTagIsStripped) {
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    sender.send(taggedPtpFrame(2, 9, 0xE005));
+    const std::uint64_t rawNs = lastSentRawNs();
+    const auto received = receiver.receive();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->bytes, ptpFrame(2, 9));
+    EXPECT_EQ(received->vlanTci, 0xE005u);
+    EXPECT_EQ(received->hardwareNs, shown("tss0", rawNs + kCableNs));
+    EXPECT_EQ(sender.transmitStamp()->bytes, taggedPtpFrame(2, 9, 0xE005));
+}
+
+// The filter knows event messages; sending is stamped for whoever asked.
+TEST_F(CardStamp, OfAGeneralMessageIsGivenToTheSenderAlone) {
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    const std::uint64_t before = virtual_i210::rawNowNs();
+    sender.send(ptpFrame(8, 1));
+    const std::uint64_t after = virtual_i210::rawNowNs();
+    const auto sent = sender.transmitStamp();
+    const auto received = receiver.receive();
+    ASSERT_TRUE(sent && sent->hardwareNs && received);
+    EXPECT_EQ(sent->bytes, ptpFrame(8, 1));
+    EXPECT_GE(*sent->hardwareNs, shown("tsm0", before));
+    EXPECT_LE(*sent->hardwareNs, shown("tsm0", after));
+    EXPECT_EQ(received->hardwareNs, std::nullopt);
+    EXPECT_TRUE(virtual_i210::latestEventFrames(1).empty());
+}
+
+TEST_F(CardStamp, WakesPollOnlyWhenThere) {
+    const PtpPort sender("tsm0");
+    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+    sender.send(ptpFrame(0, 1));
+    EXPECT_TRUE(sender.transmitStamp(0));
+    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+}
+
+TEST_F(CardStamp, NeedsTheSocketOption) {
+    const PtpPort sender("tsm0", 0);
+    const PtpPort receiver("tss0", 0);
+    sender.send(ptpFrame(0, 1));
+    EXPECT_EQ(receiver.receive()->hardwareNs, std::nullopt);
+    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+}
+
+TEST_F(CardStamp, ComesBesideASoftwareTimestampWhenBothAreAsked) {
+    constexpr unsigned kBoth =
+        PtpPort::kHardwareStamps | SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0", kBoth);
+    sender.send(ptpFrame(0, 1));
+    const auto received = receiver.receive();
+    ASSERT_TRUE(received);
+    EXPECT_TRUE(received->hardwareNs);
+    EXPECT_TRUE(received->softwareNs);
+    unsigned flags = 0;
+    socklen_t length = sizeof flags;
+    ASSERT_EQ(getsockopt(receiver.descriptor(), SOL_SOCKET, SO_TIMESTAMPING, &flags, &length), 0);
+    EXPECT_EQ(flags, kBoth);
+}
+
+// A child that never heard of the cards sends through its own raw socket.
+TEST_F(CardStamp, OfAFrameFromOutsideFallsBackToTheKernels) {
+    const PtpPort receiver("tss0");
+    const std::uint64_t before = virtual_i210::rawNowNs();
+    const Bytes frame = ptpFrame(0, 3);
+    std::string packet;
+    for (const std::uint8_t byte : frame) {
+        char text[8];
+        std::snprintf(text, sizeof text, "\\x%02x", byte);
+        packet += text;
+    }
+    Sandbox::run({"python3", "-c",
+                  "import socket; s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW);"
+                  "s.bind(('tsm0', 0)); s.send(b'" +
+                      packet + "')"});
+    const std::uint64_t after = virtual_i210::rawNowNs();
+    const auto received = receiver.receive();
+    ASSERT_TRUE(received && received->hardwareNs);
+    EXPECT_GE(*received->hardwareNs, shown("tss0", before));
+    EXPECT_LE(*received->hardwareNs, shown("tss0", after));
+    EXPECT_EQ(virtual_i210::counters("tss0").rxFallbacks, 1u);
+}
+
+TEST_F(CardStamp, CrossesProcesses) {
+    const PtpPort receiver("tss0");
+    const pid_t child = fork();
+    if (child == 0) {
+        const PtpPort sender("tsm0");
+        sender.send(ptpFrame(3, 4));
+        _exit(sender.transmitStamp() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    const auto received = receiver.receive();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->hardwareNs, shown("tss0", lastSentRawNs() + kCableNs));
+}
+
+TEST_F(CardStamp, IsNotGivenToForeignSockets) {
+    const int receiver = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(receiver, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+    ASSERT_EQ(sendto(sender, "hello", 5, 0, reinterpret_cast<sockaddr*>(&address), length), 5);
+    char text[16] = {};
+    ASSERT_EQ(recv(receiver, text, sizeof text, 0), 5);
+    EXPECT_STREQ(text, "hello");
+    close(sender);
+    close(receiver);
+    EXPECT_EQ(virtual_i210::counters("tsm0").ptpFramesSent, 0u);
+}
+
+// Blocks in recvmsg; what it owns must be released when it is cancelled there.
+void* receiveForEver(void* argument) {
+    struct Mark {
+        bool* released;
+        ~Mark() { *released = true; }
+    };
+    auto& [port, released] = *static_cast<std::pair<const PtpPort*, bool>*>(argument);
+    const Mark mark{&released};
+    char data[64];
+    iovec part{data, sizeof data};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    static_cast<void>(recvmsg(port->descriptor(), &message, 0));
+    return nullptr;
+}
+
+TEST_F(CardStamp, LetsAWaitingReceiverBeCancelled) {
+    const PtpPort port("tss0");
+    std::pair<const PtpPort*, bool> shared{&port, false};
+    pthread_t receiver{};
+    ASSERT_EQ(pthread_create(&receiver, nullptr, receiveForEver, &shared), 0);
+    ASSERT_EQ(pthread_cancel(receiver), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(receiver, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_TRUE(shared.second);
+}
+
+TEST(CardCable, LetsNoFrameArriveBeforeItsTime) {
+    Sandbox sandbox;
+    sandbox.addVethPair("tsm0", "tss0");
+    setenv("VIRTUAL_I210", "state=/dev/shm/cards; tsm0; tss0 cable_ns=20000000", 1);
+    ASSERT_EQ(enableStamping("tss0"), 0);
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    sender.send(ptpFrame(0, 1));
+    ASSERT_TRUE(receiver.receive());
+    EXPECT_GE(virtual_i210::rawNowNs(), lastSentRawNs() + 20'000'000u);
+}
+
+TEST(CardJitter, StaysInItsBoundsAndVaries) {
+    Sandbox sandbox;
+    sandbox.addVethPair("tsm0", "tss0");
+    setenv("VIRTUAL_I210",
+           "state=/dev/shm/cards seed=5; tsm0; tss0 cable_ns=500 jitter_ns=40 granularity_ns=1", 1);
+    ASSERT_EQ(enableStamping("tss0"), 0);
+    const PtpPort sender("tsm0");
+    const PtpPort receiver("tss0");
+    std::int64_t least = 1000;
+    std::int64_t most = -1000;
+    for (unsigned i = 0; i < 200; ++i) {
+        sender.send(ptpFrame(0, i));
+        const auto exact =
+            static_cast<std::int64_t>(*virtual_i210::truePhcNs("tss0", lastSentRawNs() + kCableNs));
+        const std::int64_t jitter = *receiver.receive()->hardwareNs - exact;
+        least = std::min(least, jitter);
+        most = std::max(most, jitter);
+    }
+    EXPECT_GE(least, -40);
+    EXPECT_LE(most, 40);
+    EXPECT_LT(least, -20);
+    EXPECT_GT(most, 20);
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include "tools/virtual_i210/Config.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+namespace {
+
+using testing::HasSubstr;
+using virtual_i210::Config;
+using virtual_i210::ConfigError;
+using virtual_i210::parseConfig;
+
+TEST(Config, ReadsAllSettings) {
+    const Config config = parseConfig(
+        "state=/dev/shm/cards seed=42 epoch_ns=1000;"
+        "tsm0 phc=3 rate_ppb=-37000.5 offset_ns=-15 granularity_ns=1 cable_ns=500 jitter_ns=4 "
+        "wander_ppb=0.25 read_ns=10 read_jitter_ns=20");
+    EXPECT_EQ(config.statePath, "/dev/shm/cards");
+    EXPECT_EQ(config.seed, 42u);
+    EXPECT_EQ(config.epochNs, 1000u);
+    ASSERT_EQ(config.cards.size(), 1u);
+    const auto& card = config.cards[0];
+    EXPECT_EQ(card.ifName, "tsm0");
+    EXPECT_EQ(card.phcIndex, 3);
+    EXPECT_EQ(card.ratePpt, -37'000'500);
+    EXPECT_EQ(card.offsetNs, -15);
+    EXPECT_EQ(card.granularityNs, 1u);
+    EXPECT_EQ(card.cableNs, 500u);
+    EXPECT_EQ(card.jitterNs, 4u);
+    EXPECT_EQ(card.wanderPpt, 250);
+    EXPECT_EQ(card.readNs, 10u);
+    EXPECT_EQ(card.readJitterNs, 20u);
+}
+
+TEST(Config, CountsClocksAndSkipsComments) {
+    const Config config = parseConfig("# two cards; or three\ntsm0\n\n tss0 # the slave\n");
+    ASSERT_EQ(config.cards.size(), 2u);
+    EXPECT_EQ(config.cards[0].phcIndex, 0);
+    EXPECT_EQ(config.cards[1].phcIndex, 1);
+    EXPECT_EQ(config.cards[1].granularityNs, 8u);
+}
+
+TEST(Config, ReadsAFile) {
+    const std::string path = testing::TempDir() + "cards." + std::to_string(getpid());
+    std::ofstream(path) << "seed=5\ntsm0 phc=7\n";
+    const Config config = parseConfig(path);
+    std::remove(path.c_str());
+    EXPECT_EQ(config.seed, 5u);
+    ASSERT_EQ(config.cards.size(), 1u);
+    EXPECT_EQ(config.cards[0].phcIndex, 7);
+}
+
+TEST(Config, NamesAMissingFile) {
+    try {
+        parseConfig("./no-such-file");
+        FAIL() << "accepted";
+    } catch (const ConfigError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("cannot read './no-such-file'"));
+    }
+}
+
+struct Malformed {
+    const char* text;
+    const char* told;
+};
+
+class MalformedConfig : public testing::TestWithParam<Malformed> {};
+
+TEST_P(MalformedConfig, IsToldInOneLine) {
+    try {
+        parseConfig(GetParam().text);
+        FAIL() << "accepted: " << GetParam().text;
+    } catch (const ConfigError& error) {
+        EXPECT_THAT(error.what(), HasSubstr(GetParam().told));
+        EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Config, MalformedConfig,
+    testing::Values(Malformed{"", "no card"}, Malformed{"seed=1", "no card"},
+                    Malformed{"tsm0 phc=x", "entry 1: 'phc=x': write a whole number from 0 to 999"},
+                    Malformed{"tsm0; tss0 phc=1000", "entry 2: 'phc=1000'"},
+                    Malformed{"tsm0 phc", "'phc': write name=value"},
+                    Malformed{"tsm0 phc=", "write name=value"},
+                    Malformed{"tsm0 phc=1 2", "'2': write name=value"},
+                    Malformed{"tsm0 speed=1", "'speed=1': unknown setting; known are phc"},
+                    Malformed{"sede=1; tsm0",
+                              "entry 1: 'sede=1': unknown setting; known are state"},
+                    Malformed{"seed=-1; tsm0", "'seed=-1'"},
+                    Malformed{"state=x; tsm0", "begins with '/'"},
+                    Malformed{"tsm0 rate_ppb=1.2345", "'rate_ppb=1.2345': write a number"},
+                    Malformed{"tsm0 rate_ppb=1e3", "'rate_ppb=1e3'"},
+                    Malformed{"tsm0 rate_ppb=100000001", "'rate_ppb=100000001'"},
+                    Malformed{"tsm0 wander_ppb=-1", "'wander_ppb=-1'"},
+                    Malformed{"tsm0 granularity_ns=0", "'granularity_ns=0'"},
+                    Malformed{"tsm0 cable_ns=99999999999999999999", "'cable_ns=9999"},
+                    Malformed{"tsm0;tsm0", "entry 2: 'tsm0': named twice"},
+                    Malformed{"tsm0 phc=1;tss0", "entry 2: 'phc=1': taken by tsm0"},
+                    Malformed{"averyveryverylongname", "at most 15 characters"}));
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include "tools/virtual_i210/EventRing.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+
+namespace {
+
+using virtual_i210::EventRing;
+using virtual_i210::SentEvent;
+
+SentEvent eventAt(std::uint64_t key, std::uint64_t rawNs) {
+    SentEvent event;
+    event.key = key;
+    event.rawNs = rawNs;
+    event.card = 3;
+    event.sequenceId = 0xABCD;
+    event.messageType = 2;
+    event.stamped = true;
+    return event;
+}
+
+TEST(EventRingTest, GivesBackWhatWasNoted) {
+    const auto ring = std::make_unique<EventRing>();
+    ring->note(eventAt(77, 1000));
+    const auto found = ring->find(77, 2000, 0);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->rawNs, 1000u);
+    EXPECT_EQ(found->card, 3u);
+    EXPECT_EQ(found->sequenceId, 0xABCD);
+    EXPECT_EQ(found->messageType, 2);
+    EXPECT_TRUE(found->stamped);
+    EXPECT_FALSE(ring->find(78, 2000, 0));
+}
+
+TEST(EventRingTest, TellsEqualFramesApartByTheirArrival) {
+    const auto ring = std::make_unique<EventRing>();
+    ring->note(eventAt(77, 1000));
+    ring->note(eventAt(77, 3000));
+    EXPECT_EQ(ring->find(77, 2000, 0)->rawNs, 1000u);
+    EXPECT_EQ(ring->find(77, 4000, 0)->rawNs, 3000u);
+}
+
+TEST(EventRingTest, TakesTheNextWhenTheArrivalIsTooEarly) {
+    const auto ring = std::make_unique<EventRing>();
+    ring->note(eventAt(77, 1000));
+    ring->note(eventAt(77, 3000));
+    EXPECT_EQ(ring->find(77, 500, 0)->rawNs, 1000u);
+}
+
+TEST(EventRingTest, GivesNothingFromBeforeTheReceiver) {
+    const auto ring = std::make_unique<EventRing>();
+    ring->note(eventAt(77, 1000));
+    EXPECT_FALSE(ring->find(77, 2000, 1500));
+}
+
+TEST(EventRingTest, ForgetsTheOldest) {
+    const auto ring = std::make_unique<EventRing>();
+    for (std::uint64_t i = 0; i <= EventRing::kEntries; ++i) {
+        ring->note(eventAt(i, 1000 + i));
+    }
+    EXPECT_FALSE(ring->find(0, 100'000, 0));
+    EXPECT_TRUE(ring->find(1, 100'000, 0));
+    EXPECT_EQ(ring->latest(2).front().key, EventRing::kEntries - 1);
+    EXPECT_EQ(ring->latest(2 * EventRing::kEntries).size(), EventRing::kEntries);
+}
+
+TEST(EventRingTest, TakesEntriesOfSeveralWriters) {
+    const auto ring = std::make_unique<EventRing>();
+    constexpr std::uint64_t kEach = EventRing::kEntries / 2;
+    const auto write = [&ring](std::uint64_t firstKey) {
+        for (std::uint64_t i = 0; i < kEach; ++i) {
+            ring->note(eventAt(firstKey + i, 1000));
+        }
+    };
+    std::thread other(write, 1'000'000u);
+    write(2'000'000u);
+    other.join();
+    for (std::uint64_t i = 0; i < kEach; ++i) {
+        ASSERT_TRUE(ring->find(1'000'000u + i, 2000, 0)) << i;
+        ASSERT_TRUE(ring->find(2'000'000u + i, 2000, 0)) << i;
+    }
+}
+
+}  // namespace
