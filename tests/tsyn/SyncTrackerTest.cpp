@@ -1,0 +1,105 @@
+#include "SyncTracker.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+using tsyn::SyncState;
+using tsyn::SyncTracker;
+
+constexpr double kIntervalMs = 125.0;
+constexpr double kIntervalS = 0.125;
+
+gPtpTimeDataStruct recordAfter(unsigned int syncs, unsigned int evaluatedPairs, long double ratio) {
+    gPtpTimeDataStruct record{};
+    record.acceptedSync = syncs;
+    record.sequenceId = syncs;
+    if (evaluatedPairs > 0) {
+        record.originTime = 1000000000ULL + evaluatedPairs * 125000000ULL;
+        record.masterOffset = 1500000000;
+        record.localTime = record.originTime + 500 + 1500000000ULL;
+        std::memcpy(record.rateRatio1, &ratio, 10);
+    }
+    return record;
+}
+
+/** A tracker that has seen this many Sync messages with all their pairs. */
+SyncTracker slaveAfter(unsigned int syncs) {
+    SyncTracker tracker(false, kIntervalMs);
+    tracker.update(recordAfter(0, 0, 0.0L), 0.0);
+    for (unsigned int sync = 1; sync <= syncs; ++sync) {
+        tracker.update(recordAfter(sync, sync - 1, 1.0L), sync * kIntervalS);
+    }
+    return tracker;
+}
+
+TEST(SyncTracker, StartsWithoutARecord) {
+    const SyncTracker tracker(false, kIntervalMs);
+    EXPECT_EQ(tracker.state(1.0), SyncState::kStarting);
+}
+
+TEST(SyncTracker, ZeroedRecordHasNoSync) {
+    EXPECT_EQ(slaveAfter(0).state(5.0), SyncState::kNoSync);
+}
+
+TEST(SyncTracker, FirstTwoPairsOnlyPrime) {
+    EXPECT_EQ(slaveAfter(1).state(kIntervalS), SyncState::kPriming);
+    EXPECT_EQ(slaveAfter(2).state(2 * kIntervalS), SyncState::kPriming);
+    EXPECT_FALSE(slaveAfter(2).firstValidS());
+}
+
+TEST(SyncTracker, ThirdPairSynchronises) {
+    const SyncTracker tracker = slaveAfter(3);
+    EXPECT_EQ(tracker.state(3 * kIntervalS), SyncState::kSynchronised);
+    EXPECT_DOUBLE_EQ(tracker.firstSyncS().value(), kIntervalS);
+    EXPECT_DOUBLE_EQ(tracker.firstValidS().value(), 3 * kIntervalS);
+}
+
+TEST(SyncTracker, SeeingTheSameRecordAgainIsNoProgress) {
+    SyncTracker tracker = slaveAfter(2);
+    tracker.update(recordAfter(2, 1, 1.0L), 2.1 * kIntervalS);
+    EXPECT_EQ(tracker.state(2.1 * kIntervalS), SyncState::kPriming);
+}
+
+TEST(SyncTracker, GoesStaleAfterThreeIntervals) {
+    const SyncTracker tracker = slaveAfter(4);
+    EXPECT_EQ(tracker.state(7 * kIntervalS), SyncState::kSynchronised);
+    EXPECT_EQ(tracker.state(7.1 * kIntervalS), SyncState::kStale);
+}
+
+TEST(SyncTracker, SyncWithoutFollowUpGoesStale) {
+    SyncTracker tracker = slaveAfter(4);
+    for (unsigned int sync = 5; sync < 10; ++sync) {
+        tracker.update(recordAfter(sync, 3, 1.0L), sync * kIntervalS);
+    }
+    EXPECT_EQ(tracker.state(9 * kIntervalS), SyncState::kStale);
+}
+
+TEST(SyncTracker, PairThatLeavesTheOffsetBehindIsRefused) {
+    SyncTracker tracker = slaveAfter(4);
+    gPtpTimeDataStruct stepped = recordAfter(5, 4, 1.0L);
+    stepped.localTime += 2000000;
+    tracker.update(stepped, 5 * kIntervalS);
+    EXPECT_EQ(tracker.state(5 * kIntervalS), SyncState::kRefused);
+}
+
+TEST(SyncTracker, RatioOutOfRangeNeverSynchronises) {
+    SyncTracker tracker = slaveAfter(1);
+    for (unsigned int sync = 2; sync < 6; ++sync) {
+        tracker.update(recordAfter(sync, sync - 1, 1.0003L), sync * kIntervalS);
+        EXPECT_EQ(tracker.state(sync * kIntervalS), SyncState::kPriming);
+    }
+}
+
+TEST(SyncTracker, MasterSendsWhileItsSequenceMoves) {
+    SyncTracker tracker(true, kIntervalMs);
+    tracker.update(recordAfter(0, 0, 0.0L), 0.0);
+    EXPECT_EQ(tracker.state(0.1), SyncState::kSilent);
+    tracker.update(recordAfter(1, 0, 0.0L), 1.0);
+    EXPECT_EQ(tracker.state(1.0), SyncState::kSending);
+    EXPECT_EQ(tracker.state(1.4), SyncState::kStale);
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+#!/usr/bin/env python3
+"""tsyn and small hosts as a user runs them, on virtual i210 cards.
+
+Usage: programs.py BUILD_FOLDER [CASE...]
+"""
+import json
+import os
+import pathlib
+import selectors
+import signal
+import struct
+import subprocess
+import sys
+import time
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+INSIDE = "TSYN_TEST_INSIDE"
+MASTER_IF = "tsm0"
+SLAVE_IF = "tss0"
+CABLE_NS = 500
+WAIT_S = 30.0
+BUILD = pathlib.Path()
+
+CARDS = (f"state=/dev/shm/cards seed=1; {MASTER_IF} phc=0; "
+         f"{SLAVE_IF} phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns={CABLE_NS}")
+
+
+def other_build():
+    """The same kind of build for the other ABI, when it is at hand."""
+    pairs = (("i386", "x86_64"), ("x86_64", "i386"))
+    for one, other in pairs:
+        if BUILD.name.startswith(one):
+            candidate = BUILD.with_name(other + BUILD.name[len(one):])
+            return candidate if (candidate / "tsyn").exists() else None
+    return None
+
+
+def environment():
+    suppressions = ROOT / "tests/tsyn/asan-suppressions.txt"
+    return {**os.environ, "VIRTUAL_I210": CARDS,
+            "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks=0:suppressions={suppressions}"}
+
+
+def ip(*words):
+    subprocess.run(["ip", *words], check=True)
+
+
+class Network(unittest.TestCase):
+    """A cable between two cards; shared memory and interfaces vanish with the process."""
+
+    @classmethod
+    def setUpClass(cls):
+        ip("link", "add", MASTER_IF, "type", "veth", "peer", "name", SLAVE_IF)
+        for name in (MASTER_IF, SLAVE_IF):
+            ip("link", "set", name, "addrgenmode", "none")
+            ip("link", "set", name, "up")
+
+    @classmethod
+    def tearDownClass(cls):
+        ip("link", "del", MASTER_IF)
+
+    def setUp(self):
+        for file in pathlib.Path("/dev/shm").iterdir():
+            file.unlink()
+
+    def start(self, *words, build=None, program="tsyn", wrapper=()):
+        build = build or BUILD
+        # Set for the program alone: a wrapper may be of the other ABI.
+        preload = ("env", f"LD_PRELOAD={build / 'libvirtual_i210.so'}")
+        child = subprocess.Popen([*wrapper, *preload, str(build / program), *words],
+                                 env=environment(), text=True, bufsize=1,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(self.reap, child)
+        return child
+
+    @staticmethod
+    def reap(child):
+        if child.poll() is None:
+            child.kill()
+        child.communicate()
+
+    def run_json(self, name, role, *options, build=None):
+        return self.start("run", name, "--role", role, "--json", "--log", f"/dev/shm/{role}.log",
+                          *options, build=build)
+
+    def wait_for(self, child, condition):
+        """The first JSON line that meets the condition."""
+        give_up = time.monotonic() + WAIT_S
+        seen = None
+        while time.monotonic() < give_up:
+            line = child.stdout.readline()
+            if not line:
+                break
+            seen = json.loads(line)
+            if condition(seen):
+                return seen
+        return self.fail(f"never came; last line: {seen}")
+
+    def wait_for_state(self, child, state):
+        return self.wait_for(child, lambda line: line["state"] == state)
+
+    def end(self, child, number=signal.SIGTERM):
+        """Ends tsyn and returns its closing line."""
+        child.send_signal(number)
+        output, _ = child.communicate(timeout=WAIT_S)
+        self.assertEqual(child.returncode, 0)
+        return json.loads(output.splitlines()[-1])
+
+    def assert_one_error(self, child, status, *parts):
+        output, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual(child.returncode, status, errors)
+        self.assertEqual(output, "")
+        self.assertEqual(errors.count("\n"), 1, errors)
+        self.assertTrue(errors.startswith("tsyn: "), errors)
+        for part in parts:
+            self.assertIn(part, errors)
+
+
+class WrongUse(Network):
+    def test_each_bad_option_gives_one_line_and_status_2(self):
+        for words in (("--domain", "16"), ("--vlan-id", "4097"), ("--vlan-prio", "8"),
+                      ("--sync-interval", "124"), ("--sync-interval", "nan"),
+                      ("--trace-level", "3"), ("--data-ids", "xy"), ("--nonsense",)):
+            with self.subTest(words=words):
+                child = self.start("run", SLAVE_IF, "--role", "slave", *words)
+                self.assert_one_error(child, 2, words[0])
+
+    def test_role_is_required_and_checked(self):
+        self.assert_one_error(self.start("run", SLAVE_IF), 2, "--role")
+        self.assert_one_error(self.start("run", SLAVE_IF, "--role", "king"), 2, "king")
+
+    def test_no_command(self):
+        self.assert_one_error(self.start(), 2, "subcommand")
+
+    def test_log_that_cannot_be_written(self):
+        child = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/nowhere/log")
+        self.assert_one_error(child, 1, "/nowhere/log", "No such file or directory")
+
+    def test_truth_of_an_unknown_card(self):
+        child = self.start("run", SLAVE_IF, "--role", "slave", "--truth", "nocard",
+                           "--samples", "/dev/shm/samples.csv")
+        self.assert_one_error(child, 1, "nocard", "VIRTUAL_I210")
+
+
+class RefusedInterface(Network):
+    def run_on(self, name, wrapper=()):
+        return self.start("run", name, "--role", "slave", wrapper=wrapper)
+
+    def test_no_such_interface(self):
+        self.assert_one_error(self.run_on("nope0"), 1, "nope0", "no such interface")
+        self.assert_one_error(self.run_on("a" * 16), 1, "1 to 15 characters")
+
+    def test_no_hardware_clock(self):
+        self.assert_one_error(self.run_on("lo"), 1, "lo", "no PTP hardware clock")
+
+    def test_interface_down(self):
+        ip("link", "set", SLAVE_IF, "down")
+        self.addCleanup(ip, "link", "set", SLAVE_IF, "up")
+        self.assert_one_error(self.run_on(SLAVE_IF), 1, "is down", "ip link set tss0 up")
+
+    def test_missing_capabilities(self):
+        for capability in ("net_raw", "net_admin"):
+            with self.subTest(capability=capability):
+                drop = ("setpriv", "--bounding-set", f"-{capability}")
+                self.assert_one_error(self.run_on(SLAVE_IF, drop), 1,
+                                      f"CAP_{capability.upper()}", "no permission")
+
+
+class Master(Network):
+    def test_ends_cleanly_on_both_signals(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with self.subTest(signal=number):
+                master = self.run_json(MASTER_IF, "master")
+                self.wait_for_state(master, "sending")
+                before = time.monotonic()
+                closing = self.end(master, number)
+                self.assertLess(time.monotonic() - before, 2.0)
+                self.assertEqual((closing["event"], closing["role"]), ("end", "master"))
+
+    def test_status_goes_to_output_and_log_to_error(self):
+        master = self.start("run", MASTER_IF, "--role", "master", "--duration", "4.5")
+        output, errors = master.communicate(timeout=WAIT_S)
+        self.assertEqual(master.returncode, 0)
+        lines = output.splitlines()
+        self.assertIn("sending", lines[-2])
+        self.assertTrue(lines[-1].startswith("end after"), output)
+        self.assertNotIn("->", output)
+        self.assertIn("->ZebEthTSynInterface_Create()>", errors)
+
+    def test_log_file_takes_the_log(self):
+        master = self.run_json(MASTER_IF, "master", "--duration", "2.5")
+        _, errors = master.communicate(timeout=WAIT_S)
+        self.assertEqual(errors, "")
+        log = pathlib.Path("/dev/shm/master.log").read_text()
+        self.assertIn("Starting as Master", log)
+
+    def test_ends_when_its_reader_has_gone(self):
+        master = self.run_json(MASTER_IF, "master")
+        self.wait_for_state(master, "starting")
+        master.stdout.close()
+        self.assertEqual(master.wait(timeout=WAIT_S), 0)
+
+    def test_gives_the_card_the_time_of_day(self):
+        master = self.run_json(MASTER_IF, "master")
+        status = self.wait_for_state(master, "sending")
+        self.assertLess(abs(status["seconds"] - time.time()), 3)
+        self.end(master)
+
+
+class Slave(Network):
+    def synchronised_pair(self, master_build=None, slave_build=None):
+        delay = ("--propagation-delay", str(CABLE_NS))
+        master = self.run_json(MASTER_IF, "master", build=master_build)
+        self.wait_for_state(master, "sending")
+        slave = self.run_json(SLAVE_IF, "slave", *delay, "--truth", MASTER_IF, "--samples",
+                              "/dev/shm/samples.csv", build=slave_build)
+        return master, slave, self.wait_for_state(slave, "synchronised")
+
+    def check_pair(self, **builds):
+        _, slave, status = self.synchronised_pair(**builds)
+        self.assertEqual(status["link_delay_ns"], CABLE_NS)
+        self.assertAlmostEqual(status["rate_ppm"], -37.0, delta=5.0)
+        closing = self.end(slave)
+        self.assertLess(closing["first_valid_after_sync_s"], 2.0)
+        if "sanitized" not in BUILD.name:
+            self.assertLess(closing["rss_kib"], 8 * 1024)
+
+    def test_becomes_synchronised(self):
+        self.check_pair()
+
+    def test_becomes_synchronised_with_a_master_of_the_other_abi(self):
+        other = other_build()
+        if other is None:
+            self.skipTest("no build for the other ABI at hand")
+        self.check_pair(master_build=other)
+
+    def test_samples_hold_the_error_against_the_true_clock(self):
+        _, slave, _ = self.synchronised_pair()
+        self.wait_for(slave, lambda line: line["t_s"] > 6)
+        closing = self.end(slave)
+        lines = pathlib.Path("/dev/shm/samples.csv").read_text().splitlines()
+        self.assertEqual(lines[0], "t_s,error_ns,bracket_ns,valid")
+        rows = [line.split(",") for line in lines[1:]]
+        self.assertEqual(len(rows), closing["samples"])
+        errors = sorted(abs(int(row[1])) for row in rows if row[3] == "1")
+        self.assertGreater(len(errors), 50)
+        self.assertLess(errors[len(errors) // 2], 5000)
+
+    def test_goes_stale_and_its_record_reads_the_same_from_outside(self):
+        master, slave, _ = self.synchronised_pair()
+        self.end(master)
+        status = self.wait_for_state(slave, "stale")
+        record = pathlib.Path(f"/dev/shm/{SLAVE_IF}").read_bytes()
+        self.assertEqual(len(record), 260)
+        link, _, rejected, offset = struct.unpack_from("<qqIq", record, 24)
+        accepted, sequence = (struct.unpack_from("<I", record, 24 + at)[0] for at in (84, 104))
+        mantissa, exponent = struct.unpack_from("<QH", record, 24 + 36)
+        ratio = mantissa * 2.0 ** (exponent - 16383 - 63)
+        self.assertEqual((link, rejected, offset, accepted, sequence),
+                         (status["link_delay_ns"], status["sync_rejected"], status["offset_ns"],
+                          status["sync_accepted"], status["sequence_id"]))
+        self.assertAlmostEqual(1e6 * (ratio - 1.0), status["rate_ppm"], places=6)
+
+    def test_waits_for_a_master(self):
+        slave = self.run_json(SLAVE_IF, "slave")
+        status = self.wait_for_state(slave, "no sync yet")
+        self.assertEqual(status["sync_accepted"], 0)
+        self.assertIsNone(self.end(slave)["first_valid_s"])
+
+
+class HostExample(Network):
+    def test_readme_shows_the_example_that_is_built(self):
+        self.assertIn((ROOT / "examples/host.c").read_text(), (ROOT / "README.md").read_text())
+
+    def test_prints_ten_times_and_ends(self):
+        host = self.start(SLAVE_IF, program="example_host")
+        _, errors = host.communicate(timeout=WAIT_S)
+        self.assertEqual(host.returncode, 0)
+        times = [line for line in errors.splitlines() if line.replace(".", "").isdigit()]
+        self.assertEqual(len(times), 10, errors)
+
+
+class HostReturns(Network):
+    def test_returning_from_main_on_a_running_master_ends_within_a_second(self):
+        host = self.start(MASTER_IF, program="host_returns")
+        with selectors.DefaultSelector() as selector:
+            selector.register(host.stdout, selectors.EVENT_READ)
+            selector.register(host.stderr, selectors.EVENT_READ)
+            give_up = time.monotonic() + WAIT_S
+            line = ""
+            while line != "returning\n" and time.monotonic() < give_up:
+                for key, _ in selector.select(timeout=1.0):
+                    text = key.fileobj.readline()
+                    line = text if key.fileobj is host.stderr else line
+        self.assertEqual(line, "returning\n")
+        before = time.monotonic()
+        self.assertEqual(host.wait(timeout=WAIT_S), 0)
+        self.assertLess(time.monotonic() - before, 1.0)
+
+
+def main():
+    global BUILD
+    BUILD = pathlib.Path(sys.argv[1]).resolve()
+    os.environ["PATH"] += ":/usr/sbin:/sbin"
+    if INSIDE not in os.environ:
+        os.environ[INSIDE] = "1"
+        flags = "-nm" if os.geteuid() == 0 else "-Urnm"
+        os.execvp("unshare", ["unshare", flags, sys.executable, "-B", __file__, *sys.argv[1:]])
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/dev/shm"], check=True)
+    unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,43 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+
+#include "RunCommand.h"
+#include "RunOptions.h"
+
+namespace {
+
+std::string oneLine(const CLI::App*, const CLI::Error& error) {
+    return std::string("tsyn: ") + error.what() + "; 'tsyn run --help' lists the options\n";
+}
+
+int parseAndRun(int argc, char** argv) {
+    CLI::App app("Time master or slave of IEEE 802.1AS on one Ethernet interface", "tsyn");
+    app.require_subcommand(1);
+    app.failure_message(oneLine);
+    tsyn::RunOptions options;
+    CLI::App* run = app.add_subcommand(
+        "run",
+        "Run a master or a slave; one status line a second on standard output, the library's "
+        "log on standard error");
+    run->failure_message(oneLine);
+    tsyn::addRunOptions(*run, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        constexpr int kWrongUse = 2;
+        return app.exit(error) == 0 ? 0 : kWrongUse;
+    }
+    return tsyn::runCommand(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return parseAndRun(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tsyn: %s\n", error.what());
+        return 1;
+    }
+}
