@@ -2,7 +2,7 @@ ABIS := i386 x86_64
 SANITIZED := i386-sanitized x86_64-sanitized
 PACKAGES_READY := build/packages-ready
 
-.PHONY: all test install clean
+.PHONY: all test demo lint bench install clean
 
 all: $(ABIS:%=build/%/built)
 
@@ -19,6 +19,15 @@ build/%/built: $(PACKAGES_READY) FORCE
 # Every build is tested even when an earlier one fails; the last lines are ctest's own.
 test: $(ABIS:%=build/%/built) $(SANITIZED:%=build/%/built)
 	scripts/run-tests $(SANITIZED) $(ABIS)
+
+demo: $(ABIS:%=build/%/built)
+	tools/demo/run build/demo
+
+lint: $(ABIS:%=build/%/built)
+	scripts/lint build/x86_64
+
+bench: $(ABIS:%=build/%/built)
+	bench/run build/bench
 
 install: $(ABIS:%=build/%/built)
 	cmake --install build/i386
