@@ -87,9 +87,9 @@ TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
     item.prev_t3.ns = 8;
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000000000000ULL);
-    EXPECT_EQ(item.t1.ns, 1000000000000ULL);
-    EXPECT_EQ(item.t2.ns + item.t3.ns + item.t4.ns, 0U);
-    EXPECT_EQ(item.prev_t3.ns, 8U);
+    EXPECT_EQ(+item.t1.ns, 1000000000000ULL);
+    EXPECT_EQ(+item.t2.ns + item.t3.ns + item.t4.ns, 0U);
+    EXPECT_EQ(+item.prev_t3.ns, 8U);
     EXPECT_EQ(item.pdelaySeqNo, 1U);
     EXPECT_EQ(item.measuredDelay, 600);
 }
@@ -127,7 +127,7 @@ TEST_F(PdelayRequest, DelaysFollowTheVectors) {
         EXPECT_EQ(clockItemOf({kSelf.first, port}).measuredDelay,
                   out.at("measuredDelay").get<int>())
             << all[i];
-        EXPECT_EQ(record.linkDelay, toS64(out.at("record0"))) << all[i];
+        EXPECT_EQ(+record.linkDelay, toS64(out.at("record0"))) << all[i];
         EXPECT_EQ(occurrences(output, "out of limits"), out.at("accepted").get<bool>() ? 0 : 1)
             << all[i];
     }
@@ -180,20 +180,20 @@ TEST_F(PdelayRequest, ARejectionMakesTheNextDelayStandAlone) {
     EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 0);
     exchange(message, {1001000000000, 2001000000400, 2001000100400, 1001000100800});
     EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 399);
-    EXPECT_EQ(record.linkDelay, 399);
+    EXPECT_EQ(+record.linkDelay, 399);
 }
 
 TEST_F(PdelayRequest, PublishesTheTimesOfTheExchange) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    EXPECT_EQ(record.pdelayT3, 5000000100500U);
-    EXPECT_EQ(record.pdelayPhcTime, 1700000000000000000U);
-    EXPECT_EQ(record.pdelaySystemTime, 1700000037000000000U);
-    EXPECT_EQ(record.pdelayOffset, 37000000000);
+    EXPECT_EQ(+record.pdelayT3, 5000000100500U);
+    EXPECT_EQ(+record.pdelayPhcTime, 1700000000000000000U);
+    EXPECT_EQ(+record.pdelaySystemTime, 1700000037000000000U);
+    EXPECT_EQ(+record.pdelayOffset, 37000000000);
     EXPECT_EQ(loadExtended(record.pdelayRatio), 1.5L);
     EXPECT_EQ(loadExtended(record.fitSlope), 0.0L);
-    EXPECT_EQ(record.fitEstimate, 0);
-    EXPECT_EQ(record.incompletePdelay, 0U);
+    EXPECT_EQ(+record.fitEstimate, 0);
+    EXPECT_EQ(+record.incompletePdelay, 0U);
 }
 
 TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
@@ -209,20 +209,20 @@ TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
         printedBy([&] { handle(late); });
     }
     EXPECT_EQ(loadExtended(record.fitSlope), 1.0L);
-    EXPECT_EQ(record.fitEstimate, 1000250000 - 205000);
+    EXPECT_EQ(+record.fitEstimate, 1000250000 - 205000);
 }
 
 TEST_F(PdelayRequest, KeepsTheExchangeForTheNextRatioAndClearsIt) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
     const ClockItemMembersType& item = clockItemOf(kSelf);
-    EXPECT_EQ(item.prev_t1.ns, 1000000000000U);
-    EXPECT_EQ(item.prev_t2.ns, 5000000000500U);
-    EXPECT_EQ(item.prev_t3.ns, 5000000100500U);
-    EXPECT_EQ(item.prev_t4.ns, 1000000101000U);
-    EXPECT_EQ(item.t1.ns, 1000000000000U);
-    EXPECT_EQ(item.t2.ns, 0U);
-    EXPECT_EQ(item.t4.ns, 0U);
+    EXPECT_EQ(+item.prev_t1.ns, 1000000000000U);
+    EXPECT_EQ(+item.prev_t2.ns, 5000000000500U);
+    EXPECT_EQ(+item.prev_t3.ns, 5000000100500U);
+    EXPECT_EQ(+item.prev_t4.ns, 1000000101000U);
+    EXPECT_EQ(+item.t1.ns, 1000000000000U);
+    EXPECT_EQ(+item.t2.ns, 0U);
+    EXPECT_EQ(+item.t4.ns, 0U);
 }
 
 class PdelayResponse : public PdelayRequest {};
@@ -234,10 +234,10 @@ TEST_F(PdelayResponse, NotesItsSenderAndBothClocks) {
     EXPECT_EQ(handle(answer(3, 1, 5000), 2000), 1U);
     const ClockItemMembersType& item = clockItemOf(kSelf);
     EXPECT_EQ(item.respPortNumber, 7);
-    EXPECT_EQ(item.extTime1, 111U);
-    EXPECT_EQ(item.extTime2, 222U);
-    EXPECT_EQ(item.t2.ns, 5000U);
-    EXPECT_EQ(item.t4.ns, 2000U);
+    EXPECT_EQ(+item.extTime1, 111U);
+    EXPECT_EQ(+item.extTime2, 222U);
+    EXPECT_EQ(+item.t2.ns, 5000U);
+    EXPECT_EQ(+item.t4.ns, 2000U);
 }
 
 TEST_F(PdelayResponse, OfAnotherSequenceIsReportedAndIgnored) {
@@ -247,8 +247,8 @@ TEST_F(PdelayResponse, OfAnotherSequenceIsReportedAndIgnored) {
     EXPECT_EQ(occurrences(output, "[ERROR] "), 2);
     EXPECT_LT(output.find(">clockItems[item].pdelaySeqNo: 1\n"),
               output.find(">ptpdata->sequenceId: 9\n"));
-    EXPECT_EQ(clockItemOf(kSelf).t2.ns, 0U);
-    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 0U);
+    EXPECT_EQ(+clockItemOf(kSelf).t2.ns, 0U);
+    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 0U);
     EXPECT_EQ(clockItemOf(kSelf).respPortNumber, 7);
 }
 
@@ -257,15 +257,15 @@ TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
     request(message, 1000);
     EXPECT_EQ(respond(1, 5000, 2000), 1U);
     EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 6000, 3000), 0U); }), "");
-    EXPECT_EQ(clockItemOf(kSelf).t2.ns, 5000U);
-    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 2000U);
+    EXPECT_EQ(+clockItemOf(kSelf).t2.ns, 5000U);
+    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 2000U);
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestTakesTheRequestTimeAtTraceLevel0) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
     EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); }), "");
-    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 1000U);
+    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 1000U);
 }
 
 TEST_F(PdelayResponse, AtTheTimeOfItsRequestIsNotReported) {
@@ -284,7 +284,7 @@ TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
     EXPECT_TRUE(output.await(kReport, 3));
     __atomic_store_n(&DbgTraceLevel, 0, __ATOMIC_RELAXED);
     handler.join();
-    EXPECT_EQ(clockItemOf(kSelf).t4.ns, 1000U);
+    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 1000U);
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestHoldsTheProcessUntilItIsKilled) {
@@ -311,17 +311,17 @@ TEST_F(PdelayFollowUp, WithoutAResponseCountsAsIncomplete) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
     EXPECT_EQ(printedBy([&] { EXPECT_EQ(followUp(1, 6000), 0U); }), "");
-    EXPECT_EQ(record.incompletePdelay, 1U);
-    EXPECT_EQ(clockItemOf(kSelf).t3.ns, 6000U);
-    EXPECT_EQ(clockItemOf(kSelf).prev_t3.ns, 0U);
-    EXPECT_EQ(record.pdelayT3, 0U);
+    EXPECT_EQ(+record.incompletePdelay, 1U);
+    EXPECT_EQ(+clockItemOf(kSelf).t3.ns, 6000U);
+    EXPECT_EQ(+clockItemOf(kSelf).prev_t3.ns, 0U);
+    EXPECT_EQ(+record.pdelayT3, 0U);
 }
 
 TEST_F(PdelayFollowUp, ASecondOneCountsAsIncomplete) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
     EXPECT_EQ(followUp(1, 5000000100500), 0U);
-    EXPECT_EQ(record.incompletePdelay, 1U);
+    EXPECT_EQ(+record.incompletePdelay, 1U);
     EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 550);
 }
 
@@ -332,7 +332,7 @@ TEST_F(PdelayFollowUp, BeforeTheTransmitTimeWaits100MicrosecondsOnce) {
     platform().sleeps = {nullptr};
     EXPECT_EQ(followUp(1, 6000), 0U);
     EXPECT_EQ(platform().lastSleep, 100U);
-    EXPECT_EQ(record.incompletePdelay, 1U);
+    EXPECT_EQ(+record.incompletePdelay, 1U);
 }
 
 TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
@@ -342,7 +342,7 @@ TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
     platform().sleeps = {[] { clockItemOf(kSelf).t1.ns = 1000; }};
     platform().capabilities = {{}};
     printedBy([&] { EXPECT_EQ(followUp(1, 5400), 1U); });
-    EXPECT_EQ(record.incompletePdelay, 0U);
+    EXPECT_EQ(+record.incompletePdelay, 0U);
     EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 450);
 }
 

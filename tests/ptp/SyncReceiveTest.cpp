@@ -48,8 +48,8 @@ protected:
         Refusal refusal{};
         refusal.output = printedBy([&] { refusal.result = handle(message, 1000); });
         EXPECT_EQ(refusal.result, 0U);
-        EXPECT_EQ(record.rejectedSync, 1U);
-        EXPECT_EQ(record.acceptedSync, 0U);
+        EXPECT_EQ(+record.rejectedSync, 1U);
+        EXPECT_EQ(+record.acceptedSync, 0U);
         EXPECT_TRUE(clockItems.empty());
         return refusal;
     }
@@ -126,12 +126,12 @@ TEST_F(SyncReceive, StoresReceiveTimeAndSequenceId) {
     message[4] = 4;
     EXPECT_EQ(handleWithExtTime(message, 1700000000000001550ULL), 1U);
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(item.syncReceiveTime.ns, 1700000000000001550ULL);
-    EXPECT_EQ(item.localTimes.entries[0].ns, 1700000000000001550ULL);
+    EXPECT_EQ(+item.syncReceiveTime.ns, 1700000000000001550ULL);
+    EXPECT_EQ(+item.localTimes.entries[0].ns, 1700000000000001550ULL);
     EXPECT_EQ(item.syncSequenceId, 0xFEDC);
-    EXPECT_EQ(record.sequenceId, 0xFEDCU);
-    EXPECT_EQ(record.acceptedSync, 1U);
-    EXPECT_EQ(record.rejectedSync, 0U);
+    EXPECT_EQ(+record.sequenceId, 0xFEDCU);
+    EXPECT_EQ(+record.acceptedSync, 1U);
+    EXPECT_EQ(+record.rejectedSync, 0U);
 }
 
 TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
@@ -139,9 +139,9 @@ TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
     clockItemOf(kMaster).masterTimes.entries[0].ns = 6;
     clockItemOf(kMaster).masterTimes.entries[1].ns = 7;
     handleWithExtTime(syncMessage(1), 1000);
-    EXPECT_EQ(clockItemOf(kMaster).originTime.ns, 0U);
-    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, 0U);
-    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[1].ns, 7U);
+    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, 0U);
+    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[1].ns, 7U);
 }
 
 /** One Sync and Follow_Up of a vector and what they leave behind. */
@@ -186,7 +186,7 @@ protected:
 
     void expectHistory(const TimestampHistory& history, const nlohmann::json& expected) {
         for (std::size_t i = 0; i < expected.size(); ++i) {
-            EXPECT_EQ(history.entries[i].ns, toU64(expected[i])) << i;
+            EXPECT_EQ(+history.entries[i].ns, toU64(expected[i])) << i;
         }
     }
 
@@ -197,7 +197,7 @@ protected:
             EXPECT_EQ(occurrences(output, "frequency offset out of range ... "),
                       out.at("inRange").get<bool>() ? 0 : 1)
                 << pair;
-            EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(out.at("M"))) << pair;
+            EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(out.at("M"))) << pair;
         }
         if (pair.contains("A")) {
             expectHistory(clockItemOf(kMaster).masterTimes, pair.at("A"));
@@ -223,10 +223,10 @@ TEST_F(SlaveSequence, FirstPairOnlyPrimes) {
     EXPECT_EQ(clockItemOf(kMaster).initialised, 0U);
     play(first);
     EXPECT_EQ(clockItemOf(kMaster).initialised, 1U);
-    EXPECT_EQ(clockItemOf(kMaster).originTime.ns, toU64(first.at("t1")));
-    EXPECT_EQ(record.originTime, 0U);
-    EXPECT_EQ(record.localTime, 0U);
-    EXPECT_EQ(record.acceptedSync, 1U);
+    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, toU64(first.at("t1")));
+    EXPECT_EQ(+record.originTime, 0U);
+    EXPECT_EQ(+record.localTime, 0U);
+    EXPECT_EQ(+record.acceptedSync, 1U);
 }
 
 TEST_F(SlaveSequence, OutOfRangeLineNamesMasterTimeLocalTimeCorrectionAndRatio) {
@@ -266,7 +266,7 @@ TEST_F(SlaveSequence, ARepeatedFollowUpLeavesRateAndOffset) {
     EXPECT_EQ(occurrences(output, "frequency offset out of range ... "), 1);
     const nlohmann::json& kept = expected.at("after three pairs");
     EXPECT_EQ(toHex(record.rateRatio1, 10), kept.at("record36").at("x87"));
-    EXPECT_EQ(record.masterOffset, toS64(kept.at("record20")));
+    EXPECT_EQ(+record.masterOffset, toS64(kept.at("record20")));
 }
 
 TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
@@ -276,7 +276,7 @@ TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
     handleWithExtTime(syncMessage(1), 1700000000000001550ULL);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, toU64(vector.at("t1")))); });
-    EXPECT_EQ(clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(vector.at("M")));
+    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(vector.at("M")));
 }
 
 TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
@@ -286,8 +286,8 @@ TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
     handleWithExtTime(syncMessage(1), 1000);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, 1000)); });
-    EXPECT_EQ(clockItemOf(kMaster).spareTimes.entries[1].ns, 11U);
-    EXPECT_EQ(clockItemOf(kMaster).spareTimes.entries[7].ns, 66U);
+    EXPECT_EQ(+clockItemOf(kMaster).spareTimes.entries[1].ns, 11U);
+    EXPECT_EQ(+clockItemOf(kMaster).spareTimes.entries[7].ns, 66U);
 }
 
 class FollowUpReceive : public Handlers {};
@@ -298,15 +298,15 @@ TEST_F(FollowUpReceive, OfAnotherSequenceIdLeavesAllTimes) {
     EXPECT_EQ(handleWithExtTime(followUpMessage(8, 5000)), 1U);
     EXPECT_EQ(image(record), before);
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(item.originTime.ns, 0U);
-    EXPECT_EQ(item.masterTimes.entries[0].ns, 0U);
-    EXPECT_EQ(item.localTimes.entries[0].ns, 1000U);
+    EXPECT_EQ(+item.originTime.ns, 0U);
+    EXPECT_EQ(+item.masterTimes.entries[0].ns, 0U);
+    EXPECT_EQ(+item.localTimes.entries[0].ns, 1000U);
     EXPECT_EQ(item.initialised, 0U);
 }
 
 TEST_F(FollowUpReceive, WithoutASyncLeavesAllTimes) {
     EXPECT_EQ(handleWithExtTime(followUpMessage(0xFFFF, 5000)), 1U);
-    EXPECT_EQ(clockItems.at(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(+clockItems.at(kMaster).originTime.ns, 0U);
     EXPECT_EQ(image(record), std::string(472, '0'));
 }
 

@@ -94,7 +94,7 @@ TEST_F(SyncSend, SendsNothingAndLogsNothingInTxMode0) {
     sync.service = &service;
     EXPECT_EQ(printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); }), "");
     EXPECT_TRUE(platform().sent.empty());
-    EXPECT_EQ(record.sequenceId, 0U);
+    EXPECT_EQ(+record.sequenceId, 0U);
 }
 
 TEST_F(SyncSend, SendsNothingAndReportsAnUnknownTxMode) {
@@ -129,12 +129,12 @@ TEST_F(SyncSend, SequenceCounter65535IsFollowedBy0) {
             platform().sent.clear();
         }
     });
-    EXPECT_EQ(record.sequenceId, 65535U);
+    EXPECT_EQ(+record.sequenceId, 65535U);
     platform().sent.clear();
     printedBy([&] { sync.processOutgoing(); });
     EXPECT_EQ(toHex(&platform().sent.at(0).at(30), 2), "0000");
     EXPECT_EQ(toHex(&platform().sent.at(1).at(30), 2), "0000");
-    EXPECT_EQ(record.sequenceId, 0U);
+    EXPECT_EQ(+record.sequenceId, 0U);
 }
 
 TEST_F(SyncSend, PublishesTheMasterRecord) {
@@ -151,8 +151,8 @@ TEST_F(SyncSend, KeepsTheSoftOffsetAndTheLinkDelayOfTheRecord) {
     record.linkDelay = 77;
     PTPMsgSync sync(0, kPort);
     send(sync);
-    EXPECT_EQ(record.softOffset, 1234);
-    EXPECT_EQ(record.linkDelay, 77);
+    EXPECT_EQ(+record.softOffset, 1234);
+    EXPECT_EQ(+record.linkDelay, 77);
 }
 
 TEST_F(SyncSend, PublishesTheInverseSlopeOfTheFittedLine) {

@@ -35,7 +35,7 @@ TEST_F(ClockItems, AnUnknownPortGetsZeroTimes) {
     for (const TimestampRecord* time :
          {&item.t1, &item.t2, &item.t3, &item.t4, &item.prev_t1, &item.prev_t2, &item.prev_t3,
           &item.prev_t4, &item.syncReceiveTime, &item.originTime}) {
-        EXPECT_EQ(time->ns, 0U);
+        EXPECT_EQ(+time->ns, 0U);
     }
     EXPECT_TRUE(isZero(item.masterTimes));
     EXPECT_TRUE(isZero(item.localTimes));
@@ -86,9 +86,9 @@ TEST(TimestampHistory, ShiftMovesBackAndKeepsTheLatestInFront) {
         history.entries[i].ns = 10 + i;
     }
     history.shift();
-    EXPECT_EQ(history.entries[0].ns, 10U);
+    EXPECT_EQ(+history.entries[0].ns, 10U);
     for (unsigned int i = 1; i < 8; ++i) {
-        EXPECT_EQ(history.entries[i].ns, 9 + i);
+        EXPECT_EQ(+history.entries[i].ns, 9 + i);
     }
 }
 

@@ -216,9 +216,9 @@ TEST_F(HostileMessages, OfAnyLengthAndContentAreHandledOrRefused) {
             }
         }
     });
-    EXPECT_EQ(record.acceptedSync + record.rejectedSync, syncs);
-    EXPECT_GT(record.acceptedSync, 0U);
-    EXPECT_GT(record.rejectedSync, 0U);
+    EXPECT_EQ(+record.acceptedSync + record.rejectedSync, syncs);
+    EXPECT_GT(+record.acceptedSync, 0U);
+    EXPECT_GT(+record.rejectedSync, 0U);
 }
 
 TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
@@ -232,7 +232,7 @@ TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
         }
     });
     EXPECT_EQ(occurrences(output, "Invalid messageLength received: "), 6);
-    EXPECT_EQ(record.rejectedSync, 1U);
+    EXPECT_EQ(+record.rejectedSync, 1U);
     ASSERT_EQ(platform().sent.size(), 2U);
     EXPECT_EQ(platform().sent[0].size(), 0U);
     EXPECT_EQ(platform().sent[1].size(), 0U);
