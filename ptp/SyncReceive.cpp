@@ -1,6 +1,9 @@
+#include <algorithm>
+#include <cstring>
 #include <ctime>
 
 #include "api/InterfaceDataManager.h"
+#include "autosar/TLVObject.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "platform/i210helper.h"
@@ -37,6 +40,24 @@ bool isValidSyncHeader(const unsigned char* message) {
     if (message[wire::kDomainNumber] > wire::kMaxDomain) {
         ZEB_LOG_AS(kHandler, kError, "Invalid domain number received:%d ...\n",
                    message[wire::kDomainNumber]);
+        return false;
+    }
+    return true;
+}
+
+/** Checks and reports the AUTOSAR TLV behind the Follow_Up information TLV. False when the data
+ *  ended early or, above trace level 0, a CRC was wrong: the Follow_Up is then not used. */
+bool takeAutosarTlv(PTPMessage& followUp) {
+    // Ten more than the TLV has; the surplus reads as the zeros behind the message. Deployed
+    // masters send length fields that count on it.
+    constexpr unsigned int kCountLess = 66;
+    constexpr unsigned int kRoom = wire::kMessageBufferSize - wire::kAutosarTlv;
+    TLVObject tlv;
+    tlv.count = wire::messageLength(followUp.data()) - kCountLess;
+    std::memcpy(tlv.bytes, followUp.data() + wire::kAutosarTlv, std::min(tlv.count, kRoom));
+    try {
+        ProcessIncomingAutoSARTLVObjects(&tlv, followUp.header());
+    } catch (const char*) {
         return false;
     }
     return true;
@@ -154,6 +175,9 @@ unsigned int PTPMsgFollowUp::processIncoming() {
     unsigned long long phcTime = 0;
     i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
     const int arrivalMark = millisecondOfWallClock();
+    if (wire::messageLength(buffer_) > wire::kFollowUpLength && !takeAutosarTlv(*this)) {
+        return 1;
+    }
 
     ClockItemMembersType& item = clockItemOf(master);
     item.arrivalMark = arrivalMark;

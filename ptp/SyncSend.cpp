@@ -4,6 +4,7 @@
 #include <string>
 
 #include "api/InterfaceDataManager.h"
+#include "autosar/TLVObject.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "platform/i210helper.h"
@@ -20,6 +21,7 @@ constexpr unsigned char kControlOther = 5;
 constexpr unsigned char kLogInterval125ms = 0xFD;
 constexpr unsigned int kTxModeOff = 0;
 constexpr unsigned int kTxModeSend = 1;
+constexpr unsigned char kGlobalTimeBase = 0x08;
 
 // The grandmaster that a master announces itself to be; peers expect exactly these.
 constexpr unsigned char kAnnouncedPriority1 = 0x01;
@@ -54,6 +56,31 @@ void publishMasterTime(NetworkService<sock>* service, gPtpTimeDataStruct& record
     storeExtended(record.rateRatio2, ratio);
     referenceRecord.hardwareTime[1] = static_cast<unsigned long long>(phcNs);
     referenceRecord.cpuTime[1] = static_cast<unsigned long long>(processCpuTimeNs());
+}
+
+void append(TLVObject& tlv, PTPMessage& message, unsigned int& end) {
+    std::memcpy(message.data() + end, tlv.bytes, tlv.count);
+    end += tlv.count;
+}
+
+/** Replaces the Follow_Up information TLV by itself and the AUTOSAR TLV with the sub-TLVs of the
+ *  mask. The length comes first, since the CRCs may cover it. */
+void attachAutosarTlv(PTPMessage& followUp, unsigned int mask) {
+    TLVObject headers(kTlvHeaders, nullptr, static_cast<unsigned char>(mask));
+    unsigned int end = wire::kFollowUpTlv;
+    wire::store16(followUp.data() + wire::kMessageLength, end + headers.count + subTlvSize(mask));
+    append(headers, followUp, end);
+    for (const SubTlvKind& kind : kSubTlvKinds) {
+        if ((mask & kind.bit) != 0) {
+            TLVObject subTlv(kind.type, followUp.header(), 0);
+            append(subTlv, followUp, end);
+        }
+    }
+}
+
+/** A master with AUTOSAR extensions sends no Sync until it has a global time base itself. */
+bool lacksGlobalTimeBase(const InstanceBlock& block) {
+    return block.cfg.EnableAutosarExtensions == 1 && (block.timeBaseStatus & kGlobalTimeBase) == 0;
 }
 
 }  // namespace
@@ -106,6 +133,9 @@ unsigned int PTPMsgSync::processOutgoing() {
         return 0;
     }
     if (txMode == kTxModeSend) {
+        if (lacksGlobalTimeBase(block)) {
+            return 0;
+        }
         gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
         ++sequence_;
         wire::store16(buffer_ + wire::kSequenceId, sequence_);
@@ -145,6 +175,13 @@ unsigned int PTPMsgFollowUp::processOutgoing(PTPMessage* sync, ptp_time_t* txTim
     wire::store16(buffer_ + wire::kFollowUpTlv + 2, wire::kFollowUpTlvLength);
     wire::storeBigEndian<3>(buffer_ + wire::kFollowUpOrganizationId, wire::kOrganizationIeee8021);
     wire::storeBigEndian<3>(buffer_ + wire::kFollowUpOrganizationSubType, 1);
+    // Any nonzero value attaches, although only 1 holds Sync back.
+    if (InterfaceDataManager::getInstance()->block.cfg.EnableAutosarExtensions != 0) {
+        const unsigned int mask = getConfigParameterBlockTLVBitmask();
+        if (mask != 0) {
+            attachAutosarTlv(*this, mask);
+        }
+    }
     return 1;
 }
 

@@ -1,0 +1,157 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "api/InterfaceDataManager.h"
+#include "autosar/TLVObject.h"
+#include "autosar/TlvCrc.h"
+#include "autosar/TlvReader.h"
+#include "base/DbgLog.h"
+
+namespace {
+
+constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
+constexpr int kOrganizationFieldsSize = 6;
+constexpr unsigned int kRecordedEntries = 4;
+
+/** What a recorded CRC belongs to, as hosts read it. */
+enum RecordedWord : unsigned int { kCrcTime0 = 0, kCrcTime1 = 1, kCrcStatus = 2, kCrcUserData = 3 };
+
+/** One Follow_Up's sub-TLVs on their way into the instance block. */
+class Reception {
+public:
+    Reception(InstanceBlock& block, const TLVObject& tlv, const unsigned char* followUp)
+        : block_(block),
+          followUp_(followUp),
+          dataId_(dataIdOf(block.cfg, followUp)),
+          reader_(tlv.bytes, std::min<std::size_t>(tlv.count, sizeof tlv.bytes)) {}
+
+    /** False when a recorded CRC did not match. */
+    bool run() {
+        reader_.get<2>();  // tlvType
+        const unsigned int length = reader_.get<2>();
+        const unsigned int organization = reader_.get<3>();
+        reader_.get<3>();  // organizationSubType
+        if (organization != kOrganizationAutosar) {
+            return true;
+        }
+        block_.subTlvCount = 0;
+        // Signed: a length below the organisation fields leaves nothing to read. Each sub-TLV is
+        // charged with its own length byte, whatever was read of it.
+        int remaining = static_cast<int>(length) - kOrganizationFieldsSize;
+        while (remaining > 0) {
+            const unsigned char type = reader_.getByte();
+            const unsigned char subLength = reader_.getByte();
+            handle(type, subLength);
+            remaining -= subLength + 2;
+        }
+        return allValid_;
+    }
+
+private:
+    void handle(unsigned char type, unsigned char length) {
+        switch (type) {
+        case kTimeSecured:
+            takeTime();
+            break;
+        case kStatusSecured:
+        case kStatusNotSecured:
+            takeStatus(type);
+            break;
+        case kUserDataSecured:
+        case kUserDataNotSecured:
+            takeUserData(type);
+            break;
+        case kOfsSecured:
+        case kOfsNotSecured:
+            reportUnexpected(type);
+            reader_.skip(length);
+            break;
+        default:
+            reader_.skip(length);
+            break;
+        }
+    }
+
+    void takeTime() {
+        const unsigned char flags = reader_.getByte();
+        block_.cfg.CrcTimeFlags = flags;
+        const unsigned char crc0 = reader_.getByte();
+        const unsigned char crc1 = reader_.getByte();
+        record(kCrcTime0, crc0 == timeCrc0(flags, followUp_, dataId_));
+        record(kCrcTime1, crc1 == timeCrc1(flags, followUp_, dataId_));
+    }
+
+    void takeStatus(unsigned char type) {
+        const unsigned char status = reader_.getByte();
+        block_.timeBaseStatus = status;
+        const unsigned char crc = reader_.getByte();
+        if (type == kStatusSecured) {
+            record(kCrcStatus, crc == bytewiseCrc(&status, 1, dataId_));
+        }
+    }
+
+    void takeUserData(unsigned char type) {
+        block_.userDataLength = reader_.getByte();
+        for (unsigned char& byte : block_.userBytes) {
+            byte = reader_.getByte();
+        }
+        const unsigned char crc = reader_.getByte();
+        if (type == kUserDataSecured) {
+            const unsigned char content[] = {block_.userDataLength, block_.userBytes[0],
+                                             block_.userBytes[1], block_.userBytes[2]};
+            record(kCrcUserData, crc == bytewiseCrc(content, sizeof content, dataId_));
+        }
+    }
+
+    /** The count goes on beyond the entries that there is room for. */
+    void record(RecordedWord word, bool valid) {
+        const unsigned int index = block_.subTlvCount;
+        block_.subTlvCount = index + 1;
+        if (index < kRecordedEntries) {
+            block_.subTlvWords[index] = word;
+            block_.subTlvValid[index] = valid ? 1 : 0;
+        }
+        allValid_ = allValid_ && valid;
+    }
+
+    static void reportUnexpected(unsigned char type) {
+        if (traceLevel() > 0) {
+            char text[128];
+            std::snprintf(text, sizeof text,
+                          "@%s(%d): AUTOSAR Type %d *** valid but not expectecd***",
+                          "ProcessIncomingAutoSARTLVObjects", __LINE__, type);
+            printRoleMarked(text);
+        }
+    }
+
+    InstanceBlock& block_;
+    const unsigned char* followUp_;
+    unsigned char dataId_;
+    TlvReader reader_;
+    bool allValid_ = true;
+};
+
+}  // namespace
+
+void TlvReader::fail() {
+    if (traceLevel() > 0) {
+        char text[wire::kMessageBufferSize];
+        std::snprintf(text, sizeof text, "%s: FATAL internal error at 'const T& get()'", "get");
+        printRoleMarked(text);
+    }
+    throw static_cast<const char*>("No more data");
+}
+
+unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv, ptpv2hdr_t* followUpHeader) {
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
+    if (instance == nullptr || Reception(instance->block, *tlv, followUpHeader->octets).run()) {
+        return 1;
+    }
+    if (traceLevel() <= 0) {
+        return 0;
+    }
+    char text[128];
+    std::snprintf(text, sizeof text, "%s(%d): validation failed!", __func__, __LINE__);
+    printRoleMarked(text);
+    TlvReader::fail();
+}

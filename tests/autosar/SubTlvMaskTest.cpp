@@ -1,0 +1,108 @@
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "AutosarInstance.h"
+
+namespace {
+
+bool memoryExhausted = false;
+
+}  // namespace
+
+/** Takes the place of the language runtime's: the instance is the only user in this program. */
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return memoryExhausted ? nullptr : ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+namespace {
+
+class SubTlvMask : public AutosarInstance {
+protected:
+    unsigned int maskOf(unsigned int selector1, unsigned int selector2, unsigned int selector3) {
+        block.cfg.selector1 = selector1;
+        block.cfg.selector2 = selector2;
+        block.cfg.selector3 = selector3;
+        return getConfigParameterBlockTLVBitmask();
+    }
+};
+
+TEST_F(SubTlvMask, OfAllSelectorsIsAsEveryVectorTells) {
+    for (const nlohmann::json& vector : vectors("tlv_mask")) {
+        const nlohmann::json& selectors = vector.at("selectors");
+        const unsigned int mask = maskOf(selectors.at(0), selectors.at(1), selectors.at(2));
+        EXPECT_EQ(mask, vector.at("mask").get<unsigned int>()) << vector;
+        const unsigned int behindHeaders = subTlvSize(mask);
+        EXPECT_EQ(mask == 0 ? 76 : 86 + behindHeaders,
+                  vector.at("messageLength").get<unsigned int>())
+            << vector;
+        const TLVObject headers(0, nullptr, static_cast<unsigned char>(mask));
+        EXPECT_EQ(wire::load16(headers.bytes + 34), vector.at("lengthField").get<unsigned int>())
+            << vector;
+    }
+}
+
+TEST_F(SubTlvMask, SelectorsOtherThanOneAndTwoSelectNothing) {
+    for (const unsigned int value : {0U, 3U, 4U, 257U, 0x80000001U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(maskOf(value, value, value), 0U) << value;
+    }
+}
+
+TEST_F(SubTlvMask, OneSecuresAndTwoDoesNot) {
+    EXPECT_EQ(maskOf(1, 2, 2), 0x15U);
+    EXPECT_EQ(maskOf(1, 1, 1), 0x0BU);
+}
+
+TEST_F(SubTlvMask, TimeHasNoFormThatIsNotSecured) {
+    EXPECT_EQ(maskOf(2, 0, 0), 0U);
+}
+
+TEST_F(SubTlvMask, IsReadAnewEveryTime) {
+    EXPECT_EQ(maskOf(1, 0, 0), 0x01U);
+    EXPECT_EQ(maskOf(0, 0, 0), 0x00U);
+    EXPECT_EQ(maskOf(0, 1, 0), 0x02U);
+}
+
+/** No instance, and no memory for one, while it lives. */
+class NoInstance : public AutosarInstance {
+protected:
+    NoInstance() : earlier_(std::exchange(InterfaceDataManager::m_pInstance, nullptr)) {
+        memoryExhausted = true;
+    }
+    ~NoInstance() override {
+        memoryExhausted = false;
+        InterfaceDataManager::m_pInstance = earlier_;
+    }
+
+private:
+    InterfaceDataManager* earlier_;
+};
+
+TEST_F(NoInstance, GivesAnEmptyMaskAndAnErrorLine) {
+    const StdoutCapture output;
+    EXPECT_EQ(getConfigParameterBlockTLVBitmask(), 0U);
+    ASSERT_EQ(output.lines().size(), 1U);
+    EXPECT_EQ(output.lines()[0].level, "ERROR");
+    EXPECT_EQ(output.lines()[0].function, "getConfigParameterBlockTLVBitmask");
+    EXPECT_EQ(output.lines()[0].text, "There is no InterfaceDataManager ...");
+}
+
+TEST_F(NoInstance, LeavesBlocksEmptyAndAcceptsWhatComes) {
+    FollowUp followUp(securedMessage());
+    const StdoutCapture output;
+    EXPECT_TRUE(subTlv(0x28, followUp).empty());
+    EXPECT_EQ(TLVObject(0, nullptr, 0x01).count, 0U);
+    EXPECT_EQ(process(followUp.receivedTlv(), followUp), Verdict(1));
+    EXPECT_EQ(output.text(), "");
+}
+
+TEST_F(NoInstance, CrcIsTheSubstituteOfASlave) {
+    const unsigned char byte = 1;
+    EXPECT_EQ(Crc_CalculateCRC8H2F(&byte, 1, 0, true), 0xFF);
+}
+
+}  // namespace

@@ -1,0 +1,295 @@
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "AutosarInstance.h"
+#include "api/DaemonState.h"
+#include "include/gPtpTimeData.h"
+#include "timebase/osipc.h"
+
+namespace {
+
+class TlvReception : public AutosarInstance {
+protected:
+    TlvReception() : message(securedMessage()) {}
+
+    Verdict process() {
+        FollowUp followUp(message);
+        return AutosarInstance::process(followUp.receivedTlv(), followUp);
+    }
+
+    std::string words() const {
+        std::string text;
+        for (unsigned int i = 0; i < std::min(4U, block.subTlvCount); ++i) {
+            text += std::to_string(block.subTlvWords[i]) + (block.subTlvValid[i] != 0 ? "+" : "-");
+        }
+        return text;
+    }
+
+    /** Replaces the sub-TLVs and adjusts both lengths. */
+    void setSubTlvs(const std::string& digits) {
+        const Bytes subTlvs = fromHex(digits);
+        message.resize(86);
+        message.insert(message.end(), subTlvs.begin(), subTlvs.end());
+        wire::store16(message.data() + 2, static_cast<unsigned int>(message.size()));
+        wire::store16(message.data() + 78, static_cast<unsigned int>(6 + subTlvs.size()));
+    }
+
+    Bytes message;
+};
+
+void expectEntries(const nlohmann::json& out, const InstanceBlock& block) {
+    EXPECT_EQ(block.subTlvCount, out.at("count").get<unsigned int>());
+    for (std::size_t i = 0; i < std::min<std::size_t>(4, out.at("words").size()); ++i) {
+        EXPECT_EQ(block.subTlvWords[i], out.at("words")[i].get<unsigned int>()) << i;
+        EXPECT_EQ(block.subTlvValid[i], out.at("valid")[i].get<unsigned int>()) << i;
+    }
+}
+
+void expectInstance(const nlohmann::json& instance, const InstanceBlock& block) {
+    EXPECT_EQ(block.cfg.CrcTimeFlags, instance.at("CrcTimeFlags(340)").get<int>());
+    EXPECT_EQ(block.timeBaseStatus, instance.at("status(380)").get<int>());
+    EXPECT_EQ(block.userDataLength, instance.at("userDataLength(388)").get<int>());
+    EXPECT_EQ(toHex(block.userBytes, 3), instance.at("userBytes(389)"));
+}
+
+TEST_F(TlvReception, IsAsEveryVectorTells) {
+    int called = 0;
+    for (const nlohmann::json& vector : vectors("autosar_reception")) {
+        const nlohmann::json& out = vector.at("out");
+        if (!out.at("called").get<bool>()) {
+            continue;
+        }
+        SCOPED_TRACE(vector.dump());
+        ++called;
+        block = InstanceBlock{};
+        const Bytes ids = fromHex(vector.at("DataIDList"));
+        std::copy(ids.begin(), ids.end(), block.cfg.DataIDList);
+        block.cfg.TxCrcMode = vector.at("TxCrcMode");
+        DbgTraceLevel = vector.at("DbgTraceLevel");
+        FollowUp followUp(fromHex(vector.at("message")));
+        const TLVObject tlv = followUp.receivedTlv();
+        EXPECT_EQ(tlv.count, out.at("tlvLength").get<unsigned int>());
+        Verdict verdict;
+        printedBy([&] { verdict = AutosarInstance::process(tlv, followUp); });
+        EXPECT_EQ(verdict, out.at("result") == "exception"
+                               ? Verdict()
+                               : Verdict(out.at("result").get<unsigned int>()));
+        expectEntries(out, block);
+        if (out.contains("instance")) {
+            expectInstance(out.at("instance"), block);
+        }
+    }
+    EXPECT_EQ(called, 11);
+}
+
+/** A wrong CRC, its offset in the message and the entry that it belongs to. */
+struct WrongCrc {
+    std::size_t offset;
+    unsigned int entry;
+};
+
+constexpr WrongCrc kWrongCrcs[] = {{89, 0}, {90, 1}, {94, 2}, {101, 3}};
+
+TEST_F(TlvReception, AWrongCrcAtTraceLevel0ClearsItsFlagAlone) {
+    for (const int level : {0, -1}) {
+        DbgTraceLevel = level;
+        for (const WrongCrc& wrong : kWrongCrcs) {
+            message = securedMessage();
+            message[wrong.offset] ^= 0x01;
+            EXPECT_EQ(printedBy([&] { EXPECT_EQ(process(), Verdict(0)); }), "");
+            EXPECT_EQ(block.subTlvCount, 4U);
+            for (unsigned int i = 0; i < 4; ++i) {
+                EXPECT_EQ(block.subTlvValid[i], i == wrong.entry ? 0 : 1) << wrong.offset;
+            }
+        }
+    }
+}
+
+TEST_F(TlvReception, AWrongCrcAboveTraceLevel0EndsInTheErrorPathWithTwoLines) {
+    DbgTraceLevel = 1;
+    MasterOrSlave = '2';
+    for (const WrongCrc& wrong : kWrongCrcs) {
+        message = securedMessage();
+        message[wrong.offset] ^= 0x01;
+        const std::string output = printedBy([&] { EXPECT_EQ(process(), Verdict()); });
+        EXPECT_EQ(output.find("2ProcessIncomingAutoSARTLVObjects("), 0U) << output;
+        EXPECT_NE(output.find("): validation failed!\n"
+                              "2get: FATAL internal error at 'const T& get()'\n"),
+                  std::string::npos)
+            << output;
+        EXPECT_EQ(block.subTlvValid[wrong.entry], 0) << "recorded all the same";
+        EXPECT_EQ(block.userDataLength, 2);
+    }
+}
+
+TEST_F(TlvReception, EveryBitOfTheSecuredContentIsSecured) {
+    for (const std::size_t offset : {88, 89, 90, 93, 94, 97, 98, 99, 100, 101}) {
+        for (int bit = 0; bit < 8; ++bit) {
+            message = securedMessage();
+            message[offset] ^= static_cast<unsigned char>(1 << bit);
+            EXPECT_EQ(process(), Verdict(0)) << offset << ' ' << bit;
+        }
+    }
+}
+
+TEST_F(TlvReception, EveryBitOfTheCoveredHeaderFieldsIsSecured) {
+    for (const std::size_t offset : {3, 4, 8, 15, 28, 29, 30, 31, 34, 39, 40, 43}) {
+        for (int bit = 0; bit < 8; ++bit) {
+            FollowUp followUp(securedMessage());
+            const TLVObject tlv = followUp.receivedTlv();
+            followUp.buffer[offset] ^= static_cast<unsigned char>(1 << bit);
+            EXPECT_EQ(AutosarInstance::process(tlv, followUp), Verdict(0)) << offset << ' ' << bit;
+        }
+    }
+}
+
+TEST_F(TlvReception, ADataIdListOfAnotherPeerMakesEveryEntryInvalid) {
+    block.cfg.DataIDList[3] = 0x44;
+    EXPECT_EQ(process(), Verdict(0));
+    EXPECT_EQ(words(), "0-1-2-3-");
+}
+
+TEST_F(TlvReception, UnsecuredFormsAreTakenWithoutAnEntryWhateverTheirLastByte) {
+    setSubTlvs(
+        "5102ac99"
+        "6105030a0b0c77");
+    block.subTlvCount = 9;
+    EXPECT_EQ(process(), Verdict(1));
+    EXPECT_EQ(block.subTlvCount, 0U);
+    EXPECT_EQ(block.timeBaseStatus, 0xAC);
+    EXPECT_EQ(block.userDataLength, 3);
+    EXPECT_EQ(toHex(block.userBytes, 3), "0a0b0c");
+}
+
+TEST_F(TlvReception, TimeCrcsAreCheckedWithTheReceivedFlags) {
+    block.cfg.CrcTimeFlags = 0x15;
+    setSubTlvs("2803009898");
+    EXPECT_EQ(process(), Verdict(1));
+    EXPECT_EQ(words(), "0+1+");
+    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x00);
+}
+
+TEST_F(TlvReception, OfAnotherOrganisationChangesNothing) {
+    const InstanceBlock before = block;
+    for (const std::size_t offset : {80, 81, 82}) {
+        message = securedMessage();
+        message[offset] ^= 0x01;
+        EXPECT_EQ(process(), Verdict(1));
+        EXPECT_EQ(std::memcmp(&block, &before, sizeof before), 0) << offset;
+    }
+}
+
+TEST_F(TlvReception, TypeAndSubTypeOfTheTlvAreNotChecked) {
+    for (const std::size_t offset : {76, 77, 83, 84, 85}) {
+        message = securedMessage();
+        message[offset] ^= 0xFF;
+        EXPECT_EQ(process(), Verdict(1)) << offset;
+        EXPECT_EQ(words(), "0+1+2+3+") << offset;
+    }
+}
+
+TEST_F(TlvReception, CountGoesOnAboveFourAndEntriesStopAtFour) {
+    std::string subTlvs;
+    for (int i = 0; i < 20; ++i) {
+        subTlvs += i == 3 ? "50020100" : "50020171";
+    }
+    setSubTlvs(subTlvs);
+    EXPECT_EQ(process(), Verdict(0));
+    EXPECT_EQ(block.subTlvCount, 20U);
+    EXPECT_EQ(words(), "2+2+2+2-");
+}
+
+TEST_F(TlvReception, AWrongCrcBehindTheFourthEntryStillCounts) {
+    setSubTlvs(
+        "50020171"
+        "50020171"
+        "50020171"
+        "50020171"
+        "50020100");
+    EXPECT_EQ(process(), Verdict(0));
+    EXPECT_EQ(block.subTlvCount, 5U);
+    EXPECT_EQ(words(), "2+2+2+2+");
+}
+
+/** A host that asks for the time of a running slave. */
+class ReportToHost : public TlvReception {
+protected:
+    ReportToHost() {
+        OSipc::map["tsm0"] = &record_;
+        std::strncpy(block.cfg.interfaceName, "tsm0", sizeof block.cfg.interfaceName - 1);
+        runningState = 1;
+    }
+    ~ReportToHost() override {
+        OSipc::map.clear();
+        runningState = 0;
+    }
+
+    void ask() {
+        ZebEthTSynInterface_GetCurrentTime(0, nullptr, nullptr, nullptr, nullptr, nullptr, &status,
+                                           report.get(), userData.get());
+    }
+
+    // On the heap, so that a copy beyond them is seen by the sanitizer.
+    std::unique_ptr<TSynSubTlvReport> report = std::make_unique<TSynSubTlvReport>();
+    std::unique_ptr<TSynUserData> userData = std::make_unique<TSynUserData>();
+    unsigned int status = 0;
+
+private:
+    gPtpTimeDataStruct record_{};
+};
+
+TEST_F(ReportToHost, HoldsWhatTheFollowUpCarried) {
+    process();
+    ask();
+    EXPECT_EQ(report->count, 4U);
+    for (unsigned int i = 0; i < 4; ++i) {
+        EXPECT_EQ(report->words[i], i);
+        EXPECT_EQ(report->valid[i], 1);
+    }
+    EXPECT_EQ(status, 1U);
+    EXPECT_EQ(userData->length, 2);
+    EXPECT_EQ(toHex(userData->bytes, 3), "112200");
+}
+
+TEST_F(ReportToHost, CopiesAtMostFourEntriesAndThreeUserBytes) {
+    setSubTlvs(
+        "50020171"
+        "50020171"
+        "50020171"
+        "50020171"
+        "50020171"
+        "6105c8a1a2a300");
+    process();
+    ask();
+    EXPECT_EQ(report->count, 5U);
+    EXPECT_EQ(report->words[3], 2U);
+    EXPECT_EQ(userData->length, 200);
+    EXPECT_EQ(toHex(userData->bytes, 3), "a1a2a3");
+}
+
+/** What one instance builds, an instance with the same data IDs finds valid. */
+TEST_F(TlvReception, AcceptsWhateverThisLibraryBuilds) {
+    std::mt19937 random = seededGenerator();
+    const auto byte = [&random] { return static_cast<unsigned char>(random()); };
+    for (int round = 0; round < 2000; ++round) {
+        block.cfg.CrcTimeFlags = byte();
+        block.timeBaseStatus = byte();
+        block.userDataLength = byte();
+        for (unsigned char& id : block.cfg.DataIDList) {
+            id = byte();
+        }
+        FollowUp followUp(securedMessage());
+        for (std::size_t at = 4; at < 44; ++at) {
+            followUp.buffer[at] = byte();
+        }
+        // The length is covered, so it stands in the header before the CRCs are made.
+        built(followUp, 0x0B);
+        const Bytes tlvs = built(followUp, 0x0B);
+        std::copy(tlvs.begin(), tlvs.end(), followUp.buffer + 44);
+        EXPECT_EQ(AutosarInstance::process(followUp.receivedTlv(), followUp), Verdict(1)) << round;
+        EXPECT_EQ(words(), "0+1+2+3+");
+    }
+}
+
+}  // namespace

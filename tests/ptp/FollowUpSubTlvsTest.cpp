@@ -1,0 +1,352 @@
+#include "Handlers.h"
+#include "autosar/TLVObject.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+constexpr unsigned short kPort = 3;
+const PortKey kMaster{7637207744166860LL, 3};
+
+/** A master with AUTOSAR extensions. */
+class SubTlvSend : public Handlers {
+protected:
+    SubTlvSend() {
+        block.cfg.role = 1;
+        block.cfg.TxMode = 1;
+        block.cfg.EnableAutosarExtensions = 1;
+        block.cfg.TxCrcMode = 1;
+        block.timeBaseStatus = 0x08;
+    }
+
+    void select(unsigned int mask) {
+        block.cfg.selector1 = mask & 1U;
+        block.cfg.selector2 = (mask >> 1 & 1U) + 2 * (mask >> 2 & 1U);
+        block.cfg.selector3 = (mask >> 3 & 1U) + 2 * (mask >> 4 & 1U);
+    }
+
+    void configure(const nlohmann::json& vector) {
+        select(vector.at("mask"));
+        const std::vector<unsigned char> ids = fromHex(vector.at("DataIDList"));
+        std::copy(ids.begin(), ids.end(), block.cfg.DataIDList);
+        const std::vector<unsigned char> user = fromHex(vector.at("userBytes"));
+        std::copy(user.begin(), user.end(), block.userBytes);
+        block.userDataLength = vector.at("userDataLength");
+        block.cfg.CrcTimeFlags = vector.at("CrcTimeFlags");
+        block.cfg.TxCrcMode = vector.at("TxCrcMode");
+        block.timeBaseStatus = vector.at("timeBaseStatus");
+        block.cfg.Domain = vector.at("domain");
+        record.softOffset = toS64(vector.at("softOffset"));
+    }
+
+    /** Sends one Sync and its Follow_Up, or neither; returns what is printed. */
+    std::string send(PTPMsgSync& sync) {
+        sync.service = &service;
+        platform().sent.clear();
+        platform().answersEverything = true;
+        return printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
+    }
+};
+
+TEST_F(SubTlvSend, FollowUpsAreAsEveryReachableVectorTells) {
+    int built = 0;
+    for (const nlohmann::json& vector : vectors("follow_up")) {
+        if (!vector.at("reachableByConfiguration").get<bool>()) {
+            continue;
+        }
+        configure(vector);
+        std::vector<unsigned char> syncBytes = fromHex(
+            "1002002c00000208000000000000000000000000001b21fffeaabbcc0003000000fd0000000000000000"
+            "0000");
+        setField(syncBytes, 30, 2, vector.at("sequenceId").get<unsigned int>());
+        const std::unique_ptr<PTPMessage> sync = received(syncBytes);
+        PTPMsgFollowUp followUp(vector.at("domain").get<unsigned char>());
+        followUp.service = &service;
+        ptp_time_t tx = toPtpTime(toU64(vector.at("txTimestamp")));
+        EXPECT_EQ(followUp.processOutgoing(sync.get(), &tx), 1U);
+        EXPECT_EQ(toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()),
+                  vector.at("message"))
+            << vector;
+        ++built;
+    }
+    EXPECT_EQ(built, 16);
+}
+
+TEST_F(SubTlvSend, NoSyncLeavesWithoutAGlobalTimeBase) {
+    select(0x0B);
+    PTPMsgSync sync(0, kPort);
+    for (const unsigned char status : {0x00, 0x04, 0xF7}) {
+        block.timeBaseStatus = status;
+        EXPECT_EQ(send(sync), "") << +status;
+        EXPECT_TRUE(platform().sent.empty()) << +status;
+    }
+    EXPECT_EQ(+record.sequenceId, 0U);
+}
+
+TEST_F(SubTlvSend, SyncsFlowOnceTheGlobalTimeBaseIsThere) {
+    block.timeBaseStatus = 0;
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    EXPECT_TRUE(platform().sent.empty());
+    for (const unsigned char status : {0x08, 0x0C, 0xFF}) {
+        block.timeBaseStatus = status;
+        send(sync);
+        EXPECT_EQ(platform().sent.size(), 2U) << +status;
+    }
+    EXPECT_EQ(+record.sequenceId, 3U) << "withheld ones are not counted";
+}
+
+TEST_F(SubTlvSend, OnlyTheValue1WithholdsSync) {
+    block.timeBaseStatus = 0;
+    PTPMsgSync sync(0, kPort);
+    for (const unsigned char extensions : {0, 2, 255}) {
+        block.cfg.EnableAutosarExtensions = extensions;
+        send(sync);
+        EXPECT_EQ(platform().sent.size(), 2U) << +extensions;
+    }
+}
+
+TEST_F(SubTlvSend, EveryNonzeroValueAttaches) {
+    select(0x0B);
+    PTPMsgSync sync(0, kPort);
+    for (const unsigned char extensions : {1, 2, 128, 255}) {
+        block.cfg.EnableAutosarExtensions = extensions;
+        send(sync);
+        EXPECT_EQ(platform().sent.at(1).size(), 102U) << +extensions;
+        EXPECT_EQ(toHex(&platform().sent.at(1).at(76), 10), "000300161a75fb605676");
+    }
+}
+
+TEST_F(SubTlvSend, NothingIsAttachedWithoutExtensions) {
+    select(0x0B);
+    block.cfg.EnableAutosarExtensions = 0;
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    EXPECT_EQ(platform().sent.at(1).size(), 76U);
+}
+
+TEST_F(SubTlvSend, AnEmptyMaskLeavesTheFollowUpAt76Bytes) {
+    select(0);
+    PTPMsgSync sync(0, kPort);
+    send(sync);
+    EXPECT_EQ(platform().sent.at(1).size(), 76U);
+    EXPECT_EQ(toHex(&platform().sent.at(1).at(2), 2), "004c");
+}
+
+TEST_F(SubTlvSend, LengthIsThatOfEveryMaskVector) {
+    PTPMsgSync sync(0, kPort);
+    for (const nlohmann::json& vector : vectors("tlv_mask")) {
+        const nlohmann::json& selectors = vector.at("selectors");
+        block.cfg.selector1 = selectors.at(0);
+        block.cfg.selector2 = selectors.at(1);
+        block.cfg.selector3 = selectors.at(2);
+        send(sync);
+        EXPECT_EQ(platform().sent.at(1).size(), vector.at("messageLength").get<std::size_t>())
+            << vector;
+        EXPECT_EQ(platform().sent.at(0).size(), 44U);
+    }
+}
+
+TEST_F(SubTlvSend, AWrongCrcModeStillSends) {
+    block.cfg.TxCrcMode = 7;
+    block.cfg.CrcTimeFlags = 0x3F;
+    for (const nlohmann::json& vector : vectors("crc_error_lines")) {
+        select(vector.at("mask"));
+        PTPMsgSync sync(0, kPort);
+        const std::string output = send(sync);
+        EXPECT_EQ(occurrences(output, ">Wrong configuration TxCrcMode: 0x7 ...\n"),
+                  vector.at("lines").get<int>())
+            << vector;
+        EXPECT_EQ(platform().sent.size(), 2U);
+    }
+}
+
+TEST_F(SubTlvSend, HostsStatusAndUserDataGoIntoTheNextFollowUp) {
+    select(0x14);
+    PTPMsgSync sync(0, kPort);
+    block.timeBaseStatus = 0x0C;
+    block.userDataLength = 1;
+    block.userBytes[0] = 0xAB;
+    send(sync);
+    EXPECT_EQ(toHex(&platform().sent.at(1).at(86), 11), "51020c00610501ab000000");
+}
+
+/** A slave that has accepted the Sync to which the Follow_Ups belong. */
+class SubTlvReceive : public Handlers {
+protected:
+    SubTlvReceive()
+        : message(fromHex(
+              "1802006600000008000000000000000000000000001b21fffeaabbcc0003012302fd00006553f1003ade"
+              "68b10003001c0080c200000100000000000000000000000000000000000000000000000300161a75fb60"
+              "567628033f8afd50020171600502112200d7")) {
+        block.cfg.TxCrcMode = 1;
+        for (unsigned char i = 0; i < 16; ++i) {
+            block.cfg.DataIDList[i] = static_cast<unsigned char>(0x10 + i);
+        }
+        handleWithExtTime(
+            fromHex("1002002c00000208000000000000000000000000001b21fffeaabbcc0003012300fd000000"
+                    "00000000000000"),
+            1000);
+        clockItemOf(kMaster).arrivalMark = kUnmarked;
+    }
+
+    /** Handles a Follow_Up; true when it completed the sample. */
+    bool isUsed() {
+        printedBy([&] { EXPECT_EQ(handleWithExtTime(message), 1U); });
+        return clockItemOf(kMaster).initialised != 0;
+    }
+
+    bool isMarked() { return clockItemOf(kMaster).arrivalMark != kUnmarked; }
+
+    void setLength(std::size_t length) {
+        message.resize(length);
+        setField(message, 2, 2, length);
+    }
+
+    static constexpr int kUnmarked = -5;
+    std::vector<unsigned char> message;
+};
+
+TEST_F(SubTlvReceive, GoodOnesAreReportedAndTheFollowUpIsUsed) {
+    EXPECT_TRUE(isUsed());
+    EXPECT_TRUE(isMarked());
+    EXPECT_EQ(block.subTlvCount, 4U);
+    EXPECT_EQ(toHex(block.subTlvValid, 4), "01010101");
+    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x3F);
+    EXPECT_EQ(block.timeBaseStatus, 1);
+    EXPECT_EQ(block.userDataLength, 2);
+}
+
+TEST_F(SubTlvReceive, AreNotLookedForAtLength76) {
+    setField(message, 2, 2, 76);
+    block.subTlvCount = 9;
+    EXPECT_TRUE(isUsed());
+    EXPECT_EQ(block.subTlvCount, 9U);
+    EXPECT_EQ(block.timeBaseStatus, 0);
+}
+
+TEST_F(SubTlvReceive, ALengthOf77IsATlvOf11BytesAndNoAutosarOne) {
+    // One byte alone could not hold the ten of the head, and reading it would end in an error.
+    setLength(77);
+    block.subTlvCount = 9;
+    EXPECT_TRUE(isUsed());
+    EXPECT_EQ(block.subTlvCount, 9U);
+}
+
+TEST_F(SubTlvReceive, TenSurplusBytesReadAsEmptySubTlvs) {
+    setField(message, 78, 2, 22 + 10);
+    EXPECT_TRUE(isUsed());
+    EXPECT_EQ(block.subTlvCount, 4U);
+}
+
+TEST_F(SubTlvReceive, ElevenBytesTooManyDropTheFollowUp) {
+    setField(message, 78, 2, 22 + 11);
+    EXPECT_FALSE(isUsed());
+    EXPECT_FALSE(isMarked());
+    EXPECT_EQ(block.subTlvCount, 4U) << "what was read stays recorded";
+    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
+}
+
+TEST_F(SubTlvReceive, TruncatedOnesFromAnUnknownMasterLeaveNoTrace) {
+    setField(message, 78, 2, 200);
+    setField(message, 28, 2, 77);
+    isUsed();
+    EXPECT_EQ(clockItems.size(), 1U);
+}
+
+TEST_F(SubTlvReceive, AWrongCrcIsUsedAllTheSameAtTraceLevel0) {
+    message.at(90) ^= 1;
+    EXPECT_TRUE(isUsed());
+    EXPECT_TRUE(isMarked());
+    EXPECT_EQ(toHex(block.subTlvValid, 4), "01000101");
+}
+
+TEST_F(SubTlvReceive, AWrongCrcDropsTheFollowUpAtTraceLevel1) {
+    DbgTraceLevel = 1;
+    message.at(90) ^= 1;
+    const std::string before = image(record);
+    EXPECT_FALSE(isUsed());
+    EXPECT_FALSE(isMarked());
+    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(image(record), before);
+    EXPECT_EQ(toHex(block.subTlvValid, 4), "01000101");
+}
+
+TEST_F(SubTlvReceive, TheNextGoodFollowUpIsUsedAfterADroppedOne) {
+    DbgTraceLevel = 1;
+    message.at(90) ^= 1;
+    EXPECT_FALSE(isUsed());
+    message.at(90) ^= 1;
+    EXPECT_TRUE(isUsed());
+}
+
+TEST_F(SubTlvReceive, ASlaveWithoutCrcsDropsEverySecuredFollowUpAtTraceLevel1) {
+    block.cfg.TxCrcMode = 0;
+    DbgTraceLevel = 1;
+    EXPECT_FALSE(isUsed());
+    DbgTraceLevel = 0;
+    EXPECT_TRUE(isUsed());
+    EXPECT_EQ(toHex(block.subTlvValid, 4), "00000000");
+}
+
+TEST_F(SubTlvReceive, AreTakenWhetherExtensionsAreConfiguredOrNot) {
+    for (const unsigned char extensions : {0, 1, 255}) {
+        block.cfg.EnableAutosarExtensions = extensions;
+        block.subTlvCount = 0;
+        clockItemOf(kMaster).initialised = 0;
+        EXPECT_TRUE(isUsed());
+        EXPECT_EQ(block.subTlvCount, 4U) << +extensions;
+    }
+}
+
+TEST_F(SubTlvReceive, ForAnotherSyncAreReportedAllTheSame) {
+    setField(message, 30, 2, 0x0133);
+    EXPECT_FALSE(isUsed());
+    EXPECT_TRUE(isMarked());
+    EXPECT_EQ(block.subTlvCount, 4U);
+}
+
+TEST_F(SubTlvReceive, OverwriteAMastersOwnFlagsStatusAndUserData) {
+    block.cfg.role = 1;
+    block.cfg.CrcTimeFlags = 0x01;
+    block.timeBaseStatus = 0x08;
+    clockItems.clear();
+    const std::string before = image(record);
+    EXPECT_FALSE(isUsed());
+    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x3F);
+    EXPECT_EQ(block.timeBaseStatus, 0x01) << "and so no Sync leaves any more";
+    EXPECT_EQ(block.userDataLength, 2);
+    EXPECT_EQ(image(record), before);
+}
+
+TEST_F(SubTlvReceive, EveryMessageLengthUpTo255StaysInsideTheMessage) {
+    platform().answersEverything = true;
+    for (std::size_t length = 77; length <= 255; ++length) {
+        setLength(length);
+        if (length >= 86) {
+            setField(message, 76, 4, 0x00030000 + length);
+            setField(message, 80, 3, 0x1A75FB);
+        }
+        printedBy([&] { EXPECT_EQ(handleWithExtTime(message), 1U) << length; });
+    }
+}
+
+TEST_F(SubTlvReceive, RandomTlvsAreUsedOrDroppedButNeverEscape) {
+    std::mt19937_64 random = seededGenerator();
+    platform().answersEverything = true;
+    printedBy([&] {
+        for (int round = 0; round < 5000; ++round) {
+            setLength(77 + random() % 179);
+            for (std::size_t at = 86; at < message.size(); ++at) {
+                message[at] = static_cast<unsigned char>(random());
+            }
+            if (message.size() > 88) {
+                setField(message, 76, 4, 0x00030000 + random() % 256);
+                setField(message, 80, 6, 0x1A75FB605676);
+                message[86] = round % 2 == 0 ? 0x28 : 0x60;
+            }
+            EXPECT_EQ(handleWithExtTime(message), 1U) << round;
+        }
+    });
+}
+
+}  // namespace
