@@ -144,3 +144,11 @@ int ZebEthTSynInterface_SetTxMode(unsigned int handle, unsigned int txMode, unsi
 
 /** Thread body of the daemon; Start runs it. */
 void* MainEntryPointSharedLibrary(void* record);
+
+/** Feeds one pair of readings (ns, t of the reference clock, u of the other) to the rate
+ *  regression, whose slope a master publishes. Prints the line so far. One thread only. */
+void PartialRegressionLine(unsigned long long t, unsigned long long u);
+
+/** Thread body that answers UDP port 319 with the 236-byte shared record, at the first datagram and
+ *  then about twice a second to the latest peer. The argument is not used; never returns. */
+void* RemotePTPSpyProvider(void* unused);

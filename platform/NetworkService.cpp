@@ -16,6 +16,7 @@
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "platform/PtpFilter.h"
+#include "ptp/MessageDump.h"
 
 namespace {
 
@@ -161,6 +162,7 @@ int NetworkService<Backend>::transmit(unsigned char const* payload, int length,
            reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
     i210helper::retrieve_TX_timestamp(
         interface_, reinterpret_cast<ptpv2hdr_t*>(const_cast<unsigned char*>(payload)), txTime);
+    DisplayIOData(interface_.name, txTime, "<<", const_cast<unsigned char*>(payload), length);
     return 0;
 }
 
@@ -191,6 +193,7 @@ int NetworkService<Backend>::receive(unsigned char* buffer, int capacity, ptp_ti
         return 0;
     }
     std::memmove(buffer, buffer + headerLength(), static_cast<std::size_t>(payloadLength));
+    DisplayIOData(interface_.name, rxTime, ">>", buffer, length);
     return payloadLength;
 }
 

@@ -34,6 +34,9 @@ public:
      */
     unsigned long long getPTPMessageTimestamp();
 
+    /** Prints header and body, field by field, as far as messageLength covers them. Returns 0. */
+    unsigned int msgDebugHeader();
+
     unsigned char* data() { return buffer_; }
     ptpv2hdr_t* header() { return reinterpret_cast<ptpv2hdr_t*>(buffer_); }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "include/ZebEthTimeSynSupportInterface.h"
+
 /* The line u(t) fitted through two clocks' readings: origin in ns, slope as a reduced fraction. */
 extern unsigned long long slope_x;
 extern unsigned long long slope_y;

@@ -1,0 +1,328 @@
+#include "ptp/MessageDump.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "Handlers.h"
+#include "api/DaemonState.h"
+#include "tests/support/Vectors.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines linesOf(const std::string& text) {
+    Lines lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/** What the dump of a message prints. */
+Lines dumpOf(const std::vector<unsigned char>& bytes) {
+    PTPMsgSync message;
+    std::copy(bytes.begin(), bytes.end(), message.data());
+    return linesOf(printedBy([&] { EXPECT_EQ(message.msgDebugHeader(), 0U); }));
+}
+
+/** A message of a type with the same header and a body of its own. */
+std::vector<unsigned char> message(const std::string& typeAndLength, const std::string& body) {
+    return fromHex(typeAndLength.substr(0, 2) + "02" + typeAndLength.substr(2) +
+                   "05000208fffffffffffe8000deadbeef001b21fffeaabbcc0003abcd0503" + body);
+}
+
+/** The dump of that header. */
+Lines headerLines(const std::string& name, const std::string& digit, const std::string& length) {
+    return {"*** " + name,
+            "    messageType[" + digit + "H]: " + std::to_string(std::stoi(digit, nullptr, 16)),
+            "    versionPTP: 2",
+            "    messageLength: " + length,
+            "    subdomainNumber: 5",
+            "    flags: 0x0208",
+            "    correction: -1.5 nsec",
+            "    ClockIdentity: 00-1b-21-fffe-aa-bb-cc",
+            "    SourcePortId: 3",
+            "    sequenceId: 43981",
+            "    control: 5",
+            "    logMessagePeroid: 3"};
+}
+
+Lines withBody(Lines lines, const Lines& body) {
+    lines.insert(lines.end(), body.begin(), body.end());
+    return lines;
+}
+
+const char kTimeAndPort[] = "0000000000070000000ad00fcafe000000010009";
+
+TEST(MessageDump, IsAsEveryVectorTells) {
+    for (const nlohmann::json& vector : vectors("message_dump")) {
+        EXPECT_EQ(dumpOf(fromHex(vector.at("message"))), vector.at("lines").get<Lines>());
+    }
+}
+
+TEST(MessageDump, OfSyncAndDelayReqShowsTheOriginTimestamp) {
+    const Lines body = {"    originTimestamp(seconds): 7", "    originTimestamp(nanoseconds): 10"};
+    EXPECT_EQ(dumpOf(message("10002c", "0000000000070000000a")),
+              withBody(headerLines("PTP_MSG_SYNC", "0", "44"), body));
+    EXPECT_EQ(dumpOf(message("11002c", "0000000000070000000a")),
+              withBody(headerLines("PTP_MSG_DELAY_REQ", "1", "44"), body));
+}
+
+TEST(MessageDump, OfPdelayReqShowsTheHeaderAlone) {
+    EXPECT_EQ(dumpOf(message("120036", kTimeAndPort)),
+              withBody(headerLines("PTP_MSG_PDELAY_REQ", "2", "54"), {}));
+}
+
+TEST(MessageDump, OfResponsesShowsTheTimestampAndTheRequestingPort) {
+    const auto body = [](const std::string& name) {
+        return Lines{"    " + name + "(seconds): 7", "    " + name + "(nanoseconds): 10",
+                     "    requestingSourcePortIdentity: d0-0f-ca-fe-00-00-00-01",
+                     "    requestingSourcePortId: 9"};
+    };
+    EXPECT_EQ(
+        dumpOf(message("130036", kTimeAndPort)),
+        withBody(headerLines("PTP_MSG_PDELAY_RESP", "3", "54"), body("requestreceiptTimestamp")));
+    EXPECT_EQ(
+        dumpOf(message("190036", kTimeAndPort)),
+        withBody(headerLines("PTP_MSG_DELAY_RESP", "9", "54"), body("requestreceiptTimestamp")));
+    EXPECT_EQ(dumpOf(message("1a0036", kTimeAndPort)),
+              withBody(headerLines("PTP_MSG_PDELAY_RESP_FOLLOWUP", "a", "54"),
+                       body("responseOriginTimestamp")));
+}
+
+const char kFollowUpTime[] = "0000000000070000000a";
+const char kInformation[] = "0003001c0080c2000001fffffffe00090102030405060708090a0b0c00000011";
+
+Lines followUpBody(const Lines& values) {
+    Lines body = {"    preciseOriginTimestamp(seconds): 7",
+                  "    preciseOriginTimestamp(nanoseconds): 10", "    >FollowUp information TLV"};
+    body.insert(body.end(), values.begin(), values.end());
+    return body;
+}
+
+const Lines kInformationLines = {"       tlvtype: 3",
+                                 "       lengthField: 28",
+                                 "       organizationId: 0x80c2 (32962)",
+                                 "       organizationSubType: 0x1 (1) ",
+                                 "       organizationSubType: 0x1",
+                                 "       cumulativeScaledRateOffset: 4294967294",
+                                 "       gmTimeBaseIndicator: 9",
+                                 "       lastGmPhaseChange: 0102030405060708090a0b0c",
+                                 "       scaledLastGmFreqChange:17"};
+
+TEST(MessageDump, OfFollowUpShowsTheInformationTlv) {
+    EXPECT_EQ(
+        dumpOf(message("18004c", std::string(kFollowUpTime) + kInformation)),
+        withBody(headerLines("PTP_MSG_FOLLOWUP", "8", "76"), followUpBody(kInformationLines)));
+}
+
+TEST(MessageDump, OfFollowUpWithTheAutosarTlvFirstShowsTheTimeSubTlv) {
+    EXPECT_EQ(
+        dumpOf(message("180040",
+                       std::string(kFollowUpTime) + "0003000b1a75fb60567628033f8afa0000000000")),
+        withBody(headerLines("PTP_MSG_FOLLOWUP", "8", "64"),
+                 followUpBody({"       tlvtype: 3", "       lengthField: 11",
+                               "       organizationId: 0x1a75fb (1734139)",
+                               "       organizationSubType: 0x605676 (6313590) ",
+                               "          Type: 0x28 # AUTOSAR TLV Sub-TLV: Time Secured",
+                               "          CRC_Time_Flags = 0x3f", "          CRC_Time_0     = 0x8a",
+                               "          CRC_Time_1     = 0xfa"})));
+}
+
+TEST(MessageDump, OfAutosarTlvWithAnotherSubTlvFirstShowsTheInformationValues) {
+    const Lines lines = dumpOf(
+        message("180040", std::string(kFollowUpTime) + "0003000b1a75fb60567650020171000000000000"));
+    EXPECT_EQ(lines.at(19), "       organizationSubType: 0x605676");
+    EXPECT_EQ(lines.at(20), "       cumulativeScaledRateOffset: 1342308721");
+}
+
+TEST(MessageDump, OfAnnounceShowsValuesOnlyForHeaderAndUtcOffset) {
+    EXPECT_EQ(
+        dumpOf(message("1b004c",
+                       "0000000000000000000000250001f8fe4010f8001b21fffeaabbcc0003"
+                       "a000080008001b21fffeaabbcc")),
+        withBody(headerLines("PTP_MSG_ANNOUNCE", "b", "76"),
+                 {"    originCurrentUTCOffset: 37", "    priority1:", "    grandmasterClockClass: ",
+                  "    grandmasterClockAccuracy: ", "    grandmasterClockVariance: ",
+                  "    priority2: ", "    grandmasterClockIdentity: ", "    localStepsRemoved: ",
+                  "    TimeSource: ", "    Path trace TLV ", "      tlvType: Path trace ",
+                  "      lengthField: ", "      PathSequence: "}));
+}
+
+TEST(MessageDump, OfEveryOtherTypeShowsTheHeaderAlone) {
+    const char* const names[] = {"PTP_MSG_UNASSIGNED", "PTP_MSG_SIGNALING", "PTP_MSG_MANAGEMENT"};
+    for (const auto& [type, name] :
+         {std::pair("4", 0), std::pair("5", 0), std::pair("6", 0), std::pair("7", 0),
+          std::pair("c", 1), std::pair("d", 2), std::pair("e", 0), std::pair("f", 0)}) {
+        EXPECT_EQ(dumpOf(message(std::string("1") + type + "0036", kTimeAndPort)),
+                  withBody(headerLines(names[name], type, "54"), {}));
+    }
+}
+
+/** Ends of the fields of a Follow_Up in the order of its dump. */
+constexpr std::size_t kFollowUpEnds[] = {1,  1,  2,  4,  5,  8,  16, 28, 30, 32, 33, 34,
+                                         40, 44, 44, 46, 48, 51, 54, 54, 58, 60, 72, 76};
+
+TEST(MessageDump, StopsAtTheFirstFieldThatTheLengthDoesNotCover) {
+    std::vector<unsigned char> bytes = message("18004c", std::string(kFollowUpTime) + kInformation);
+    const Lines whole = dumpOf(bytes);
+    ASSERT_EQ(whole.size(), std::size(kFollowUpEnds));
+    for (std::size_t length = 0; length <= 76; ++length) {
+        setField(bytes, 2, 2, length);
+        const Lines lines = dumpOf(bytes);
+        const auto covered = std::count_if(std::begin(kFollowUpEnds), std::end(kFollowUpEnds),
+                                           [length](std::size_t end) { return end <= length; });
+        ASSERT_EQ(lines.size(), static_cast<std::size_t>(covered)) << length;
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_TRUE(i == 3 || lines[i] == whole[i]) << length << ": " << lines[i];
+        }
+    }
+}
+
+TEST(MessageDump, CutResponsesAndAnnouncesStopLikewise) {
+    for (const char* type : {"13", "19", "1a", "1b", "10"}) {
+        std::size_t before = 0;
+        for (std::size_t length = 0; length <= 76; ++length) {
+            std::vector<unsigned char> bytes =
+                message(std::string(type) + "004c", std::string(84, '0'));
+            setField(bytes, 2, 2, length);
+            const std::size_t count = dumpOf(bytes).size();
+            EXPECT_GE(count, before) << type << ' ' << length;
+            EXPECT_EQ(count > 12, length >= (std::string(type) == "1b" ? 46U : 40U)) << length;
+            before = count;
+        }
+    }
+}
+
+TEST(MessageDump, LengthsBeyondTheBufferShowWhatIsThere) {
+    std::vector<unsigned char> bytes = message("18004c", std::string(kFollowUpTime) + kInformation);
+    setField(bytes, 2, 2, 65535);
+    const Lines lines = dumpOf(bytes);
+    EXPECT_EQ(lines.size(), std::size(kFollowUpEnds));
+    EXPECT_EQ(lines.at(3), "    messageLength: 65535");
+}
+
+TEST(MessageDump, CorrectionsKeepTheirFraction) {
+    for (const auto& [units, text] : {std::pair(0x10000ULL, "1.0"), std::pair(0x8000ULL, "0.5"),
+                                      std::pair(0x7FFFFFFFFFFFFFFFULL, "140737488355328.0"),
+                                      std::pair(0x8000000000000000ULL, "-140737488355328.0"),
+                                      std::pair(0xFFFFFFFFFFFFFFFFULL, "-0.0")}) {
+        std::vector<unsigned char> bytes = message("10002c", kFollowUpTime);
+        setField(bytes, 8, 8, units);
+        EXPECT_EQ(dumpOf(bytes).at(6), "    correction: " + std::string(text) + " nsec");
+    }
+}
+
+class FrameTrace : public ::testing::Test {
+protected:
+    FrameTrace() {
+        DbgTraceLevel = 0x80;
+        MasterOrSlave = '1';
+    }
+
+    static std::string traceOf(std::vector<unsigned char> frame, ptp_time_t time, int length,
+                               const std::string& name = "eth1", const std::string& text = "<<") {
+        return printedBy(
+            [&] { DisplayIOData(name.c_str(), &time, text.c_str(), frame.data(), length); });
+    }
+
+    static std::string traceOf(const std::vector<unsigned char>& frame,
+                               ptp_time_t time = {7, 123456789}) {
+        return traceOf(frame, time, static_cast<int>(frame.size()));
+    }
+};
+
+/** The frame that a vector names. */
+std::vector<unsigned char> namedFrame(const std::string& name) {
+    if (name.rfind("type 1", 0) == 0) {
+        return message("11002c", kFollowUpTime);
+    }
+    for (const nlohmann::json& vector : vectors("messages")) {
+        if (vector.at("name") == name + " as first sent") {
+            return fromHex(vector.at("bytes"));
+        }
+    }
+    return {};
+}
+
+TEST_F(FrameTrace, LinesAreAsEveryVectorTells) {
+    for (const nlohmann::json& vector : vectors("frame_trace")) {
+        const std::vector<unsigned char> frame = namedFrame(vector.at("frame"));
+        const std::string time = vector.at("timestamp");
+        const std::size_t point = time.find('.');
+        const ptp_time_t timestamp{std::stoull(time.substr(0, point)),
+                                   static_cast<unsigned int>(std::stoul(time.substr(point + 1)))};
+        EXPECT_EQ(traceOf(frame, timestamp, static_cast<int>(frame.size()), vector.at("name"),
+                          vector.at("text")),
+                  vector.at("line").get<std::string>() + "\n");
+    }
+}
+
+TEST_F(FrameTrace, EveryTypeHasItsRow) {
+    const std::string ids = "| 001B21FFFEAABBCC | 003 | 043981 |";
+    const std::string event = "1[eth1]123|         7.123456789|068: << ";
+    const std::string general = "1[eth1]123|                    |068: << ";
+    const std::string time = " ts=7.123456789\n";
+    const auto trace = [](const char* type) {
+        return traceOf(message(std::string(type) + "0036", kTimeAndPort));
+    };
+    EXPECT_EQ(trace("10"), event + "Sync               " + ids + time);
+    EXPECT_EQ(trace("12"), event + "PDelay Req         " + ids + time);
+    EXPECT_EQ(trace("13"), event + "PDelay Resp        " + ids + time);
+    EXPECT_EQ(trace("18"), general + "Follow up          " + ids + time);
+    EXPECT_EQ(trace("1a"), general + "PDelay Resp Follow " + ids + time);
+    EXPECT_EQ(trace("1b"), general + "Anounce            " + ids + "\n");
+    EXPECT_EQ(trace("14"), event + "?04?\n");
+    EXPECT_EQ(trace("19"), general + "?09?\n");
+    EXPECT_EQ(trace("1f"), general + "?0f?\n");
+}
+
+TEST_F(FrameTrace, IsSwitchedOnByItsBitInAPositiveLevelAlone) {
+    const std::vector<unsigned char> frame = message("10002c", kFollowUpTime);
+    for (const int level : {0, 1, 3, 4, 0x7F, 0x17F, -1, -128, -2147483647 - 1}) {
+        DbgTraceLevel = level;
+        EXPECT_EQ(traceOf(frame), "") << level;
+    }
+    for (const int level : {0x80, 0x81, 0xFF, 0x180, 0x7FFFFFFF}) {
+        DbgTraceLevel = level;
+        EXPECT_NE(traceOf(frame), "") << level;
+    }
+}
+
+TEST_F(FrameTrace, ReadsOnlyTheGivenLength) {
+    const std::vector<unsigned char> whole = message("10002c", kFollowUpTime);
+    for (std::size_t length = 1; length < whole.size(); ++length) {
+        const std::vector<unsigned char> cut(whole.begin(),
+                                             whole.begin() + static_cast<long>(length));
+        const std::string line = traceOf(cut);
+        EXPECT_EQ(line.find("<< Sync  "), 37U) << line;
+    }
+    EXPECT_EQ(traceOf(whole, {7, 5}, 30),
+              "1[eth1]000|         7.000000005|058: << Sync               "
+              "| 001B21FFFEAABBCC | 003 | 000000 | ts=7.000000005\n");
+    for (const int length : {0, -1, -2147483647 - 1}) {
+        EXPECT_EQ(traceOf(whole, {7, 5}, length).find("|014: << Sync  "), 31U);
+    }
+}
+
+TEST_F(FrameTrace, SecondsAreTheLow32BitsInTheMiddleColumn) {
+    const std::string line = traceOf(message("10002c", kFollowUpTime), {0x100000005ULL, 1});
+    EXPECT_NE(line.find("|         5.000000001|"), std::string::npos) << line;
+    EXPECT_NE(line.find(" ts=4294967301.000000001\n"), std::string::npos) << line;
+}
+
+TEST_F(FrameTrace, LongTextsAreCutToTheLine) {
+    const std::string line =
+        traceOf(message("10002c", kFollowUpTime), {7, 5}, 44, std::string(300, 'n'));
+    EXPECT_EQ(line, "1[" + std::string(254, 'n') + "\n");
+}
+
+TEST_F(FrameTrace, BeginsWithTheRole) {
+    MasterOrSlave = '2';
+    EXPECT_EQ(traceOf(message("10002c", kFollowUpTime)).at(0), '2');
+}
+
+}  // namespace
