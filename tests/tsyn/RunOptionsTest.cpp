@@ -43,9 +43,9 @@ TEST(RunOptions, EveryProtocolOptionReachesItsField) {
 
 TEST(RunOptions, EveryAutosarOptionReachesItsField) {
     const TSynInstanceConfig config = tsyn::makeConfig(
-        parsed("eth1 --role master --autosar --data-ids 000102030405060708090a0b0c0d0eFF "
-               "--tx-crc-mode 0 --time-tlv 1 --status-tlv 2 --user-data-tlv 1 "
-               "--crc-time-flags 127"));
+        parsed("eth1 --role master --autosar --data-id-list 000102030405060708090a0b0c0d0eFF "
+               "--tx-crc-mode 0 --time-tlv secured --status-tlv not-secured "
+               "--user-data-tlv secured --crc-time-flags 0x7F"));
     EXPECT_EQ(config.EnableAutosarExtensions, 1);
     EXPECT_EQ(config.DataIDList[1], 0x01);
     EXPECT_EQ(config.DataIDList[15], 0xFF);
@@ -54,6 +54,15 @@ TEST(RunOptions, EveryAutosarOptionReachesItsField) {
     EXPECT_EQ(config.selector2, 2U);
     EXPECT_EQ(config.selector3, 1U);
     EXPECT_EQ(config.CrcTimeFlags, 127);
+}
+
+TEST(RunOptions, StatusAndUserDataOfAMaster) {
+    const tsyn::RunOptions options =
+        parsed("eth1 --role master --status global+gateway --user-data 1122");
+    EXPECT_EQ(options.timeBaseStatus, 0x0CU);
+    EXPECT_EQ(tsyn::makeUserData(options), (std::array<unsigned char, 4>{2, 0x11, 0x22, 0}));
+    EXPECT_EQ(parsed("eth1 --role master").timeBaseStatus, 0x08U);
+    EXPECT_EQ(tsyn::makeUserData(parsed("eth1 --role master"))[0], 0);
 }
 
 class RefusedOption : public testing::TestWithParam<const char*> {};
@@ -68,6 +77,9 @@ INSTANTIATE_TEST_SUITE_P(RunOptions, RefusedOption,
                                          "--sync-interval nan", "--propagation-delay -1",
                                          "--propagation-delay 2147483648", "--tx-mode 2",
                                          "--trace-level 3", "--duration 0", "--duration inf",
-                                         "--data-ids 00", "--truth tsm0", "--sample-rate 10"));
+                                         "--data-id-list 00", "--truth tsm0", "--sample-rate 10",
+                                         "--time-tlv not-secured", "--status-tlv on",
+                                         "--crc-time-flags 256", "--user-data 11223344",
+                                         "--user-data 1", "--status global", "--user-data 11"));
 
 }  // namespace

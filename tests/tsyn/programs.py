@@ -8,6 +8,7 @@ import os
 import pathlib
 import selectors
 import signal
+import socket
 import struct
 import subprocess
 import sys
@@ -121,7 +122,7 @@ class WrongUse(Network):
     def test_each_bad_option_gives_one_line_and_status_2(self):
         for words in (("--domain", "16"), ("--vlan-id", "4097"), ("--vlan-prio", "8"),
                       ("--sync-interval", "124"), ("--sync-interval", "nan"),
-                      ("--trace-level", "3"), ("--data-ids", "xy"), ("--nonsense",)):
+                      ("--trace-level", "3"), ("--data-id-list", "xy"), ("--nonsense",)):
             with self.subTest(words=words):
                 child = self.start("run", SLAVE_IF, "--role", "slave", *words)
                 self.assert_one_error(child, 2, words[0])
@@ -267,6 +268,122 @@ class Slave(Network):
         status = self.wait_for_state(slave, "no sync yet")
         self.assertEqual(status["sync_accepted"], 0)
         self.assertIsNone(self.end(slave)["first_valid_s"])
+
+
+class Autosar(Network):
+    DATA_IDS = ("--data-id-list", "101112131415161718191a1b1c1d1e1f")
+    SECURED = ("--autosar", "--time-tlv", "secured", "--status-tlv", "secured",
+               "--user-data-tlv", "secured", "--crc-time-flags", "0x3F")
+
+    def received(self, slave_data_ids=DATA_IDS, follow_ups=5):
+        master = self.run_json(MASTER_IF, "master", *self.SECURED, *self.DATA_IDS,
+                               "--status", "global+gateway", "--user-data", "1122")
+        self.wait_for_state(master, "sending")
+        slave = self.run_json(SLAVE_IF, "slave", *slave_data_ids)
+        self.wait_for(slave, lambda line: line.get("subtlv", {}).get("follow_ups", 0) >= follow_ups)
+        return self.end(slave)["subtlv"]
+
+    def test_slave_reports_what_the_master_sends(self):
+        report = self.received()
+        self.assertEqual(report["count"], 4)
+        self.assertEqual(report["valid"], {"CRC_Time_0": True, "CRC_Time_1": True,
+                                           "CRC_Status": True, "CRC_UserData": True})
+        self.assertEqual((report["status"], report["user_data"]), (1, "1122"))
+        self.assertEqual(report["all_valid"], report["follow_ups"])
+
+    def test_another_data_id_list_makes_every_crc_wrong(self):
+        report = self.received(slave_data_ids=())
+        self.assertEqual(set(report["valid"].values()), {False})
+        self.assertEqual(report["all_valid"], 0)
+
+    def test_status_line_tells_of_the_sub_tlvs(self):
+        master = self.run_json(MASTER_IF, "master", *self.SECURED, *self.DATA_IDS)
+        self.wait_for_state(master, "sending")
+        slave = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/dev/null",
+                           *self.DATA_IDS)
+        give_up = time.monotonic() + WAIT_S
+        line = ""
+        while "tlv valid" not in line and time.monotonic() < give_up:
+            line = slave.stdout.readline()
+        self.assertRegex(line, r"tlv valid \(\d+ of \d+ valid\) status 0x00 user data -")
+
+    def test_master_without_a_global_time_base_sends_no_sync(self):
+        master = self.run_json(MASTER_IF, "master", "--autosar", "--status", "gateway")
+        self.wait_for(master, lambda line: line["state"] == "not sending" and line["t_s"] > 4)
+        self.assertIsNone(self.end(master)["first_sync_s"])
+
+
+class Spy(Network):
+    def setUp(self):
+        super().setUp()
+        ip("link", "set", "lo", "up")
+        self.peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(self.peer.close)
+        self.peer.settimeout(WAIT_S)
+
+    def test_port_319_answers_with_the_record(self):
+        master = self.run_json(MASTER_IF, "master", "--spy")
+        self.wait_for_state(master, "sending")
+        self.peer.sendto(b"hello", ("127.0.0.1", 319))
+        give_up = time.monotonic() + WAIT_S
+        answer = bytes(236)
+        while answer == bytes(236) and time.monotonic() < give_up:
+            answer = self.peer.recv(512)
+        self.assertEqual(len(answer), 236)
+        sequence_id, = struct.unpack_from("<I", answer, 104)
+        self.assertGreater(sequence_id, 0)
+        self.end(master)
+
+    def test_taken_port_is_refused(self):
+        self.peer.bind(("0.0.0.0", 319))
+        child = self.start("run", SLAVE_IF, "--role", "slave", "--spy")
+        self.assert_one_error(child, 1, "--spy", "319", "Address already in use")
+
+
+class Check(Network):
+    def setUp(self):
+        super().setUp()
+        probe = self.start("check", "/dev/shm/none.pcap")
+        _, errors = probe.communicate(timeout=WAIT_S)
+        self.assertEqual(probe.returncode, 2)
+        self.available = "no libpcap" not in errors
+        self.errors = errors
+
+    def test_build_without_libpcap_names_another(self):
+        if self.available:
+            self.skipTest("this build reads captures")
+        self.assertEqual(self.errors.count("\n"), 1, self.errors)
+        self.assertIn("build/x86_64/tsyn", self.errors)
+
+    def test_wrong_use(self):
+        self.assert_one_error(self.start("check"), 2, "file")
+        self.assert_one_error(self.start("check", "x", "--data-id-list", "12"), 2, "32")
+
+    def test_file_that_is_no_capture(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        pathlib.Path("/dev/shm/text.pcap").write_text("no capture at all, this is")
+        self.assert_one_error(self.start("check", "/dev/shm/text.pcap"), 2, "text.pcap",
+                              "pcap or pcapng")
+
+    def test_capture_with_a_gap(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        frames = []
+        for sequence_id in (1, 2, 5):
+            sync = bytearray(44)
+            sync[0:4] = b"\x10\x02\x00\x2c"
+            sync[30:32] = sequence_id.to_bytes(2, "big")
+            frame = bytes.fromhex("0180c200000e001b21aabbcc88f7") + sync
+            frames.append(struct.pack("<IIII", 1700000000, 5000, len(frame), len(frame)) + frame)
+        header = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+        pathlib.Path("/dev/shm/gap.pcap").write_bytes(header + b"".join(frames))
+        child = self.start("check", "/dev/shm/gap.pcap", "--json")
+        output, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual((child.returncode, errors), (1, ""))
+        finding, = json.loads(output)["findings"]
+        self.assertEqual((finding["frame"], finding["time"], finding["kind"], finding["text"]),
+                         (3, "1700000000.005000000", "gap", "follows 2: 2 missing (3 to 4)"))
 
 
 class HostExample(Network):

@@ -17,6 +17,12 @@ SLAVE_RATE_PPB = 37000
 SLAVE_OFFSET_NS = 1500000000
 MASTER_READY_S = 15.0
 END_S = 10.0
+DATA_ID_LIST = "101112131415161718191a1b1c1d1e1f"
+USER_DATA = "112233"
+# Time, status and user data with CRCs, every header field under the time CRCs.
+MASTER_OPTIONS = ("--autosar", "--status", "global+gateway", "--time-tlv", "secured",
+                  "--status-tlv", "secured", "--user-data-tlv", "secured",
+                  "--crc-time-flags", "0x3F", "--user-data", USER_DATA)
 
 
 class DemoError(Exception):
@@ -27,6 +33,7 @@ class DemoError(Exception):
 class Setup:
     outdir: pathlib.Path
     build: pathlib.Path
+    check_build: pathlib.Path
     duration_s: float
     seed: int
 
@@ -38,11 +45,15 @@ class Setup:
     def capture(self):
         return self.outdir / "capture.pcapng"
 
+    def log(self, role):
+        return self.outdir / f"{role}.log"
+
     def cards(self):
         """The two cards in the syntax of VIRTUAL_I210."""
-        return (f"state=/dev/shm/tsyn-demo seed={self.seed}; {MASTER_IF} phc=0; "
-                f"{SLAVE_IF} phc=1 rate_ppb={SLAVE_RATE_PPB} offset_ns={SLAVE_OFFSET_NS} "
-                f"cable_ns={CABLE_NS}")
+        return (f"state=/dev/shm/tsyn-demo seed={self.seed}; "
+                f"{MASTER_IF} phc=0 cable_ns={CABLE_NS}; "
+                f"{SLAVE_IF} phc=1 cable_ns={CABLE_NS} rate_ppb={SLAVE_RATE_PPB} "
+                f"offset_ns={SLAVE_OFFSET_NS}")
 
 
 @dataclasses.dataclass
@@ -112,8 +123,8 @@ class Bench:
                        "LD_PRELOAD": str(self.setup.build / "libvirtual_i210.so")}
         words = [*prefix, "env", f"LD_PRELOAD={environment.pop('LD_PRELOAD')}",
                  str(self.setup.build / "tsyn"), "run", name, "--role", role, "--json",
-                 "--log", str(self.setup.outdir / f"{role}.log"), *options]
-        (self.setup.outdir / f"{role}.log").unlink(missing_ok=True)
+                 "--log", str(self.setup.log(role)), "--data-id-list", DATA_ID_LIST, *options]
+        self.setup.log(role).unlink(missing_ok=True)
         return self.spawn(*words, stdout=subprocess.PIPE, env=environment, text=True, bufsize=1)
 
     def wait_for_master(self, master):
@@ -123,15 +134,14 @@ class Bench:
                 return
             if time.monotonic() > give_up:
                 break
-        raise DemoError(f"the master sends no Sync; see {self.setup.outdir / 'master.log'}")
+        raise DemoError(f"the master sends no Sync; see {self.setup.log('master')}")
 
     def run(self):
         self.build_network()
         capture = self.start_capture()
-        delay = ("--propagation-delay", str(CABLE_NS))
-        master = self.start_tsyn([], MASTER_IF, "master", *delay)
+        master = self.start_tsyn([], MASTER_IF, "master", *MASTER_OPTIONS)
         self.wait_for_master(master)
-        slave = self.start_tsyn(self.in_slave, SLAVE_IF, "slave", *delay,
+        slave = self.start_tsyn(self.in_slave, SLAVE_IF, "slave", "--autosar",
                                 "--duration", str(self.setup.duration_s),
                                 "--truth", MASTER_IF, "--samples", str(self.setup.samples))
         last = self.follow(master, slave)
@@ -189,6 +199,8 @@ class LiveView:
         if status.get("role") == "slave" and "rate_ppm" in status:
             text += (f"  offset {status['offset_ns']:>+14,} ns  rate {status['rate_ppm']:+8.3f} ppm"
                      f"  link {status['link_delay_ns']} ns")
+        if "subtlv" in status:
+            text += f"  tlv {status['subtlv']['all_valid']}/{status['subtlv']['follow_ups']} valid"
         if "error_ns" in status:
             text += f"  error {status['error_ns']:+d} ns"
         return text

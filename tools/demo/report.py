@@ -2,6 +2,7 @@
 import csv
 import json
 import math
+import re
 import subprocess
 from collections import Counter
 
@@ -10,6 +11,8 @@ import bench
 GOAL_P99_NS = 1000.0
 GOAL_VALID_AFTER_SYNC_S = 0.5
 GOAL_RSS_KIB = 8 * 1024
+GOAL_LINK_DELAY_NS = 10
+SETTLED_EXCHANGES = 20
 FRAME_TYPES = {0: "Sync", 2: "Pdelay_Req", 3: "Pdelay_Resp", 8: "Follow_Up",
                10: "Pdelay_Resp_Follow_Up", 11: "Announce"}
 
@@ -47,6 +50,41 @@ def count_frames(capture):
     return dict(sorted(counts.items()))
 
 
+def read_link_delays(log):
+    """The published link delay after every accepted exchange, and the count of rejected ones."""
+    text = log.read_text(errors="replace")
+    delays = [int(number) for number in re.findall(r"Measured delay: (-?\d+)", text)]
+    return delays, text.count("out of limits")
+
+
+def link_delay_report(setup):
+    delays, rejected = read_link_delays(setup.log("slave"))
+    settled = delays[SETTLED_EXCHANGES - 1] if len(delays) >= SETTLED_EXCHANGES else None
+    return {"true": bench.CABLE_NS, "exchanges": len(delays), "rejected": rejected,
+            f"after_{SETTLED_EXCHANGES}": settled,
+            "error": None if settled is None else settled - bench.CABLE_NS,
+            "last": delays[-1] if delays else None}
+
+
+def check_capture(setup):
+    """What 'tsyn check' says of the capture; a tool that fails itself ends the demo."""
+    program = setup.check_build / "tsyn"
+    done = subprocess.run([str(program), "check", str(setup.capture), "--json", "--data-id-list",
+                           bench.DATA_ID_LIST], capture_output=True, text=True, check=False)
+    if done.returncode not in (0, 1):
+        raise bench.DemoError(f"'{program} check' failed: {done.stderr.strip()}")
+    found = json.loads(done.stdout)
+    return {"findings": len(found["findings"]), "crc": found["crc"],
+            "first": found["findings"][0] if found["findings"] else None}
+
+
+def subtlv_report(slave):
+    """Follow_Ups that the slave took all sub-TLVs of, against the Sync messages it took."""
+    received = slave.get("subtlv", {})
+    return {"sent": slave["sync_accepted"], "received": received.get("follow_ups", 0),
+            "valid": received.get("all_valid", 0), "user_data": received.get("user_data")}
+
+
 def build(setup, measured):
     rows = read_samples(setup.samples)
     brackets = sorted(int(row["bracket_ns"]) for row in rows)
@@ -65,11 +103,14 @@ def build(setup, measured):
             "state": slave["state"],
         },
         "master": {"rss_kib": measured.master["rss_kib"]},
-        "link_delay_ns": {"configured": bench.CABLE_NS, "true": bench.CABLE_NS},
+        "link_delay_ns": link_delay_report(setup),
+        "subtlv_valid": subtlv_report(slave),
+        "check": check_capture(setup),
         "bracket_ns": {"p50": percentile(brackets, 0.50)},
         "frames": count_frames(setup.capture),
         "goals": {"error_p99_ns": GOAL_P99_NS, "rss_kib": GOAL_RSS_KIB,
-                  "first_valid_after_sync_s": GOAL_VALID_AFTER_SYNC_S},
+                  "first_valid_after_sync_s": GOAL_VALID_AFTER_SYNC_S,
+                  "link_delay_error_ns": GOAL_LINK_DELAY_NS},
     }
 
 
@@ -85,6 +126,25 @@ def missed_goals(result):
         missed.append(f"slave memory {slave['rss_kib']} KiB is not below {GOAL_RSS_KIB} KiB")
     if slave["state"] != "synchronised":
         missed.append(f"the slave ended '{slave['state']}', not 'synchronised'")
+    return missed + missed_protocol_goals(result)
+
+
+def missed_protocol_goals(result):
+    missed = []
+    delay = result["link_delay_ns"]
+    if delay["error"] is None:
+        missed.append(f"only {delay['exchanges']} link delay exchanges, "
+                      f"{SETTLED_EXCHANGES} are needed; give --duration more")
+    elif abs(delay["error"]) > GOAL_LINK_DELAY_NS:
+        missed.append(f"link delay {delay[f'after_{SETTLED_EXCHANGES}']} ns is not within "
+                      f"{GOAL_LINK_DELAY_NS} ns of {delay['true']} ns")
+    subtlv = result["subtlv_valid"]
+    # The last Sync may be too young for its Follow_Up to have been looked at.
+    if subtlv["valid"] != subtlv["received"] or subtlv["received"] < subtlv["sent"] - 1:
+        missed.append(f"sub-TLVs valid in {subtlv['valid']} of {subtlv['sent']} Follow_Ups")
+    if result["check"]["findings"] != 0:
+        missed.append(f"'tsyn check' has {result['check']['findings']} findings, first: "
+                      f"{result['check']['first']}")
     return missed
 
 
@@ -92,45 +152,76 @@ def write(outdir, result):
     (outdir / "report.json").write_text(json.dumps(result, indent=2) + "\n")
 
 
-def draw(setup, result):
+def error_panels(setup, result, reach):
     errors = result["slave"]["error_ns"]
     p99 = errors["p99"]
-    reach = 50 * math.ceil(1.3 * max(p99, 50) / 50)
-    script = f"""
-set terminal pngcairo size 1200,520 font 'DejaVu Sans,11' background '#ffffff'
-set output '{setup.outdir / "offset.png"}'
-set datafile separator ','
-set multiplot layout 1,2 title 'Slave time minus true master time, {errors["count"]} samples, \
-{result["abi"]}, slave clock +{bench.SLAVE_RATE_PPB / 1000:g} ppm, {bench.CABLE_NS} ns cable' \
-font ',13'
-set grid lc rgb '#dddddd'
-set border 3
-set tics nomirror out
+    return f"""
+set size 0.5,0.92
+set origin 0,0
+set title 'size: p50 {errors["p50"]}, p99 {p99}, max {errors["max"]} ns' font ',11'
 set yrange [{-reach}:{reach}]
 set xlabel 'time since start of the slave (s)'
 set ylabel 'error (ns)'
-set key top right horizontal samplen 2
-set size 0.66,0.92
-set origin 0,0
 plot '{setup.samples}' using ($4==1?$1:NaN):2 with points pt 7 ps 0.35 lc rgb '#3060a0' \
 title 'error', \
 {p99} with lines dt 2 lw 1.5 lc rgb '#c03020' title '±p99 = {p99} ns', \
 {-p99} with lines dt 2 lw 1.5 lc rgb '#c03020' notitle
 bin = {reach} / 40.0
-set size 0.34,0.92
-set origin 0.66,0
-set title 'size: p50 {errors["p50"]}, p99 {p99}, max {errors["max"]} ns' font ',11'
+set size 0.25,0.92
+set origin 0.5,0
+set title 'histogram' font ',11'
 set xrange [{-reach}:{reach}]
 set yrange [0:*]
 set xlabel 'error (ns)'
 set ylabel 'samples per bin'
 set style fill solid 0.8
 set boxwidth bin
-set xtics 200
-set arrow from {p99}, graph 0 to {p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
-set arrow from {-p99}, graph 0 to {-p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
+set xtics {reach / 2:g}
+set arrow 1 from {p99}, graph 0 to {p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
+set arrow 2 from {-p99}, graph 0 to {-p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
 plot '{setup.samples}' using (bin*(floor(($4==1?$2:NaN)/bin)+0.5)):(1) smooth frequency \
 with boxes lc rgb '#3060a0' notitle
+unset arrow
+"""
+
+
+def link_delay_panel(setup, result):
+    delays, _ = read_link_delays(setup.log("slave"))
+    points = "\n".join(f"{number},{delay}" for number, delay in enumerate(delays, 1))
+    return f"""
+$delays << EOD
+{points}
+EOD
+set size 0.25,0.92
+set origin 0.75,0
+set title 'link delay: {result["link_delay_ns"]["last"]} ns' font ',11'
+set xrange [0:{len(delays) + 1}]
+set yrange [*:*]
+set xtics 5
+set xlabel 'exchange'
+set ylabel 'ns'
+plot $delays using 1:2 with linespoints pt 7 ps 0.6 lc rgb '#3060a0' title 'measured', \
+{bench.CABLE_NS} with lines dt 2 lw 1.5 lc rgb '#c03020' title 'true'
+"""
+
+
+def draw(setup, result):
+    errors = result["slave"]["error_ns"]
+    reach = 50 * math.ceil(1.3 * max(errors["p99"], 50) / 50)
+    script = f"""
+set terminal pngcairo size 1400,520 font 'DejaVu Sans,11' background '#ffffff'
+set output '{setup.outdir / "offset.png"}'
+set datafile separator ','
+set multiplot title 'Slave time minus true master time, {errors["count"]} samples, \
+{result["abi"]}, slave clock +{bench.SLAVE_RATE_PPB / 1000:g} ppm, {bench.CABLE_NS} ns cable' \
+font ',13'
+set grid lc rgb '#dddddd'
+set border 3
+set tics nomirror out
+set key top right vertical samplen 2
+set termoption noenhanced
+{error_panels(setup, result, reach)}
+{link_delay_panel(setup, result)}
 unset multiplot
 """
     done = subprocess.run(["gnuplot"], input=script, capture_output=True, text=True, check=False)
@@ -142,6 +233,8 @@ unset multiplot
 def summary(setup, result):
     slave = result["slave"]
     errors = slave["error_ns"]
+    delay = result["link_delay_ns"]
+    subtlv = result["subtlv_valid"]
     frames = "  ".join(f"{name} {count}" for name, count in result["frames"].items())
     return f"""
   Slave against the master's true clock ({result['abi']}, {result['duration_s']:.0f} s, \
@@ -152,8 +245,11 @@ rms {errors['rms']} ns   mean {errors['mean']:+} ns
 wanted: p99 below {GOAL_P99_NS:.0f} ns
     first valid  {slave['first_valid_after_sync_s']} s after the first Sync, \
 {slave['first_valid_s']} s after Start; wanted: up to {GOAL_VALID_AFTER_SYNC_S} s after Sync
-    link delay   configured {result['link_delay_ns']['configured']} ns, \
-true {result['link_delay_ns']['true']} ns
+    link delay   {delay[f"after_{SETTLED_EXCHANGES}"]} ns after {SETTLED_EXCHANGES} exchanges, \
+{delay['last']} ns after {delay['exchanges']}, {delay['rejected']} rejected, \
+true {delay['true']} ns; wanted: within {GOAL_LINK_DELAY_NS} ns
+    sub-TLVs     valid in {subtlv['valid']} of {subtlv['received']} Follow_Ups ({subtlv['sent']} Sync), \
+user data {subtlv['user_data']}; 'tsyn check': {result['check']['findings']} findings
     memory       {slave['rss_kib']} KiB resident; wanted: below {GOAL_RSS_KIB} KiB
     frames       {frames}
     files        {setup.outdir}: report.json offset.png samples.csv capture.pcapng"""

@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -15,7 +16,9 @@
 #include "HostTime.h"
 #include "OwnOutput.h"
 #include "RecordView.h"
+#include "SpyThread.h"
 #include "StatusReport.h"
+#include "SubTlvTracker.h"
 #include "SyncTracker.h"
 #include "TruthSampler.h"
 
@@ -39,6 +42,7 @@ public:
 private:
     std::string prepare();
     std::string startDaemon();
+    std::string setTimeBase() const;
     void loop();
     bool endSignalledBefore(double wakeS) const;
     void watch();
@@ -50,6 +54,7 @@ private:
     OwnOutput output_;
     RecordView view_;
     SyncTracker tracker_;
+    SubTlvTracker subTlvs_;
     TruthSampler sampler_;
     sigset_t endSignals_{};
     std::chrono::steady_clock::time_point start_;
@@ -80,6 +85,8 @@ int RunSession::run() {
     summary.firstSyncS = tracker_.firstSyncS();
     summary.firstValidS = tracker_.firstValidS();
     summary.samples = sampler_.count();
+    summary.record = view_.snapshot();
+    summary.subTlvs = &subTlvs_;
     ZebEthTSynInterface_Stop();
     ZebEthTSynInterface_Destroy();
     output_.line(options_.json ? summaryJson(options_.interfaceName, summary)
@@ -93,6 +100,12 @@ std::string RunSession::prepare() {
     }
     if (!options_.truthCard.empty()) {
         std::string problem = sampler_.open(options_.samplesFile);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    if (options_.spy) {
+        std::string problem = spyPortProblem();
         if (!problem.empty()) {
             return problem;
         }
@@ -113,6 +126,17 @@ std::string RunSession::startDaemon() {
         return "the daemon refused the configuration; its log names the value";
     }
     ZebEthTSynInterface_Start(0, nullptr, nullptr);
+    return options_.isMaster() ? setTimeBase() : std::string();
+}
+
+/** After Create, which clears what these set. */
+std::string RunSession::setTimeBase() const {
+    const auto status = static_cast<unsigned char>(options_.timeBaseStatus);
+    const std::array<unsigned char, 4> userData = makeUserData(options_);
+    if (ZebEthTSynInterface_SetTimeBaseStatus(0, status) != 0 ||
+        ZebEthTSynInterface_SetUserData(0, userData.data()) != 0) {
+        return "the daemon refused the status or the user data; its log names the value";
+    }
     return {};
 }
 
@@ -156,9 +180,17 @@ void RunSession::watch() {
         if (!currentTime() || !view_.open(options_.interfaceName)) {
             return;
         }
+        if (options_.spy) {
+            startSpyThread();
+        }
     }
-    if (const auto record = view_.snapshot()) {
-        tracker_.update(*record, elapsedS());
+    const auto record = view_.snapshot();
+    if (!record) {
+        return;
+    }
+    tracker_.update(*record, elapsedS());
+    if (const auto subTlvs = currentSubTlvs(); subTlvs && !options_.isMaster()) {
+        subTlvs_.update(record->acceptedSync, *subTlvs);
     }
 }
 
@@ -175,6 +207,7 @@ Status RunSession::currentStatus() {
             status.nanoseconds = time->nanoseconds;
         }
     }
+    status.subTlvs = &subTlvs_;
     status.truthErrorNs = sampler_.lastErrorNs();
     return status;
 }

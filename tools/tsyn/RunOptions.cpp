@@ -1,14 +1,18 @@
 #include "RunOptions.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
+#include <map>
+
+#include "HexText.h"
 
 namespace tsyn {
 namespace {
 
 constexpr std::size_t kDataIdCount = sizeof(TSynInstanceConfig::DataIDList);
+constexpr std::size_t kMostUserBytes = sizeof(TSynUserData::bytes);
 
 /** A range check that also refuses "nan", which passes every comparison. */
 CLI::Validator finiteRange(double least, double most) {
@@ -34,15 +38,18 @@ CLI::Validator shorterThan(std::size_t size) {
     return CLI::Validator(check, "");
 }
 
-CLI::Validator dataIds() {
-    const auto check = [](std::string& text) -> std::string {
-        const bool hex = text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-        if (hex && text.size() == 2 * kDataIdCount) {
-            return {};
-        }
-        return "needs " + std::to_string(2 * kDataIdCount) + " hexadecimal digits, two per entry";
+CLI::Validator hexDigits(std::size_t leastBytes, std::size_t mostBytes) {
+    const auto check = [leastBytes, mostBytes](const std::string& text) {
+        return hexProblem(text, leastBytes, mostBytes);
     };
     return CLI::Validator(check, "");
+}
+
+/** Takes a name for a number of the configuration record. */
+CLI::CheckedTransformer oneOf(const std::map<std::string, unsigned int>& names) {
+    CLI::CheckedTransformer transformer(names);
+    transformer.description("");
+    return transformer;
 }
 
 void addProtocolOptions(CLI::App& command, RunOptions& options) {
@@ -67,27 +74,55 @@ void addProtocolOptions(CLI::App& command, RunOptions& options) {
         ->check(shorterThan(sizeof(TSynInstanceConfig::ethStackIdent)));
 }
 
-void addAutosarOptions(CLI::App& command, RunOptions& options) {
-    command.add_flag("--autosar", options.autosarExtensions,
-                     "attach AUTOSAR sub-TLVs to Follow_Up; a master then waits for a time base");
-    command.add_option("--data-ids", options.dataIdList, "DataIDList, 16 bytes in hexadecimal")
-        ->check(dataIds());
-    command.add_option("--tx-crc-mode", options.txCrcMode, "1: compute CRCs, 0: substitutes (1)")
-        ->check(CLI::Range(0, 1));
-    command.add_option("--time-tlv", options.timeSelector, "time sub-TLV: 0 none, 1 secured (0)")
-        ->check(CLI::Range(0, 1));
+void addSubTlvOptions(CLI::App& command, RunOptions& options) {
+    const std::map<std::string, unsigned int> timeForms = {{"off", 0}, {"secured", 1}};
+    const std::map<std::string, unsigned int> forms = {
+        {"off", 0}, {"secured", 1}, {"not-secured", 2}};
+    command.add_option("--time-tlv", options.timeSelector, "time sub-TLV: off or secured (off)")
+        ->transform(oneOf(timeForms));
     command
         .add_option("--status-tlv", options.statusSelector,
-                    "status sub-TLV: 0 none, 1 secured, 2 not secured (0)")
-        ->check(CLI::Range(0, 2));
+                    "status sub-TLV: off, secured or not-secured (off)")
+        ->transform(oneOf(forms));
     command
         .add_option("--user-data-tlv", options.userDataSelector,
-                    "user-data sub-TLV: 0 none, 1 secured, 2 not secured (0)")
-        ->check(CLI::Range(0, 2));
+                    "user-data sub-TLV: off, secured or not-secured (off)")
+        ->transform(oneOf(forms));
     command
         .add_option("--crc-time-flags", options.crcTimeFlags,
-                    "fields that the time CRCs cover, 0..255 (0)")
+                    "fields that the time CRCs cover, 0..0xFF; 0x3F: all (0)")
         ->check(CLI::Range(0, 255));
+}
+
+void addAutosarOptions(CLI::App& command, RunOptions& options) {
+    command.add_flag("--autosar", options.autosarExtensions,
+                     "attach AUTOSAR sub-TLVs to Follow_Up; a master then needs a time base");
+    command
+        .add_option("--data-id-list", options.dataIdList,
+                    "DataIDList, 16 bytes in hexadecimal (all 0)")
+        ->check(hexDigits(kDataIdCount, kDataIdCount));
+    command.add_option("--tx-crc-mode", options.txCrcMode, "1: compute CRCs, 0: substitutes (1)")
+        ->check(CLI::Range(0, 1));
+    addSubTlvOptions(command, options);
+    const std::map<std::string, unsigned int> statuses = {
+        {"none", 0}, {"gateway", 4}, {"global", 8}, {"global+gateway", 12}};
+    auto* status = command
+                       .add_option("--status", options.timeBaseStatus,
+                                   "time base of a master: none, gateway, global or "
+                                   "global+gateway; with --autosar it sends Sync only with a "
+                                   "global one (global)")
+                       ->transform(oneOf(statuses));
+    auto* userData = command
+                         .add_option("--user-data", options.userData,
+                                     "user bytes that a master sends, 1 to 3 in hexadecimal")
+                         ->check(hexDigits(1, kMostUserBytes));
+    command.final_callback([&options, status, userData] {
+        for (const CLI::Option* option : {status, userData}) {
+            if (!options.isMaster() && option->count() != 0) {
+                throw CLI::ValidationError(option->get_name(), "needs --role master");
+            }
+        }
+    });
 }
 
 void addOutputOptions(CLI::App& command, RunOptions& options) {
@@ -102,6 +137,9 @@ void addOutputOptions(CLI::App& command, RunOptions& options) {
         .add_option("--log", options.logTarget,
                     "file that the library's log is appended to; -: standard error (-)")
         ->check(shorterThan(4096));
+    command.add_flag("--spy", options.spy,
+                     "answer UDP port 319 with the published record; the first datagram clears "
+                     "the record once");
     auto* truth = command.add_option("--truth", options.truthCard,
                                      "compare with the true PHC time of this virtual i210");
     auto* samples = command
@@ -112,10 +150,6 @@ void addOutputOptions(CLI::App& command, RunOptions& options) {
     command.add_option("--sample-rate", options.sampleRateHz, "comparisons per second (100)")
         ->check(finiteRange(0.1, 1000.0))
         ->needs(truth);
-}
-
-unsigned char hexByte(const std::string& text, std::size_t index) {
-    return static_cast<unsigned char>(std::stoul(text.substr(2 * index, 2), nullptr, 16));
 }
 
 }  // namespace
@@ -143,9 +177,8 @@ TSynInstanceConfig makeConfig(const RunOptions& options) {
     config.VlanPrio = options.vlanPriority;
     config.PropagationDelay = options.propagationDelayNs;
     config.syncInterval = options.syncIntervalMs;
-    for (std::size_t i = 0; i < kDataIdCount && !options.dataIdList.empty(); ++i) {
-        config.DataIDList[i] = hexByte(options.dataIdList, i);
-    }
+    const std::vector<unsigned char> dataIds = hexBytes(options.dataIdList);
+    std::copy_n(dataIds.begin(), std::min(dataIds.size(), kDataIdCount), config.DataIDList);
     config.TxMode = options.txMode;
     config.TxCrcMode = options.txCrcMode;
     config.selector1 = options.timeSelector;
@@ -153,6 +186,15 @@ TSynInstanceConfig makeConfig(const RunOptions& options) {
     config.selector3 = options.userDataSelector;
     config.CrcTimeFlags = static_cast<unsigned char>(options.crcTimeFlags);
     return config;
+}
+
+std::array<unsigned char, 4> makeUserData(const RunOptions& options) {
+    std::array<unsigned char, 4> data{};
+    const std::vector<unsigned char> bytes = hexBytes(options.userData);
+    const std::size_t count = std::min(bytes.size(), kMostUserBytes);
+    data[0] = static_cast<unsigned char>(count);
+    std::copy_n(bytes.begin(), count, data.begin() + 1);
+    return data;
 }
 
 }  // namespace tsyn

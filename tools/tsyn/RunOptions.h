@@ -29,11 +29,14 @@ struct RunOptions {
     unsigned int statusSelector = 0;
     unsigned int userDataSelector = 0;
     unsigned int crcTimeFlags = 0;
+    unsigned int timeBaseStatus = 8; /**< of a master; 8: global time base */
+    std::string userData;
 
     double durationS = 0.0; /**< 0: until a signal */
     int traceLevel = 0;
     bool json = false;
     std::string logTarget = "-";
+    bool spy = false;
 
     std::string truthCard;
     std::string samplesFile;
@@ -47,5 +50,8 @@ void addRunOptions(CLI::App& command, RunOptions& options);
 
 /** The configuration record that the library takes. */
 TSynInstanceConfig makeConfig(const RunOptions& options);
+
+/** The user data as the library's setter takes them: length and three bytes. */
+std::array<unsigned char, 4> makeUserData(const RunOptions& options);
 
 }  // namespace tsyn

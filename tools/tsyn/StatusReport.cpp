@@ -1,5 +1,6 @@
 #include "StatusReport.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +39,44 @@ Json secondsOrNull(const std::optional<double>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
+bool hasSubTlvs(const SubTlvTracker* tracker) {
+    return tracker != nullptr && tracker->last();
+}
+
+std::string userDataText(const TSynUserData& userData) {
+    std::string text;
+    for (std::size_t i = 0; i < std::min<std::size_t>(userData.length, sizeof userData.bytes);
+         ++i) {
+        text += formatted("%02x", userData.bytes[i]);
+    }
+    return text;
+}
+
+std::string subTlvText(const SubTlvTracker& tracker) {
+    const SubTlvReading& last = *tracker.last();
+    const std::string userData = userDataText(last.userData);
+    return formatted("  tlv %s (%lu of %lu valid) status 0x%02x user data %s",
+                     allCrcsValid(last) ? "valid" : "WRONG CRC", tracker.allValid(),
+                     tracker.followUps(), last.status, userData.empty() ? "-" : userData.c_str());
+}
+
+Json subTlvJson(const SubTlvTracker& tracker) {
+    const SubTlvReading& last = *tracker.last();
+    Json valid = Json::object();
+    for (unsigned int i = 0; i < recordedCrcs(last); ++i) {
+        const unsigned int word = last.report.words[i];
+        if (word < kCrcFieldCount) {
+            valid[crcFieldName(static_cast<CrcField>(word))] = last.report.valid[i] == 1;
+        }
+    }
+    return {{"count", static_cast<unsigned int>(last.report.count)},
+            {"valid", valid},
+            {"status", last.status},
+            {"user_data", userDataText(last.userData)},
+            {"follow_ups", tracker.followUps()},
+            {"all_valid", tracker.allValid()}};
+}
+
 std::optional<double> validAfterSync(const RunSummary& summary) {
     if (!summary.firstSyncS || !summary.firstValidS) {
         return {};
@@ -59,6 +98,9 @@ std::string statusLine(const Status& status) {
                 record.masterOffset, ratePpm(record), record.linkDelay, record.acceptedSync,
                 record.rejectedSync);
         }
+    }
+    if (hasSubTlvs(status.subTlvs)) {
+        line += subTlvText(*status.subTlvs);
     }
     if (status.truthErrorNs) {
         line += formatted("  error %+lld ns", *status.truthErrorNs);
@@ -88,6 +130,9 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
         json["sync_accepted"] = static_cast<unsigned int>(record.acceptedSync);
         json["sync_rejected"] = static_cast<unsigned int>(record.rejectedSync);
     }
+    if (hasSubTlvs(status.subTlvs)) {
+        json["subtlv"] = subTlvJson(*status.subTlvs);
+    }
     if (status.truthErrorNs) {
         json["error_ns"] = *status.truthErrorNs;
     }
@@ -106,17 +151,24 @@ std::string summaryLine(const RunSummary& summary) {
 }
 
 std::string summaryJson(const std::string& interfaceName, const RunSummary& summary) {
-    const Json json = {{"event", "end"},
-                       {"interface", interfaceName},
-                       {"role", summary.master ? "master" : "slave"},
-                       {"abi", abiName()},
-                       {"duration_s", summary.durationS},
-                       {"state", stateName(summary.state)},
-                       {"first_sync_s", secondsOrNull(summary.firstSyncS)},
-                       {"first_valid_s", secondsOrNull(summary.firstValidS)},
-                       {"first_valid_after_sync_s", secondsOrNull(validAfterSync(summary))},
-                       {"samples", summary.samples},
-                       {"rss_kib", residentKib()}};
+    Json json = {{"event", "end"},
+                 {"interface", interfaceName},
+                 {"role", summary.master ? "master" : "slave"},
+                 {"abi", abiName()},
+                 {"duration_s", summary.durationS},
+                 {"state", stateName(summary.state)},
+                 {"first_sync_s", secondsOrNull(summary.firstSyncS)},
+                 {"first_valid_s", secondsOrNull(summary.firstValidS)},
+                 {"first_valid_after_sync_s", secondsOrNull(validAfterSync(summary))},
+                 {"samples", summary.samples},
+                 {"rss_kib", residentKib()}};
+    if (summary.record) {
+        json["link_delay_ns"] = static_cast<long long>(summary.record->linkDelay);
+        json["sync_accepted"] = static_cast<unsigned int>(summary.record->acceptedSync);
+    }
+    if (hasSubTlvs(summary.subTlvs)) {
+        json["subtlv"] = subTlvJson(*summary.subTlvs);
+    }
     return json.dump();
 }
 

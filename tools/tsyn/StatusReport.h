@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "SubTlvTracker.h"
 #include "SyncTracker.h"
 #include "gPtpTimeData.h"
 
@@ -17,6 +18,7 @@ struct Status {
     unsigned long long seconds = 0;
     unsigned int nanoseconds = 0;
     std::optional<gPtpTimeDataStruct> record;
+    const SubTlvTracker* subTlvs = nullptr;
     std::optional<long long> truthErrorNs; /**< of the latest comparison with a virtual i210 */
 };
 
@@ -28,6 +30,8 @@ struct RunSummary {
     std::optional<double> firstSyncS;
     std::optional<double> firstValidS;
     unsigned long samples = 0;
+    std::optional<gPtpTimeDataStruct> record;
+    const SubTlvTracker* subTlvs = nullptr;
 };
 
 std::string statusLine(const Status& status);

@@ -2,17 +2,21 @@
 #include <cstdio>
 #include <exception>
 
+#include "CheckCommand.h"
 #include "RunCommand.h"
 #include "RunOptions.h"
 
 namespace {
 
 std::string oneLine(const CLI::App*, const CLI::Error& error) {
-    return std::string("tsyn: ") + error.what() + "; 'tsyn run --help' lists the options\n";
+    return std::string("tsyn: ") + error.what() +
+           "; 'tsyn run --help' and 'tsyn check --help' list the options\n";
 }
 
 int parseAndRun(int argc, char** argv) {
-    CLI::App app("Time master or slave of IEEE 802.1AS on one Ethernet interface", "tsyn");
+    CLI::App app(
+        "Time master or slave of IEEE 802.1AS on one Ethernet interface, and a check of captures",
+        "tsyn");
     app.require_subcommand(1);
     app.failure_message(oneLine);
     tsyn::RunOptions options;
@@ -22,13 +26,20 @@ int parseAndRun(int argc, char** argv) {
         "log on standard error");
     run->failure_message(oneLine);
     tsyn::addRunOptions(*run, options);
+    tsyn::CheckOptions checkOptions;
+    CLI::App* check = app.add_subcommand(
+        "check",
+        "Check the PTP messages of a capture: AUTOSAR CRCs, TLV lengths, sequence ids; status 0: "
+        "all right, 1: findings, 2: unreadable");
+    check->failure_message(oneLine);
+    tsyn::addCheckOptions(*check, checkOptions);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         constexpr int kWrongUse = 2;
         return app.exit(error) == 0 ? 0 : kWrongUse;
     }
-    return tsyn::runCommand(options);
+    return check->parsed() ? tsyn::checkCommand(checkOptions) : tsyn::runCommand(options);
 }
 
 }  // namespace
