@@ -8,18 +8,23 @@ namespace {
 
 constexpr int kFrameTrace = 0x80;
 
+/** Waits for text that is printed without a flush, which no file event tells of. */
+bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
+    return eventually([&] { return output.count(part) >= times; });
+}
+
 TEST(FrameTraceOfADaemon, ShowsEveryFrameThatAMasterSends) {
     const StdoutCapture output;
     const CardSandbox sandbox;
     const RunningDaemon daemon(masterConfig(), RunningDaemon::kMasterThreads);
     EXPECT_EQ(0, output.count("<< "));
     DbgTraceLevel = kFrameTrace;
-    EXPECT_TRUE(output.await("|058: << Sync               | 020000FFFE000001 | "));
-    EXPECT_TRUE(
-        output.await("|                    |090: << Follow up          | 020000FFFE000001"));
-    EXPECT_TRUE(
-        output.await("|                    |090: << Anounce            | 020000FFFE000001"));
-    EXPECT_TRUE(output.await("1[tsm0]"));
+    EXPECT_TRUE(awaitPrinted(output, "|058: << Sync               | 020000FFFE000001 | "));
+    EXPECT_TRUE(awaitPrinted(
+        output, "|                    |090: << Follow up          | 020000FFFE000001"));
+    EXPECT_TRUE(awaitPrinted(
+        output, "|                    |090: << Anounce            | 020000FFFE000001"));
+    EXPECT_TRUE(awaitPrinted(output, "1[tsm0]"));
     DbgTraceLevel = 0;
 }
 
@@ -34,8 +39,9 @@ TEST(FrameTraceOfADaemon, ShowsAFrameThatASlaveReceives) {
                           "1b02004c0000000800000000000000000000000077000000000000010009"
                           "0105050000000000000000000000000000000000000000000000000000"
                           "00000000000000000000000000000000")));
-    EXPECT_TRUE(output.await("|090: >> Anounce            | 7700000000000001 | 009 | 000261 |\n"));
-    EXPECT_TRUE(output.await("2[tsm0]"));
+    EXPECT_TRUE(
+        awaitPrinted(output, "|090: >> Anounce            | 7700000000000001 | 009 | 000261 |\n"));
+    EXPECT_TRUE(awaitPrinted(output, "2[tsm0]"));
     DbgTraceLevel = 0;
 }
 

@@ -82,6 +82,11 @@ private:
     unsigned short port_ = 0;
 };
 
+/** Waits for text that is printed without a flush, which no file event tells of. */
+bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
+    return eventually([&] { return output.count(part) >= times; });
+}
+
 /** Whether some UDP socket of this network listens on the provider's port. */
 bool isPortTaken() {
     std::ifstream table("/proc/self/net/udp");
@@ -201,8 +206,8 @@ TEST_F(SpyProvider, ReportsDatagramsAboveTraceLevel0Alone) {
     ASSERT_EQ(kRecordSize, tool.receive().size());
     DbgTraceLevel = 1;
     tool.send("loud");
-    EXPECT_TRUE(output_.await("2Received packet from 127.0.0.1:" + std::to_string(tool.port()) +
-                              "\nData: loud\n\n\n"));
+    EXPECT_TRUE(awaitPrinted(output_, "2Received packet from 127.0.0.1:" +
+                                          std::to_string(tool.port()) + "\nData: loud\n\n\n"));
     EXPECT_EQ(0, output_.count("silent"));
     DbgTraceLevel = 0;
     tool.drain();
@@ -218,7 +223,7 @@ TEST_F(SpyProvider, CutsTheReportOfALongDatagramThatHasNoEnd) {
     ASSERT_TRUE(eventually(isPortTaken));
     tool.send(std::string(256, 'x'));
     const std::string head = "Received packet from 127.0.0.1:40000\nData: ";
-    EXPECT_TRUE(output_.await("2" + head + std::string(255 - head.size(), 'x') + "\n"));
+    EXPECT_TRUE(awaitPrinted(output_, "2" + head + std::string(255 - head.size(), 'x') + "\n"));
     EXPECT_EQ(kRecordSize, tool.receive().size());
 }
 
@@ -238,11 +243,11 @@ TEST_F(SpyProvider, ReportsAShortDatagramWithoutTheTailOfALongerOne) {
     const RunningProvider provider;
     ASSERT_TRUE(eventually(isPortTaken));
     tool.send("longer than the next");
-    EXPECT_TRUE(output_.await("Data: longer than the next\n"));
+    EXPECT_TRUE(awaitPrinted(output_, "Data: longer than the next\n"));
     tool.send("ab");
-    EXPECT_TRUE(output_.await("Data: ab\n"));
+    EXPECT_TRUE(awaitPrinted(output_, "Data: ab\n"));
     tool.send(std::string("c\0d", 3));
-    EXPECT_TRUE(output_.await("Data: c\n"));
+    EXPECT_TRUE(awaitPrinted(output_, "Data: c\n"));
 }
 
 TEST_F(SpyProvider, RepliesToAnEmptyDatagramWithoutAReport) {
@@ -271,7 +276,7 @@ TEST_F(SpyProvider, ReportsAPortInUseAndGoesOn) {
     DbgTraceLevel = 1;
     const SpyTool occupant(kSpyPort);
     const RunningProvider provider;
-    EXPECT_TRUE(output_.await("2bind is buggy \n"));
+    EXPECT_TRUE(awaitPrinted(output_, "2bind is buggy \n"));
     const SpyTool tool;
     tool.send("for the occupant");
     EXPECT_EQ("for the occupant",
@@ -287,7 +292,7 @@ TEST_F(SpyProvider, WithoutASocketReportsEveryFailureOncePerPeriod) {
     };
     const Clock::time_point begin = Clock::now();
     const RunningProvider provider;
-    EXPECT_TRUE(output_.await("2sendto() is buggy \n", 3));
+    EXPECT_TRUE(awaitPrinted(output_, "2sendto() is buggy \n", 3));
     EXPECT_GE(Clock::now() - begin, 3 * kPeriod);
     EXPECT_EQ(1, output_.count("2socket\n2bind is buggy \n"));
 }
@@ -303,7 +308,7 @@ TEST_F(SpyProvider, ReportsAReplyThatCannotBeSentAndTriesAgain) {
     const RunningProvider provider;
     ASSERT_TRUE(eventually(isPortTaken));
     tool.send("?");
-    EXPECT_TRUE(output_.await("2sendto() is buggy \n", 2));
+    EXPECT_TRUE(awaitPrinted(output_, "2sendto() is buggy \n", 2));
 }
 
 TEST_F(SpyProvider, WithoutARecordSendsNothing) {

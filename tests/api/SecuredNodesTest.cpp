@@ -22,6 +22,11 @@ constexpr char kSlave[] = "tsm0peer";
 constexpr unsigned int kFollowUpType = 8;
 constexpr unsigned char kGlobalTimeBase = 0x08;
 
+/** Waits for text that is printed without a flush, which no file event tells of. */
+bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
+    return eventually([&] { return output.count(part) >= times; });
+}
+
 /** Time, status and user data secured, with every field of the header under the time CRCs. */
 TSynInstanceConfig secured(TSynInstanceConfig config) {
     config.EnableAutosarExtensions = 1;
@@ -156,11 +161,11 @@ TEST_F(SecuredNodes, AtTraceLevel1ACorruptCrcStopsTheTimeUntilItIsGone) {
     ASSERT_TRUE(takesAnotherSample());
     DbgTraceLevel = 1;
     corruptFollowUps(90);
-    ASSERT_TRUE(output_.await("validation failed!\n", 2));
+    ASSERT_TRUE(awaitPrinted(output_, "validation failed!\n", 2));
     const gPtpTimeDataStruct& record = *OSipc::instance(kSlave);
     const unsigned long long origin = record.originTime;
     const int dropped = output_.count("validation failed!\n");
-    ASSERT_TRUE(output_.await("validation failed!\n", dropped + 4));
+    ASSERT_TRUE(awaitPrinted(output_, "validation failed!\n", dropped + 4));
     EXPECT_EQ(origin, +record.originTime);
     virtual_i210::clearFaults(kMaster);
     EXPECT_TRUE(takesAnotherSample());
