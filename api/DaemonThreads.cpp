@@ -96,7 +96,7 @@ void createThread(const ThreadStart& start, bool detached, const char* nameForma
         // Held across the creation, so that the thread cannot end before its slot is filled.
         const MutexLock lock(slotMutex);
         if (pthread_create(&slot.handle, &attributes, runThread, argument.get()) == 0) {
-            argument.release();
+            static_cast<void>(argument.release());  // the thread owns it now
             slot.alive = true;
             char name[kThreadNameSize];
             // Cut on purpose: the kernel keeps 15 characters.

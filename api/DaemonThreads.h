@@ -1,7 +1,6 @@
 #pragma once
 
-/** Thread body of the daemon: prepares names and environment and runs the configured role. */
-void* MainEntryPointSharedLibrary(void* record);
+#include "include/ZebEthTimeSynSupportInterface.h"
 
 /** Role bodies for one interface; return when the role could not start or its pumps have ended. */
 void MasterThread(char* ifName);

@@ -62,6 +62,7 @@ public:
      *  from the configuration and the host's status and user data. */
     TLVObject(int type, ptpv2hdr_t* followUpHeader, unsigned char mask);
     TLVObject();
+    // Exported, hence not defaulted here. NOLINTNEXTLINE(performance-trivially-destructible)
     ~TLVObject();
     TLVObject(const TLVObject&) = default;
     TLVObject& operator=(const TLVObject&) = default;

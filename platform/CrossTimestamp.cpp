@@ -1,5 +1,6 @@
 #include "platform/CrossTimestamp.h"
 
+#include <cstddef>
 #include <limits>
 
 #include "base/Extended80.h"
@@ -15,7 +16,7 @@ unsigned long long clockNs(const ptp_clock_time& reading) {
 ptp_ext_time_t narrowestBracket(const ptp_clock_time* readings, unsigned int samples) {
     long long narrowest = std::numeric_limits<long long>::max();
     ptp_ext_time_t best{};
-    for (unsigned int k = 0; k < samples; ++k) {
+    for (std::size_t k = 0; k < samples; ++k) {
         const unsigned long long before = clockNs(readings[2 * k]);
         const unsigned long long after = clockNs(readings[2 * k + 2]);
         const long long width = signedDiff(after, before);
