@@ -11,7 +11,10 @@ std::int64_t readPhcNs(CardState& card) {
     const std::uint64_t extra =
         seededRandom(card.seed, 2, number) % (std::uint64_t{card.readJitterNs} + 1);
     const std::uint64_t durationNs = card.readNs + extra;
-    const std::uint64_t latchNs = seededRandom(card.seed, 3, number) % (durationNs + 1);
+    // The fixed part of a read across the bus has its latch in the middle; what congestion adds
+    // falls on either side of it.
+    const std::uint64_t latchNs =
+        card.readNs / 2 + seededRandom(card.seed, 3, number) % (extra + 1);
     const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
     while (rawNowNs() < startRawNs + durationNs) {
     }
