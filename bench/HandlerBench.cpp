@@ -48,7 +48,7 @@ void configure(unsigned char role) {
     cfg.selector2 = 1;
     cfg.selector3 = 1;
     cfg.CrcTimeFlags = kAllFlags;
-    for (unsigned char i = 0; i < sizeof cfg.DataIDList; ++i) {
+    for (unsigned int i = 0; i < sizeof cfg.DataIDList; ++i) {
         cfg.DataIDList[i] = static_cast<unsigned char>(0x10 + i);
     }
     block().timeBaseStatus = 0x0C;

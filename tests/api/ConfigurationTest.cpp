@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstring>
@@ -28,7 +29,10 @@ struct Created {
         result = ZebEthTSynInterface_Create(&config);
         lines = output.lines();
         texts = output.texts();
-        wasStored = std::memcmp(InterfaceDataManager::m_pInstance, &config, sizeof config) == 0;
+        const auto* const given = reinterpret_cast<const unsigned char*>(&config);
+        const auto* const stored =
+            reinterpret_cast<const unsigned char*>(InterfaceDataManager::m_pInstance);
+        wasStored = std::equal(given, given + sizeof config, stored);
     }
 
     void expectAccepted() const {

@@ -200,7 +200,10 @@ TEST(StartUp, SockNamesTheStackWhileTheSocketIsOpened) {
     };
     const RunningDaemon daemon(masterConfig(), RunningDaemon::kMasterThreads);
     EXPECT_EQ("stack0", meanwhile);
-    EXPECT_TRUE(eventually([] { return std::string(getenv("SOCK")) == "before"; }));
+    EXPECT_TRUE(eventually([] {
+        const char* const now = getenv("SOCK");
+        return now != nullptr && std::string(now) == "before";
+    }));
 }
 
 TEST(StartUp, SockStaysAtTheStackWhenThereWasNone) {

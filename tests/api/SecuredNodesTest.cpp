@@ -34,7 +34,7 @@ TSynInstanceConfig secured(TSynInstanceConfig config) {
     config.selector2 = 1;
     config.selector3 = 1;
     config.CrcTimeFlags = 0x3F;
-    for (unsigned char i = 0; i < sizeof config.DataIDList; ++i) {
+    for (unsigned int i = 0; i < sizeof config.DataIDList; ++i) {
         config.DataIDList[i] = static_cast<unsigned char>(0x30 + 5 * i);
     }
     return config;

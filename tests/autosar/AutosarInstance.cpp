@@ -14,7 +14,7 @@ InstanceBlock& freshBlock() {
     DbgTraceLevel = 0;
     InstanceBlock& block = InterfaceDataManager::getInstance()->block;
     block = InstanceBlock{};
-    for (unsigned char i = 0; i < sizeof block.cfg.DataIDList; ++i) {
+    for (unsigned int i = 0; i < sizeof block.cfg.DataIDList; ++i) {
         block.cfg.DataIDList[i] = static_cast<unsigned char>(0x10 + i);
     }
     block.cfg.TxCrcMode = 1;
