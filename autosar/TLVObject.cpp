@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
 constexpr unsigned int kAutosarSubType = 0x605676;
 constexpr unsigned int kOrganizationFieldsSize = 6;
 constexpr unsigned int kSubTlvHeadSize = 2;
@@ -40,7 +39,7 @@ void buildHeaders(TLVObject& tlv, unsigned char mask) {
     tlv.count += kValueFieldsSize;
     put(tlv, 2, wire::kTlvOrganizationExtension);
     put(tlv, 2, kOrganizationFieldsSize + subTlvSize(mask));
-    put(tlv, 3, kOrganizationAutosar);
+    put(tlv, 3, wire::kOrganizationAutosar);
     put(tlv, 3, kAutosarSubType);
 }
 

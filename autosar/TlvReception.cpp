@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
 constexpr int kOrganizationFieldsSize = 6;
 constexpr unsigned int kRecordedEntries = 4;
 
@@ -31,7 +30,7 @@ public:
         const unsigned int length = reader_.get<2>();
         const unsigned int organization = reader_.get<3>();
         reader_.get<3>();  // organizationSubType
-        if (organization != kOrganizationAutosar) {
+        if (organization != wire::kOrganizationAutosar) {
             return true;
         }
         block_.subTlvCount = 0;

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
 constexpr unsigned char kTimeSecuredType = 0x28;
 constexpr int kFrameTraceBit = 0x80;
 constexpr int kFrameTraceAbove = 3;
@@ -150,7 +149,7 @@ void Dump::followUpTlv() {
     line(wire::kFollowUpOrganizationSubType + 3, "       organizationSubType: 0x%x (%d) \n",
          subType, static_cast<int>(subType));
     const unsigned int firstSubTlv = byte(wire::kFollowUpOrganizationSubType + 3);
-    if (organization == kOrganizationAutosar && firstSubTlv == kTimeSecuredType) {
+    if (organization == wire::kOrganizationAutosar && firstSubTlv == kTimeSecuredType) {
         autosarTime();
     } else {
         ieeeValues();

@@ -75,6 +75,7 @@ inline constexpr unsigned int kTlvOrganizationExtension = 0x0003;
 inline constexpr unsigned int kTlvPathTrace = 0x0008;
 inline constexpr unsigned int kFollowUpTlvLength = 28;
 inline constexpr unsigned int kOrganizationIeee8021 = 0x0080C2;
+inline constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
 
 template <int Bytes>
 constexpr std::uint64_t loadBigEndian(const unsigned char* at) {

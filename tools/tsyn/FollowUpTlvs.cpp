@@ -14,7 +14,6 @@ constexpr std::size_t kTlvHeadSize = 4;
 constexpr std::size_t kOrganizationFieldsSize = 6;
 constexpr std::size_t kSubTlvHeadSize = 2;
 constexpr unsigned int kInformationSubType = 1;
-constexpr unsigned int kOrganizationAutosar = 0x1A75FB;
 constexpr unsigned int kAutosarSubType = 0x605676;
 
 struct SubTlvKind {
@@ -158,7 +157,7 @@ bool TlvWalk::isAutosar(std::size_t at, std::size_t room) {
     const NamingField naming[] = {
         {"tlvType", wire::load16(message_ + at), wire::kTlvOrganizationExtension},
         {"organizationId", static_cast<unsigned int>(wire::loadBigEndian<3>(fields)),
-         kOrganizationAutosar},
+         wire::kOrganizationAutosar},
         {"organizationSubType", static_cast<unsigned int>(wire::loadBigEndian<3>(fields + 3)),
          kAutosarSubType}};
     const auto differs = [](const NamingField& field) { return field.found != field.wanted; };
