@@ -63,7 +63,7 @@ Verdict AutosarInstance::process(TLVObject tlv, FollowUp& followUp) {
     try {
         return ProcessIncomingAutoSARTLVObjects(&tlv, followUp.header());
     } catch (const char* text) {
-        EXPECT_STREQ(text, "No more data");
+        EXPECT_STREQ("No more data", text);
         return std::nullopt;
     }
 }

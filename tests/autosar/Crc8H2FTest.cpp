@@ -25,45 +25,45 @@ unsigned char hexByte(const nlohmann::json& digits) {
 
 TEST_F(Crc8H2F, TableIsTheOneOfItsPolynomial) {
     const nlohmann::json& vector = vectors("crc8h2f").at(0);
-    ASSERT_EQ(vector.at("name"), "table");
-    EXPECT_EQ(toHex(crc8h2f::kTable.data(), crc8h2f::kTable.size()), vector.at("whole"));
-    EXPECT_EQ(toHex(crc8h2f::kTable.data(), 16), vector.at("first16"));
+    ASSERT_EQ("table", vector.at("name"));
+    EXPECT_EQ(vector.at("whole"), toHex(crc8h2f::kTable.data(), crc8h2f::kTable.size()));
+    EXPECT_EQ(vector.at("first16"), toHex(crc8h2f::kTable.data(), 16));
 }
 
 TEST_F(Crc8H2F, OfOnePieceIsAsEveryVectorTells) {
     int checked = 0;
     for (const nlohmann::json& vector : vectors("crc8h2f")) {
         if (vector.at("name") == "first call") {
-            EXPECT_EQ(first(fromHex(vector.at("data"))), hexByte(vector.at("crc"))) << vector;
+            EXPECT_EQ(hexByte(vector.at("crc")), first(fromHex(vector.at("data")))) << vector;
             ++checked;
         }
     }
-    EXPECT_EQ(checked, 11);
+    EXPECT_EQ(11, checked);
 }
 
 TEST_F(Crc8H2F, OfTheNineDigitsIsThePublishedCheckValue) {
-    EXPECT_EQ(first({'1', '2', '3', '4', '5', '6', '7', '8', '9'}), 0xDF);
+    EXPECT_EQ(0xDF, first({'1', '2', '3', '4', '5', '6', '7', '8', '9'}));
 }
 
 TEST_F(Crc8H2F, OfASingleZeroByteIsBD) {
-    EXPECT_EQ(first({0x00}), 0xBD);
+    EXPECT_EQ(0xBD, first({0x00}));
 }
 
 TEST_F(Crc8H2F, GoesOnFromThePreviousPiece) {
     for (const nlohmann::json& vector : vectors("crc8h2f")) {
         if (vector.at("name") == "split 4+5") {
             const unsigned char crc = first(fromHex(vector.at("piece1")));
-            EXPECT_EQ(crc, hexByte(vector.at("crc1")));
-            EXPECT_EQ(further(fromHex(vector.at("piece2")), crc), hexByte(vector.at("crc2")));
+            EXPECT_EQ(hexByte(vector.at("crc1")), crc);
+            EXPECT_EQ(hexByte(vector.at("crc2")), further(fromHex(vector.at("piece2")), crc));
         } else if (vector.at("name") == "empty continuation") {
-            EXPECT_EQ(further({}, hexByte(vector.at("start"))), hexByte(vector.at("crc")));
+            EXPECT_EQ(hexByte(vector.at("crc")), further({}, hexByte(vector.at("start"))));
         }
     }
 }
 
 TEST_F(Crc8H2F, OfNothingIsZeroForAFirstPieceAndThePreviousOneAfterwards) {
-    EXPECT_EQ(Crc_CalculateCRC8H2F(nullptr, 0, 0x77, true), 0x00);
-    EXPECT_EQ(Crc_CalculateCRC8H2F(nullptr, 0, 0x77, false), 0x77);
+    EXPECT_EQ(0x00, Crc_CalculateCRC8H2F(nullptr, 0, 0x77, true));
+    EXPECT_EQ(0x77, Crc_CalculateCRC8H2F(nullptr, 0, 0x77, false));
 }
 
 TEST_F(Crc8H2F, IsTheSameForEveryWayToSplitTheData) {
@@ -74,7 +74,7 @@ TEST_F(Crc8H2F, IsTheSameForEveryWayToSplitTheData) {
     }
     const unsigned char whole = first(data);
     for (auto cut = data.begin(); cut <= data.end(); ++cut) {
-        EXPECT_EQ(further({cut, data.end()}, first({data.begin(), cut})), whole)
+        EXPECT_EQ(whole, further({cut, data.end()}, first({data.begin(), cut})))
             << cut - data.begin();
         if (cut == data.end()) {
             break;
@@ -88,7 +88,7 @@ TEST_F(Crc8H2F, ChangesWithEverySingleBit) {
     for (std::size_t bit = 0; bit < data.size() * 8; ++bit) {
         const auto flip = static_cast<unsigned char>(1U << bit % 8);
         data[bit / 8] ^= flip;
-        EXPECT_NE(first(data), intact) << bit;
+        EXPECT_NE(intact, first(data)) << bit;
         data[bit / 8] ^= flip;
     }
 }
@@ -102,17 +102,17 @@ TEST_F(Crc8H2F, SwitchedOffGivesTheSubstituteOfTheRole) {
         block.cfg.role = vector.at("master").get<bool>() ? 1 : 0;
         const StdoutCapture output;
         for (const Bytes& data : {Bytes{}, Bytes{0x00}, Bytes{1, 2, 3}}) {
-            EXPECT_EQ(first(data), hexByte(vector.at("crc"))) << vector;
-            EXPECT_EQ(further(data, 0x12), hexByte(vector.at("crc"))) << vector;
+            EXPECT_EQ(hexByte(vector.at("crc")), first(data)) << vector;
+            EXPECT_EQ(hexByte(vector.at("crc")), further(data, 0x12)) << vector;
         }
-        EXPECT_EQ(output.count("\n"), vector.at("errorLine").get<bool>() ? 6 : 0) << vector;
+        EXPECT_EQ(vector.at("errorLine").get<bool>() ? 6 : 0, output.count("\n")) << vector;
     }
 }
 
 TEST_F(Crc8H2F, SubstituteOfAnyNonzeroRoleIsTheMasters) {
     block.cfg.TxCrcMode = 0;
     block.cfg.role = 2;
-    EXPECT_EQ(first({1}), 0x00);
+    EXPECT_EQ(0x00, first({1}));
 }
 
 TEST_F(Crc8H2F, WrongModeIsLoggedOncePerCallWithItsValue) {
@@ -122,21 +122,21 @@ TEST_F(Crc8H2F, WrongModeIsLoggedOncePerCallWithItsValue) {
           std::pair(0xFFFFFFFFU, "Wrong configuration TxCrcMode: 0xffffffff ...")}) {
         block.cfg.TxCrcMode = mode;
         const StdoutCapture output;
-        EXPECT_EQ(first({0x55}), 0xFF);
+        EXPECT_EQ(0xFF, first({0x55}));
         const std::vector<LogLine> lines = output.lines();
-        ASSERT_EQ(lines.size(), 1U);
-        EXPECT_EQ(lines[0].text, text);
-        EXPECT_EQ(lines[0].level, "ERROR");
-        EXPECT_EQ(lines[0].function, "Crc_CalculateCRC8H2F");
+        ASSERT_EQ(1U, lines.size());
+        EXPECT_EQ(text, lines[0].text);
+        EXPECT_EQ("ERROR", lines[0].level);
+        EXPECT_EQ("Crc_CalculateCRC8H2F", lines[0].function);
     }
 }
 
 TEST_F(Crc8H2F, FollowsAModeThatTheHostChangesMeanwhile) {
-    EXPECT_EQ(first({0x00}), 0xBD);
+    EXPECT_EQ(0xBD, first({0x00}));
     ZebEthTSynInterface_SetTxMode(0, 0, 0);
-    EXPECT_EQ(first({0x00}), 0xFF);
+    EXPECT_EQ(0xFF, first({0x00}));
     ZebEthTSynInterface_SetTxMode(0, 0, 1);
-    EXPECT_EQ(first({0x00}), 0xBD);
+    EXPECT_EQ(0xBD, first({0x00}));
 }
 
 TEST(Crc8H2FAlone, MakesTheInstanceThatIsMissing) {
@@ -144,9 +144,9 @@ TEST(Crc8H2FAlone, MakesTheInstanceThatIsMissing) {
     static InterfaceDataManager* const earlier =
         std::exchange(InterfaceDataManager::m_pInstance, nullptr);
     const unsigned char byte = 1;
-    EXPECT_EQ(Crc_CalculateCRC8H2F(&byte, 1, 0, true), 0xFF);
-    EXPECT_NE(InterfaceDataManager::m_pInstance, nullptr);
-    EXPECT_NE(InterfaceDataManager::m_pInstance, earlier);
+    EXPECT_EQ(0xFF, Crc_CalculateCRC8H2F(&byte, 1, 0, true));
+    EXPECT_NE(nullptr, InterfaceDataManager::m_pInstance);
+    EXPECT_NE(earlier, InterfaceDataManager::m_pInstance);
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ TEST(FollowUpFrame, IsOnTheWireAsEveryVectorTells) {
         service.transmit(message.data(), static_cast<int>(message.size()), &time);
         const auto frame = peer.awaitType(8);
         ASSERT_TRUE(frame) << vector;
-        EXPECT_EQ(toHex(frame->bytes), vector.at("bytes")) << vector;
+        EXPECT_EQ(vector.at("bytes"), toHex(frame->bytes)) << vector;
     }
 }
 

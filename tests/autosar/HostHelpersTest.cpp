@@ -30,10 +30,10 @@ TEST(SyncFollowUpAttach, PassesOtherMessagesOnUntouched) {
         const std::vector<char> before = frame;
         char* passed = nullptr;
         int length = 0;
-        EXPECT_EQ(SyncFollowUpAttachAutoSARTLV(frame.data(), 90, &passed, &length), 0);
-        EXPECT_EQ(passed, frame.data()) << type;
-        EXPECT_EQ(length, 90);
-        EXPECT_EQ(frame, before);
+        EXPECT_EQ(0, SyncFollowUpAttachAutoSARTLV(frame.data(), 90, &passed, &length));
+        EXPECT_EQ(frame.data(), passed) << type;
+        EXPECT_EQ(90, length);
+        EXPECT_EQ(before, frame);
     }
 }
 
@@ -42,11 +42,11 @@ TEST(SyncFollowUpAttach, CopiesAFollowUpToTheGivenAddressWith86AtByte58) {
         std::vector<char> frame = frameOf(90, type);
         std::vector<char> copy(90, 0);
         int length = -7;
-        EXPECT_EQ(SyncFollowUpAttachAutoSARTLV(frame.data(), 90, asDestination(copy), &length), 0);
-        EXPECT_EQ(length, -7) << "stays as it was";
+        EXPECT_EQ(0, SyncFollowUpAttachAutoSARTLV(frame.data(), 90, asDestination(copy), &length));
+        EXPECT_EQ(-7, length) << "stays as it was";
         frame[58] = 0;
         frame[59] = 86;
-        EXPECT_EQ(copy, frame);
+        EXPECT_EQ(frame, copy);
     }
 }
 
@@ -61,7 +61,7 @@ TEST(SyncFollowUpAttach, WritesOnlyInsideFramesThatAreShort) {
             frame[58] = 0;
             frame[59] = 86;
         }
-        EXPECT_EQ(copy, frame) << size;
+        EXPECT_EQ(frame, copy) << size;
     }
 }
 
@@ -71,8 +71,8 @@ TEST(SyncFollowUpAttach, FramesWithoutATypeByteAreNoFollowUps) {
         char* passed = nullptr;
         int length = 0;
         SyncFollowUpAttachAutoSARTLV(frame.data(), static_cast<int>(size), &passed, &length);
-        EXPECT_EQ(passed, frame.data());
-        EXPECT_EQ(length, static_cast<int>(size));
+        EXPECT_EQ(frame.data(), passed);
+        EXPECT_EQ(static_cast<int>(size), length);
     }
 }
 
@@ -81,9 +81,9 @@ TEST(SyncFollowUpAttach, NothingIsReadForALengthOfZeroOrLess) {
         char* passed = nullptr;
         int length = 1;
         char single = 0x18;
-        EXPECT_EQ(SyncFollowUpAttachAutoSARTLV(&single, size, &passed, &length), 0);
-        EXPECT_EQ(passed, &single);
-        EXPECT_EQ(length, size);
+        EXPECT_EQ(0, SyncFollowUpAttachAutoSARTLV(&single, size, &passed, &length));
+        EXPECT_EQ(&single, passed);
+        EXPECT_EQ(size, length);
     }
 }
 
@@ -93,12 +93,12 @@ TEST(SyncFollowUpDetach, DoesNothing) {
     std::vector<char> destination(90, 7);
     int length = 3;
     for (const int size : {90, 0, -1, 2147483647}) {
-        EXPECT_EQ(SyncFollowUpDetachAutoSARTLV(frame.data(), size, destination.data(), &length), 0);
-        EXPECT_EQ(frame, before);
-        EXPECT_EQ(destination, std::vector<char>(90, 7));
-        EXPECT_EQ(length, 3);
+        EXPECT_EQ(0, SyncFollowUpDetachAutoSARTLV(frame.data(), size, destination.data(), &length));
+        EXPECT_EQ(before, frame);
+        EXPECT_EQ(std::vector<char>(90, 7), destination);
+        EXPECT_EQ(3, length);
     }
-    EXPECT_EQ(SyncFollowUpDetachAutoSARTLV(nullptr, 90, nullptr, nullptr), 0);
+    EXPECT_EQ(0, SyncFollowUpDetachAutoSARTLV(nullptr, 90, nullptr, nullptr));
 }
 
 }  // namespace

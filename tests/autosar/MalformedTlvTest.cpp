@@ -36,29 +36,29 @@ TEST_F(MalformedTlv, CutAnywhereEndsWithWhatWasWholeBefore) {
     for (unsigned int size = 0; size < kTlvSize; ++size) {
         block.subTlvCount = kUntouched;
         tlv.count = size;
-        EXPECT_EQ(run(), Verdict()) << size;
+        EXPECT_EQ(Verdict(), run()) << size;
         const unsigned int whole = size < 10 ? kUntouched : size < 15 ? 0 : size < 19 ? 2 : 3;
-        EXPECT_EQ(block.subTlvCount, whole) << size;
+        EXPECT_EQ(whole, block.subTlvCount) << size;
     }
     tlv.count = kTlvSize;
-    EXPECT_EQ(run(), Verdict(1));
+    EXPECT_EQ(Verdict(1), run());
 }
 
 TEST_F(MalformedTlv, CutTellsOfItOnlyAboveTraceLevel0) {
     tlv.count = 12;
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(run(), Verdict()); }), "");
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(Verdict(), run()); }));
     DbgTraceLevel = 1;
     MasterOrSlave = '1';
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(run(), Verdict()); }),
-              "1get: FATAL internal error at 'const T& get()'\n");
+    EXPECT_EQ("1get: FATAL internal error at 'const T& get()'\n",
+              printedBy([&] { EXPECT_EQ(Verdict(), run()); }));
 }
 
 TEST_F(MalformedTlv, CountsBeyondTheBufferEndAtIts256Bytes) {
     wire::store16(tlv.bytes + 2, 0xFFFF);
     for (const unsigned int count : {256U, 257U, 65535U, 0xFFFFFFFFU}) {
         tlv.count = count;
-        EXPECT_EQ(run(), Verdict()) << count;
-        EXPECT_EQ(block.subTlvCount, 4U) << count;
+        EXPECT_EQ(Verdict(), run()) << count;
+        EXPECT_EQ(4U, block.subTlvCount) << count;
     }
 }
 
@@ -70,9 +70,9 @@ TEST_F(MalformedTlv, EveryLengthFieldReadsAsFarAsItAnnounces) {
         wire::store16(tlv.bytes + 2, length);
         const Verdict verdict = run();
         const unsigned int entries = length <= 6 ? 0 : length <= 11 ? 2 : length <= 15 ? 3 : 4;
-        EXPECT_EQ(block.subTlvCount, entries) << length;
+        EXPECT_EQ(entries, block.subTlvCount) << length;
         // Two zero bytes are an empty sub-TLV of an unknown type.
-        EXPECT_EQ(verdict, length <= 32 ? Verdict(1) : Verdict()) << length;
+        EXPECT_EQ(length <= 32 ? Verdict(1) : Verdict(), verdict) << length;
     }
 }
 
@@ -89,8 +89,8 @@ TEST_F(MalformedTlv, UnknownTypesAreSkippedByTheirLengthByte) {
             const Bytes status = {0x50, 0x02, 0x01, 0x71};
             subTlvs.insert(subTlvs.end(), status.begin(), status.end());
             setSubTlvs(subTlvs, subTlvs.size());
-            EXPECT_EQ(printedBy([&] { EXPECT_EQ(run(), Verdict(1)); }), "") << type;
-            EXPECT_EQ(block.subTlvCount, 1U) << type << ' ' << +length;
+            EXPECT_EQ("", printedBy([&] { EXPECT_EQ(Verdict(1), run()); })) << type;
+            EXPECT_EQ(1U, block.subTlvCount) << type << ' ' << +length;
         }
     }
 }
@@ -99,31 +99,31 @@ TEST_F(MalformedTlv, EveryLengthByteOfAnUnknownTypeIsSkippedOrEndsTheTlv) {
     for (unsigned int length = 0; length < 256; ++length) {
         setSubTlvs({0x7F, static_cast<unsigned char>(length), 1, 2, 3}, 5);
         // Three bytes and the ten zeros can be skipped; what is left are empty sub-TLVs.
-        EXPECT_EQ(run(), length <= 13 ? Verdict(1) : Verdict()) << length;
-        EXPECT_EQ(block.subTlvCount, 0U);
+        EXPECT_EQ(length <= 13 ? Verdict(1) : Verdict(), run()) << length;
+        EXPECT_EQ(0U, block.subTlvCount);
     }
 }
 
 TEST_F(MalformedTlv, EveryLengthByteOfAKnownTypeOnlyCountsDownTheRest) {
     for (unsigned int length = 0; length < 256; ++length) {
         setSubTlvs({0x50, static_cast<unsigned char>(length), 0x01, 0x71}, 4);
-        EXPECT_EQ(run(), Verdict(1)) << length;
-        EXPECT_EQ(block.subTlvCount, 1U) << length;
-        EXPECT_EQ(block.timeBaseStatus, 1) << length;
+        EXPECT_EQ(Verdict(1), run()) << length;
+        EXPECT_EQ(1U, block.subTlvCount) << length;
+        EXPECT_EQ(1, block.timeBaseStatus) << length;
     }
 }
 
 TEST_F(MalformedTlv, ATooLargeLengthByteOfAKnownTypeHidesTheNextSubTlv) {
     setSubTlvs({0x50, 0x06, 0x01, 0x71, 0x51, 0x02, 0xAA, 0x00}, 8);
-    EXPECT_EQ(run(), Verdict(1));
-    EXPECT_EQ(block.timeBaseStatus, 1);
+    EXPECT_EQ(Verdict(1), run());
+    EXPECT_EQ(1, block.timeBaseStatus);
 }
 
 TEST_F(MalformedTlv, ManyEmptySubTlvsEnd) {
     Bytes subTlvs(236, 0);
     setSubTlvs(subTlvs, subTlvs.size());
-    EXPECT_EQ(run(), Verdict(1));
-    EXPECT_EQ(block.subTlvCount, 0U);
+    EXPECT_EQ(Verdict(1), run());
+    EXPECT_EQ(0U, block.subTlvCount);
 }
 
 TEST_F(MalformedTlv, OffsetTimeBasesAreReportedAboveTraceLevel0AndSkipped) {
@@ -135,13 +135,13 @@ TEST_F(MalformedTlv, OffsetTimeBasesAreReportedAboveTraceLevel0AndSkipped) {
         subTlvs[0] = type;
         subTlvs[1] = 17;
         setSubTlvs(subTlvs, subTlvs.size());
-        const std::string output = printedBy([&] { EXPECT_EQ(run(), Verdict(1)); });
-        EXPECT_EQ(output.find("2@ProcessIncomingAutoSARTLVObjects("), 0U) << output;
-        EXPECT_NE(output.find("): AUTOSAR Type " + number + " *** valid but not expectecd***\n"),
-                  std::string::npos)
+        const std::string output = printedBy([&] { EXPECT_EQ(Verdict(1), run()); });
+        EXPECT_EQ(0U, output.find("2@ProcessIncomingAutoSARTLVObjects(")) << output;
+        EXPECT_NE(std::string::npos,
+                  output.find("): AUTOSAR Type " + number + " *** valid but not expectecd***\n"))
             << output;
-        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1);
-        EXPECT_EQ(block.subTlvCount, 0U);
+        EXPECT_EQ(1, std::count(output.begin(), output.end(), '\n'));
+        EXPECT_EQ(0U, block.subTlvCount);
     }
 }
 
@@ -155,9 +155,9 @@ TEST_F(MalformedTlv, ASlaveWithAWrongCrcModeExpectsFFAndLogsEveryPiece) {
         printedBy([&] { tlvs = built(sent, mask); });
         std::copy(tlvs.begin(), tlvs.end(), sent.buffer + 44);
         const StdoutCapture output;
-        EXPECT_EQ(process(sent.receivedTlv(), sent), Verdict(1)) << vector;
-        EXPECT_EQ(output.count("Wrong configuration TxCrcMode: 0x7 ...\n"),
-                  vector.at("lines").get<int>())
+        EXPECT_EQ(Verdict(1), process(sent.receivedTlv(), sent)) << vector;
+        EXPECT_EQ(vector.at("lines").get<int>(),
+                  output.count("Wrong configuration TxCrcMode: 0x7 ...\n"))
             << vector;
     }
 }

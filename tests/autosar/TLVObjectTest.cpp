@@ -16,25 +16,25 @@ protected:
 TEST_F(SubTlvBuilding, HeadersAreAsEveryVectorTells) {
     for (const nlohmann::json& vector : vectors("header_block")) {
         const TLVObject headers(0, nullptr, vector.at("mask").get<unsigned char>());
-        EXPECT_EQ(toHex(headers.bytes, headers.count), vector.at("bytes")) << vector;
+        EXPECT_EQ(vector.at("bytes"), toHex(headers.bytes, headers.count)) << vector;
     }
 }
 
 TEST_F(SubTlvBuilding, SizesOfEveryMaskAreThoseOfItsVector) {
     for (const nlohmann::json& vector : vectors("tlv_mask_lengths")) {
         const Bytes block = built(followUp, vector.at("mask"));
-        EXPECT_EQ(44 + block.size(), vector.at("messageLength").get<std::size_t>()) << vector;
-        EXPECT_EQ(wire::load16(block.data() + 34), vector.at("lengthField").get<unsigned int>())
+        EXPECT_EQ(vector.at("messageLength").get<std::size_t>(), 44 + block.size()) << vector;
+        EXPECT_EQ(vector.at("lengthField").get<unsigned int>(), wire::load16(block.data() + 34))
             << vector;
     }
 }
 
 TEST_F(SubTlvBuilding, HeadersOfTimeAloneAnnounceEleven) {
-    EXPECT_EQ(toHex(TLVObject(0, nullptr, 0x01).bytes + 32, 10), "0003000b1a75fb605676");
+    EXPECT_EQ("0003000b1a75fb605676", toHex(TLVObject(0, nullptr, 0x01).bytes + 32, 10));
 }
 
 TEST_F(SubTlvBuilding, HeadersOfTheFiveConfigurableSubTlvsAnnounce33) {
-    EXPECT_EQ(toHex(TLVObject(0, nullptr, 0x1F).bytes + 32, 10), "000300211a75fb605676");
+    EXPECT_EQ("000300211a75fb605676", toHex(TLVObject(0, nullptr, 0x1F).bytes + 32, 10));
 }
 
 /** Follow_Up of a vector without its sub-TLVs, ready for building them. */
@@ -52,10 +52,10 @@ TEST_F(SubTlvBuilding, FollowUpsAreAsEveryVectorTells) {
         block.cfg.role = 1;
         FollowUp message = headerOf(vector);
         const Bytes tlvs = built(message, vector.at("mask"));
-        EXPECT_EQ(toHex(tlvs), vector.at("message").get<std::string>().substr(44 * 2)) << vector;
+        EXPECT_EQ(vector.at("message").get<std::string>().substr(44 * 2), toHex(tlvs)) << vector;
         ++assembled;
     }
-    EXPECT_EQ(assembled, 16);
+    EXPECT_EQ(16, assembled);
 }
 
 TEST_F(SubTlvBuilding, TimeCrcsAreThoseOfTheListedBytes) {
@@ -67,19 +67,19 @@ TEST_F(SubTlvBuilding, TimeCrcsAreThoseOfTheListedBytes) {
         const Bytes tlv = fromHex(vector.at("autosarTlv"));
         const Bytes over0 = fromHex(vector.at("crcTime0Over"));
         const Bytes over1 = fromHex(vector.at("crcTime1Over"));
-        EXPECT_EQ(Crc_CalculateCRC8H2F(over0.data(), over0.size(), 0, true), tlv.at(13)) << vector;
-        EXPECT_EQ(Crc_CalculateCRC8H2F(over1.data(), over1.size(), 0, true), tlv.at(14)) << vector;
+        EXPECT_EQ(tlv.at(13), Crc_CalculateCRC8H2F(over0.data(), over0.size(), 0, true)) << vector;
+        EXPECT_EQ(tlv.at(14), Crc_CalculateCRC8H2F(over1.data(), over1.size(), 0, true)) << vector;
     }
 }
 
 TEST_F(SubTlvBuilding, SequenceId0123UsesTheDataIdOfEntry3) {
-    EXPECT_EQ(subTlvHex(0x50), "50020098");
+    EXPECT_EQ("50020098", subTlvHex(0x50));
     block.cfg.DataIDList[3] = 0x17;
-    EXPECT_EQ(subTlvHex(0x50), "50020024");
+    EXPECT_EQ("50020024", subTlvHex(0x50));
     for (int entry = 0; entry < 16; ++entry) {
         block.cfg.DataIDList[entry] = entry == 3 ? 0x13 : 0xEE;
     }
-    EXPECT_EQ(subTlvHex(0x50), "50020098");
+    EXPECT_EQ("50020098", subTlvHex(0x50));
 }
 
 TEST_F(SubTlvBuilding, DataIdFollowsTheLowFourBitsOfTheSequenceId) {
@@ -88,16 +88,16 @@ TEST_F(SubTlvBuilding, DataIdFollowsTheLowFourBitsOfTheSequenceId) {
     for (unsigned int sequence = 0; sequence < 16; ++sequence) {
         for (const unsigned int high : {0x0000U, 0x00F0U, 0xAB50U, 0xFFF0U}) {
             wire::store16(followUp.buffer + wire::kSequenceId, high + sequence);
-            EXPECT_EQ(subTlvHex(0x50), std::string("500200") + expected[sequence]) << high;
+            EXPECT_EQ(std::string("500200") + expected[sequence], subTlvHex(0x50)) << high;
         }
     }
 }
 
 TEST_F(SubTlvBuilding, WithoutFlagsTheTimeCrcsCoverOnlyFlagsAndDataId) {
     block.cfg.CrcTimeFlags = 0;
-    EXPECT_EQ(subTlvHex(0x28), "2803009898");
+    EXPECT_EQ("2803009898", subTlvHex(0x28));
     FollowUp other(fromHex("1802006605000008ffffffffffffffff000000000011223344556677aa550f2302fd"));
-    EXPECT_EQ(toHex(subTlv(0x28, other)), "2803009898");
+    EXPECT_EQ("2803009898", toHex(subTlv(0x28, other)));
 }
 
 /** Whether a change of one header byte changes CRC_Time_0 and CRC_Time_1. */
@@ -116,8 +116,8 @@ TEST_F(SubTlvBuilding, EveryFlagCoversExactlyItsField) {
             followUp.buffer[at] ^= 0x10;  // leaves the entry of the data ID
             const Bytes changed = subTlv(0x28, followUp);
             const bool covered = at >= cover.begin && at < cover.end;
-            EXPECT_EQ(changed[3] != intact[3], covered && !cover.second) << +cover.flag << at;
-            EXPECT_EQ(changed[4] != intact[4], covered && cover.second) << +cover.flag << at;
+            EXPECT_EQ(covered && !cover.second, changed[3] != intact[3]) << +cover.flag << at;
+            EXPECT_EQ(covered && cover.second, changed[4] != intact[4]) << +cover.flag << at;
             followUp.buffer[at] ^= 0x10;
         }
     }
@@ -128,27 +128,27 @@ TEST_F(SubTlvBuilding, FlagsWithoutAFieldCoverNothing) {
     const Bytes tlv = subTlv(0x28, followUp);
     const Bytes over = {0xC0, 0x13};
     const unsigned char crc = Crc_CalculateCRC8H2F(over.data(), 2, 0, true);
-    EXPECT_EQ(toHex(tlv), "2803c0" + toHex(&crc, 1) + toHex(&crc, 1));
+    EXPECT_EQ("2803c0" + toHex(&crc, 1) + toHex(&crc, 1), toHex(tlv));
 }
 
 TEST_F(SubTlvBuilding, SecuredStatusTellsOnlyTheGatewayBit) {
     for (unsigned int status = 0; status < 256; ++status) {
         block.timeBaseStatus = static_cast<unsigned char>(status);
-        EXPECT_EQ(subTlvHex(0x50), (status & 4U) != 0 ? "50020171" : "50020098") << status;
+        EXPECT_EQ((status & 4U) != 0 ? "50020171" : "50020098", subTlvHex(0x50)) << status;
     }
 }
 
 TEST_F(SubTlvBuilding, UnsecuredStatusIsTheWholeByteWithoutACrc) {
     for (unsigned int status = 0; status < 256; ++status) {
         block.timeBaseStatus = static_cast<unsigned char>(status);
-        EXPECT_EQ(subTlvHex(0x51), "5102" + toHex(&block.timeBaseStatus, 1) + "00");
+        EXPECT_EQ("5102" + toHex(&block.timeBaseStatus, 1) + "00", subTlvHex(0x51));
     }
 }
 
 TEST_F(SubTlvBuilding, Status04Is1SecuredAnd04Otherwise) {
     block.timeBaseStatus = 0x04;
-    EXPECT_EQ(subTlvHex(0x50), "50020171");
-    EXPECT_EQ(subTlvHex(0x51), "51020400");
+    EXPECT_EQ("50020171", subTlvHex(0x50));
+    EXPECT_EQ("51020400", subTlvHex(0x51));
 }
 
 TEST_F(SubTlvBuilding, UserDataGoOutAsTheyAreStored) {
@@ -156,24 +156,24 @@ TEST_F(SubTlvBuilding, UserDataGoOutAsTheyAreStored) {
     block.userBytes[0] = 0xA1;
     block.userBytes[1] = 0xA2;
     block.userBytes[2] = 0xA3;
-    EXPECT_EQ(subTlvHex(0x61), "6105c8a1a2a300");
-    EXPECT_EQ(subTlvHex(0x60).substr(0, 12), "6005c8a1a2a3");
+    EXPECT_EQ("6105c8a1a2a300", subTlvHex(0x61));
+    EXPECT_EQ("6005c8a1a2a3", subTlvHex(0x60).substr(0, 12));
 }
 
 TEST_F(SubTlvBuilding, OffsetTimeBaseIsAllZero) {
     const std::string zeros(32, '0');
-    EXPECT_EQ(subTlvHex(0x44), "4411" + zeros + "a4");
-    EXPECT_EQ(subTlvHex(0x34), "3411" + zeros + "00");
+    EXPECT_EQ("4411" + zeros + "a4", subTlvHex(0x44));
+    EXPECT_EQ("3411" + zeros + "00", subTlvHex(0x34));
 }
 
 TEST_F(SubTlvBuilding, WithoutCrcsMastersWrite00AndSlavesFF) {
     block.cfg.TxCrcMode = 0;
     block.cfg.role = 1;
-    EXPECT_EQ(subTlvHex(0x28), "28033f0000");
-    EXPECT_EQ(subTlvHex(0x50), "50020000");
+    EXPECT_EQ("28033f0000", subTlvHex(0x28));
+    EXPECT_EQ("50020000", subTlvHex(0x50));
     block.cfg.role = 0;
-    EXPECT_EQ(subTlvHex(0x28), "28033fffff");
-    EXPECT_EQ(subTlvHex(0x60), "600500000000ff");
+    EXPECT_EQ("28033fffff", subTlvHex(0x28));
+    EXPECT_EQ("600500000000ff", subTlvHex(0x60));
 }
 
 TEST_F(SubTlvBuilding, AWrongCrcModeIsLoggedForEveryPieceOfEveryCrc) {
@@ -182,8 +182,8 @@ TEST_F(SubTlvBuilding, AWrongCrcModeIsLoggedForEveryPieceOfEveryCrc) {
     for (const nlohmann::json& vector : vectors("crc_error_lines")) {
         const StdoutCapture output;
         built(followUp, vector.at("mask"));
-        EXPECT_EQ(output.count("Wrong configuration TxCrcMode: 0x7 ...\n"),
-                  vector.at("lines").get<int>())
+        EXPECT_EQ(vector.at("lines").get<int>(),
+                  output.count("Wrong configuration TxCrcMode: 0x7 ...\n"))
             << vector;
     }
 }
@@ -193,8 +193,8 @@ TEST_F(SubTlvBuilding, UnknownTypesPrintALineAndBuildNothing) {
         const bool known = type == 0 || type == 0x28 || type == 0x34 || type == 0x44 ||
                            type == 0x50 || type == 0x51 || type == 0x60 || type == 0x61;
         if (!known) {
-            EXPECT_EQ(printedBy([&] { EXPECT_TRUE(subTlv(type, followUp).empty()); }),
-                      "@TLVObject(340): *** FATAL internal error ***\n")
+            EXPECT_EQ("@TLVObject(340): *** FATAL internal error ***\n",
+                      printedBy([&] { EXPECT_TRUE(subTlv(type, followUp).empty()); }))
                 << type;
         }
     }
@@ -202,12 +202,12 @@ TEST_F(SubTlvBuilding, UnknownTypesPrintALineAndBuildNothing) {
 
 TEST_F(SubTlvBuilding, AnEmptyBlockHoldsNothing) {
     const TLVObject empty;
-    EXPECT_EQ(empty.count, 0U);
-    EXPECT_EQ(toHex(empty.bytes, sizeof empty.bytes), std::string(512, '0'));
+    EXPECT_EQ(0U, empty.count);
+    EXPECT_EQ(std::string(512, '0'), toHex(empty.bytes, sizeof empty.bytes));
 }
 
 TEST_F(SubTlvBuilding, BlocksHave256Bytes) {
-    EXPECT_EQ(sizeof(TLVObject), 260U);
+    EXPECT_EQ(260U, sizeof(TLVObject));
 }
 
 }  // namespace

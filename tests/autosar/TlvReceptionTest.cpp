@@ -39,18 +39,18 @@ protected:
 };
 
 void expectEntries(const nlohmann::json& out, const InstanceBlock& block) {
-    EXPECT_EQ(block.subTlvCount, out.at("count").get<unsigned int>());
+    EXPECT_EQ(out.at("count").get<unsigned int>(), block.subTlvCount);
     for (std::size_t i = 0; i < std::min<std::size_t>(4, out.at("words").size()); ++i) {
-        EXPECT_EQ(block.subTlvWords[i], out.at("words")[i].get<unsigned int>()) << i;
-        EXPECT_EQ(block.subTlvValid[i], out.at("valid")[i].get<unsigned int>()) << i;
+        EXPECT_EQ(out.at("words")[i].get<unsigned int>(), block.subTlvWords[i]) << i;
+        EXPECT_EQ(out.at("valid")[i].get<unsigned int>(), block.subTlvValid[i]) << i;
     }
 }
 
 void expectInstance(const nlohmann::json& instance, const InstanceBlock& block) {
-    EXPECT_EQ(block.cfg.CrcTimeFlags, instance.at("CrcTimeFlags(340)").get<int>());
-    EXPECT_EQ(block.timeBaseStatus, instance.at("status(380)").get<int>());
-    EXPECT_EQ(block.userDataLength, instance.at("userDataLength(388)").get<int>());
-    EXPECT_EQ(toHex(block.userBytes, 3), instance.at("userBytes(389)"));
+    EXPECT_EQ(instance.at("CrcTimeFlags(340)").get<int>(), block.cfg.CrcTimeFlags);
+    EXPECT_EQ(instance.at("status(380)").get<int>(), block.timeBaseStatus);
+    EXPECT_EQ(instance.at("userDataLength(388)").get<int>(), block.userDataLength);
+    EXPECT_EQ(instance.at("userBytes(389)"), toHex(block.userBytes, 3));
 }
 
 TEST_F(TlvReception, IsAsEveryVectorTells) {
@@ -69,18 +69,18 @@ TEST_F(TlvReception, IsAsEveryVectorTells) {
         DbgTraceLevel = vector.at("DbgTraceLevel");
         FollowUp followUp(fromHex(vector.at("message")));
         const TLVObject tlv = followUp.receivedTlv();
-        EXPECT_EQ(tlv.count, out.at("tlvLength").get<unsigned int>());
+        EXPECT_EQ(out.at("tlvLength").get<unsigned int>(), tlv.count);
         Verdict verdict;
         printedBy([&] { verdict = AutosarInstance::process(tlv, followUp); });
-        EXPECT_EQ(verdict, out.at("result") == "exception"
-                               ? Verdict()
-                               : Verdict(out.at("result").get<unsigned int>()));
+        EXPECT_EQ(out.at("result") == "exception" ? Verdict()
+                                                  : Verdict(out.at("result").get<unsigned int>()),
+                  verdict);
         expectEntries(out, block);
         if (out.contains("instance")) {
             expectInstance(out.at("instance"), block);
         }
     }
-    EXPECT_EQ(called, 11);
+    EXPECT_EQ(11, called);
 }
 
 /** A wrong CRC, its offset in the message and the entry that it belongs to. */
@@ -97,10 +97,10 @@ TEST_F(TlvReception, AWrongCrcAtTraceLevel0ClearsItsFlagAlone) {
         for (const WrongCrc& wrong : kWrongCrcs) {
             message = securedMessage();
             message[wrong.offset] ^= 0x01;
-            EXPECT_EQ(printedBy([&] { EXPECT_EQ(process(), Verdict(0)); }), "");
-            EXPECT_EQ(block.subTlvCount, 4U);
+            EXPECT_EQ("", printedBy([&] { EXPECT_EQ(Verdict(0), process()); }));
+            EXPECT_EQ(4U, block.subTlvCount);
             for (unsigned int i = 0; i < 4; ++i) {
-                EXPECT_EQ(block.subTlvValid[i], i == wrong.entry ? 0 : 1) << wrong.offset;
+                EXPECT_EQ(i == wrong.entry ? 0 : 1, block.subTlvValid[i]) << wrong.offset;
             }
         }
     }
@@ -112,14 +112,14 @@ TEST_F(TlvReception, AWrongCrcAboveTraceLevel0EndsInTheErrorPathWithTwoLines) {
     for (const WrongCrc& wrong : kWrongCrcs) {
         message = securedMessage();
         message[wrong.offset] ^= 0x01;
-        const std::string output = printedBy([&] { EXPECT_EQ(process(), Verdict()); });
-        EXPECT_EQ(output.find("2ProcessIncomingAutoSARTLVObjects("), 0U) << output;
-        EXPECT_NE(output.find("): validation failed!\n"
-                              "2get: FATAL internal error at 'const T& get()'\n"),
-                  std::string::npos)
+        const std::string output = printedBy([&] { EXPECT_EQ(Verdict(), process()); });
+        EXPECT_EQ(0U, output.find("2ProcessIncomingAutoSARTLVObjects(")) << output;
+        EXPECT_NE(std::string::npos,
+                  output.find("): validation failed!\n"
+                              "2get: FATAL internal error at 'const T& get()'\n"))
             << output;
-        EXPECT_EQ(block.subTlvValid[wrong.entry], 0) << "recorded all the same";
-        EXPECT_EQ(block.userDataLength, 2);
+        EXPECT_EQ(0, block.subTlvValid[wrong.entry]) << "recorded all the same";
+        EXPECT_EQ(2, block.userDataLength);
     }
 }
 
@@ -128,7 +128,7 @@ TEST_F(TlvReception, EveryBitOfTheSecuredContentIsSecured) {
         for (int bit = 0; bit < 8; ++bit) {
             message = securedMessage();
             message[offset] ^= static_cast<unsigned char>(1 << bit);
-            EXPECT_EQ(process(), Verdict(0)) << offset << ' ' << bit;
+            EXPECT_EQ(Verdict(0), process()) << offset << ' ' << bit;
         }
     }
 }
@@ -139,15 +139,15 @@ TEST_F(TlvReception, EveryBitOfTheCoveredHeaderFieldsIsSecured) {
             FollowUp followUp(securedMessage());
             const TLVObject tlv = followUp.receivedTlv();
             followUp.buffer[offset] ^= static_cast<unsigned char>(1 << bit);
-            EXPECT_EQ(AutosarInstance::process(tlv, followUp), Verdict(0)) << offset << ' ' << bit;
+            EXPECT_EQ(Verdict(0), AutosarInstance::process(tlv, followUp)) << offset << ' ' << bit;
         }
     }
 }
 
 TEST_F(TlvReception, ADataIdListOfAnotherPeerMakesEveryEntryInvalid) {
     block.cfg.DataIDList[3] = 0x44;
-    EXPECT_EQ(process(), Verdict(0));
-    EXPECT_EQ(words(), "0-1-2-3-");
+    EXPECT_EQ(Verdict(0), process());
+    EXPECT_EQ("0-1-2-3-", words());
 }
 
 TEST_F(TlvReception, UnsecuredFormsAreTakenWithoutAnEntryWhateverTheirLastByte) {
@@ -155,19 +155,19 @@ TEST_F(TlvReception, UnsecuredFormsAreTakenWithoutAnEntryWhateverTheirLastByte) 
         "5102ac99"
         "6105030a0b0c77");
     block.subTlvCount = 9;
-    EXPECT_EQ(process(), Verdict(1));
-    EXPECT_EQ(block.subTlvCount, 0U);
-    EXPECT_EQ(block.timeBaseStatus, 0xAC);
-    EXPECT_EQ(block.userDataLength, 3);
-    EXPECT_EQ(toHex(block.userBytes, 3), "0a0b0c");
+    EXPECT_EQ(Verdict(1), process());
+    EXPECT_EQ(0U, block.subTlvCount);
+    EXPECT_EQ(0xAC, block.timeBaseStatus);
+    EXPECT_EQ(3, block.userDataLength);
+    EXPECT_EQ("0a0b0c", toHex(block.userBytes, 3));
 }
 
 TEST_F(TlvReception, TimeCrcsAreCheckedWithTheReceivedFlags) {
     block.cfg.CrcTimeFlags = 0x15;
     setSubTlvs("2803009898");
-    EXPECT_EQ(process(), Verdict(1));
-    EXPECT_EQ(words(), "0+1+");
-    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x00);
+    EXPECT_EQ(Verdict(1), process());
+    EXPECT_EQ("0+1+", words());
+    EXPECT_EQ(0x00, block.cfg.CrcTimeFlags);
 }
 
 TEST_F(TlvReception, OfAnotherOrganisationChangesNothing) {
@@ -175,8 +175,8 @@ TEST_F(TlvReception, OfAnotherOrganisationChangesNothing) {
     for (const std::size_t offset : {80, 81, 82}) {
         message = securedMessage();
         message[offset] ^= 0x01;
-        EXPECT_EQ(process(), Verdict(1));
-        EXPECT_EQ(std::memcmp(&block, &before, sizeof before), 0) << offset;
+        EXPECT_EQ(Verdict(1), process());
+        EXPECT_EQ(0, std::memcmp(&block, &before, sizeof before)) << offset;
     }
 }
 
@@ -184,8 +184,8 @@ TEST_F(TlvReception, TypeAndSubTypeOfTheTlvAreNotChecked) {
     for (const std::size_t offset : {76, 77, 83, 84, 85}) {
         message = securedMessage();
         message[offset] ^= 0xFF;
-        EXPECT_EQ(process(), Verdict(1)) << offset;
-        EXPECT_EQ(words(), "0+1+2+3+") << offset;
+        EXPECT_EQ(Verdict(1), process()) << offset;
+        EXPECT_EQ("0+1+2+3+", words()) << offset;
     }
 }
 
@@ -195,9 +195,9 @@ TEST_F(TlvReception, CountGoesOnAboveFourAndEntriesStopAtFour) {
         subTlvs += i == 3 ? "50020100" : "50020171";
     }
     setSubTlvs(subTlvs);
-    EXPECT_EQ(process(), Verdict(0));
-    EXPECT_EQ(block.subTlvCount, 20U);
-    EXPECT_EQ(words(), "2+2+2+2-");
+    EXPECT_EQ(Verdict(0), process());
+    EXPECT_EQ(20U, block.subTlvCount);
+    EXPECT_EQ("2+2+2+2-", words());
 }
 
 TEST_F(TlvReception, AWrongCrcBehindTheFourthEntryStillCounts) {
@@ -207,9 +207,9 @@ TEST_F(TlvReception, AWrongCrcBehindTheFourthEntryStillCounts) {
         "50020171"
         "50020171"
         "50020100");
-    EXPECT_EQ(process(), Verdict(0));
-    EXPECT_EQ(block.subTlvCount, 5U);
-    EXPECT_EQ(words(), "2+2+2+2+");
+    EXPECT_EQ(Verdict(0), process());
+    EXPECT_EQ(5U, block.subTlvCount);
+    EXPECT_EQ("2+2+2+2+", words());
 }
 
 /** A host that asks for the time of a running slave. */
@@ -242,14 +242,14 @@ private:
 TEST_F(ReportToHost, HoldsWhatTheFollowUpCarried) {
     process();
     ask();
-    EXPECT_EQ(report->count, 4U);
+    EXPECT_EQ(4U, report->count);
     for (unsigned int i = 0; i < 4; ++i) {
-        EXPECT_EQ(report->words[i], i);
-        EXPECT_EQ(report->valid[i], 1);
+        EXPECT_EQ(i, report->words[i]);
+        EXPECT_EQ(1, report->valid[i]);
     }
-    EXPECT_EQ(status, 1U);
-    EXPECT_EQ(userData->length, 2);
-    EXPECT_EQ(toHex(userData->bytes, 3), "112200");
+    EXPECT_EQ(1U, status);
+    EXPECT_EQ(2, userData->length);
+    EXPECT_EQ("112200", toHex(userData->bytes, 3));
 }
 
 TEST_F(ReportToHost, CopiesAtMostFourEntriesAndThreeUserBytes) {
@@ -262,10 +262,10 @@ TEST_F(ReportToHost, CopiesAtMostFourEntriesAndThreeUserBytes) {
         "6105c8a1a2a300");
     process();
     ask();
-    EXPECT_EQ(report->count, 5U);
-    EXPECT_EQ(report->words[3], 2U);
-    EXPECT_EQ(userData->length, 200);
-    EXPECT_EQ(toHex(userData->bytes, 3), "a1a2a3");
+    EXPECT_EQ(5U, report->count);
+    EXPECT_EQ(2U, report->words[3]);
+    EXPECT_EQ(200, userData->length);
+    EXPECT_EQ("a1a2a3", toHex(userData->bytes, 3));
 }
 
 /** What one instance builds, an instance with the same data IDs finds valid. */
@@ -287,8 +287,8 @@ TEST_F(TlvReception, AcceptsWhateverThisLibraryBuilds) {
         built(followUp, 0x0B);
         const Bytes tlvs = built(followUp, 0x0B);
         std::copy(tlvs.begin(), tlvs.end(), followUp.buffer + 44);
-        EXPECT_EQ(AutosarInstance::process(followUp.receivedTlv(), followUp), Verdict(1)) << round;
-        EXPECT_EQ(words(), "0+1+2+3+");
+        EXPECT_EQ(Verdict(1), AutosarInstance::process(followUp.receivedTlv(), followUp)) << round;
+        EXPECT_EQ("0+1+2+3+", words());
     }
 }
 

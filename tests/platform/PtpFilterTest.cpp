@@ -41,7 +41,7 @@ TEST(PtpFilter, HasTheInstructionsOfEveryVlanAndDomain) {
     for (const auto& vector : vectors("bpf")) {
         const Program program =
             ptpFilter(vector["VlanID"].get<int>(), vector["domain"].get<unsigned char>());
-        ASSERT_EQ(program.size(), vector["program"].size());
+        ASSERT_EQ(vector["program"].size(), program.size());
         for (std::size_t i = 0; i < program.size(); ++i) {
             const auto& step = vector["program"][i];
             EXPECT_EQ(step[0].get<unsigned>(), program[i].code) << i;

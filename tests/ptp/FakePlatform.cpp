@@ -83,13 +83,13 @@ unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* /*servic
 }
 
 long long i210helper::e1000_ptp_get_time(char const* interfaceName) {
-    EXPECT_STREQ(interfaceName, kInterface);
+    EXPECT_STREQ(kInterface, interfaceName);
     return next(platform().phcTimes, "e1000_ptp_get_time");
 }
 
 bool i210helper::e1000_ptp_get_ext_time(char const* interfaceName, unsigned long long* systemTime,
                                         unsigned long long* phcTime) {
-    EXPECT_STREQ(interfaceName, kInterface);
+    EXPECT_STREQ(kInterface, interfaceName);
     const ptp_ext_time_t answer = next(platform().extTimes, "e1000_ptp_get_ext_time");
     *systemTime = answer.systemTime;
     *phcTime = answer.phcTime;

@@ -43,7 +43,7 @@ protected:
         sync.service = &service;
         platform().sent.clear();
         platform().answersEverything = true;
-        return printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
+        return printedBy([&] { EXPECT_EQ(0U, sync.processOutgoing()); });
     }
 };
 
@@ -62,13 +62,13 @@ TEST_F(SubTlvSend, FollowUpsAreAsEveryReachableVectorTells) {
         PTPMsgFollowUp followUp(vector.at("domain").get<unsigned char>());
         followUp.service = &service;
         ptp_time_t tx = toPtpTime(toU64(vector.at("txTimestamp")));
-        EXPECT_EQ(followUp.processOutgoing(sync.get(), &tx), 1U);
-        EXPECT_EQ(toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()),
-                  vector.at("message"))
+        EXPECT_EQ(1U, followUp.processOutgoing(sync.get(), &tx));
+        EXPECT_EQ(vector.at("message"),
+                  toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()))
             << vector;
         ++built;
     }
-    EXPECT_EQ(built, 16);
+    EXPECT_EQ(16, built);
 }
 
 TEST_F(SubTlvSend, NoSyncLeavesWithoutAGlobalTimeBase) {
@@ -76,10 +76,10 @@ TEST_F(SubTlvSend, NoSyncLeavesWithoutAGlobalTimeBase) {
     PTPMsgSync sync(0, kPort);
     for (const unsigned char status : {0x00, 0x04, 0xF7}) {
         block.timeBaseStatus = status;
-        EXPECT_EQ(send(sync), "") << +status;
+        EXPECT_EQ("", send(sync)) << +status;
         EXPECT_TRUE(platform().sent.empty()) << +status;
     }
-    EXPECT_EQ(+record.sequenceId, 0U);
+    EXPECT_EQ(0U, +record.sequenceId);
 }
 
 TEST_F(SubTlvSend, SyncsFlowOnceTheGlobalTimeBaseIsThere) {
@@ -90,9 +90,9 @@ TEST_F(SubTlvSend, SyncsFlowOnceTheGlobalTimeBaseIsThere) {
     for (const unsigned char status : {0x08, 0x0C, 0xFF}) {
         block.timeBaseStatus = status;
         send(sync);
-        EXPECT_EQ(platform().sent.size(), 2U) << +status;
+        EXPECT_EQ(2U, platform().sent.size()) << +status;
     }
-    EXPECT_EQ(+record.sequenceId, 3U) << "withheld ones are not counted";
+    EXPECT_EQ(3U, +record.sequenceId) << "withheld ones are not counted";
 }
 
 TEST_F(SubTlvSend, OnlyTheValue1WithholdsSync) {
@@ -101,7 +101,7 @@ TEST_F(SubTlvSend, OnlyTheValue1WithholdsSync) {
     for (const unsigned char extensions : {0, 2, 255}) {
         block.cfg.EnableAutosarExtensions = extensions;
         send(sync);
-        EXPECT_EQ(platform().sent.size(), 2U) << +extensions;
+        EXPECT_EQ(2U, platform().sent.size()) << +extensions;
     }
 }
 
@@ -111,8 +111,8 @@ TEST_F(SubTlvSend, EveryNonzeroValueAttaches) {
     for (const unsigned char extensions : {1, 2, 128, 255}) {
         block.cfg.EnableAutosarExtensions = extensions;
         send(sync);
-        EXPECT_EQ(platform().sent.at(1).size(), 102U) << +extensions;
-        EXPECT_EQ(toHex(&platform().sent.at(1).at(76), 10), "000300161a75fb605676");
+        EXPECT_EQ(102U, platform().sent.at(1).size()) << +extensions;
+        EXPECT_EQ("000300161a75fb605676", toHex(&platform().sent.at(1).at(76), 10));
     }
 }
 
@@ -121,15 +121,15 @@ TEST_F(SubTlvSend, NothingIsAttachedWithoutExtensions) {
     block.cfg.EnableAutosarExtensions = 0;
     PTPMsgSync sync(0, kPort);
     send(sync);
-    EXPECT_EQ(platform().sent.at(1).size(), 76U);
+    EXPECT_EQ(76U, platform().sent.at(1).size());
 }
 
 TEST_F(SubTlvSend, AnEmptyMaskLeavesTheFollowUpAt76Bytes) {
     select(0);
     PTPMsgSync sync(0, kPort);
     send(sync);
-    EXPECT_EQ(platform().sent.at(1).size(), 76U);
-    EXPECT_EQ(toHex(&platform().sent.at(1).at(2), 2), "004c");
+    EXPECT_EQ(76U, platform().sent.at(1).size());
+    EXPECT_EQ("004c", toHex(&platform().sent.at(1).at(2), 2));
 }
 
 TEST_F(SubTlvSend, LengthIsThatOfEveryMaskVector) {
@@ -140,9 +140,9 @@ TEST_F(SubTlvSend, LengthIsThatOfEveryMaskVector) {
         block.cfg.selector2 = selectors.at(1);
         block.cfg.selector3 = selectors.at(2);
         send(sync);
-        EXPECT_EQ(platform().sent.at(1).size(), vector.at("messageLength").get<std::size_t>())
+        EXPECT_EQ(vector.at("messageLength").get<std::size_t>(), platform().sent.at(1).size())
             << vector;
-        EXPECT_EQ(platform().sent.at(0).size(), 44U);
+        EXPECT_EQ(44U, platform().sent.at(0).size());
     }
 }
 
@@ -153,10 +153,10 @@ TEST_F(SubTlvSend, AWrongCrcModeStillSends) {
         select(vector.at("mask"));
         PTPMsgSync sync(0, kPort);
         const std::string output = send(sync);
-        EXPECT_EQ(occurrences(output, ">Wrong configuration TxCrcMode: 0x7 ...\n"),
-                  vector.at("lines").get<int>())
+        EXPECT_EQ(vector.at("lines").get<int>(),
+                  occurrences(output, ">Wrong configuration TxCrcMode: 0x7 ...\n"))
             << vector;
-        EXPECT_EQ(platform().sent.size(), 2U);
+        EXPECT_EQ(2U, platform().sent.size());
     }
 }
 
@@ -167,7 +167,7 @@ TEST_F(SubTlvSend, HostsStatusAndUserDataGoIntoTheNextFollowUp) {
     block.userDataLength = 1;
     block.userBytes[0] = 0xAB;
     send(sync);
-    EXPECT_EQ(toHex(&platform().sent.at(1).at(86), 11), "51020c00610501ab000000");
+    EXPECT_EQ("51020c00610501ab000000", toHex(&platform().sent.at(1).at(86), 11));
 }
 
 /** A slave that has accepted the Sync to which the Follow_Ups belong. */
@@ -191,7 +191,7 @@ protected:
 
     /** Handles a Follow_Up; true when it completed the sample. */
     bool isUsed() {
-        printedBy([&] { EXPECT_EQ(handleWithExtTime(message), 1U); });
+        printedBy([&] { EXPECT_EQ(1U, handleWithExtTime(message)); });
         return clockItemOf(kMaster).initialised != 0;
     }
 
@@ -209,19 +209,19 @@ protected:
 TEST_F(SubTlvReceive, GoodOnesAreReportedAndTheFollowUpIsUsed) {
     EXPECT_TRUE(isUsed());
     EXPECT_TRUE(isMarked());
-    EXPECT_EQ(block.subTlvCount, 4U);
-    EXPECT_EQ(toHex(block.subTlvValid, 4), "01010101");
-    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x3F);
-    EXPECT_EQ(block.timeBaseStatus, 1);
-    EXPECT_EQ(block.userDataLength, 2);
+    EXPECT_EQ(4U, block.subTlvCount);
+    EXPECT_EQ("01010101", toHex(block.subTlvValid, 4));
+    EXPECT_EQ(0x3F, block.cfg.CrcTimeFlags);
+    EXPECT_EQ(1, block.timeBaseStatus);
+    EXPECT_EQ(2, block.userDataLength);
 }
 
 TEST_F(SubTlvReceive, AreNotLookedForAtLength76) {
     setField(message, 2, 2, 76);
     block.subTlvCount = 9;
     EXPECT_TRUE(isUsed());
-    EXPECT_EQ(block.subTlvCount, 9U);
-    EXPECT_EQ(block.timeBaseStatus, 0);
+    EXPECT_EQ(9U, block.subTlvCount);
+    EXPECT_EQ(0, block.timeBaseStatus);
 }
 
 TEST_F(SubTlvReceive, ALengthOf77IsATlvOf11BytesAndNoAutosarOne) {
@@ -229,35 +229,35 @@ TEST_F(SubTlvReceive, ALengthOf77IsATlvOf11BytesAndNoAutosarOne) {
     setLength(77);
     block.subTlvCount = 9;
     EXPECT_TRUE(isUsed());
-    EXPECT_EQ(block.subTlvCount, 9U);
+    EXPECT_EQ(9U, block.subTlvCount);
 }
 
 TEST_F(SubTlvReceive, TenSurplusBytesReadAsEmptySubTlvs) {
     setField(message, 78, 2, 22 + 10);
     EXPECT_TRUE(isUsed());
-    EXPECT_EQ(block.subTlvCount, 4U);
+    EXPECT_EQ(4U, block.subTlvCount);
 }
 
 TEST_F(SubTlvReceive, ElevenBytesTooManyDropTheFollowUp) {
     setField(message, 78, 2, 22 + 11);
     EXPECT_FALSE(isUsed());
     EXPECT_FALSE(isMarked());
-    EXPECT_EQ(block.subTlvCount, 4U) << "what was read stays recorded";
-    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
+    EXPECT_EQ(4U, block.subTlvCount) << "what was read stays recorded";
+    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
 }
 
 TEST_F(SubTlvReceive, TruncatedOnesFromAnUnknownMasterLeaveNoTrace) {
     setField(message, 78, 2, 200);
     setField(message, 28, 2, 77);
     isUsed();
-    EXPECT_EQ(clockItems.size(), 1U);
+    EXPECT_EQ(1U, clockItems.size());
 }
 
 TEST_F(SubTlvReceive, AWrongCrcIsUsedAllTheSameAtTraceLevel0) {
     message.at(90) ^= 1;
     EXPECT_TRUE(isUsed());
     EXPECT_TRUE(isMarked());
-    EXPECT_EQ(toHex(block.subTlvValid, 4), "01000101");
+    EXPECT_EQ("01000101", toHex(block.subTlvValid, 4));
 }
 
 TEST_F(SubTlvReceive, AWrongCrcDropsTheFollowUpAtTraceLevel1) {
@@ -266,9 +266,9 @@ TEST_F(SubTlvReceive, AWrongCrcDropsTheFollowUpAtTraceLevel1) {
     const std::string before = image(record);
     EXPECT_FALSE(isUsed());
     EXPECT_FALSE(isMarked());
-    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
-    EXPECT_EQ(image(record), before);
-    EXPECT_EQ(toHex(block.subTlvValid, 4), "01000101");
+    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
+    EXPECT_EQ(before, image(record));
+    EXPECT_EQ("01000101", toHex(block.subTlvValid, 4));
 }
 
 TEST_F(SubTlvReceive, TheNextGoodFollowUpIsUsedAfterADroppedOne) {
@@ -285,7 +285,7 @@ TEST_F(SubTlvReceive, ASlaveWithoutCrcsDropsEverySecuredFollowUpAtTraceLevel1) {
     EXPECT_FALSE(isUsed());
     DbgTraceLevel = 0;
     EXPECT_TRUE(isUsed());
-    EXPECT_EQ(toHex(block.subTlvValid, 4), "00000000");
+    EXPECT_EQ("00000000", toHex(block.subTlvValid, 4));
 }
 
 TEST_F(SubTlvReceive, AreTakenWhetherExtensionsAreConfiguredOrNot) {
@@ -294,7 +294,7 @@ TEST_F(SubTlvReceive, AreTakenWhetherExtensionsAreConfiguredOrNot) {
         block.subTlvCount = 0;
         clockItemOf(kMaster).initialised = 0;
         EXPECT_TRUE(isUsed());
-        EXPECT_EQ(block.subTlvCount, 4U) << +extensions;
+        EXPECT_EQ(4U, block.subTlvCount) << +extensions;
     }
 }
 
@@ -302,7 +302,7 @@ TEST_F(SubTlvReceive, ForAnotherSyncAreReportedAllTheSame) {
     setField(message, 30, 2, 0x0133);
     EXPECT_FALSE(isUsed());
     EXPECT_TRUE(isMarked());
-    EXPECT_EQ(block.subTlvCount, 4U);
+    EXPECT_EQ(4U, block.subTlvCount);
 }
 
 TEST_F(SubTlvReceive, OverwriteAMastersOwnFlagsStatusAndUserData) {
@@ -312,10 +312,10 @@ TEST_F(SubTlvReceive, OverwriteAMastersOwnFlagsStatusAndUserData) {
     clockItems.clear();
     const std::string before = image(record);
     EXPECT_FALSE(isUsed());
-    EXPECT_EQ(block.cfg.CrcTimeFlags, 0x3F);
-    EXPECT_EQ(block.timeBaseStatus, 0x01) << "and so no Sync leaves any more";
-    EXPECT_EQ(block.userDataLength, 2);
-    EXPECT_EQ(image(record), before);
+    EXPECT_EQ(0x3F, block.cfg.CrcTimeFlags);
+    EXPECT_EQ(0x01, block.timeBaseStatus) << "and so no Sync leaves any more";
+    EXPECT_EQ(2, block.userDataLength);
+    EXPECT_EQ(before, image(record));
 }
 
 TEST_F(SubTlvReceive, EveryMessageLengthUpTo255StaysInsideTheMessage) {
@@ -326,7 +326,7 @@ TEST_F(SubTlvReceive, EveryMessageLengthUpTo255StaysInsideTheMessage) {
             setField(message, 76, 4, 0x00030000 + length);
             setField(message, 80, 3, 0x1A75FB);
         }
-        printedBy([&] { EXPECT_EQ(handleWithExtTime(message), 1U) << length; });
+        printedBy([&] { EXPECT_EQ(1U, handleWithExtTime(message)) << length; });
     }
 }
 
@@ -344,7 +344,7 @@ TEST_F(SubTlvReceive, RandomTlvsAreUsedOrDroppedButNeverEscape) {
                 setField(message, 80, 6, 0x1A75FB605676);
                 message[86] = round % 2 == 0 ? 0x28 : 0x60;
             }
-            EXPECT_EQ(handleWithExtTime(message), 1U) << round;
+            EXPECT_EQ(1U, handleWithExtTime(message)) << round;
         }
     });
 }

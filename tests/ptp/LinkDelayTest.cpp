@@ -10,32 +10,32 @@ namespace {
 constexpr unsigned long long kSecond = 1000000000;
 
 TEST(NeighbourRateRatio, Is1WithoutAPreviousExchange) {
-    EXPECT_EQ(neighbourRateRatio(7, 0, 9, 5), 1.0L);
-    EXPECT_EQ(neighbourRateRatio(7, 5, 9, 0), 1.0L);
+    EXPECT_EQ(1.0L, neighbourRateRatio(7, 0, 9, 5));
+    EXPECT_EQ(1.0L, neighbourRateRatio(7, 5, 9, 0));
 }
 
 TEST(NeighbourRateRatio, IsPeerTimeOverOwnTime) {
-    EXPECT_EQ(neighbourRateRatio(3 * kSecond, kSecond, 5 * kSecond, kSecond), 0.5L);
+    EXPECT_EQ(0.5L, neighbourRateRatio(3 * kSecond, kSecond, 5 * kSecond, kSecond));
 }
 
 TEST(NeighbourRateRatio, ReadsNegativeDifferencesAsUnsigned) {
-    EXPECT_EQ(neighbourRateRatio(4, 5, 6, 5), 18446744073709551615.0L);
+    EXPECT_EQ(18446744073709551615.0L, neighbourRateRatio(4, 5, 6, 5));
 }
 
 TEST(MeanLinkDelay, IsHalfOfTheRoundTripLessTheTurnaround) {
-    EXPECT_EQ(meanLinkDelay({1000, 5000, 5300, 2300}, 1.0L), 500);
-    EXPECT_EQ(meanLinkDelay({1000, 5000, 5300, 2300}, 2.0L), 1150);
+    EXPECT_EQ(500, meanLinkDelay({1000, 5000, 5300, 2300}, 1.0L));
+    EXPECT_EQ(1150, meanLinkDelay({1000, 5000, 5300, 2300}, 2.0L));
 }
 
 TEST(MeanLinkDelay, TruncatesTowardZero) {
-    EXPECT_EQ(meanLinkDelay({0, 0, 100, 103}, 1.0L), 1);
-    EXPECT_EQ(meanLinkDelay({0, 0, 100, 99}, 1.0L), 0);
-    EXPECT_EQ(meanLinkDelay({0, 0, 100, 97}, 1.0L), -1);
+    EXPECT_EQ(1, meanLinkDelay({0, 0, 100, 103}, 1.0L));
+    EXPECT_EQ(0, meanLinkDelay({0, 0, 100, 99}, 1.0L));
+    EXPECT_EQ(-1, meanLinkDelay({0, 0, 100, 97}, 1.0L));
 }
 
 TEST(MeanLinkDelay, ReadsBothDifferencesAsSigned) {
-    EXPECT_EQ(meanLinkDelay({10, 0, 0, 4}, 1.0L), -3);
-    EXPECT_EQ(meanLinkDelay({0, 10, 4, 0}, 1.0L), 3);
+    EXPECT_EQ(-3, meanLinkDelay({10, 0, 0, 4}, 1.0L));
+    EXPECT_EQ(3, meanLinkDelay({0, 10, 4, 0}, 1.0L));
 }
 
 TEST(DelayLimits, Are1And49999) {
@@ -47,9 +47,9 @@ TEST(DelayLimits, Are1And49999) {
 }
 
 TEST(FilteredDelay, IsTheAverageAndStartsAnewFrom0) {
-    EXPECT_EQ(filteredDelay(600, 501), 550);
-    EXPECT_EQ(filteredDelay(0, 501), 501);
-    EXPECT_EQ(filteredDelay(49999, 49999), 49999);
+    EXPECT_EQ(550, filteredDelay(600, 501));
+    EXPECT_EQ(501, filteredDelay(0, 501));
+    EXPECT_EQ(49999, filteredDelay(49999, 49999));
 }
 
 struct Link {
@@ -81,7 +81,7 @@ TEST(LinkDelayProperty, TwoExchangesFindTheDelayWithin2Ns) {
         const long double ratio = neighbourRateRatio(now.t3, before.t3, now.t4, before.t4);
         const long long found = meanLinkDelay(now, ratio);
         // The peer's clock counts the delay.
-        EXPECT_NEAR(static_cast<double>(found), link.delay * link.rate, 2.0)
+        EXPECT_NEAR(link.delay * link.rate, static_cast<double>(found), 2.0)
             << link.delay << ' ' << link.rate << ' ' << link.turnaround;
         EXPECT_TRUE(isDelayInLimits(found)) << found;
     }
@@ -89,40 +89,40 @@ TEST(LinkDelayProperty, TwoExchangesFindTheDelayWithin2Ns) {
 
 TEST(TimeBaseFit, OfNoCorrectionIs0) {
     const TimeBaseFit fit = fitTimeBase({}, {100, 200, 300});
-    EXPECT_EQ(fit.slope, 0.0);
-    EXPECT_EQ(fit.estimate, 0);
+    EXPECT_EQ(0.0, fit.slope);
+    EXPECT_EQ(0, fit.estimate);
 }
 
 TEST(TimeBaseFit, OfOneCorrectionHasNoSlope) {
     const TimeBaseFit fit = fitTimeBase({0, 700}, {5000, 4000});
-    EXPECT_EQ(fit.slope, 0.0);
-    EXPECT_EQ(fit.estimate, 4300);
+    EXPECT_EQ(0.0, fit.slope);
+    EXPECT_EQ(4300, fit.estimate);
 }
 
 TEST(TimeBaseFit, OfEqualTimesHasNoSlope) {
     const TimeBaseFit fit = fitTimeBase({900, 700}, {4000, 4000});
-    EXPECT_EQ(fit.slope, 0.0);
-    EXPECT_EQ(fit.estimate, 3300);
+    EXPECT_EQ(0.0, fit.slope);
+    EXPECT_EQ(3300, fit.estimate);
 }
 
 TEST(TimeBaseFit, FollowsALineAndSkipsPositionsWithoutACorrection) {
     // Twice as many ns of correction as of time; the oldest sample is the origin.
     const TimeBaseFit fit = fitTimeBase({11000, 0, 7000, 5000, 0}, {5000, 4000, 3000, 2000, 1000});
-    EXPECT_EQ(fit.slope, 2.0);
-    EXPECT_EQ(fit.estimate, 5000 - (5000 + 2 * 3000));
+    EXPECT_EQ(2.0, fit.slope);
+    EXPECT_EQ(5000 - (5000 + 2 * 3000), fit.estimate);
 }
 
 TEST(TimeBaseFit, CountsInUnitsOf50NsTruncatedTowardZero) {
-    EXPECT_EQ(fitTimeBase({1000 + 99, 1000}, {2099, 2000}).slope, 1.0);
-    EXPECT_EQ(fitTimeBase({1000 + 100, 1000}, {2099, 2000}).slope, 2.0);
-    EXPECT_EQ(fitTimeBase({1000 - 99, 1000}, {2099, 2000}).slope, -1.0);
+    EXPECT_EQ(1.0, fitTimeBase({1000 + 99, 1000}, {2099, 2000}).slope);
+    EXPECT_EQ(2.0, fitTimeBase({1000 + 100, 1000}, {2099, 2000}).slope);
+    EXPECT_EQ(-1.0, fitTimeBase({1000 - 99, 1000}, {2099, 2000}).slope);
 }
 
 TEST(TimeBaseFit, AddsTheInterceptInNs) {
     // x = 0, 100, 200 and y = 0, 0, 200: slope 1, intercept -100/3.
     const TimeBaseFit fit = fitTimeBase({10100, 100, 100}, {11000, 6000, 1000});
-    EXPECT_EQ(fit.slope, 1.0);
-    EXPECT_EQ(fit.estimate, 11000 - 8433);
+    EXPECT_EQ(1.0, fit.slope);
+    EXPECT_EQ(11000 - 8433, fit.estimate);
 }
 
 TEST(TimeBaseFit, TakesValuesOfAnySizeWithoutOverflow) {

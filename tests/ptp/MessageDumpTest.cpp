@@ -25,7 +25,7 @@ Lines linesOf(const std::string& text) {
 Lines dumpOf(const std::vector<unsigned char>& bytes) {
     PTPMsgSync message;
     std::copy(bytes.begin(), bytes.end(), message.data());
-    return linesOf(printedBy([&] { EXPECT_EQ(message.msgDebugHeader(), 0U); }));
+    return linesOf(printedBy([&] { EXPECT_EQ(0U, message.msgDebugHeader()); }));
 }
 
 /** A message of a type with the same header and a body of its own. */
@@ -59,21 +59,21 @@ const char kTimeAndPort[] = "0000000000070000000ad00fcafe000000010009";
 
 TEST(MessageDump, IsAsEveryVectorTells) {
     for (const nlohmann::json& vector : vectors("message_dump")) {
-        EXPECT_EQ(dumpOf(fromHex(vector.at("message"))), vector.at("lines").get<Lines>());
+        EXPECT_EQ(vector.at("lines").get<Lines>(), dumpOf(fromHex(vector.at("message"))));
     }
 }
 
 TEST(MessageDump, OfSyncAndDelayReqShowsTheOriginTimestamp) {
     const Lines body = {"    originTimestamp(seconds): 7", "    originTimestamp(nanoseconds): 10"};
-    EXPECT_EQ(dumpOf(message("10002c", "0000000000070000000a")),
-              withBody(headerLines("PTP_MSG_SYNC", "0", "44"), body));
-    EXPECT_EQ(dumpOf(message("11002c", "0000000000070000000a")),
-              withBody(headerLines("PTP_MSG_DELAY_REQ", "1", "44"), body));
+    EXPECT_EQ(withBody(headerLines("PTP_MSG_SYNC", "0", "44"), body),
+              dumpOf(message("10002c", "0000000000070000000a")));
+    EXPECT_EQ(withBody(headerLines("PTP_MSG_DELAY_REQ", "1", "44"), body),
+              dumpOf(message("11002c", "0000000000070000000a")));
 }
 
 TEST(MessageDump, OfPdelayReqShowsTheHeaderAlone) {
-    EXPECT_EQ(dumpOf(message("120036", kTimeAndPort)),
-              withBody(headerLines("PTP_MSG_PDELAY_REQ", "2", "54"), {}));
+    EXPECT_EQ(withBody(headerLines("PTP_MSG_PDELAY_REQ", "2", "54"), {}),
+              dumpOf(message("120036", kTimeAndPort)));
 }
 
 TEST(MessageDump, OfResponsesShowsTheTimestampAndTheRequestingPort) {
@@ -83,14 +83,14 @@ TEST(MessageDump, OfResponsesShowsTheTimestampAndTheRequestingPort) {
                      "    requestingSourcePortId: 9"};
     };
     EXPECT_EQ(
-        dumpOf(message("130036", kTimeAndPort)),
-        withBody(headerLines("PTP_MSG_PDELAY_RESP", "3", "54"), body("requestreceiptTimestamp")));
+        withBody(headerLines("PTP_MSG_PDELAY_RESP", "3", "54"), body("requestreceiptTimestamp")),
+        dumpOf(message("130036", kTimeAndPort)));
     EXPECT_EQ(
-        dumpOf(message("190036", kTimeAndPort)),
-        withBody(headerLines("PTP_MSG_DELAY_RESP", "9", "54"), body("requestreceiptTimestamp")));
-    EXPECT_EQ(dumpOf(message("1a0036", kTimeAndPort)),
-              withBody(headerLines("PTP_MSG_PDELAY_RESP_FOLLOWUP", "a", "54"),
-                       body("responseOriginTimestamp")));
+        withBody(headerLines("PTP_MSG_DELAY_RESP", "9", "54"), body("requestreceiptTimestamp")),
+        dumpOf(message("190036", kTimeAndPort)));
+    EXPECT_EQ(withBody(headerLines("PTP_MSG_PDELAY_RESP_FOLLOWUP", "a", "54"),
+                       body("responseOriginTimestamp")),
+              dumpOf(message("1a0036", kTimeAndPort)));
 }
 
 const char kFollowUpTime[] = "0000000000070000000a";
@@ -114,42 +114,41 @@ const Lines kInformationLines = {"       tlvtype: 3",
                                  "       scaledLastGmFreqChange:17"};
 
 TEST(MessageDump, OfFollowUpShowsTheInformationTlv) {
-    EXPECT_EQ(
-        dumpOf(message("18004c", std::string(kFollowUpTime) + kInformation)),
-        withBody(headerLines("PTP_MSG_FOLLOWUP", "8", "76"), followUpBody(kInformationLines)));
+    EXPECT_EQ(withBody(headerLines("PTP_MSG_FOLLOWUP", "8", "76"), followUpBody(kInformationLines)),
+              dumpOf(message("18004c", std::string(kFollowUpTime) + kInformation)));
 }
 
 TEST(MessageDump, OfFollowUpWithTheAutosarTlvFirstShowsTheTimeSubTlv) {
     EXPECT_EQ(
-        dumpOf(message("180040",
-                       std::string(kFollowUpTime) + "0003000b1a75fb60567628033f8afa0000000000")),
         withBody(headerLines("PTP_MSG_FOLLOWUP", "8", "64"),
                  followUpBody({"       tlvtype: 3", "       lengthField: 11",
                                "       organizationId: 0x1a75fb (1734139)",
                                "       organizationSubType: 0x605676 (6313590) ",
                                "          Type: 0x28 # AUTOSAR TLV Sub-TLV: Time Secured",
                                "          CRC_Time_Flags = 0x3f", "          CRC_Time_0     = 0x8a",
-                               "          CRC_Time_1     = 0xfa"})));
+                               "          CRC_Time_1     = 0xfa"})),
+        dumpOf(message("180040",
+                       std::string(kFollowUpTime) + "0003000b1a75fb60567628033f8afa0000000000")));
 }
 
 TEST(MessageDump, OfAutosarTlvWithAnotherSubTlvFirstShowsTheInformationValues) {
     const Lines lines = dumpOf(
         message("180040", std::string(kFollowUpTime) + "0003000b1a75fb60567650020171000000000000"));
-    EXPECT_EQ(lines.at(19), "       organizationSubType: 0x605676");
-    EXPECT_EQ(lines.at(20), "       cumulativeScaledRateOffset: 1342308721");
+    EXPECT_EQ("       organizationSubType: 0x605676", lines.at(19));
+    EXPECT_EQ("       cumulativeScaledRateOffset: 1342308721", lines.at(20));
 }
 
 TEST(MessageDump, OfAnnounceShowsValuesOnlyForHeaderAndUtcOffset) {
     EXPECT_EQ(
-        dumpOf(message("1b004c",
-                       "0000000000000000000000250001f8fe4010f8001b21fffeaabbcc0003"
-                       "a000080008001b21fffeaabbcc")),
         withBody(headerLines("PTP_MSG_ANNOUNCE", "b", "76"),
                  {"    originCurrentUTCOffset: 37", "    priority1:", "    grandmasterClockClass: ",
                   "    grandmasterClockAccuracy: ", "    grandmasterClockVariance: ",
                   "    priority2: ", "    grandmasterClockIdentity: ", "    localStepsRemoved: ",
                   "    TimeSource: ", "    Path trace TLV ", "      tlvType: Path trace ",
-                  "      lengthField: ", "      PathSequence: "}));
+                  "      lengthField: ", "      PathSequence: "}),
+        dumpOf(message("1b004c",
+                       "0000000000000000000000250001f8fe4010f8001b21fffeaabbcc0003"
+                       "a000080008001b21fffeaabbcc")));
 }
 
 TEST(MessageDump, OfEveryOtherTypeShowsTheHeaderAlone) {
@@ -157,8 +156,8 @@ TEST(MessageDump, OfEveryOtherTypeShowsTheHeaderAlone) {
     for (const auto& [type, name] :
          {std::pair("4", 0), std::pair("5", 0), std::pair("6", 0), std::pair("7", 0),
           std::pair("c", 1), std::pair("d", 2), std::pair("e", 0), std::pair("f", 0)}) {
-        EXPECT_EQ(dumpOf(message(std::string("1") + type + "0036", kTimeAndPort)),
-                  withBody(headerLines(names[name], type, "54"), {}));
+        EXPECT_EQ(withBody(headerLines(names[name], type, "54"), {}),
+                  dumpOf(message(std::string("1") + type + "0036", kTimeAndPort)));
     }
 }
 
@@ -169,13 +168,13 @@ constexpr std::size_t kFollowUpEnds[] = {1,  1,  2,  4,  5,  8,  16, 28, 30, 32,
 TEST(MessageDump, StopsAtTheFirstFieldThatTheLengthDoesNotCover) {
     std::vector<unsigned char> bytes = message("18004c", std::string(kFollowUpTime) + kInformation);
     const Lines whole = dumpOf(bytes);
-    ASSERT_EQ(whole.size(), std::size(kFollowUpEnds));
+    ASSERT_EQ(std::size(kFollowUpEnds), whole.size());
     for (std::size_t length = 0; length <= 76; ++length) {
         setField(bytes, 2, 2, length);
         const Lines lines = dumpOf(bytes);
         const auto covered = std::count_if(std::begin(kFollowUpEnds), std::end(kFollowUpEnds),
                                            [length](std::size_t end) { return end <= length; });
-        ASSERT_EQ(lines.size(), static_cast<std::size_t>(covered)) << length;
+        ASSERT_EQ(static_cast<std::size_t>(covered), lines.size()) << length;
         for (std::size_t i = 0; i < lines.size(); ++i) {
             EXPECT_TRUE(i == 3 || lines[i] == whole[i]) << length << ": " << lines[i];
         }
@@ -191,7 +190,7 @@ TEST(MessageDump, CutResponsesAndAnnouncesStopLikewise) {
             setField(bytes, 2, 2, length);
             const std::size_t count = dumpOf(bytes).size();
             EXPECT_GE(count, before) << type << ' ' << length;
-            EXPECT_EQ(count > 12, length >= (std::string(type) == "1b" ? 46U : 40U)) << length;
+            EXPECT_EQ(length >= (std::string(type) == "1b" ? 46U : 40U), count > 12) << length;
             before = count;
         }
     }
@@ -201,8 +200,8 @@ TEST(MessageDump, LengthsBeyondTheBufferShowWhatIsThere) {
     std::vector<unsigned char> bytes = message("18004c", std::string(kFollowUpTime) + kInformation);
     setField(bytes, 2, 2, 65535);
     const Lines lines = dumpOf(bytes);
-    EXPECT_EQ(lines.size(), std::size(kFollowUpEnds));
-    EXPECT_EQ(lines.at(3), "    messageLength: 65535");
+    EXPECT_EQ(std::size(kFollowUpEnds), lines.size());
+    EXPECT_EQ("    messageLength: 65535", lines.at(3));
 }
 
 TEST(MessageDump, CorrectionsKeepTheirFraction) {
@@ -212,7 +211,7 @@ TEST(MessageDump, CorrectionsKeepTheirFraction) {
                                       std::pair(0xFFFFFFFFFFFFFFFFULL, "-0.0")}) {
         std::vector<unsigned char> bytes = message("10002c", kFollowUpTime);
         setField(bytes, 8, 8, units);
-        EXPECT_EQ(dumpOf(bytes).at(6), "    correction: " + std::string(text) + " nsec");
+        EXPECT_EQ("    correction: " + std::string(text) + " nsec", dumpOf(bytes).at(6));
     }
 }
 
@@ -255,9 +254,9 @@ TEST_F(FrameTrace, LinesAreAsEveryVectorTells) {
         const std::size_t point = time.find('.');
         const ptp_time_t timestamp{std::stoull(time.substr(0, point)),
                                    static_cast<unsigned int>(std::stoul(time.substr(point + 1)))};
-        EXPECT_EQ(traceOf(frame, timestamp, static_cast<int>(frame.size()), vector.at("name"),
-                          vector.at("text")),
-                  vector.at("line").get<std::string>() + "\n");
+        EXPECT_EQ(vector.at("line").get<std::string>() + "\n",
+                  traceOf(frame, timestamp, static_cast<int>(frame.size()), vector.at("name"),
+                          vector.at("text")));
     }
 }
 
@@ -269,26 +268,26 @@ TEST_F(FrameTrace, EveryTypeHasItsRow) {
     const auto trace = [](const char* type) {
         return traceOf(message(std::string(type) + "0036", kTimeAndPort));
     };
-    EXPECT_EQ(trace("10"), event + "Sync               " + ids + time);
-    EXPECT_EQ(trace("12"), event + "PDelay Req         " + ids + time);
-    EXPECT_EQ(trace("13"), event + "PDelay Resp        " + ids + time);
-    EXPECT_EQ(trace("18"), general + "Follow up          " + ids + time);
-    EXPECT_EQ(trace("1a"), general + "PDelay Resp Follow " + ids + time);
-    EXPECT_EQ(trace("1b"), general + "Anounce            " + ids + "\n");
-    EXPECT_EQ(trace("14"), event + "?04?\n");
-    EXPECT_EQ(trace("19"), general + "?09?\n");
-    EXPECT_EQ(trace("1f"), general + "?0f?\n");
+    EXPECT_EQ(event + "Sync               " + ids + time, trace("10"));
+    EXPECT_EQ(event + "PDelay Req         " + ids + time, trace("12"));
+    EXPECT_EQ(event + "PDelay Resp        " + ids + time, trace("13"));
+    EXPECT_EQ(general + "Follow up          " + ids + time, trace("18"));
+    EXPECT_EQ(general + "PDelay Resp Follow " + ids + time, trace("1a"));
+    EXPECT_EQ(general + "Anounce            " + ids + "\n", trace("1b"));
+    EXPECT_EQ(event + "?04?\n", trace("14"));
+    EXPECT_EQ(general + "?09?\n", trace("19"));
+    EXPECT_EQ(general + "?0f?\n", trace("1f"));
 }
 
 TEST_F(FrameTrace, IsSwitchedOnByItsBitInAPositiveLevelAlone) {
     const std::vector<unsigned char> frame = message("10002c", kFollowUpTime);
     for (const int level : {0, 1, 3, 4, 0x7F, 0x17F, -1, -128, -2147483647 - 1}) {
         DbgTraceLevel = level;
-        EXPECT_EQ(traceOf(frame), "") << level;
+        EXPECT_EQ("", traceOf(frame)) << level;
     }
     for (const int level : {0x80, 0x81, 0xFF, 0x180, 0x7FFFFFFF}) {
         DbgTraceLevel = level;
-        EXPECT_NE(traceOf(frame), "") << level;
+        EXPECT_NE("", traceOf(frame)) << level;
     }
 }
 
@@ -298,31 +297,32 @@ TEST_F(FrameTrace, ReadsOnlyTheGivenLength) {
         const std::vector<unsigned char> cut(whole.begin(),
                                              whole.begin() + static_cast<long>(length));
         const std::string line = traceOf(cut);
-        EXPECT_EQ(line.find("<< Sync  "), 37U) << line;
+        EXPECT_EQ(37U, line.find("<< Sync  ")) << line;
     }
-    EXPECT_EQ(traceOf(whole, {7, 5}, 30),
-              "1[eth1]000|         7.000000005|058: << Sync               "
-              "| 001B21FFFEAABBCC | 003 | 000000 | ts=7.000000005\n");
+    EXPECT_EQ(
+        "1[eth1]000|         7.000000005|058: << Sync               "
+        "| 001B21FFFEAABBCC | 003 | 000000 | ts=7.000000005\n",
+        traceOf(whole, {7, 5}, 30));
     for (const int length : {0, -1, -2147483647 - 1}) {
-        EXPECT_EQ(traceOf(whole, {7, 5}, length).find("|014: << Sync  "), 31U);
+        EXPECT_EQ(31U, traceOf(whole, {7, 5}, length).find("|014: << Sync  "));
     }
 }
 
 TEST_F(FrameTrace, SecondsAreTheLow32BitsInTheMiddleColumn) {
     const std::string line = traceOf(message("10002c", kFollowUpTime), {0x100000005ULL, 1});
-    EXPECT_NE(line.find("|         5.000000001|"), std::string::npos) << line;
-    EXPECT_NE(line.find(" ts=4294967301.000000001\n"), std::string::npos) << line;
+    EXPECT_NE(std::string::npos, line.find("|         5.000000001|")) << line;
+    EXPECT_NE(std::string::npos, line.find(" ts=4294967301.000000001\n")) << line;
 }
 
 TEST_F(FrameTrace, LongTextsAreCutToTheLine) {
     const std::string line =
         traceOf(message("10002c", kFollowUpTime), {7, 5}, 44, std::string(300, 'n'));
-    EXPECT_EQ(line, "1[" + std::string(254, 'n') + "\n");
+    EXPECT_EQ("1[" + std::string(254, 'n') + "\n", line);
 }
 
 TEST_F(FrameTrace, BeginsWithTheRole) {
     MasterOrSlave = '2';
-    EXPECT_EQ(traceOf(message("10002c", kFollowUpTime)).at(0), '2');
+    EXPECT_EQ('2', traceOf(message("10002c", kFollowUpTime)).at(0));
 }
 
 }  // namespace

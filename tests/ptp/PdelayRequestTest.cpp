@@ -29,7 +29,7 @@ protected:
         message.service = &service;
         platform().phcTimes = {1700000000123456789LL};
         platform().txTimes = {t1};
-        EXPECT_EQ(message.processOutgoing(), 1U);
+        EXPECT_EQ(1U, message.processOutgoing());
     }
 
     std::vector<unsigned char> answer(unsigned char type, unsigned int sequenceId,
@@ -59,10 +59,10 @@ protected:
                          unsigned short port = kPort) {
         request(message, times.t1);
         const unsigned int sequence = clockItemOf({kSelf.first, port}).pdelaySeqNo;
-        EXPECT_EQ(respond(sequence, times.t2, times.t4, port), 1U);
+        EXPECT_EQ(1U, respond(sequence, times.t2, times.t4, port));
         platform().capabilities = {
             {1700000037000000000LL, 1700000000000000000LL, 37000000000LL, 1.5L}};
-        return printedBy([&] { EXPECT_EQ(followUp(sequence, times.t3, port), 1U); });
+        return printedBy([&] { EXPECT_EQ(1U, followUp(sequence, times.t3, port)); });
     }
 };
 
@@ -76,9 +76,9 @@ TEST_F(PdelayRequest, FirstRequestStandsInTheVectors) {
         PTPMsgPathDelayReq message(vector.at("domain").get<unsigned char>(), kPort);
         platform().sent.clear();
         request(message, 5);
-        EXPECT_EQ(toHex(platform().sent.at(0)), vector.at("bytes"));
+        EXPECT_EQ(vector.at("bytes"), toHex(platform().sent.at(0)));
     }
-    EXPECT_EQ(found, 2);
+    EXPECT_EQ(2, found);
 }
 
 TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
@@ -87,11 +87,11 @@ TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
     item.prev_t3.ns = 8;
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000000000000ULL);
-    EXPECT_EQ(+item.t1.ns, 1000000000000ULL);
-    EXPECT_EQ(+item.t2.ns + item.t3.ns + item.t4.ns, 0U);
-    EXPECT_EQ(+item.prev_t3.ns, 8U);
-    EXPECT_EQ(item.pdelaySeqNo, 1U);
-    EXPECT_EQ(item.measuredDelay, 600);
+    EXPECT_EQ(1000000000000ULL, +item.t1.ns);
+    EXPECT_EQ(0U, +item.t2.ns + item.t3.ns + item.t4.ns);
+    EXPECT_EQ(8U, +item.prev_t3.ns);
+    EXPECT_EQ(1U, item.pdelaySeqNo);
+    EXPECT_EQ(600, item.measuredDelay);
 }
 
 TEST_F(PdelayRequest, CounterAndPresetFollowTheVectors) {
@@ -105,9 +105,9 @@ TEST_F(PdelayRequest, CounterAndPresetFollowTheVectors) {
             message.processOutgoing();
         }
         const ClockItemMembersType& item = clockItemOf(kSelf);
-        EXPECT_EQ(item.pdelaySeqNo, vector.at("sequenceId").get<unsigned int>()) << vector;
-        EXPECT_EQ(item.measuredDelay == 600, vector.at("preset600").get<bool>()) << vector;
-        EXPECT_EQ(wire::load16(&platform().sent.back().at(30)), item.pdelaySeqNo) << vector;
+        EXPECT_EQ(vector.at("sequenceId").get<unsigned int>(), item.pdelaySeqNo) << vector;
+        EXPECT_EQ(vector.at("preset600").get<bool>(), item.measuredDelay == 600) << vector;
+        EXPECT_EQ(item.pdelaySeqNo, wire::load16(&platform().sent.back().at(30))) << vector;
     }
 }
 
@@ -124,11 +124,11 @@ TEST_F(PdelayRequest, DelaysFollowTheVectors) {
             exchange(i < kOnePort ? samePort : ownPort,
                      {toU64(times[0]), toU64(times[1]), toU64(times[2]), toU64(times[3])}, port);
         const nlohmann::json& out = all[i].at("out");
-        EXPECT_EQ(clockItemOf({kSelf.first, port}).measuredDelay,
-                  out.at("measuredDelay").get<int>())
+        EXPECT_EQ(out.at("measuredDelay").get<int>(),
+                  clockItemOf({kSelf.first, port}).measuredDelay)
             << all[i];
-        EXPECT_EQ(+record.linkDelay, toS64(out.at("record0"))) << all[i];
-        EXPECT_EQ(occurrences(output, "out of limits"), out.at("accepted").get<bool>() ? 0 : 1)
+        EXPECT_EQ(toS64(out.at("record0")), +record.linkDelay) << all[i];
+        EXPECT_EQ(out.at("accepted").get<bool>() ? 0 : 1, occurrences(output, "out of limits"))
             << all[i];
     }
 }
@@ -142,9 +142,9 @@ TEST_F(PdelayRequest, PureResultsFollowTheVectors) {
         before = now.t1 > before.t1 ? before : Exchange{};
         const long double ratio = neighbourRateRatio(now.t3, before.t3, now.t4, before.t4);
         const nlohmann::json& out = vector.at("out");
-        EXPECT_EQ(toX87(ratio), out.at("ratio").at("x87")) << vector;
-        EXPECT_EQ(meanLinkDelay(now, ratio), toS64(out.at("delay"))) << vector;
-        EXPECT_EQ(isDelayInLimits(toS64(out.at("delay"))), out.at("accepted").get<bool>());
+        EXPECT_EQ(out.at("ratio").at("x87"), toX87(ratio)) << vector;
+        EXPECT_EQ(toS64(out.at("delay")), meanLinkDelay(now, ratio)) << vector;
+        EXPECT_EQ(out.at("accepted").get<bool>(), isDelayInLimits(toS64(out.at("delay"))));
         before = {now.t1, now.t2, now.t3, now.t4};
     }
 }
@@ -153,47 +153,45 @@ TEST_F(PdelayRequest, LogsAnAcceptedDelay) {
     PTPMsgPathDelayReq message(0, kPort);
     const std::string output =
         exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    EXPECT_EQ(occurrences(output, "[INFO] "), 3);
-    EXPECT_EQ(occurrences(output, ">neighborRateRatio : 1.000000\n"), 1);
-    EXPECT_EQ(occurrences(output,
-                          ">[eth1:] T4-T1=1000000101000-1000000000000 (101000) | "
-                          "T3-T2=5000000100500-5000000000500 (100000) \n"),
-              1);
-    EXPECT_EQ(occurrences(output, ">[eth1:] Measured delay: 550\n"), 1);
+    EXPECT_EQ(3, occurrences(output, "[INFO] "));
+    EXPECT_EQ(1, occurrences(output, ">neighborRateRatio : 1.000000\n"));
+    EXPECT_EQ(1, occurrences(output,
+                             ">[eth1:] T4-T1=1000000101000-1000000000000 (101000) | "
+                             "T3-T2=5000000100500-5000000000500 (100000) \n"));
+    EXPECT_EQ(1, occurrences(output, ">[eth1:] Measured delay: 550\n"));
 }
 
 TEST_F(PdelayRequest, LogsARejectedDelay) {
     PTPMsgPathDelayReq message(0, kPort);
     const std::string output =
         exchange(message, {1000000000000, 2000000000000, 2000000100000, 1000000200000});
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
-    EXPECT_EQ(occurrences(output,
-                          ">[eth1:] # T4-T1=1000000200000-1000000000000 (200000) | "
-                          "T3-T2=2000000100000-2000000000000 (100000)  | Round trip delay or "
-                          "negative: 50000 is out of limits\n"),
-              1);
+    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
+    EXPECT_EQ(1, occurrences(output,
+                             ">[eth1:] # T4-T1=1000000200000-1000000000000 (200000) | "
+                             "T3-T2=2000000100000-2000000000000 (100000)  | Round trip delay or "
+                             "negative: 50000 is out of limits\n"));
 }
 
 TEST_F(PdelayRequest, ARejectionMakesTheNextDelayStandAlone) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 2000000000000, 2000000100000, 1000000100000});
-    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 0);
+    EXPECT_EQ(0, clockItemOf(kSelf).measuredDelay);
     exchange(message, {1001000000000, 2001000000400, 2001000100400, 1001000100800});
-    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 399);
-    EXPECT_EQ(+record.linkDelay, 399);
+    EXPECT_EQ(399, clockItemOf(kSelf).measuredDelay);
+    EXPECT_EQ(399, +record.linkDelay);
 }
 
 TEST_F(PdelayRequest, PublishesTheTimesOfTheExchange) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    EXPECT_EQ(+record.pdelayT3, 5000000100500U);
-    EXPECT_EQ(+record.pdelayPhcTime, 1700000000000000000U);
-    EXPECT_EQ(+record.pdelaySystemTime, 1700000037000000000U);
-    EXPECT_EQ(+record.pdelayOffset, 37000000000);
-    EXPECT_EQ(loadExtended(record.pdelayRatio), 1.5L);
-    EXPECT_EQ(loadExtended(record.fitSlope), 0.0L);
-    EXPECT_EQ(+record.fitEstimate, 0);
-    EXPECT_EQ(+record.incompletePdelay, 0U);
+    EXPECT_EQ(5000000100500U, +record.pdelayT3);
+    EXPECT_EQ(1700000000000000000U, +record.pdelayPhcTime);
+    EXPECT_EQ(1700000037000000000U, +record.pdelaySystemTime);
+    EXPECT_EQ(37000000000, +record.pdelayOffset);
+    EXPECT_EQ(1.5L, loadExtended(record.pdelayRatio));
+    EXPECT_EQ(0.0L, loadExtended(record.fitSlope));
+    EXPECT_EQ(0, +record.fitEstimate);
+    EXPECT_EQ(0U, +record.incompletePdelay);
 }
 
 TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
@@ -208,21 +206,21 @@ TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
         platform().capabilities = {{}};
         printedBy([&] { handle(late); });
     }
-    EXPECT_EQ(loadExtended(record.fitSlope), 1.0L);
-    EXPECT_EQ(+record.fitEstimate, 1000250000 - 205000);
+    EXPECT_EQ(1.0L, loadExtended(record.fitSlope));
+    EXPECT_EQ(1000250000 - 205000, +record.fitEstimate);
 }
 
 TEST_F(PdelayRequest, KeepsTheExchangeForTheNextRatioAndClearsIt) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
     const ClockItemMembersType& item = clockItemOf(kSelf);
-    EXPECT_EQ(+item.prev_t1.ns, 1000000000000U);
-    EXPECT_EQ(+item.prev_t2.ns, 5000000000500U);
-    EXPECT_EQ(+item.prev_t3.ns, 5000000100500U);
-    EXPECT_EQ(+item.prev_t4.ns, 1000000101000U);
-    EXPECT_EQ(+item.t1.ns, 1000000000000U);
-    EXPECT_EQ(+item.t2.ns, 0U);
-    EXPECT_EQ(+item.t4.ns, 0U);
+    EXPECT_EQ(1000000000000U, +item.prev_t1.ns);
+    EXPECT_EQ(5000000000500U, +item.prev_t2.ns);
+    EXPECT_EQ(5000000100500U, +item.prev_t3.ns);
+    EXPECT_EQ(1000000101000U, +item.prev_t4.ns);
+    EXPECT_EQ(1000000000000U, +item.t1.ns);
+    EXPECT_EQ(0U, +item.t2.ns);
+    EXPECT_EQ(0U, +item.t4.ns);
 }
 
 class PdelayResponse : public PdelayRequest {};
@@ -231,48 +229,48 @@ TEST_F(PdelayResponse, NotesItsSenderAndBothClocks) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
     platform().extTimes = {{111, 222}};
-    EXPECT_EQ(handle(answer(3, 1, 5000), 2000), 1U);
+    EXPECT_EQ(1U, handle(answer(3, 1, 5000), 2000));
     const ClockItemMembersType& item = clockItemOf(kSelf);
-    EXPECT_EQ(item.respPortNumber, 7);
-    EXPECT_EQ(+item.extTime1, 111U);
-    EXPECT_EQ(+item.extTime2, 222U);
-    EXPECT_EQ(+item.t2.ns, 5000U);
-    EXPECT_EQ(+item.t4.ns, 2000U);
+    EXPECT_EQ(7, item.respPortNumber);
+    EXPECT_EQ(111U, +item.extTime1);
+    EXPECT_EQ(222U, +item.extTime2);
+    EXPECT_EQ(5000U, +item.t2.ns);
+    EXPECT_EQ(2000U, +item.t4.ns);
 }
 
 TEST_F(PdelayResponse, OfAnotherSequenceIsReportedAndIgnored) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    const std::string output = printedBy([&] { EXPECT_EQ(respond(9, 5000, 2000), 0U); });
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 2);
+    const std::string output = printedBy([&] { EXPECT_EQ(0U, respond(9, 5000, 2000)); });
+    EXPECT_EQ(2, occurrences(output, "[ERROR] "));
     EXPECT_LT(output.find(">clockItems[item].pdelaySeqNo: 1\n"),
               output.find(">ptpdata->sequenceId: 9\n"));
-    EXPECT_EQ(+clockItemOf(kSelf).t2.ns, 0U);
-    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 0U);
-    EXPECT_EQ(clockItemOf(kSelf).respPortNumber, 7);
+    EXPECT_EQ(0U, +clockItemOf(kSelf).t2.ns);
+    EXPECT_EQ(0U, +clockItemOf(kSelf).t4.ns);
+    EXPECT_EQ(7, clockItemOf(kSelf).respPortNumber);
 }
 
 TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ(respond(1, 5000, 2000), 1U);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 6000, 3000), 0U); }), "");
-    EXPECT_EQ(+clockItemOf(kSelf).t2.ns, 5000U);
-    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 2000U);
+    EXPECT_EQ(1U, respond(1, 5000, 2000));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 6000, 3000), 0U); }));
+    EXPECT_EQ(5000U, +clockItemOf(kSelf).t2.ns);
+    EXPECT_EQ(2000U, +clockItemOf(kSelf).t4.ns);
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestTakesTheRequestTimeAtTraceLevel0) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); }), "");
-    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 1000U);
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); }));
+    EXPECT_EQ(1000U, +clockItemOf(kSelf).t4.ns);
 }
 
 TEST_F(PdelayResponse, AtTheTimeOfItsRequestIsNotReported) {
     DbgTraceLevel = 1;
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(respond(1, 5000, 1000), 1U); }), "");
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 5000, 1000), 1U); }));
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
@@ -280,11 +278,11 @@ TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
     const StdoutCapture output;
-    std::thread handler([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); });
+    std::thread handler([&] { EXPECT_EQ(1U, respond(1, 5000, 999)); });
     EXPECT_TRUE(output.await(kReport, 3));
     __atomic_store_n(&DbgTraceLevel, 0, __ATOMIC_RELAXED);
     handler.join();
-    EXPECT_EQ(+clockItemOf(kSelf).t4.ns, 1000U);
+    EXPECT_EQ(1000U, +clockItemOf(kSelf).t4.ns);
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestHoldsTheProcessUntilItIsKilled) {
@@ -299,9 +297,9 @@ TEST_F(PdelayResponse, BeforeItsRequestHoldsTheProcessUntilItIsKilled) {
     }
     EXPECT_TRUE(output.await(kReport, 3));
     int status = 0;
-    EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);
+    EXPECT_EQ(0, waitpid(child, &status, WNOHANG));
     kill(child, SIGKILL);
-    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
@@ -310,19 +308,19 @@ class PdelayFollowUp : public PdelayRequest {};
 TEST_F(PdelayFollowUp, WithoutAResponseCountsAsIncomplete) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(followUp(1, 6000), 0U); }), "");
-    EXPECT_EQ(+record.incompletePdelay, 1U);
-    EXPECT_EQ(+clockItemOf(kSelf).t3.ns, 6000U);
-    EXPECT_EQ(+clockItemOf(kSelf).prev_t3.ns, 0U);
-    EXPECT_EQ(+record.pdelayT3, 0U);
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(followUp(1, 6000), 0U); }));
+    EXPECT_EQ(1U, +record.incompletePdelay);
+    EXPECT_EQ(6000U, +clockItemOf(kSelf).t3.ns);
+    EXPECT_EQ(0U, +clockItemOf(kSelf).prev_t3.ns);
+    EXPECT_EQ(0U, +record.pdelayT3);
 }
 
 TEST_F(PdelayFollowUp, ASecondOneCountsAsIncomplete) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    EXPECT_EQ(followUp(1, 5000000100500), 0U);
-    EXPECT_EQ(+record.incompletePdelay, 1U);
-    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 550);
+    EXPECT_EQ(0U, followUp(1, 5000000100500));
+    EXPECT_EQ(1U, +record.incompletePdelay);
+    EXPECT_EQ(550, clockItemOf(kSelf).measuredDelay);
 }
 
 TEST_F(PdelayFollowUp, BeforeTheTransmitTimeWaits100MicrosecondsOnce) {
@@ -330,9 +328,9 @@ TEST_F(PdelayFollowUp, BeforeTheTransmitTimeWaits100MicrosecondsOnce) {
     request(message, 0);
     respond(1, 5000, 2000);
     platform().sleeps = {nullptr};
-    EXPECT_EQ(followUp(1, 6000), 0U);
-    EXPECT_EQ(platform().lastSleep, 100U);
-    EXPECT_EQ(+record.incompletePdelay, 1U);
+    EXPECT_EQ(0U, followUp(1, 6000));
+    EXPECT_EQ(100U, platform().lastSleep);
+    EXPECT_EQ(1U, +record.incompletePdelay);
 }
 
 TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
@@ -341,9 +339,9 @@ TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
     respond(1, 5000, 2000);
     platform().sleeps = {[] { clockItemOf(kSelf).t1.ns = 1000; }};
     platform().capabilities = {{}};
-    printedBy([&] { EXPECT_EQ(followUp(1, 5400), 1U); });
-    EXPECT_EQ(+record.incompletePdelay, 0U);
-    EXPECT_EQ(clockItemOf(kSelf).measuredDelay, 450);
+    printedBy([&] { EXPECT_EQ(1U, followUp(1, 5400)); });
+    EXPECT_EQ(0U, +record.incompletePdelay);
+    EXPECT_EQ(450, clockItemOf(kSelf).measuredDelay);
 }
 
 }  // namespace

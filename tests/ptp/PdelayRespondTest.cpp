@@ -11,8 +11,8 @@ protected:
                                                       unsigned long long rxNs,
                                                       unsigned long long txNs) {
         platform().txTimes = {txNs, txNs + 5000};
-        EXPECT_EQ(handle(request, rxNs), 1U);
-        EXPECT_EQ(platform().sent.size(), 2U);
+        EXPECT_EQ(1U, handle(request, rxNs));
+        EXPECT_EQ(2U, platform().sent.size());
         std::vector<std::vector<unsigned char>> sent;
         sent.swap(platform().sent);
         sent.resize(2);
@@ -31,25 +31,25 @@ TEST_F(PdelayRespond, AnswersAsEveryVectorTells) {
         record.masterOffset = toS64(vector.at("B"));
         const auto answers = answersTo(fromHex(vector.at("request")), toU64(vector.at("rx")),
                                        toU64(vector.at("tx")));
-        EXPECT_EQ(toHex(answers[0]), vector.at("response")) << vector;
-        EXPECT_EQ(toHex(answers[1]), vector.at("followUp")) << vector;
+        EXPECT_EQ(vector.at("response"), toHex(answers[0])) << vector;
+        EXPECT_EQ(vector.at("followUp"), toHex(answers[1])) << vector;
         long long correction = 0;
         std::memcpy(&correction, &answers[1].at(8), sizeof correction);
-        EXPECT_EQ(correction, toS64(vector.at("correction"))) << vector;
+        EXPECT_EQ(toS64(vector.at("correction")), correction) << vector;
     }
 }
 
 TEST_F(PdelayRespond, KeepsTheSequenceIdAndTheDomainOfTheRequest) {
     for (const std::vector<unsigned char>& answer : answersTo(fromHex(kRequest), 1, 2)) {
-        EXPECT_EQ(toHex(&answer.at(30), 2), "0042");
-        EXPECT_EQ(answer.at(4), 5);
+        EXPECT_EQ("0042", toHex(&answer.at(30), 2));
+        EXPECT_EQ(5, answer.at(4));
     }
 }
 
 TEST_F(PdelayRespond, NamesTheRequesterAndItself) {
     for (const std::vector<unsigned char>& answer : answersTo(fromHex(kRequest), 1, 2)) {
-        EXPECT_EQ(toHex(&answer.at(44), 10), "022233fffe4455aa0007");
-        EXPECT_EQ(toHex(&answer.at(20), 10), "001b21fffeaabbcc0007");
+        EXPECT_EQ("022233fffe4455aa0007", toHex(&answer.at(44), 10));
+        EXPECT_EQ("001b21fffeaabbcc0007", toHex(&answer.at(20), 10));
     }
 }
 
@@ -57,8 +57,8 @@ TEST_F(PdelayRespond, TwoStepFlagStandsAloneInTheResponseAndIsClearInTheFollowUp
     std::vector<unsigned char> request = fromHex(kRequest);
     request[6] = 0xFD;
     const auto answers = answersTo(request, 1, 2);
-    EXPECT_EQ(toHex(&answers[0].at(6), 2), "0208");
-    EXPECT_EQ(toHex(&answers[1].at(6), 2), "0008");
+    EXPECT_EQ("0208", toHex(&answers[0].at(6), 2));
+    EXPECT_EQ("0008", toHex(&answers[1].at(6), 2));
 }
 
 TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponse) {
@@ -67,28 +67,28 @@ TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponse) {
     PTPMsgPathDelayRespFollowUp answer(0);
     answer.service = &service;
     ptp_time_t tx{};
-    EXPECT_EQ(answer.processOutgoing(&response, &tx), 1U);
-    EXPECT_EQ(answer.data()[6], 0xFD);
+    EXPECT_EQ(1U, answer.processOutgoing(&response, &tx));
+    EXPECT_EQ(0xFD, answer.data()[6]);
 }
 
 TEST_F(PdelayRespond, LogMessageIntervalIsUnknownInBothAnswers) {
     for (const std::vector<unsigned char>& answer : answersTo(fromHex(kRequest), 1, 2)) {
-        EXPECT_EQ(answer.at(33), 0x7F);
+        EXPECT_EQ(0x7F, answer.at(33));
     }
 }
 
 TEST_F(PdelayRespond, TimestampsAreReceptionAndTransmission) {
     const auto answers = answersTo(fromHex(kRequest), 1000000005, 2999999999);
-    EXPECT_EQ(toHex(&answers[0].at(34), 10), "00000000000100000005");
-    EXPECT_EQ(toHex(&answers[1].at(34), 10), "0000000000023b9ac9ff");
+    EXPECT_EQ("00000000000100000005", toHex(&answers[0].at(34), 10));
+    EXPECT_EQ("0000000000023b9ac9ff", toHex(&answers[1].at(34), 10));
 }
 
 TEST_F(PdelayRespond, TypeIsSetWhateverTheTransportOfTheRequest) {
     std::vector<unsigned char> request = fromHex(kRequest);
     request[0] = 0xE2;
     const auto answers = answersTo(request, 1, 2);
-    EXPECT_EQ(answers[0].at(0), 0x13);
-    EXPECT_EQ(answers[1].at(0), 0x1A);
+    EXPECT_EQ(0x13, answers[0].at(0));
+    EXPECT_EQ(0x1A, answers[1].at(0));
 }
 
 TEST_F(PdelayRespond, CorrectionWithRate1AndEqualTimesIsTheTimeSinceThen) {
@@ -96,7 +96,7 @@ TEST_F(PdelayRespond, CorrectionWithRate1AndEqualTimesIsTheTimeSinceThen) {
     record.localTime = 4000;
     record.masterOffset = 4000;
     const auto answers = answersTo(fromHex(kRequest), 1, 4258);
-    EXPECT_EQ(toHex(&answers[1].at(8), 8), "0201000000000000");
+    EXPECT_EQ("0201000000000000", toHex(&answers[1].at(8), 8));
 }
 
 TEST_F(PdelayRespond, CorrectionBeforeTheCrossTimestampIsTruncatedTowardZero) {
@@ -104,7 +104,7 @@ TEST_F(PdelayRespond, CorrectionBeforeTheCrossTimestampIsTruncatedTowardZero) {
     record.localTime = 1003;
     record.masterOffset = 1003;
     const auto answers = answersTo(fromHex(kRequest), 1, 1000);
-    EXPECT_EQ(toHex(&answers[1].at(8), 8), "ffffffffffffffff");
+    EXPECT_EQ("ffffffffffffffff", toHex(&answers[1].at(8), 8));
 }
 
 TEST_F(PdelayRespond, TouchesNoPortRecord) {
@@ -114,13 +114,13 @@ TEST_F(PdelayRespond, TouchesNoPortRecord) {
 
 TEST_F(PdelayRespond, AMasterAnswersToo) {
     block.cfg.role = 1;
-    EXPECT_EQ(answersTo(fromHex(kRequest), 1, 2)[0].at(0), 0x13);
+    EXPECT_EQ(0x13, answersTo(fromHex(kRequest), 1, 2)[0].at(0));
 }
 
 TEST_F(PdelayRespond, ReportsAnInvalidConfiguredDomainOncePerAnswer) {
     block.cfg.Domain = 16;
     const std::string output = printedBy([&] { answersTo(fromHex(kRequest), 1, 2); });
-    EXPECT_EQ(occurrences(output, "Invalid domain number ... :16 \n"), 2);
+    EXPECT_EQ(2, occurrences(output, "Invalid domain number ... :16 \n"));
 }
 
 }  // namespace

@@ -19,27 +19,27 @@ double fromDoubleBytes(const nlohmann::json& digits) {
 
 TEST(CorrectionNs, OfEveryVector) {
     for (const nlohmann::json& vector : vectors("correction_field")) {
-        EXPECT_EQ(correctionNs(toS64(vector.at("correctionField"))), toS64(vector.at("ns")))
+        EXPECT_EQ(toS64(vector.at("ns")), correctionNs(toS64(vector.at("correctionField"))))
             << vector;
     }
 }
 
 TEST(CorrectionNs, HalfANanosecondBelowZeroIsZero) {
-    EXPECT_EQ(correctionNs(-32768), 0);
-    EXPECT_EQ(correctionNs(-65535), 0);
-    EXPECT_EQ(correctionNs(-65536), -1);
+    EXPECT_EQ(0, correctionNs(-32768));
+    EXPECT_EQ(0, correctionNs(-65535));
+    EXPECT_EQ(-1, correctionNs(-65536));
 }
 
 TEST(MasterRateRatio, OfEveryVector) {
     for (const nlohmann::json& vector : vectors("cumulative_rate")) {
-        EXPECT_EQ(toX87(masterRateRatio(vector.at("field").get<unsigned int>())),
-                  vector.at("r").at("x87"))
+        EXPECT_EQ(vector.at("r").at("x87"),
+                  toX87(masterRateRatio(vector.at("field").get<unsigned int>())))
             << vector;
     }
 }
 
 TEST(MasterRateRatio, IsExactly1WithoutAnOffset) {
-    EXPECT_EQ(masterRateRatio(0), 1.0L);
+    EXPECT_EQ(1.0L, masterRateRatio(0));
 }
 
 TEST(RateRatio, OfEveryVectorAndWhetherItIsInRange) {
@@ -49,8 +49,8 @@ TEST(RateRatio, OfEveryVectorAndWhetherItIsInRange) {
         }
         const long double ratio = rateRatio(toU64(vector.at("A0")), toU64(vector.at("A1")),
                                             toU64(vector.at("B0")), toU64(vector.at("B1")));
-        EXPECT_EQ(toX87(ratio), vector.at("q").at("x87")) << vector;
-        EXPECT_EQ(isRateInRange(ratio), vector.at("inRange").get<bool>()) << vector;
+        EXPECT_EQ(vector.at("q").at("x87"), toX87(ratio)) << vector;
+        EXPECT_EQ(vector.at("inRange").get<bool>(), isRateInRange(ratio)) << vector;
     }
 }
 
@@ -68,7 +68,7 @@ TEST(RateRatio, LimitsAreDoublesComparedInExtendedPrecision) {
         EXPECT_TRUE(isRateInRange(low));
         EXPECT_FALSE(isRateInRange(std::nextafter(low, 0.0L)));
     }
-    EXPECT_EQ(found, 1);
+    EXPECT_EQ(1, found);
 }
 
 TEST(RateRatio, OfNoTimeAtAllIsOutOfRange) {
@@ -78,41 +78,41 @@ TEST(RateRatio, OfNoTimeAtAllIsOutOfRange) {
 }
 
 TEST(RateRatio, ReadsNegativeDifferencesAsUnsigned) {
-    EXPECT_EQ(rateRatio(0, 1, 1, 0), 18446744073709551615.0L);
-    EXPECT_EQ(rateRatio(0, 2, 0, 2), 1.0L);
+    EXPECT_EQ(18446744073709551615.0L, rateRatio(0, 1, 1, 0));
+    EXPECT_EQ(1.0L, rateRatio(0, 2, 0, 2));
 }
 
 TEST(TotalCorrection, OfANegativeFixedDelayLeavesTheSignedRange) {
     for (const nlohmann::json& vector : vectors("negative_fixed_delay")) {
         const auto delay = static_cast<unsigned long long>(toS64(vector.at("field0")));
-        EXPECT_EQ(delay, toU64(vector.at("D")));
-        EXPECT_EQ(totalCorrectionNs(0, 1, delay, 1), toS64(vector.at("C")));
+        EXPECT_EQ(toU64(vector.at("D")), delay);
+        EXPECT_EQ(toS64(vector.at("C")), totalCorrectionNs(0, 1, delay, 1));
     }
 }
 
 TEST(TotalCorrection, IsTruncatedOnceAtTheEnd) {
-    EXPECT_EQ(totalCorrectionNs(1, 1.0L, 3, 0.5L), 2);
-    EXPECT_EQ(totalCorrectionNs(-3, 1.0L, 1, 0.5L), -2);
-    EXPECT_EQ(totalCorrectionNs(-1, 1.0L, 1, 0.5L), 0);
+    EXPECT_EQ(2, totalCorrectionNs(1, 1.0L, 3, 0.5L));
+    EXPECT_EQ(-2, totalCorrectionNs(-3, 1.0L, 1, 0.5L));
+    EXPECT_EQ(0, totalCorrectionNs(-1, 1.0L, 1, 0.5L));
 }
 
 TEST(ReferenceTime, OfEveryVector) {
     for (const nlohmann::json& vector : vectors("reference_pair")) {
-        EXPECT_EQ(referenceTime(toS64(vector.at("P")), toS64(vector.at("O")), toS64(vector.at("S")),
-                                fromX87(vector.at("K")), toS64(vector.at("U"))),
-                  toU64(vector.at("R")))
+        EXPECT_EQ(toU64(vector.at("R")),
+                  referenceTime(toS64(vector.at("P")), toS64(vector.at("O")), toS64(vector.at("S")),
+                                fromX87(vector.at("K")), toS64(vector.at("U"))))
             << vector;
     }
 }
 
 TEST(ReferenceTime, SetsTheTopBitFrom2ToThe63On) {
     constexpr long long kLargest = std::numeric_limits<long long>::max();
-    EXPECT_EQ(referenceTime(kLargest, -1, 0, 0.0L, 0), 0x8000000000000000ULL);
-    EXPECT_EQ(referenceTime(0, 0, -4096, 1.0L, kLargest), 0x8000000000001000ULL);
+    EXPECT_EQ(0x8000000000000000ULL, referenceTime(kLargest, -1, 0, 0.0L, 0));
+    EXPECT_EQ(0x8000000000001000ULL, referenceTime(0, 0, -4096, 1.0L, kLargest));
 }
 
 TEST(ReferenceTime, TakesTheMagnitudeOfPhcTimeLessOffset) {
-    EXPECT_EQ(referenceTime(1000, 4000, -1000, 1.0L, 5), 3005U);
+    EXPECT_EQ(3005U, referenceTime(1000, 4000, -1000, 1.0L, 5));
 }
 
 }  // namespace

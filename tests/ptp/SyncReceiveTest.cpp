@@ -47,9 +47,9 @@ protected:
     Refusal refuse(const std::vector<unsigned char>& message) {
         Refusal refusal{};
         refusal.output = printedBy([&] { refusal.result = handle(message, 1000); });
-        EXPECT_EQ(refusal.result, 0U);
-        EXPECT_EQ(+record.rejectedSync, 1U);
-        EXPECT_EQ(+record.acceptedSync, 0U);
+        EXPECT_EQ(0U, refusal.result);
+        EXPECT_EQ(1U, +record.rejectedSync);
+        EXPECT_EQ(0U, +record.acceptedSync);
         EXPECT_TRUE(clockItems.empty());
         return refusal;
     }
@@ -60,63 +60,63 @@ TEST_F(SyncChecks, TransportBitComesBeforeTheVersion) {
     message[0] = 0x00;
     message[1] = 0x07;
     const std::string output = refuse(message).output;
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
-    EXPECT_EQ(occurrences(output, ">Wrong transport specific bit 0x0 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
+    EXPECT_EQ(1, occurrences(output, ">Wrong transport specific bit 0x0 ...\n"));
 }
 
 TEST_F(SyncChecks, VersionIsTheWholeByte) {
-    EXPECT_EQ(occurrences(refuse(1, 0x12).output, ">Wrong PTP version 18 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(1, 0x12).output, ">Wrong PTP version 18 ...\n"));
 }
 
 TEST_F(SyncChecks, VersionComesBeforeTheLength) {
     std::vector<unsigned char> message = syncMessage(1);
     message[1] = 1;
     message[3] = 43;
-    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong PTP version 1 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(message).output, ">Wrong PTP version 1 ...\n"));
 }
 
 TEST_F(SyncChecks, LengthBelow44) {
-    EXPECT_EQ(occurrences(refuse(3, 43).output, ">Wrong message length 43 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(3, 43).output, ">Wrong message length 43 ...\n"));
 }
 
 TEST_F(SyncChecks, LengthComesBeforeTheControl) {
     std::vector<unsigned char> message = syncMessage(1);
     message[3] = 40;
     message[32] = 2;
-    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong message length 40 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(message).output, ">Wrong message length 40 ...\n"));
 }
 
 TEST_F(SyncChecks, ControlOtherThan0) {
-    EXPECT_EQ(occurrences(refuse(32, 0xFF).output, ">Wrong control 0xff ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(32, 0xFF).output, ">Wrong control 0xff ...\n"));
 }
 
 TEST_F(SyncChecks, ControlComesBeforeTheDomain) {
     std::vector<unsigned char> message = syncMessage(1);
     message[32] = 1;
     message[4] = 16;
-    EXPECT_EQ(occurrences(refuse(message).output, ">Wrong control 0x1 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(message).output, ">Wrong control 0x1 ...\n"));
 }
 
 TEST_F(SyncChecks, DomainAbove15) {
-    EXPECT_EQ(occurrences(refuse(4, 16).output, ">Invalid domain number received:16 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(refuse(4, 16).output, ">Invalid domain number received:16 ...\n"));
 }
 
 TEST_F(SyncChecks, ForeignDomainCountsAsRejectedWithoutALogLine) {
     block.cfg.Domain = 1;
-    EXPECT_EQ(refuse(4, 0).output, "");
+    EXPECT_EQ("", refuse(4, 0).output);
 }
 
 TEST_F(SyncReceive, TakesAnyTransportThatHasTheBit) {
     std::vector<unsigned char> message = syncMessage(1);
     message[0] = 0xF0;
-    EXPECT_EQ(handleWithExtTime(message, 1000), 1U);
+    EXPECT_EQ(1U, handleWithExtTime(message, 1000));
 }
 
 TEST_F(SyncReceive, MastersIgnoreItWithoutCounting) {
     block.cfg.role = 1;
     const std::string before = image(record);
-    EXPECT_EQ(handle(syncMessage(1), 1000), 0U);
-    EXPECT_EQ(image(record), before);
+    EXPECT_EQ(0U, handle(syncMessage(1), 1000));
+    EXPECT_EQ(before, image(record));
     EXPECT_TRUE(clockItems.empty());
 }
 
@@ -124,14 +124,14 @@ TEST_F(SyncReceive, StoresReceiveTimeAndSequenceId) {
     block.cfg.Domain = 4;
     std::vector<unsigned char> message = syncMessage(0xFEDC);
     message[4] = 4;
-    EXPECT_EQ(handleWithExtTime(message, 1700000000000001550ULL), 1U);
+    EXPECT_EQ(1U, handleWithExtTime(message, 1700000000000001550ULL));
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(+item.syncReceiveTime.ns, 1700000000000001550ULL);
-    EXPECT_EQ(+item.localTimes.entries[0].ns, 1700000000000001550ULL);
-    EXPECT_EQ(item.syncSequenceId, 0xFEDC);
-    EXPECT_EQ(+record.sequenceId, 0xFEDCU);
-    EXPECT_EQ(+record.acceptedSync, 1U);
-    EXPECT_EQ(+record.rejectedSync, 0U);
+    EXPECT_EQ(1700000000000001550ULL, +item.syncReceiveTime.ns);
+    EXPECT_EQ(1700000000000001550ULL, +item.localTimes.entries[0].ns);
+    EXPECT_EQ(0xFEDC, item.syncSequenceId);
+    EXPECT_EQ(0xFEDCU, +record.sequenceId);
+    EXPECT_EQ(1U, +record.acceptedSync);
+    EXPECT_EQ(0U, +record.rejectedSync);
 }
 
 TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
@@ -139,9 +139,9 @@ TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
     clockItemOf(kMaster).masterTimes.entries[0].ns = 6;
     clockItemOf(kMaster).masterTimes.entries[1].ns = 7;
     handleWithExtTime(syncMessage(1), 1000);
-    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, 0U);
-    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, 0U);
-    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[1].ns, 7U);
+    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
+    EXPECT_EQ(0U, +clockItemOf(kMaster).masterTimes.entries[0].ns);
+    EXPECT_EQ(7U, +clockItemOf(kMaster).masterTimes.entries[1].ns);
 }
 
 /** One Sync and Follow_Up of a vector and what they leave behind. */
@@ -178,26 +178,26 @@ protected:
             prepareLocalClock(pair);
         }
         return printedBy([&] {
-            EXPECT_EQ(handleWithExtTime(syncMessage(pair.at("sequenceId")), toU64(pair.at("t2"))),
-                      1U);
-            EXPECT_EQ(handleWithExtTime(followUpOf(pair)), 1U);
+            EXPECT_EQ(1U,
+                      handleWithExtTime(syncMessage(pair.at("sequenceId")), toU64(pair.at("t2"))));
+            EXPECT_EQ(1U, handleWithExtTime(followUpOf(pair)));
         });
     }
 
     void expectHistory(const TimestampHistory& history, const nlohmann::json& expected) {
         for (std::size_t i = 0; i < expected.size(); ++i) {
-            EXPECT_EQ(+history.entries[i].ns, toU64(expected[i])) << i;
+            EXPECT_EQ(toU64(expected[i]), +history.entries[i].ns) << i;
         }
     }
 
     void expectOutcome(const nlohmann::json& pair, const std::string& output) {
         const nlohmann::json& out = pair.at("out");
         if (out.at("stage") == "computed") {
-            EXPECT_EQ(image(record), out.at("recordImage")) << pair;
-            EXPECT_EQ(occurrences(output, "frequency offset out of range ... "),
-                      out.at("inRange").get<bool>() ? 0 : 1)
+            EXPECT_EQ(out.at("recordImage"), image(record)) << pair;
+            EXPECT_EQ(out.at("inRange").get<bool>() ? 0 : 1,
+                      occurrences(output, "frequency offset out of range ... "))
                 << pair;
-            EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(out.at("M"))) << pair;
+            EXPECT_EQ(toU64(out.at("M")), +clockItemOf(kMaster).masterTimes.entries[0].ns) << pair;
         }
         if (pair.contains("A")) {
             expectHistory(clockItemOf(kMaster).masterTimes, pair.at("A"));
@@ -220,38 +220,37 @@ TEST_F(SlaveSequence, OfClocksWithDifferentEpochsIsUsefulFromTheThirdPairOn) {
 
 TEST_F(SlaveSequence, FirstPairOnlyPrimes) {
     const nlohmann::json& first = vectors("slave_sequence").at(0);
-    EXPECT_EQ(clockItemOf(kMaster).initialised, 0U);
+    EXPECT_EQ(0U, clockItemOf(kMaster).initialised);
     play(first);
-    EXPECT_EQ(clockItemOf(kMaster).initialised, 1U);
-    EXPECT_EQ(+clockItemOf(kMaster).originTime.ns, toU64(first.at("t1")));
-    EXPECT_EQ(+record.originTime, 0U);
-    EXPECT_EQ(+record.localTime, 0U);
-    EXPECT_EQ(+record.acceptedSync, 1U);
+    EXPECT_EQ(1U, clockItemOf(kMaster).initialised);
+    EXPECT_EQ(toU64(first.at("t1")), +clockItemOf(kMaster).originTime.ns);
+    EXPECT_EQ(0U, +record.originTime);
+    EXPECT_EQ(0U, +record.localTime);
+    EXPECT_EQ(1U, +record.acceptedSync);
 }
 
 TEST_F(SlaveSequence, OutOfRangeLineNamesMasterTimeLocalTimeCorrectionAndRatio) {
     const nlohmann::json& pairs = vectors("slave_sequence_other_epoch");
     play(pairs.at(0));
     const std::string output = play(pairs.at(1));
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
-    EXPECT_EQ(occurrences(output,
-                          ">frequency offset out of range ... t1: 1700000000125000000 t2: "
-                          "5125000000 correction: 0 ml_freqoffset: 331707317.097561 \n"),
-              1);
+    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
+    EXPECT_EQ(1, occurrences(output,
+                             ">frequency offset out of range ... t1: 1700000000125000000 t2: "
+                             "5125000000 correction: 0 ml_freqoffset: 331707317.097561 \n"));
 }
 
 TEST_F(SlaveSequence, NotesTheReferencePairOfEverySampleInRangeOrNot) {
     const nlohmann::json& pairs = vectors("slave_sequence_other_epoch");
     play(pairs.at(0));
-    EXPECT_EQ(referenceRecord.hardwareTime[0], 0U);
+    EXPECT_EQ(0U, referenceRecord.hardwareTime[0]);
     play(pairs.at(1));
     const nlohmann::json& out = pairs.at(1).at("out");
     const long long cpuTime = static_cast<long long>(referenceRecord.cpuTime[0]);
-    EXPECT_NE(cpuTime, 0);
+    EXPECT_NE(0, cpuTime);
     EXPECT_EQ(
-        referenceRecord.hardwareTime[0],
-        referenceTime(5128000000, toS64(out.at("O")), 37000000000, fromX87(out.at("q")), cpuTime));
-    EXPECT_EQ(referenceRecord.hardwareTime[1], 0U);
+        referenceTime(5128000000, toS64(out.at("O")), 37000000000, fromX87(out.at("q")), cpuTime),
+        referenceRecord.hardwareTime[0]);
+    EXPECT_EQ(0U, referenceRecord.hardwareTime[1]);
 }
 
 TEST_F(SlaveSequence, ARepeatedFollowUpLeavesRateAndOffset) {
@@ -262,11 +261,11 @@ TEST_F(SlaveSequence, ARepeatedFollowUpLeavesRateAndOffset) {
     }
     prepareLocalClock(pairs.at(2));
     const std::string output =
-        printedBy([&] { EXPECT_EQ(handleWithExtTime(followUpOf(pairs.at(2))), 1U); });
-    EXPECT_EQ(occurrences(output, "frequency offset out of range ... "), 1);
+        printedBy([&] { EXPECT_EQ(1U, handleWithExtTime(followUpOf(pairs.at(2)))); });
+    EXPECT_EQ(1, occurrences(output, "frequency offset out of range ... "));
     const nlohmann::json& kept = expected.at("after three pairs");
-    EXPECT_EQ(toHex(record.rateRatio1, 10), kept.at("record36").at("x87"));
-    EXPECT_EQ(+record.masterOffset, toS64(kept.at("record20")));
+    EXPECT_EQ(kept.at("record36").at("x87"), toHex(record.rateRatio1, 10));
+    EXPECT_EQ(toS64(kept.at("record20")), +record.masterOffset);
 }
 
 TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
@@ -276,7 +275,7 @@ TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
     handleWithExtTime(syncMessage(1), 1700000000000001550ULL);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, toU64(vector.at("t1")))); });
-    EXPECT_EQ(+clockItemOf(kMaster).masterTimes.entries[0].ns, toU64(vector.at("M")));
+    EXPECT_EQ(toU64(vector.at("M")), +clockItemOf(kMaster).masterTimes.entries[0].ns);
 }
 
 TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
@@ -286,8 +285,8 @@ TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
     handleWithExtTime(syncMessage(1), 1000);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, 1000)); });
-    EXPECT_EQ(+clockItemOf(kMaster).spareTimes.entries[1].ns, 11U);
-    EXPECT_EQ(+clockItemOf(kMaster).spareTimes.entries[7].ns, 66U);
+    EXPECT_EQ(11U, +clockItemOf(kMaster).spareTimes.entries[1].ns);
+    EXPECT_EQ(66U, +clockItemOf(kMaster).spareTimes.entries[7].ns);
 }
 
 class FollowUpReceive : public Handlers {};
@@ -295,19 +294,19 @@ class FollowUpReceive : public Handlers {};
 TEST_F(FollowUpReceive, OfAnotherSequenceIdLeavesAllTimes) {
     handleWithExtTime(syncMessage(7), 1000);
     const std::string before = image(record);
-    EXPECT_EQ(handleWithExtTime(followUpMessage(8, 5000)), 1U);
-    EXPECT_EQ(image(record), before);
+    EXPECT_EQ(1U, handleWithExtTime(followUpMessage(8, 5000)));
+    EXPECT_EQ(before, image(record));
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(+item.originTime.ns, 0U);
-    EXPECT_EQ(+item.masterTimes.entries[0].ns, 0U);
-    EXPECT_EQ(+item.localTimes.entries[0].ns, 1000U);
-    EXPECT_EQ(item.initialised, 0U);
+    EXPECT_EQ(0U, +item.originTime.ns);
+    EXPECT_EQ(0U, +item.masterTimes.entries[0].ns);
+    EXPECT_EQ(1000U, +item.localTimes.entries[0].ns);
+    EXPECT_EQ(0U, item.initialised);
 }
 
 TEST_F(FollowUpReceive, WithoutASyncLeavesAllTimes) {
-    EXPECT_EQ(handleWithExtTime(followUpMessage(0xFFFF, 5000)), 1U);
-    EXPECT_EQ(+clockItems.at(kMaster).originTime.ns, 0U);
-    EXPECT_EQ(image(record), std::string(472, '0'));
+    EXPECT_EQ(1U, handleWithExtTime(followUpMessage(0xFFFF, 5000)));
+    EXPECT_EQ(0U, +clockItems.at(kMaster).originTime.ns);
+    EXPECT_EQ(std::string(472, '0'), image(record));
 }
 
 TEST_F(FollowUpReceive, NotesTheMillisecondOfItsArrival) {
@@ -327,8 +326,8 @@ TEST_F(FollowUpReceive, NotesTheMillisecondOfItsArrival) {
 TEST_F(FollowUpReceive, OnAMasterFindsNoSyncAndStops) {
     block.cfg.role = 1;
     handle(syncMessage(1), 1000);
-    EXPECT_EQ(handleWithExtTime(followUpMessage(1, 5000)), 1U);
-    EXPECT_EQ(image(record), std::string(472, '0'));
+    EXPECT_EQ(1U, handleWithExtTime(followUpMessage(1, 5000)));
+    EXPECT_EQ(std::string(472, '0'), image(record));
 }
 
 TEST_F(FollowUpReceive, MastersAreKeptApart) {
@@ -336,9 +335,9 @@ TEST_F(FollowUpReceive, MastersAreKeptApart) {
     std::vector<unsigned char> other = followUpMessage(1, 5000);
     setField(other, 28, 2, 4);
     handleWithExtTime(other);
-    EXPECT_EQ(clockItems.size(), 2U);
-    EXPECT_EQ(clockItems.at(kMaster).initialised, 0U);
-    EXPECT_EQ(clockItems.at(PortKey(kMaster.first, 4)).initialised, 0U);
+    EXPECT_EQ(2U, clockItems.size());
+    EXPECT_EQ(0U, clockItems.at(kMaster).initialised);
+    EXPECT_EQ(0U, clockItems.at(PortKey(kMaster.first, 4)).initialised);
 }
 
 }  // namespace

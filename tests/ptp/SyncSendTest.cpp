@@ -26,7 +26,7 @@ protected:
         platform().phcTimes = {1700000000125400000LL};
         platform().capabilities = {
             {1700000037125500123LL, 1700000000125500000LL, 37000000123LL, 1}};
-        printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
+        printedBy([&] { EXPECT_EQ(0U, sync.processOutgoing()); });
     }
 
     /** preciseOriginTimestamp of the Follow_Up to a Sync sent at txNs. */
@@ -55,55 +55,56 @@ std::string expectedMessage(const std::string& name, unsigned char domain) {
 TEST_F(SyncSend, TemplateAndFirstSync) {
     for (const unsigned char domain : {0, 5}) {
         PTPMsgSync sync(domain, kPort);
-        EXPECT_EQ(toHex(sync.data(), 44),
-                  expectedMessage("Sync template before the first send", domain));
+        EXPECT_EQ(expectedMessage("Sync template before the first send", domain),
+                  toHex(sync.data(), 44));
         platform().sent.clear();
         send(sync);
-        EXPECT_EQ(toHex(platform().sent.at(0)), expectedMessage("Sync as first sent", domain));
+        EXPECT_EQ(expectedMessage("Sync as first sent", domain), toHex(platform().sent.at(0)));
     }
 }
 
 TEST_F(SyncSend, FollowUpGoesOutAfterTheSyncWithItsTransmitTime) {
     PTPMsgSync sync(0, kPort);
     send(sync);
-    ASSERT_EQ(platform().sent.size(), 2U);
-    EXPECT_EQ(toHex(platform().sent[1]),
-              "1802004c00000008000000000000000000000000001b21fffeaabbcc0003000102fd00006553f1003ade"
-              "68b10003001c0080c200000100000000000000000000000000000000000000000000");
+    ASSERT_EQ(2U, platform().sent.size());
+    EXPECT_EQ(
+        "1802004c00000008000000000000000000000000001b21fffeaabbcc0003000102fd00006553f1003ade"
+        "68b10003001c0080c200000100000000000000000000000000000000000000000000",
+        toHex(platform().sent[1]));
 }
 
 TEST_F(SyncSend, FollowUpNamesTheConfiguredDomain) {
     block.cfg.Domain = 9;
     PTPMsgSync sync(9, kPort);
     send(sync);
-    EXPECT_EQ(platform().sent.at(0).at(4), 9);
-    EXPECT_EQ(platform().sent.at(1).at(4), 9);
+    EXPECT_EQ(9, platform().sent.at(0).at(4));
+    EXPECT_EQ(9, platform().sent.at(1).at(4));
 }
 
 TEST_F(SyncSend, CarriesTheSoftOffsetIntoTheSeconds) {
-    EXPECT_EQ(originTimestamp(5999999999ULL, 2), "00000000000600000001");
+    EXPECT_EQ("00000000000600000001", originTimestamp(5999999999ULL, 2));
 }
 
 TEST_F(SyncSend, BorrowsFromTheSecondsForANegativeSoftOffset) {
-    EXPECT_EQ(originTimestamp(6000000001ULL, -2), "0000000000053b9ac9ff");
+    EXPECT_EQ("0000000000053b9ac9ff", originTimestamp(6000000001ULL, -2));
 }
 
 TEST_F(SyncSend, SendsNothingAndLogsNothingInTxMode0) {
     block.cfg.TxMode = 0;
     PTPMsgSync sync(0, kPort);
     sync.service = &service;
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); }), "");
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); }));
     EXPECT_TRUE(platform().sent.empty());
-    EXPECT_EQ(+record.sequenceId, 0U);
+    EXPECT_EQ(0U, +record.sequenceId);
 }
 
 TEST_F(SyncSend, SendsNothingAndReportsAnUnknownTxMode) {
     block.cfg.TxMode = 0x1F;
     PTPMsgSync sync(0, kPort);
     sync.service = &service;
-    const std::string output = printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); });
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
-    EXPECT_EQ(occurrences(output, ">Wrong configuration TxMode 0x1f ...\n"), 1);
+    const std::string output = printedBy([&] { EXPECT_EQ(0U, sync.processOutgoing()); });
+    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
+    EXPECT_EQ(1, occurrences(output, ">Wrong configuration TxMode 0x1f ...\n"));
     EXPECT_TRUE(platform().sent.empty());
 }
 
@@ -114,9 +115,9 @@ TEST_F(SyncSend, EverySentSyncPrintsTheTxModeLine) {
     platform().phcTimes = {3};
     platform().capabilities = {{4, 5, 6, 1}};
     const std::string output = printedBy([&] { sync.processOutgoing(); });
-    EXPECT_EQ(occurrences(output, "\n"), 1);
-    EXPECT_EQ(occurrences(output, "<ptp/SyncSend.cpp/"), 1);
-    EXPECT_EQ(occurrences(output, "->processOutgoing()>Wrong configuration TxMode 0x1 ...\n"), 1);
+    EXPECT_EQ(1, occurrences(output, "\n"));
+    EXPECT_EQ(1, occurrences(output, "<ptp/SyncSend.cpp/"));
+    EXPECT_EQ(1, occurrences(output, "->processOutgoing()>Wrong configuration TxMode 0x1 ...\n"));
 }
 
 TEST_F(SyncSend, SequenceCounter65535IsFollowedBy0) {
@@ -129,12 +130,12 @@ TEST_F(SyncSend, SequenceCounter65535IsFollowedBy0) {
             platform().sent.clear();
         }
     });
-    EXPECT_EQ(+record.sequenceId, 65535U);
+    EXPECT_EQ(65535U, +record.sequenceId);
     platform().sent.clear();
     printedBy([&] { sync.processOutgoing(); });
-    EXPECT_EQ(toHex(&platform().sent.at(0).at(30), 2), "0000");
-    EXPECT_EQ(toHex(&platform().sent.at(1).at(30), 2), "0000");
-    EXPECT_EQ(+record.sequenceId, 0U);
+    EXPECT_EQ("0000", toHex(&platform().sent.at(0).at(30), 2));
+    EXPECT_EQ("0000", toHex(&platform().sent.at(1).at(30), 2));
+    EXPECT_EQ(0U, +record.sequenceId);
 }
 
 TEST_F(SyncSend, PublishesTheMasterRecord) {
@@ -142,7 +143,7 @@ TEST_F(SyncSend, PublishesTheMasterRecord) {
         record.masterOffset = 99;
         PTPMsgSync sync(0, kPort);
         send(sync);
-        EXPECT_EQ(image(record), vector.at("image")) << vector;
+        EXPECT_EQ(vector.at("image"), image(record)) << vector;
     }
 }
 
@@ -151,8 +152,8 @@ TEST_F(SyncSend, KeepsTheSoftOffsetAndTheLinkDelayOfTheRecord) {
     record.linkDelay = 77;
     PTPMsgSync sync(0, kPort);
     send(sync);
-    EXPECT_EQ(+record.softOffset, 1234);
-    EXPECT_EQ(+record.linkDelay, 77);
+    EXPECT_EQ(1234, +record.softOffset);
+    EXPECT_EQ(77, +record.linkDelay);
 }
 
 TEST_F(SyncSend, PublishesTheInverseSlopeOfTheFittedLine) {
@@ -162,18 +163,18 @@ TEST_F(SyncSend, PublishesTheInverseSlopeOfTheFittedLine) {
     send(sync);
     slope_mZ = 1;
     slope_mN = 1;
-    EXPECT_EQ(loadExtended(record.rateRatio1), 1.5L);
-    EXPECT_EQ(toHex(record.rateRatio1 + 10, 2), "0000");
+    EXPECT_EQ(1.5L, loadExtended(record.rateRatio1));
+    EXPECT_EQ("0000", toHex(record.rateRatio1 + 10, 2));
 }
 
 TEST_F(SyncSend, NotesTheClockReadingInTheSecondReferencePair) {
     PTPMsgSync sync(0, kPort);
     const auto before = static_cast<unsigned long long>(processCpuTimeNs());
     send(sync);
-    EXPECT_EQ(referenceRecord.hardwareTime[1], 1700000000125400000ULL);
+    EXPECT_EQ(1700000000125400000ULL, referenceRecord.hardwareTime[1]);
     EXPECT_GE(static_cast<int>(static_cast<unsigned>(referenceRecord.cpuTime[1] - before)), 0);
-    EXPECT_EQ(referenceRecord.hardwareTime[0], 0U);
-    EXPECT_EQ(referenceRecord.cpuTime[0], 0U);
+    EXPECT_EQ(0U, referenceRecord.hardwareTime[0]);
+    EXPECT_EQ(0U, referenceRecord.cpuTime[0]);
 }
 
 /** Whether a Follow_Up carries nothing behind the information TLV. */
@@ -196,9 +197,9 @@ TEST_F(FollowUpSend, IsBuiltAsEveryVectorTells) {
         PTPMsgFollowUp followUp(domain);
         followUp.service = &service;
         ptp_time_t tx = toPtpTime(toU64(vector.at("txTimestamp")));
-        EXPECT_EQ(followUp.processOutgoing(sync.get(), &tx), 1U);
-        EXPECT_EQ(toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()),
-                  vector.at("message"))
+        EXPECT_EQ(1U, followUp.processOutgoing(sync.get(), &tx));
+        EXPECT_EQ(vector.at("message"),
+                  toHex(followUp.data(), vector.at("messageLength").get<std::size_t>()))
             << vector;
     }
     EXPECT_GE(built, 1);
@@ -211,8 +212,8 @@ TEST_F(FollowUpSend, HandsTheDistributedTimeBack) {
     followUp.service = &service;
     ptp_time_t tx = {1700000007, 5};
     followUp.processOutgoing(&sync, &tx);
-    EXPECT_EQ(tx.seconds, 7U);
-    EXPECT_EQ(tx.nanoseconds, 5U);
+    EXPECT_EQ(7U, tx.seconds);
+    EXPECT_EQ(5U, tx.nanoseconds);
 }
 
 TEST_F(FollowUpSend, NeedsAnInterfaceName) {
@@ -223,7 +224,7 @@ TEST_F(FollowUpSend, NeedsAnInterfaceName) {
         followUp.processOutgoing(&sync, &tx);
         FAIL() << "no exception";
     } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "basic_string: construction from null is not valid");
+        EXPECT_STREQ("basic_string: construction from null is not valid", error.what());
     }
 }
 
@@ -231,12 +232,12 @@ TEST_F(AnnounceSend, TemplateAndFirstAnnounce) {
     for (const unsigned char domain : {0, 5}) {
         PTPMsgAnnounce announce(domain, kPort);
         announce.service = &service;
-        EXPECT_EQ(toHex(announce.data(), 76),
-                  expectedMessage("Announce template before the first send", domain));
+        EXPECT_EQ(expectedMessage("Announce template before the first send", domain),
+                  toHex(announce.data(), 76));
         platform().txTimes = {1};
         platform().sent.clear();
-        EXPECT_EQ(announce.processOutgoing(), 1U);
-        EXPECT_EQ(toHex(platform().sent.at(0)), expectedMessage("Announce as first sent", domain));
+        EXPECT_EQ(1U, announce.processOutgoing());
+        EXPECT_EQ(expectedMessage("Announce as first sent", domain), toHex(platform().sent.at(0)));
     }
 }
 
@@ -247,9 +248,9 @@ TEST_F(AnnounceSend, CountsItsOwnSequence) {
     for (int i = 0; i < 65536; ++i) {
         announce.processOutgoing();
     }
-    EXPECT_EQ(toHex(&platform().sent.at(0).at(30), 2), "0001");
-    EXPECT_EQ(toHex(&platform().sent.at(65534).at(30), 2), "ffff");
-    EXPECT_EQ(toHex(&platform().sent.at(65535).at(30), 2), "0000");
+    EXPECT_EQ("0001", toHex(&platform().sent.at(0).at(30), 2));
+    EXPECT_EQ("ffff", toHex(&platform().sent.at(65534).at(30), 2));
+    EXPECT_EQ("0000", toHex(&platform().sent.at(65535).at(30), 2));
 }
 
 }  // namespace

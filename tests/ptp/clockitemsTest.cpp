@@ -20,14 +20,14 @@ protected:
 
 TEST_F(ClockItems, AnUnknownPortGetsARecordOfInitialValues) {
     const ClockItemMembersType& item = clockItemOf({1, 1});
-    EXPECT_EQ(clockItems.size(), 1U);
-    EXPECT_EQ(item.initialised, 0U);
-    EXPECT_EQ(item.measuredDelay, 0);
-    EXPECT_EQ(item.respPortNumber, 1);
-    EXPECT_EQ(item.syncSequenceId, -1);
-    EXPECT_EQ(item.unusedSequenceId, -1);
-    EXPECT_EQ(item.unused2456000, 2456000);
-    EXPECT_EQ(item.pdelaySeqNo, 0U);
+    EXPECT_EQ(1U, clockItems.size());
+    EXPECT_EQ(0U, item.initialised);
+    EXPECT_EQ(0, item.measuredDelay);
+    EXPECT_EQ(1, item.respPortNumber);
+    EXPECT_EQ(-1, item.syncSequenceId);
+    EXPECT_EQ(-1, item.unusedSequenceId);
+    EXPECT_EQ(2456000, item.unused2456000);
+    EXPECT_EQ(0U, item.pdelaySeqNo);
 }
 
 TEST_F(ClockItems, AnUnknownPortGetsZeroTimes) {
@@ -35,7 +35,7 @@ TEST_F(ClockItems, AnUnknownPortGetsZeroTimes) {
     for (const TimestampRecord* time :
          {&item.t1, &item.t2, &item.t3, &item.t4, &item.prev_t1, &item.prev_t2, &item.prev_t3,
           &item.prev_t4, &item.syncReceiveTime, &item.originTime}) {
-        EXPECT_EQ(+time->ns, 0U);
+        EXPECT_EQ(0U, +time->ns);
     }
     EXPECT_TRUE(isZero(item.masterTimes));
     EXPECT_TRUE(isZero(item.localTimes));
@@ -45,8 +45,8 @@ TEST_F(ClockItems, AnUnknownPortGetsZeroTimes) {
 
 TEST_F(ClockItems, AKnownPortKeepsItsRecord) {
     clockItemOf({1, 1}).measuredDelay = 77;
-    EXPECT_EQ(clockItemOf({1, 1}).measuredDelay, 77);
-    EXPECT_EQ(clockItems.size(), 1U);
+    EXPECT_EQ(77, clockItemOf({1, 1}).measuredDelay);
+    EXPECT_EQ(1U, clockItems.size());
 }
 
 TEST_F(ClockItems, PortsOfOneClockAreApart) {
@@ -63,8 +63,8 @@ TEST_F(ClockItems, OrderIsThatOfTheSignedIdentityThenThePort) {
     for (const auto& entry : clockItems) {
         keys.push_back(entry.first);
     }
-    EXPECT_EQ(keys,
-              (std::vector<PortKey>{PortKey(-1, 5), PortKey(0, 9), PortKey(1, 1), PortKey(1, 2)}));
+    EXPECT_EQ((std::vector<PortKey>{PortKey(-1, 5), PortKey(0, 9), PortKey(1, 1), PortKey(1, 2)}),
+              keys);
 }
 
 TEST_F(ClockItems, TwoThreadsMayLookUpNewPortsAtOnce) {
@@ -76,8 +76,8 @@ TEST_F(ClockItems, TwoThreadsMayLookUpNewPortsAtOnce) {
     std::thread other(lookUp, 1);
     lookUp(2);
     other.join();
-    EXPECT_EQ(clockItems.size(), 1000U);
-    EXPECT_EQ(clockItemOf({1, 499}).measuredDelay, 499);
+    EXPECT_EQ(1000U, clockItems.size());
+    EXPECT_EQ(499, clockItemOf({1, 499}).measuredDelay);
 }
 
 TEST(TimestampHistory, ShiftMovesBackAndKeepsTheLatestInFront) {
@@ -86,9 +86,9 @@ TEST(TimestampHistory, ShiftMovesBackAndKeepsTheLatestInFront) {
         history.entries[i].ns = 10 + i;
     }
     history.shift();
-    EXPECT_EQ(+history.entries[0].ns, 10U);
+    EXPECT_EQ(10U, +history.entries[0].ns);
     for (unsigned int i = 1; i < 8; ++i) {
-        EXPECT_EQ(+history.entries[i].ns, 9 + i);
+        EXPECT_EQ(9 + i, +history.entries[i].ns);
     }
 }
 
@@ -96,7 +96,7 @@ TEST(TimestampHistory, ShiftMovesWholeSlots) {
     TimestampHistory history{};
     history.entries[0].unused[2] = 0xABCD;
     history.shift();
-    EXPECT_EQ(history.entries[1].unused[2], 0xABCDU);
+    EXPECT_EQ(0xABCDU, history.entries[1].unused[2]);
 }
 
 }  // namespace

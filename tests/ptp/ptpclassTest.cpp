@@ -29,43 +29,43 @@ public:
 };
 
 TEST_F(MessageFactory, MakesTheClassOfEachHandledType) {
-    EXPECT_NE(dynamic_cast<PTPMsgSync*>(received(frameOfType(0, 44)).get()), nullptr);
-    EXPECT_NE(dynamic_cast<PTPMsgPathDelayReq*>(received(frameOfType(2, 54)).get()), nullptr);
-    EXPECT_NE(dynamic_cast<PTPMsgPathDelayResp*>(received(frameOfType(3, 54)).get()), nullptr);
-    EXPECT_NE(dynamic_cast<PTPMsgFollowUp*>(received(frameOfType(8, 76)).get()), nullptr);
-    EXPECT_NE(dynamic_cast<PTPMsgPathDelayRespFollowUp*>(received(frameOfType(10, 54)).get()),
-              nullptr);
-    EXPECT_NE(dynamic_cast<PTPMsgAnnounce*>(received(frameOfType(11, 76)).get()), nullptr);
+    EXPECT_NE(nullptr, dynamic_cast<PTPMsgSync*>(received(frameOfType(0, 44)).get()));
+    EXPECT_NE(nullptr, dynamic_cast<PTPMsgPathDelayReq*>(received(frameOfType(2, 54)).get()));
+    EXPECT_NE(nullptr, dynamic_cast<PTPMsgPathDelayResp*>(received(frameOfType(3, 54)).get()));
+    EXPECT_NE(nullptr, dynamic_cast<PTPMsgFollowUp*>(received(frameOfType(8, 76)).get()));
+    EXPECT_NE(nullptr,
+              dynamic_cast<PTPMsgPathDelayRespFollowUp*>(received(frameOfType(10, 54)).get()));
+    EXPECT_NE(nullptr, dynamic_cast<PTPMsgAnnounce*>(received(frameOfType(11, 76)).get()));
 }
 
 TEST_F(MessageFactory, TellsTheNumericTypeOfEachClass) {
     for (const int type : {0, 2, 3, 8, 10, 11}) {
-        EXPECT_EQ(received(frameOfType(static_cast<unsigned char>(type), 76))->getMsgNumericType(),
-                  type);
+        EXPECT_EQ(type,
+                  received(frameOfType(static_cast<unsigned char>(type), 76))->getMsgNumericType());
     }
 }
 
 TEST_F(MessageFactory, MakesNothingOfOtherTypesAndLogsNothing) {
     const std::string output = printedBy([&] {
         for (const int type : {1, 4, 5, 6, 7, 9, 12, 13, 14, 15}) {
-            EXPECT_EQ(received(frameOfType(static_cast<unsigned char>(type), 44)), nullptr) << type;
+            EXPECT_EQ(nullptr, received(frameOfType(static_cast<unsigned char>(type), 44))) << type;
         }
     });
-    EXPECT_EQ(output, "");
+    EXPECT_EQ("", output);
 }
 
 TEST_F(MessageFactory, ReadsTheTypeFromTheLowHalfOfTheFirstByte) {
     std::vector<unsigned char> frame = frameOfType(0, 44);
     for (const int transport : {0x00, 0x10, 0xF0}) {
         frame[0] = static_cast<unsigned char>(transport);
-        EXPECT_EQ(received(frame)->getMsgNumericType(), 0) << transport;
+        EXPECT_EQ(0, received(frame)->getMsgNumericType()) << transport;
     }
 }
 
 TEST_F(MessageFactory, CopiesMessageLengthBytesAndLeavesTheRestZero) {
     const std::unique_ptr<PTPMessage> message = received(frameOfType(0, 50));
-    EXPECT_EQ(toHex(message->data() + 44, 8), "5a5a5a5a5a5a0000");
-    EXPECT_EQ(toHex(message->data(), 4), "105a0032");
+    EXPECT_EQ("5a5a5a5a5a5a0000", toHex(message->data() + 44, 8));
+    EXPECT_EQ("105a0032", toHex(message->data(), 4));
 }
 
 TEST_F(MessageFactory, CopiesALengthOf255) {
@@ -73,17 +73,17 @@ TEST_F(MessageFactory, CopiesALengthOf255) {
     frame[254] = 0xA5;
     std::unique_ptr<PTPMessage> message;
     const std::string output = printedBy([&] { message = received(frame); });
-    EXPECT_EQ(message->data()[254], 0xA5);
-    EXPECT_EQ(message->data()[255], 0);
-    EXPECT_EQ(output, "");
+    EXPECT_EQ(0xA5, message->data()[254]);
+    EXPECT_EQ(0, message->data()[255]);
+    EXPECT_EQ("", output);
 }
 
 TEST_F(MessageFactory, ReportsALengthOf256AndLeavesTheBufferEmpty) {
     std::unique_ptr<PTPMessage> message;
     const std::string output = printedBy([&] { message = received(frameOfType(0, 256)); });
-    EXPECT_EQ(occurrences(output, "<ptp/ptpclass.cpp/"), 1);
-    EXPECT_EQ(occurrences(output, ">Invalid messageLength received: 256 ...\n"), 1);
-    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(1, occurrences(output, "<ptp/ptpclass.cpp/"));
+    EXPECT_EQ(1, occurrences(output, ">Invalid messageLength received: 256 ...\n"));
+    ASSERT_NE(nullptr, message);
     EXPECT_TRUE(std::all_of(message->data(), message->data() + 256,
                             [](unsigned char byte) { return byte == 0; }));
 }
@@ -91,14 +91,14 @@ TEST_F(MessageFactory, ReportsALengthOf256AndLeavesTheBufferEmpty) {
 TEST_F(MessageFactory, ReportsTheLongestLengthOfTheWire) {
     std::vector<unsigned char> frame = frameOfType(2, 54);
     setField(frame, 2, 2, 0xFFFF);
-    const std::string output = printedBy([&] { EXPECT_NE(received(frame), nullptr); });
-    EXPECT_EQ(occurrences(output, ">Invalid messageLength received: 65535 ...\n"), 1);
+    const std::string output = printedBy([&] { EXPECT_NE(nullptr, received(frame)); });
+    EXPECT_EQ(1, occurrences(output, ">Invalid messageLength received: 65535 ...\n"));
 }
 
 TEST_F(MessageFactory, AnnounceIsTakenWithoutEffect) {
     const std::string before = image(record);
-    EXPECT_EQ(handle(frameOfType(11, 76)), 1U);
-    EXPECT_EQ(image(record), before);
+    EXPECT_EQ(1U, handle(frameOfType(11, 76)));
+    EXPECT_EQ(before, image(record));
     EXPECT_TRUE(clockItems.empty());
 }
 
@@ -106,7 +106,7 @@ TEST_F(PortIdentity, OfSyncIsItsSource) {
     std::vector<unsigned char> frame = frameOfType(0, 54);
     setField(frame, 20, 8, 0x001B21FFFEAABBCCULL);
     setField(frame, 28, 2, 3);
-    EXPECT_EQ(received(frame)->retrievePortIdentity(), PortKey(7637207744166860LL, 3));
+    EXPECT_EQ(PortKey(7637207744166860LL, 3), received(frame)->retrievePortIdentity());
 }
 
 TEST_F(PortIdentity, OfAResponseIsTheRequesterThatItNames) {
@@ -116,7 +116,7 @@ TEST_F(PortIdentity, OfAResponseIsTheRequesterThatItNames) {
         setField(frame, 28, 2, 9);
         setField(frame, 44, 8, 0x001B21FFFEAABBCCULL);
         setField(frame, 52, 2, 0x0102);
-        EXPECT_EQ(received(frame)->retrievePortIdentity(), PortKey(7637207744166860LL, 0x0102));
+        EXPECT_EQ(PortKey(7637207744166860LL, 0x0102), received(frame)->retrievePortIdentity());
     }
 }
 
@@ -126,7 +126,7 @@ TEST_F(PortIdentity, OfEverythingElseIsItsSource) {
         setField(frame, 20, 8, 0xFE0000FFFE000001ULL);
         setField(frame, 28, 2, 0xFFFF);
         setField(frame, 44, 10, 0);
-        EXPECT_EQ(received(frame)->retrievePortIdentity(), PortKey(-144114088597782527LL, 0xFFFF));
+        EXPECT_EQ(PortKey(-144114088597782527LL, 0xFFFF), received(frame)->retrievePortIdentity());
     }
 }
 
@@ -134,43 +134,43 @@ TEST_F(MessageTimestamp, IsSecondsTimesABillionPlusNanoseconds) {
     std::vector<unsigned char> frame = frameOfType(8, 76);
     setField(frame, 34, 6, 1);
     setField(frame, 40, 4, 5);
-    EXPECT_EQ(received(frame)->getPTPMessageTimestamp(), 1000000005ULL);
+    EXPECT_EQ(1000000005ULL, received(frame)->getPTPMessageTimestamp());
 }
 
 TEST_F(MessageTimestamp, TakesNanosecondsOfMoreThanASecond) {
     std::vector<unsigned char> frame = frameOfType(8, 76);
     setField(frame, 34, 6, 2);
     setField(frame, 40, 4, 0xFFFFFFFF);
-    EXPECT_EQ(received(frame)->getPTPMessageTimestamp(), 6294967295ULL);
+    EXPECT_EQ(6294967295ULL, received(frame)->getPTPMessageTimestamp());
 }
 
 TEST_F(MessageTimestamp, WrapsModulo64Bit) {
     std::vector<unsigned char> frame = frameOfType(8, 76);
     setField(frame, 34, 6, 0xFFFFFFFFFFFFULL);
     setField(frame, 40, 4, 999999999);
-    EXPECT_EQ(received(frame)->getPTPMessageTimestamp(), 14555633995661443071ULL);
+    EXPECT_EQ(14555633995661443071ULL, received(frame)->getPTPMessageTimestamp());
 }
 
 TEST_F(MessagePreset, ReportsADomainAbove15AndKeepsIt) {
-    std::string output = printedBy([] { EXPECT_EQ(PTPMsgSync(15, 3).data()[4], 15); });
-    EXPECT_EQ(output, "");
-    output = printedBy([] { EXPECT_EQ(PTPMsgSync(16, 3).data()[4], 16); });
-    EXPECT_EQ(occurrences(output, "[ERROR] "), 1);
-    EXPECT_EQ(occurrences(output, "->PTPMessage()>Invalid domain number ... :16 \n"), 1);
+    std::string output = printedBy([] { EXPECT_EQ(15, PTPMsgSync(15, 3).data()[4]); });
+    EXPECT_EQ("", output);
+    output = printedBy([] { EXPECT_EQ(16, PTPMsgSync(16, 3).data()[4]); });
+    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
+    EXPECT_EQ(1, occurrences(output, "->PTPMessage()>Invalid domain number ... :16 \n"));
 }
 
 TEST_F(MessagePreset, OfResponsesNamesPort1AndTheDomain) {
-    EXPECT_EQ(toHex(PTPMsgPathDelayResp(7).data(), 34),
-              "13020000070000000000000000000000000000000000000000000000000100000000");
-    EXPECT_EQ(toHex(PTPMsgPathDelayRespFollowUp(7).data(), 34),
-              "1a020000070000000000000000000000000000000000000000000000000100000000");
+    EXPECT_EQ("13020000070000000000000000000000000000000000000000000000000100000000",
+              toHex(PTPMsgPathDelayResp(7).data(), 34));
+    EXPECT_EQ("1a020000070000000000000000000000000000000000000000000000000100000000",
+              toHex(PTPMsgPathDelayRespFollowUp(7).data(), 34));
 }
 
 TEST_F(MessagePreset, BaseTypeIs0UpToTraceLevel2) {
     UntypedMessage message;
     for (const int level : {-1, 0, 2}) {
         DbgTraceLevel = level;
-        EXPECT_EQ(message.getMsgNumericType(), 0);
+        EXPECT_EQ(0, message.getMsgNumericType());
     }
 }
 
@@ -216,7 +216,7 @@ TEST_F(HostileMessages, OfAnyLengthAndContentAreHandledOrRefused) {
             }
         }
     });
-    EXPECT_EQ(+record.acceptedSync + record.rejectedSync, syncs);
+    EXPECT_EQ(syncs, +record.acceptedSync + record.rejectedSync);
     EXPECT_GT(+record.acceptedSync, 0U);
     EXPECT_GT(+record.rejectedSync, 0U);
 }
@@ -231,29 +231,29 @@ TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
             EXPECT_LE(handle(frame, random()), 1U) << toHex(frame);
         }
     });
-    EXPECT_EQ(occurrences(output, "Invalid messageLength received: "), 6);
-    EXPECT_EQ(+record.rejectedSync, 1U);
-    ASSERT_EQ(platform().sent.size(), 2U);
-    EXPECT_EQ(platform().sent[0].size(), 0U);
-    EXPECT_EQ(platform().sent[1].size(), 0U);
+    EXPECT_EQ(6, occurrences(output, "Invalid messageLength received: "));
+    EXPECT_EQ(1U, +record.rejectedSync);
+    ASSERT_EQ(2U, platform().sent.size());
+    EXPECT_EQ(0U, platform().sent[0].size());
+    EXPECT_EQ(0U, platform().sent[1].size());
 }
 
 TEST_F(HostileMessages, AnswersToShortRequestsCarryNoOldMemory) {
     platform().answersEverything = true;
     std::vector<unsigned char> request = frameOfType(2, 44);
     setField(request, 2, 2, 34);
-    EXPECT_EQ(handle(request), 1U);
-    ASSERT_EQ(platform().sent.size(), 2U);
-    EXPECT_EQ(platform().sent[0].size(), 34U);
-    EXPECT_EQ(platform().sent[1].size(), 34U);
+    EXPECT_EQ(1U, handle(request));
+    ASSERT_EQ(2U, platform().sent.size());
+    EXPECT_EQ(34U, platform().sent[0].size());
+    EXPECT_EQ(34U, platform().sent[1].size());
 }
 
 TEST_F(HostileMessages, AnswersToLongRequestsArePaddedWithZeros) {
     platform().answersEverything = true;
-    EXPECT_EQ(handle(frameOfType(2, 255)), 1U);
-    ASSERT_EQ(platform().sent.size(), 2U);
+    EXPECT_EQ(1U, handle(frameOfType(2, 255)));
+    ASSERT_EQ(2U, platform().sent.size());
     for (const std::vector<unsigned char>& answer : platform().sent) {
-        ASSERT_EQ(answer.size(), 255U);
+        ASSERT_EQ(255U, answer.size());
         EXPECT_TRUE(std::all_of(answer.begin() + 54, answer.end(),
                                 [](unsigned char byte) { return byte == 0; }));
     }

@@ -8,33 +8,33 @@ namespace {
 
 TEST(WireLoad, ReadsBigEndianAtAnyAddress) {
     const std::vector<unsigned char> bytes = fromHex("ff0102030405060708");
-    EXPECT_EQ(wire::load16(bytes.data() + 1), 0x0102U);
-    EXPECT_EQ(wire::loadBigEndian<3>(bytes.data() + 1), 0x010203U);
-    EXPECT_EQ(wire::load32(bytes.data() + 1), 0x01020304U);
-    EXPECT_EQ(wire::load64(bytes.data() + 1), 0x0102030405060708ULL);
+    EXPECT_EQ(0x0102U, wire::load16(bytes.data() + 1));
+    EXPECT_EQ(0x010203U, wire::loadBigEndian<3>(bytes.data() + 1));
+    EXPECT_EQ(0x01020304U, wire::load32(bytes.data() + 1));
+    EXPECT_EQ(0x0102030405060708ULL, wire::load64(bytes.data() + 1));
 }
 
 TEST(WireStore, WritesItsOwnBytesOnly) {
     unsigned char bytes[5] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     wire::store16(bytes + 1, 0x12345);
-    EXPECT_EQ(toHex(bytes, 5), "ee2345eeee");
+    EXPECT_EQ("ee2345eeee", toHex(bytes, 5));
     wire::storeBigEndian<3>(bytes + 1, 0x0080C2);
-    EXPECT_EQ(toHex(bytes, 5), "ee0080c2ee");
+    EXPECT_EQ("ee0080c2ee", toHex(bytes, 5));
 }
 
 TEST(WireTimestamp, Has48BitSecondsAnd32BitNanoseconds) {
     unsigned char bytes[10];
     wire::storeTimestamp(bytes, {0x123456789ABCULL, 0xDEF01234U});
-    EXPECT_EQ(toHex(bytes, 10), "123456789abcdef01234");
+    EXPECT_EQ("123456789abcdef01234", toHex(bytes, 10));
     const ptp_time_t time = wire::loadTimestamp(bytes);
-    EXPECT_EQ(time.seconds, 0x123456789ABCULL);
-    EXPECT_EQ(time.nanoseconds, 0xDEF01234U);
+    EXPECT_EQ(0x123456789ABCULL, time.seconds);
+    EXPECT_EQ(0xDEF01234U, time.nanoseconds);
 }
 
 TEST(WireTimestamp, DropsTheUpper16BitsOfTheSeconds) {
     unsigned char bytes[10];
     wire::storeTimestamp(bytes, {0xFFFF000000000001ULL, 0});
-    EXPECT_EQ(toHex(bytes, 10), "00000000000100000000");
+    EXPECT_EQ("00000000000100000000", toHex(bytes, 10));
 }
 
 // One byte value per field, in the order of the wire.
@@ -53,31 +53,31 @@ const char kHeader[] =
 
 TEST(WireOffsets, OfTheCommonHeader) {
     const std::vector<unsigned char> header = fromHex(kHeader);
-    ASSERT_EQ(header.size(), 34U);
-    EXPECT_EQ(wire::messageType(header.data()), 3U);
-    EXPECT_EQ(header[wire::kVersion], 0xE2);
-    EXPECT_EQ(wire::messageLength(header.data()), 0x42U);
-    EXPECT_EQ(header[wire::kDomainNumber], 0x04);
-    EXPECT_EQ(header[wire::kFlags], 0x06);
-    EXPECT_EQ(wire::load64(&header[wire::kCorrectionField]), 0x08090A0B0C0D0E0FULL);
-    EXPECT_EQ(wire::load64(&header[wire::kSourceClockIdentity]), 0x2021222324252627ULL);
-    EXPECT_EQ(wire::load16(&header[wire::kSourcePortNumber]), 0x2829U);
-    EXPECT_EQ(wire::sequenceId(header.data()), 0x3031U);
-    EXPECT_EQ(header[wire::kControl], 0x32);
-    EXPECT_EQ(header[wire::kLogMessageInterval], 0x33);
+    ASSERT_EQ(34U, header.size());
+    EXPECT_EQ(3U, wire::messageType(header.data()));
+    EXPECT_EQ(0xE2, header[wire::kVersion]);
+    EXPECT_EQ(0x42U, wire::messageLength(header.data()));
+    EXPECT_EQ(0x04, header[wire::kDomainNumber]);
+    EXPECT_EQ(0x06, header[wire::kFlags]);
+    EXPECT_EQ(0x08090A0B0C0D0E0FULL, wire::load64(&header[wire::kCorrectionField]));
+    EXPECT_EQ(0x2021222324252627ULL, wire::load64(&header[wire::kSourceClockIdentity]));
+    EXPECT_EQ(0x2829U, wire::load16(&header[wire::kSourcePortNumber]));
+    EXPECT_EQ(0x3031U, wire::sequenceId(header.data()));
+    EXPECT_EQ(0x32, header[wire::kControl]);
+    EXPECT_EQ(0x33, header[wire::kLogMessageInterval]);
 }
 
 TEST(WireOffsets, OfTheFollowUpInformationTlv) {
     const std::vector<unsigned char> message = fromHex(
         "1802004c00000008000000000000000000000000001b21fffeaabbcc0003012302fd00006553f1003ade68b1"
         "0003001c0080c2000001a1a2a3a4b1b2c1c2c3c4c5c6c7c8c9cacbccd1d2d3d4");
-    ASSERT_EQ(message.size(), 76U);
-    EXPECT_EQ(wire::load16(&message[wire::kFollowUpTlv]), 3U);
-    EXPECT_EQ(wire::loadBigEndian<3>(&message[wire::kFollowUpOrganizationId]), 0x0080C2U);
-    EXPECT_EQ(wire::loadBigEndian<3>(&message[wire::kFollowUpOrganizationSubType]), 1U);
-    EXPECT_EQ(wire::load32(&message[wire::kCumulativeScaledRateOffset]), 0xA1A2A3A4U);
-    EXPECT_EQ(wire::loadTimestamp(&message[wire::kTimestamp]).seconds, 1700000000U);
-    EXPECT_EQ(wire::loadTimestamp(&message[wire::kTimestamp]).nanoseconds, 987654321U);
+    ASSERT_EQ(76U, message.size());
+    EXPECT_EQ(3U, wire::load16(&message[wire::kFollowUpTlv]));
+    EXPECT_EQ(0x0080C2U, wire::loadBigEndian<3>(&message[wire::kFollowUpOrganizationId]));
+    EXPECT_EQ(1U, wire::loadBigEndian<3>(&message[wire::kFollowUpOrganizationSubType]));
+    EXPECT_EQ(0xA1A2A3A4U, wire::load32(&message[wire::kCumulativeScaledRateOffset]));
+    EXPECT_EQ(1700000000U, wire::loadTimestamp(&message[wire::kTimestamp]).seconds);
+    EXPECT_EQ(987654321U, wire::loadTimestamp(&message[wire::kTimestamp]).nanoseconds);
 }
 
 }  // namespace

@@ -20,10 +20,10 @@ std::string feed(Reading reading) {
 }
 
 void expectLine(unsigned long long x, unsigned long long y, long long mZ, long long mN) {
-    EXPECT_EQ(slope_x, x);
-    EXPECT_EQ(slope_y, y);
-    EXPECT_EQ(slope_mZ, mZ);
-    EXPECT_EQ(slope_mN, mN);
+    EXPECT_EQ(x, slope_x);
+    EXPECT_EQ(y, slope_y);
+    EXPECT_EQ(mZ, slope_mZ);
+    EXPECT_EQ(mN, slope_mN);
 }
 
 /** The calls of the long sequences that their vectors leave out. */
@@ -47,9 +47,9 @@ void play(const nlohmann::json& sequence) {
             feed(usualReading(sequence.at("name"), fed));
         }
         SCOPED_TRACE(call.dump());
-        EXPECT_EQ(feed({toU64(call.at("t")), toU64(call.at("u"))}),
-                  call.at("line1").get<std::string>() + "\n" + call.at("line2").get<std::string>() +
-                      "\n");
+        EXPECT_EQ(
+            call.at("line1").get<std::string>() + "\n" + call.at("line2").get<std::string>() + "\n",
+            feed({toU64(call.at("t")), toU64(call.at("u"))}));
         expectLine(toU64(call.at("slope_x")), toU64(call.at("slope_y")), toS64(call.at("slope_mZ")),
                    toS64(call.at("slope_mN")));
         ++fed;
@@ -60,7 +60,7 @@ class FittedSequence : public testing::TestWithParam<int> {};
 
 TEST_P(FittedSequence, PrintsAndFitsAsItsVectorTells) {
     const nlohmann::json& sequences = vectors("PartialRegressionLine");
-    ASSERT_EQ(sequences.size(), 12U);
+    ASSERT_EQ(12U, sequences.size());
     play(sequences.at(static_cast<std::size_t>(GetParam())));
 }
 
@@ -71,7 +71,7 @@ TEST(FittedLine, IsTheIdentityWithoutSamples) {
 }
 
 TEST(FittedLine, StaysTheIdentityAfterOneSample) {
-    EXPECT_EQ(feed({500, 900}), "t_org=500 u_org=900  slope_y=0 m=-0.000000\nm=1\n");
+    EXPECT_EQ("t_org=500 u_org=900  slope_y=0 m=-0.000000\nm=1\n", feed({500, 900}));
     expectLine(0, 0, 1, 1);
 }
 
@@ -84,7 +84,7 @@ TEST(FittedLine, HasSlopeOneThroughTwoSamplesOfEqualDistance) {
 TEST(FittedLine, OriginIsTheSmallestReadingOfEachClockByItself) {
     feed({1000, 9000});
     feed({3000, 8000});
-    EXPECT_EQ(slope_x, 1000U);
+    EXPECT_EQ(1000U, slope_x);
     expectLine(1000, 9000, -1, 2);
 }
 
@@ -103,13 +103,13 @@ TEST(FittedLine, RoundsReadingsTo20NsHalvesUp) {
 TEST(FittedLine, PrintsWhatItWasBeforeTheSample) {
     feed({0, 7000});
     feed({400, 7200});
-    EXPECT_EQ(feed({800, 7400}), "t_org=800 u_org=7400  slope_y=7000 m=-0.000000\nm=2\n");
+    EXPECT_EQ("t_org=800 u_org=7400  slope_y=7000 m=-0.000000\nm=2\n", feed({800, 7400}));
 }
 
 TEST(FittedLine, PrintsNoNumberForTheSignificandOfANearOne) {
     slope_mZ = 9999;
     slope_mN = 10000;
-    EXPECT_EQ(feed({0, 0}), "t_org=0 u_org=0  slope_y=0 m=-nan\nm=1.0001\n");
+    EXPECT_EQ("t_org=0 u_org=0  slope_y=0 m=-nan\nm=1.0001\n", feed({0, 0}));
 }
 
 TEST(FittedLine, OfEqualReadingsOfTheReferenceClockStaysAsItWas) {

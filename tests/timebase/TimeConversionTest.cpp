@@ -13,7 +13,7 @@ constexpr unsigned long long kNoTime = 0x8000000000000000ULL;
 gPtpTimeDataStruct recordOf(const nlohmann::json& digits) {
     const std::vector<unsigned char> bytes = fromHex(digits.get<std::string>());
     gPtpTimeDataStruct record{};
-    EXPECT_EQ(bytes.size(), sizeof record);
+    EXPECT_EQ(sizeof record, bytes.size());
     std::memcpy(&record, bytes.data(), sizeof record);
     return record;
 }
@@ -29,7 +29,7 @@ TEST(TimeConversion, ToGrandmasterTimeOfEveryVector) {
     for (const nlohmann::json& vector : vectors("as_time_conversion")) {
         gPtpTimeDataStruct record = recordOf(vector.at("record"));
         for (const nlohmann::json& value : vector.at("get_1AS_time")) {
-            EXPECT_EQ(get_1AS_time(&record, toS64(value.at("t"))), toU64(value.at("result")))
+            EXPECT_EQ(toU64(value.at("result")), get_1AS_time(&record, toS64(value.at("t"))))
                 << vector.at("name") << ' ' << value;
         }
     }
@@ -39,7 +39,7 @@ TEST(TimeConversion, ToSystemTimeOfEveryVector) {
     for (const nlohmann::json& vector : vectors("as_time_conversion")) {
         gPtpTimeDataStruct record = recordOf(vector.at("record"));
         for (const nlohmann::json& value : vector.at("get_1AS_time_invers")) {
-            EXPECT_EQ(get_1AS_time_invers(&record, toU64(value.at("T"))), toU64(value.at("result")))
+            EXPECT_EQ(toU64(value.at("result")), get_1AS_time_invers(&record, toU64(value.at("T"))))
                 << vector.at("name") << ' ' << value;
         }
     }
@@ -47,45 +47,45 @@ TEST(TimeConversion, ToSystemTimeOfEveryVector) {
 
 TEST(TimeConversion, OfAnEmptyRecordIs0AndDividesByZero) {
     gPtpTimeDataStruct record{};
-    EXPECT_EQ(get_1AS_time(&record, 0), 0U);
-    EXPECT_EQ(get_1AS_time(&record, 1700000000000000000), 0U);
-    EXPECT_EQ(get_1AS_time_invers(&record, 0), kNoTime);
-    EXPECT_EQ(get_1AS_time_invers(&record, 5000), kNoTime);
+    EXPECT_EQ(0U, get_1AS_time(&record, 0));
+    EXPECT_EQ(0U, get_1AS_time(&record, 1700000000000000000));
+    EXPECT_EQ(kNoTime, get_1AS_time_invers(&record, 0));
+    EXPECT_EQ(kNoTime, get_1AS_time_invers(&record, 5000));
 }
 
 TEST(TimeConversion, WithRate1ReadsTheSameTimeBothWays) {
     gPtpTimeDataStruct record = recordWithRate(1.0L);
     record.localTime = 1000;
-    EXPECT_EQ(get_1AS_time(&record, 5000), 5000U);
-    EXPECT_EQ(get_1AS_time_invers(&record, 5000), 5000U);
+    EXPECT_EQ(5000U, get_1AS_time(&record, 5000));
+    EXPECT_EQ(5000U, get_1AS_time_invers(&record, 5000));
 }
 
 TEST(TimeConversion, TakesTheMagnitudeOfANegativeLocalTimeLessOffset) {
     gPtpTimeDataStruct record = recordWithRate(1.0L);
     record.localTime = 1000;
     record.masterOffset = 4000;
-    EXPECT_EQ(get_1AS_time(&record, 1000), 3000U);
+    EXPECT_EQ(3000U, get_1AS_time(&record, 1000));
 }
 
 TEST(TimeConversion, MultipliesBothRates) {
     gPtpTimeDataStruct record = recordWithRate(2.0L);
     storeExtended(record.rateRatio2, 1.5L);
-    EXPECT_EQ(get_1AS_time(&record, 100), 300U);
-    EXPECT_EQ(get_1AS_time_invers(&record, 300), 100U);
+    EXPECT_EQ(300U, get_1AS_time(&record, 100));
+    EXPECT_EQ(100U, get_1AS_time_invers(&record, 300));
 }
 
 TEST(TimeConversion, OfARateThatIsNoNumberIsNoTime) {
     gPtpTimeDataStruct record = recordWithRate(1.0L);
     std::memcpy(record.rateRatio1, fromHex("00000000000000c0ff7f").data(), 10);
-    EXPECT_EQ(get_1AS_time(&record, 5000), kNoTime);
-    EXPECT_EQ(get_1AS_time_invers(&record, 5000), kNoTime);
+    EXPECT_EQ(kNoTime, get_1AS_time(&record, 5000));
+    EXPECT_EQ(kNoTime, get_1AS_time_invers(&record, 5000));
 }
 
 TEST(TimeConversion, ReadsTenBytesOfARateOnly) {
     gPtpTimeDataStruct record = recordWithRate(1.0L);
     record.rateRatio1[10] = 0xFF;
     record.rateRatio2[11] = 0xFF;
-    EXPECT_EQ(get_1AS_time(&record, 5000), 5000U);
+    EXPECT_EQ(5000U, get_1AS_time(&record, 5000));
 }
 
 }  // namespace

@@ -90,8 +90,8 @@ protected:
     static void expectRefusal(const std::string& message) {
         const StdoutCapture output;
         const StdoutCapture errors(STDERR_FILENO);
-        EXPECT_EQ(OSipc::instance("eth1"), nullptr);
-        EXPECT_EQ(errors.text(), message);
+        EXPECT_EQ(nullptr, OSipc::instance("eth1"));
+        EXPECT_EQ(message, errors.text());
         EXPECT_TRUE(OSipc::map.empty());
     }
 
@@ -100,91 +100,93 @@ protected:
         DbgTraceLevel = 3;
         const StdoutCapture errors(STDERR_FILENO);
         const StdoutCapture output;
-        EXPECT_NE(OSipc::instance("eth1"), nullptr);
-        EXPECT_EQ(output.count(line), 2);
-        EXPECT_EQ(output.count("shm_name.c_str(): /eth1\n"), 3);
-        EXPECT_EQ(errors.text(), "");
+        EXPECT_NE(nullptr, OSipc::instance("eth1"));
+        EXPECT_EQ(2, output.count(line));
+        EXPECT_EQ(3, output.count("shm_name.c_str(): /eth1\n"));
+        EXPECT_EQ("", errors.text());
     }
 };
 
 TEST_F(SharedSegment, Has260ZeroBytesThatEveryoneMayReadAndWrite) {
     umask(0077);
-    ASSERT_NE(OSipc::instance("eth1"), nullptr);
-    EXPECT_EQ(toHex(segmentBytes()), std::string(520, '0'));
+    ASSERT_NE(nullptr, OSipc::instance("eth1"));
+    EXPECT_EQ(std::string(520, '0'), toHex(segmentBytes()));
     struct stat status {};
-    ASSERT_EQ(stat("/dev/shm/eth1", &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0777U);
-    EXPECT_EQ(status.st_uid, getuid());
-    EXPECT_EQ(status.st_gid, getgid());
+    ASSERT_EQ(0, stat("/dev/shm/eth1", &status));
+    EXPECT_EQ(0777U, status.st_mode & 0777U);
+    EXPECT_EQ(getuid(), status.st_uid);
+    EXPECT_EQ(getgid(), status.st_gid);
 }
 
 TEST_F(SharedSegment, FileCreationMaskIsPutBack) {
     umask(0027);
     OSipc::instance("eth1");
-    EXPECT_EQ(umask(0022), 0027U);
+    EXPECT_EQ(0027U, umask(0022));
 }
 
 TEST_F(SharedSegment, RecordLies24BytesIntoIt) {
     gPtpTimeDataStruct* const record = OSipc::instance("eth1");
     std::memset(record, 0xAB, sizeof *record);
     EXPECT_EQ(
-        toHex(segmentBytes()), std::string(48, '0') + [] {
-            std::string filled;
-            for (int i = 0; i < 236; ++i) {
-                filled += "ab";
-            }
-            return filled;
-        }());
-    EXPECT_EQ(static_cast<unsigned char*>(OSipc::global_master_offset_buffer) + 24,
-              reinterpret_cast<unsigned char*>(record));
-    EXPECT_EQ(OSipc::record, record);
+        std::string(48, '0') +
+            [] {
+                std::string filled;
+                for (int i = 0; i < 236; ++i) {
+                    filled += "ab";
+                }
+                return filled;
+            }(),
+        toHex(segmentBytes()));
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(record),
+              static_cast<unsigned char*>(OSipc::global_master_offset_buffer) + 24);
+    EXPECT_EQ(record, OSipc::record);
 }
 
 TEST_F(SharedSegment, TheSameNameGetsTheSameRecordUntouched) {
     gPtpTimeDataStruct* const record = OSipc::instance("eth1");
     record->linkDelay = 77;
     const StdoutCapture output;
-    EXPECT_EQ(OSipc::instance("eth1"), record);
-    EXPECT_EQ(record->linkDelay, 77);
-    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(record, OSipc::instance("eth1"));
+    EXPECT_EQ(77, record->linkDelay);
+    EXPECT_EQ("", output.text());
 }
 
 TEST_F(SharedSegment, ASecondNameMapsTheSameBytesAgainAndZeroesThem) {
     gPtpTimeDataStruct* const first = OSipc::instance("eth1");
     first->linkDelay = 77;
     gPtpTimeDataStruct* const second = OSipc::instance("wm0");
-    EXPECT_NE(second, first);
-    EXPECT_EQ(first->linkDelay, 0);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(0, first->linkDelay);
     second->softOffset = 5;
-    EXPECT_EQ(first->softOffset, 5);
-    EXPECT_EQ(OSipc::map.size(), 2U);
-    EXPECT_EQ(OSipc::record, second);
+    EXPECT_EQ(5, first->softOffset);
+    EXPECT_EQ(2U, OSipc::map.size());
+    EXPECT_EQ(second, OSipc::record);
 }
 
 TEST_F(SharedSegment, AnOlderSegmentIsResizedAndZeroed) {
     const int descriptor = open("/dev/shm/eth1", O_CREAT | O_WRONLY, 0600);
     const std::vector<unsigned char> old(700, 0xEE);
-    ASSERT_EQ(write(descriptor, old.data(), old.size()), 700);
+    ASSERT_EQ(700, write(descriptor, old.data(), old.size()));
     close(descriptor);
     OSipc::instance("eth1");
-    EXPECT_EQ(toHex(segmentBytes()), std::string(520, '0'));
+    EXPECT_EQ(std::string(520, '0'), toHex(segmentBytes()));
 }
 
 TEST_F(SharedSegment, StaysWhenItsUserIsGone) {
     const StdoutCapture output;
     OSipc::instance("eth1")->linkDelay = 1;
     { const OSipc user; }
-    EXPECT_EQ(segmentBytes().at(24), 1);
+    EXPECT_EQ(1, segmentBytes().at(24));
 }
 
 TEST_F(SharedSegment, MappingLogsTheSegmentName) {
     const StdoutCapture output;
     OSipc::instance("eth1");
-    ASSERT_EQ(output.lines().size(), 1U);
-    EXPECT_EQ(output.lines()[0].level, "DEBUG");
-    EXPECT_EQ(output.lines()[0].file, "timebase/osipc.cpp");
-    EXPECT_EQ(output.lines()[0].function, "instance");
-    EXPECT_EQ(output.lines()[0].text, "shm_name.c_str(): /eth1");
+    ASSERT_EQ(1U, output.lines().size());
+    EXPECT_EQ("DEBUG", output.lines()[0].level);
+    EXPECT_EQ("timebase/osipc.cpp", output.lines()[0].file);
+    EXPECT_EQ("instance", output.lines()[0].function);
+    EXPECT_EQ("shm_name.c_str(): /eth1", output.lines()[0].text);
 }
 
 TEST_F(SharedSegment, KeepsNoDescriptorOpen) {
@@ -193,7 +195,7 @@ TEST_F(SharedSegment, KeepsNoDescriptorOpen) {
     OSipc::instance("eth1");
     const int after = dup(0);
     close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(before, after);
 }
 
 TEST_F(SharedSegment, ANameIsNeeded) {
@@ -201,16 +203,16 @@ TEST_F(SharedSegment, ANameIsNeeded) {
         OSipc::instance(nullptr);
         FAIL() << "no exception";
     } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "basic_string: construction from null is not valid");
+        EXPECT_STREQ("basic_string: construction from null is not valid", error.what());
     }
-    EXPECT_NE(OSipc::instance("eth1"), nullptr) << "the lock was not released";
+    EXPECT_NE(nullptr, OSipc::instance("eth1")) << "the lock was not released";
 }
 
 TEST_F(SharedSegment, AnUnusableNameIsReportedAndTriedAgainNextTime) {
     shm_name = "/" + std::string(300, 'x');
     expectRefusal("shm_open: Invalid argument\n");
     shm_name = "/eth1";
-    EXPECT_NE(OSipc::instance("eth1"), nullptr);
+    EXPECT_NE(nullptr, OSipc::instance("eth1"));
 }
 
 TEST_F(SharedSegment, FailureToOpenIsReported) {
@@ -248,8 +250,8 @@ TEST(GetTime, LeavesItsArgument) {
     time.tv_sec = 12;
     time.tv_nsec = 34;
     getTime(&time);
-    EXPECT_EQ(time.tv_sec, 12);
-    EXPECT_EQ(time.tv_nsec, 34);
+    EXPECT_EQ(12, time.tv_sec);
+    EXPECT_EQ(34, time.tv_nsec);
 }
 
 }  // namespace

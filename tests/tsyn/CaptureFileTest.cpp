@@ -24,7 +24,7 @@ protected:
         pcap_t* const dead =
             pcap_open_dead_with_tstamp_precision(linkType, 65535, PCAP_TSTAMP_PRECISION_NANO);
         pcap_dumper_t* const dumper = pcap_dump_open(dead, path_.c_str());
-        ASSERT_NE(dumper, nullptr) << pcap_geterr(dead);
+        ASSERT_NE(nullptr, dumper) << pcap_geterr(dead);
         for (const Bytes& frame : frames) {
             pcap_pkthdr header{};
             header.ts.tv_sec = 1700000000;
@@ -63,45 +63,45 @@ Bytes securedFollowUp() {
 TEST_F(CaptureFileTest, FramesComeBackWithNanoseconds) {
     write({securedFollowUp()});
     tsyn::CaptureFile file;
-    ASSERT_EQ(file.open(path_), "");
+    ASSERT_EQ("", file.open(path_));
     tsyn::CaptureFrame frame;
     ASSERT_TRUE(file.next(frame));
-    EXPECT_EQ(frame.number, 1U);
-    EXPECT_EQ(frame.timeNs, 1700000000123456789ULL);
-    EXPECT_EQ(Bytes(frame.bytes, frame.bytes + frame.captured), securedFollowUp());
+    EXPECT_EQ(1U, frame.number);
+    EXPECT_EQ(1700000000123456789ULL, frame.timeNs);
+    EXPECT_EQ(securedFollowUp(), Bytes(frame.bytes, frame.bytes + frame.captured));
     EXPECT_FALSE(file.next(frame));
-    EXPECT_EQ(file.error(), "");
+    EXPECT_EQ("", file.error());
 }
 
 TEST_F(CaptureFileTest, StatusTellsRightFromWrong) {
     write({securedFollowUp()});
     testing::internal::CaptureStdout();
-    EXPECT_EQ(check(), 0);
-    EXPECT_EQ(check("00000000000000000000000000000000"), 1);
+    EXPECT_EQ(0, check());
+    EXPECT_EQ(1, check("00000000000000000000000000000000"));
     const std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_NE(text.find("no findings"), std::string::npos) << text;
-    EXPECT_NE(text.find("UserData Secured: CRC_UserData is 0x"), std::string::npos) << text;
+    EXPECT_NE(std::string::npos, text.find("no findings")) << text;
+    EXPECT_NE(std::string::npos, text.find("UserData Secured: CRC_UserData is 0x")) << text;
 }
 
 TEST_F(CaptureFileTest, UnreadableFilesGiveOneLine) {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(check(), 2);
+    EXPECT_EQ(2, check());
     write({securedFollowUp()}, DLT_LINUX_SLL);
-    EXPECT_EQ(check(), 2);
+    EXPECT_EQ(2, check());
     const std::string text = testing::internal::GetCapturedStderr();
-    EXPECT_NE(text.find("No such file"), std::string::npos) << text;
-    EXPECT_NE(text.find("LINUX_SLL frames, not Ethernet"), std::string::npos) << text;
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
+    EXPECT_NE(std::string::npos, text.find("No such file")) << text;
+    EXPECT_NE(std::string::npos, text.find("LINUX_SLL frames, not Ethernet")) << text;
+    EXPECT_EQ(2, std::count(text.begin(), text.end(), '\n'));
 }
 
 TEST_F(CaptureFileTest, CutFileIsReportedAfterItsWholeFrames) {
     write({securedFollowUp(), securedFollowUp()});
-    ASSERT_EQ(truncate(path_.c_str(), 24 + 16 + 116 + 20), 0);
+    ASSERT_EQ(0, truncate(path_.c_str(), 24 + 16 + 116 + 20));
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
-    EXPECT_EQ(check(), 2);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find(": 1 frames"), std::string::npos);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("beyond frame 1"), std::string::npos);
+    EXPECT_EQ(2, check());
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStdout().find(": 1 frames"));
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("beyond frame 1"));
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ TEST(FollowUpChecker, EveryFollowUpOfAComputingMasterIsAllRight) {
     for (const auto& vector : vectors("follow_up")) {
         if (vector.at("TxCrcMode") == 1) {
             const Bytes message = fromHex(vector.at("message"));
-            EXPECT_EQ(fieldsOf(message), std::set<std::string>()) << vector.at("name");
+            EXPECT_EQ(std::set<std::string>(), fieldsOf(message)) << vector.at("name");
             ++checked;
         }
     }
@@ -131,7 +131,7 @@ TEST(FollowUpChecker, FlippedHeaderBitIsFoundInTheCrcThatCoversIt) {
             for (std::size_t bit = 8 * first; bit < 8 * end; ++bit) {
                 const auto flip = static_cast<unsigned char>(0x80U >> bit % 8);
                 const Bytes message = changed(bit / 8, fromHex(kSecured)[bit / 8] ^ flip);
-                EXPECT_EQ(fieldsOf(message).count(field), 1U) << field << ", bit " << bit;
+                EXPECT_EQ(1U, fieldsOf(message).count(field)) << field << ", bit " << bit;
             }
         }
     };
@@ -195,25 +195,26 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(FollowUpChecker, OneWrongCrcIsOneFindingWithItsPlace) {
     const std::vector<Finding> findings = findingsOf(changed(kSubTlvs + 4, 0x00));
-    ASSERT_EQ(findings.size(), 1U);
-    EXPECT_EQ(tsyn::findingLine(findings[0]),
-              "frame 1  1700000000.001000000  001b21fffeaabbcc-3  seq 291  "
-              "Time Secured: CRC_Time_1 is 0x00, should be 0xfd");
+    ASSERT_EQ(1U, findings.size());
+    EXPECT_EQ(
+        "frame 1  1700000000.001000000  001b21fffeaabbcc-3  seq 291  "
+        "Time Secured: CRC_Time_1 is 0x00, should be 0xfd",
+        tsyn::findingLine(findings[0]));
 }
 
 TEST(FollowUpChecker, AnotherDataIdListFailsEveryCrc) {
     tsyn::FollowUpChecker checker(tsyn::DataIdList{});
     const Bytes frame = ethernet(fromHex(kSecured));
     checker.add({1, 0, frame.data(), frame.size(), frame.size()});
-    EXPECT_EQ(checker.result().findings.size(), 4U);
-    EXPECT_NE(tsyn::checkSummary("f", checker.result()).find("--data-id-list"), std::string::npos);
+    EXPECT_EQ(4U, checker.result().findings.size());
+    EXPECT_NE(std::string::npos, tsyn::checkSummary("f", checker.result()).find("--data-id-list"));
 }
 
 TEST(FollowUpChecker, LengthFieldAgainstMessageLength) {
     const std::vector<Finding> findings = findingsOf(changed(kAutosarTlv + 3, 200));
-    ASSERT_EQ(findings.size(), 1U);
-    EXPECT_EQ(findings[0].defect.kind, DefectKind::kLength);
-    EXPECT_EQ(findings[0].defect.text, "is 200, messageLength 102 leaves 22");
+    ASSERT_EQ(1U, findings.size());
+    EXPECT_EQ(DefectKind::kLength, findings[0].defect.kind);
+    EXPECT_EQ("is 200, messageLength 102 leaves 22", findings[0].defect.text);
 }
 
 /** messageLength cut to every size: never a read beyond it, always a finding. */
@@ -226,7 +227,7 @@ TEST(FollowUpChecker, CutMessageIsFoundAtEveryLength) {
         message.shrink_to_fit();
         // Whole without the AUTOSAR TLV or without any TLV: a shorter, but sound message.
         const bool sound = length == kAutosarTlv || length == 44;
-        EXPECT_EQ(findingsOf(message).empty(), sound) << "said " << length;
+        EXPECT_EQ(sound, findingsOf(message).empty()) << "said " << length;
     }
 }
 
@@ -236,18 +237,18 @@ TEST(FollowUpChecker, SubTlvBeyondItsTlv) {
     message[3] = static_cast<unsigned char>(message.size());
     message[kAutosarTlv + 3] = 9;
     const std::vector<Finding> findings = findingsOf(message);
-    ASSERT_EQ(findings.size(), 1U);
-    EXPECT_EQ(findings[0].defect.part, "Time Secured");
-    EXPECT_EQ(findings[0].defect.text, "needs 3 bytes, the TLV leaves 1");
+    ASSERT_EQ(1U, findings.size());
+    EXPECT_EQ("Time Secured", findings[0].defect.part);
+    EXPECT_EQ("needs 3 bytes, the TLV leaves 1", findings[0].defect.text);
 }
 
 TEST(FollowUpChecker, SnapLengthIsToldFromAShortFrame) {
     Wire wire;
     wire.send(ethernet(fromHex(kSecured)), 10);
     wire.send(ethernet(sync(1)), 40);
-    ASSERT_EQ(wire.findings().size(), 2U);
-    EXPECT_EQ(wire.findings()[0].defect.kind, DefectKind::kCut);
-    EXPECT_EQ(wire.findings()[1].defect.kind, DefectKind::kCut);
+    ASSERT_EQ(2U, wire.findings().size());
+    EXPECT_EQ(DefectKind::kCut, wire.findings()[0].defect.kind);
+    EXPECT_EQ(DefectKind::kCut, wire.findings()[1].defect.kind);
     EXPECT_FALSE(wire.findings()[1].sequenceId);
 }
 
@@ -258,21 +259,21 @@ TEST(FollowUpChecker, VlanTagsAreLookedBehind) {
     wire.send(fromHex("0180c200000e001b21aabbcc08004500"));
     wire.send(fromHex("0180c200000e001b21aabbcc8100"));
     EXPECT_TRUE(wire.findings().empty());
-    EXPECT_EQ(wire.result().vlanTagged, 2U);
-    EXPECT_EQ(wire.result().notPtp, 2U);
-    EXPECT_EQ(wire.result().byType[8], 1U);
-    EXPECT_EQ(wire.result().byType[0], 1U);
-    EXPECT_EQ(wire.result().right[0], 1U);
+    EXPECT_EQ(2U, wire.result().vlanTagged);
+    EXPECT_EQ(2U, wire.result().notPtp);
+    EXPECT_EQ(1U, wire.result().byType[8]);
+    EXPECT_EQ(1U, wire.result().byType[0]);
+    EXPECT_EQ(1U, wire.result().right[0]);
 }
 
 TEST(FollowUpChecker, SequenceIdsCountByOneAndWrap) {
     EXPECT_TRUE(sequenceTexts({65534, 65535, 0, 1}).empty());
-    EXPECT_EQ(sequenceTexts({7, 9}), std::vector<std::string>{"follows 7: 1 missing (8)"});
-    EXPECT_EQ(sequenceTexts({65534, 2}),
-              std::vector<std::string>{"follows 65534: 3 missing (65535 to 1)"});
-    EXPECT_EQ(sequenceTexts({7, 7, 8}), std::vector<std::string>{"repeats"});
-    EXPECT_EQ(sequenceTexts({700, 1, 2}),
-              std::vector<std::string>{"follows 700: restarted or out of order"});
+    EXPECT_EQ(std::vector<std::string>{"follows 7: 1 missing (8)"}, sequenceTexts({7, 9}));
+    EXPECT_EQ(std::vector<std::string>{"follows 65534: 3 missing (65535 to 1)"},
+              sequenceTexts({65534, 2}));
+    EXPECT_EQ(std::vector<std::string>{"repeats"}, sequenceTexts({7, 7, 8}));
+    EXPECT_EQ(std::vector<std::string>{"follows 700: restarted or out of order"},
+              sequenceTexts({700, 1, 2}));
 }
 
 TEST(FollowUpChecker, PortsAndTypesCountApart) {
@@ -289,11 +290,11 @@ TEST(FollowUpChecker, JsonHoldsCountsAndFindings) {
     Wire wire;
     wire.send(ethernet(changed(kSubTlvs + 4, 0x00)));
     const auto json = nlohmann::json::parse(tsyn::checkJson("x.pcap", wire.result()));
-    EXPECT_EQ(json.at("messages").at("Follow_Up"), 1);
-    EXPECT_EQ(json.at("crc").at("CRC_Time_1").at("wrong"), 1);
-    EXPECT_EQ(json.at("crc").at("CRC_UserData").at("right"), 1);
-    EXPECT_EQ(json.at("findings").at(0).at("field"), "CRC_Time_1");
-    EXPECT_EQ(json.at("findings").at(0).at("sequence_id"), 291);
+    EXPECT_EQ(1, json.at("messages").at("Follow_Up"));
+    EXPECT_EQ(1, json.at("crc").at("CRC_Time_1").at("wrong"));
+    EXPECT_EQ(1, json.at("crc").at("CRC_UserData").at("right"));
+    EXPECT_EQ("CRC_Time_1", json.at("findings").at(0).at("field"));
+    EXPECT_EQ(291, json.at("findings").at(0).at("sequence_id"));
 }
 
 }  // namespace

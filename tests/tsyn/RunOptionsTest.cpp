@@ -16,29 +16,29 @@ tsyn::RunOptions parsed(const std::string& words) {
 
 TEST(RunOptions, DefaultsSuitABench) {
     const TSynInstanceConfig config = tsyn::makeConfig(parsed("eth1 --role slave"));
-    EXPECT_EQ(config.recordSize, 356U);
-    EXPECT_STREQ(config.interfaceName, "eth1");
-    EXPECT_EQ(config.role, 0);
-    EXPECT_EQ(config.VlanID, -1);
-    EXPECT_EQ(config.PropagationDelay, 0);
-    EXPECT_EQ(config.syncInterval, 125.0);
-    EXPECT_EQ(config.TxMode, 1U);
-    EXPECT_EQ(config.TxCrcMode, 1U);
-    EXPECT_EQ(config.EnableAutosarExtensions, 0);
+    EXPECT_EQ(356U, config.recordSize);
+    EXPECT_STREQ("eth1", config.interfaceName);
+    EXPECT_EQ(0, config.role);
+    EXPECT_EQ(-1, config.VlanID);
+    EXPECT_EQ(0, config.PropagationDelay);
+    EXPECT_EQ(125.0, config.syncInterval);
+    EXPECT_EQ(1U, config.TxMode);
+    EXPECT_EQ(1U, config.TxCrcMode);
+    EXPECT_EQ(0, config.EnableAutosarExtensions);
 }
 
 TEST(RunOptions, EveryProtocolOptionReachesItsField) {
     const TSynInstanceConfig config = tsyn::makeConfig(
         parsed("eth1 --role master --stack es0 --domain 15 --vlan-id 4096 --vlan-prio 7 "
                "--propagation-delay 1500 --sync-interval 250.5 --tx-mode 0"));
-    EXPECT_EQ(config.role, 1);
-    EXPECT_STREQ(config.ethStackIdent, "es0");
-    EXPECT_EQ(config.Domain, 15);
-    EXPECT_EQ(config.VlanID, 4096);
-    EXPECT_EQ(config.VlanPrio, 7U);
-    EXPECT_EQ(config.PropagationDelay, 1500);
-    EXPECT_EQ(config.syncInterval, 250.5);
-    EXPECT_EQ(config.TxMode, 0U);
+    EXPECT_EQ(1, config.role);
+    EXPECT_STREQ("es0", config.ethStackIdent);
+    EXPECT_EQ(15, config.Domain);
+    EXPECT_EQ(4096, config.VlanID);
+    EXPECT_EQ(7U, config.VlanPrio);
+    EXPECT_EQ(1500, config.PropagationDelay);
+    EXPECT_EQ(250.5, config.syncInterval);
+    EXPECT_EQ(0U, config.TxMode);
 }
 
 TEST(RunOptions, EveryAutosarOptionReachesItsField) {
@@ -46,23 +46,23 @@ TEST(RunOptions, EveryAutosarOptionReachesItsField) {
         parsed("eth1 --role master --autosar --data-id-list 000102030405060708090a0b0c0d0eFF "
                "--tx-crc-mode 0 --time-tlv secured --status-tlv not-secured "
                "--user-data-tlv secured --crc-time-flags 0x7F"));
-    EXPECT_EQ(config.EnableAutosarExtensions, 1);
-    EXPECT_EQ(config.DataIDList[1], 0x01);
-    EXPECT_EQ(config.DataIDList[15], 0xFF);
-    EXPECT_EQ(config.TxCrcMode, 0U);
-    EXPECT_EQ(config.selector1, 1U);
-    EXPECT_EQ(config.selector2, 2U);
-    EXPECT_EQ(config.selector3, 1U);
-    EXPECT_EQ(config.CrcTimeFlags, 127);
+    EXPECT_EQ(1, config.EnableAutosarExtensions);
+    EXPECT_EQ(0x01, config.DataIDList[1]);
+    EXPECT_EQ(0xFF, config.DataIDList[15]);
+    EXPECT_EQ(0U, config.TxCrcMode);
+    EXPECT_EQ(1U, config.selector1);
+    EXPECT_EQ(2U, config.selector2);
+    EXPECT_EQ(1U, config.selector3);
+    EXPECT_EQ(127, config.CrcTimeFlags);
 }
 
 TEST(RunOptions, StatusAndUserDataOfAMaster) {
     const tsyn::RunOptions options =
         parsed("eth1 --role master --status global+gateway --user-data 1122");
-    EXPECT_EQ(options.timeBaseStatus, 0x0CU);
-    EXPECT_EQ(tsyn::makeUserData(options), (std::array<unsigned char, 4>{2, 0x11, 0x22, 0}));
-    EXPECT_EQ(parsed("eth1 --role master").timeBaseStatus, 0x08U);
-    EXPECT_EQ(tsyn::makeUserData(parsed("eth1 --role master"))[0], 0);
+    EXPECT_EQ(0x0CU, options.timeBaseStatus);
+    EXPECT_EQ((std::array<unsigned char, 4>{2, 0x11, 0x22, 0}), tsyn::makeUserData(options));
+    EXPECT_EQ(0x08U, parsed("eth1 --role master").timeBaseStatus);
+    EXPECT_EQ(0, tsyn::makeUserData(parsed("eth1 --role master"))[0]);
 }
 
 class RefusedOption : public testing::TestWithParam<const char*> {};

@@ -17,12 +17,12 @@ SubTlvReading reading(unsigned int count, unsigned char time1Valid = 1) {
 TEST(SubTlvTracker, CountsAFollowUpOneLookAfterItsSync) {
     SubTlvTracker tracker;
     tracker.update(1, reading(0));
-    EXPECT_EQ(tracker.followUps(), 0U);
+    EXPECT_EQ(0U, tracker.followUps());
     tracker.update(1, reading(4));
     tracker.update(1, reading(4));
-    EXPECT_EQ(tracker.followUps(), 1U);
-    EXPECT_EQ(tracker.allValid(), 1U);
-    EXPECT_EQ(tracker.valid(CrcField::kUserData), 1U);
+    EXPECT_EQ(1U, tracker.followUps());
+    EXPECT_EQ(1U, tracker.allValid());
+    EXPECT_EQ(1U, tracker.valid(CrcField::kUserData));
 }
 
 TEST(SubTlvTracker, SyncInEveryLookIsCountedOnce) {
@@ -30,29 +30,29 @@ TEST(SubTlvTracker, SyncInEveryLookIsCountedOnce) {
     for (unsigned int sync = 1; sync <= 10; ++sync) {
         tracker.update(sync, reading(4));
     }
-    EXPECT_EQ(tracker.followUps(), 9U);
+    EXPECT_EQ(9U, tracker.followUps());
 }
 
 TEST(SubTlvTracker, OneWrongCrcSpoilsAFollowUp) {
     SubTlvTracker tracker;
     tracker.update(1, reading(4, 0));
     tracker.update(1, reading(4, 0));
-    EXPECT_EQ(tracker.followUps(), 1U);
-    EXPECT_EQ(tracker.allValid(), 0U);
-    EXPECT_EQ(tracker.valid(CrcField::kTime0), 1U);
-    EXPECT_EQ(tracker.valid(CrcField::kTime1), 0U);
+    EXPECT_EQ(1U, tracker.followUps());
+    EXPECT_EQ(0U, tracker.allValid());
+    EXPECT_EQ(1U, tracker.valid(CrcField::kTime0));
+    EXPECT_EQ(0U, tracker.valid(CrcField::kTime1));
 }
 
 TEST(SubTlvTracker, FollowUpsWithoutSubTlvsDoNotCount) {
     SubTlvTracker tracker;
     tracker.update(1, reading(0));
     tracker.update(1, reading(0));
-    EXPECT_EQ(tracker.followUps(), 0U);
+    EXPECT_EQ(0U, tracker.followUps());
     EXPECT_FALSE(tracker.last());
 }
 
 TEST(SubTlvTracker, CountBeyondItsRoomReadsFourEntries) {
-    EXPECT_EQ(tsyn::recordedCrcs(reading(6)), 4U);
+    EXPECT_EQ(4U, tsyn::recordedCrcs(reading(6)));
     EXPECT_TRUE(tsyn::allCrcsValid(reading(6)));
     EXPECT_FALSE(tsyn::allCrcsValid(reading(0)));
 }

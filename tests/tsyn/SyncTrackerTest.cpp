@@ -37,36 +37,36 @@ SyncTracker slaveAfter(unsigned int syncs) {
 
 TEST(SyncTracker, StartsWithoutARecord) {
     const SyncTracker tracker(false, kIntervalMs);
-    EXPECT_EQ(tracker.state(1.0), SyncState::kStarting);
+    EXPECT_EQ(SyncState::kStarting, tracker.state(1.0));
 }
 
 TEST(SyncTracker, ZeroedRecordHasNoSync) {
-    EXPECT_EQ(slaveAfter(0).state(5.0), SyncState::kNoSync);
+    EXPECT_EQ(SyncState::kNoSync, slaveAfter(0).state(5.0));
 }
 
 TEST(SyncTracker, FirstTwoPairsOnlyPrime) {
-    EXPECT_EQ(slaveAfter(1).state(kIntervalS), SyncState::kPriming);
-    EXPECT_EQ(slaveAfter(2).state(2 * kIntervalS), SyncState::kPriming);
+    EXPECT_EQ(SyncState::kPriming, slaveAfter(1).state(kIntervalS));
+    EXPECT_EQ(SyncState::kPriming, slaveAfter(2).state(2 * kIntervalS));
     EXPECT_FALSE(slaveAfter(2).firstValidS());
 }
 
 TEST(SyncTracker, ThirdPairSynchronises) {
     const SyncTracker tracker = slaveAfter(3);
-    EXPECT_EQ(tracker.state(3 * kIntervalS), SyncState::kSynchronised);
-    EXPECT_DOUBLE_EQ(tracker.firstSyncS().value(), kIntervalS);
-    EXPECT_DOUBLE_EQ(tracker.firstValidS().value(), 3 * kIntervalS);
+    EXPECT_EQ(SyncState::kSynchronised, tracker.state(3 * kIntervalS));
+    EXPECT_DOUBLE_EQ(kIntervalS, tracker.firstSyncS().value());
+    EXPECT_DOUBLE_EQ(3 * kIntervalS, tracker.firstValidS().value());
 }
 
 TEST(SyncTracker, SeeingTheSameRecordAgainIsNoProgress) {
     SyncTracker tracker = slaveAfter(2);
     tracker.update(recordAfter(2, 1, 1.0L), 2.1 * kIntervalS);
-    EXPECT_EQ(tracker.state(2.1 * kIntervalS), SyncState::kPriming);
+    EXPECT_EQ(SyncState::kPriming, tracker.state(2.1 * kIntervalS));
 }
 
 TEST(SyncTracker, GoesStaleAfterThreeIntervals) {
     const SyncTracker tracker = slaveAfter(4);
-    EXPECT_EQ(tracker.state(7 * kIntervalS), SyncState::kSynchronised);
-    EXPECT_EQ(tracker.state(7.1 * kIntervalS), SyncState::kStale);
+    EXPECT_EQ(SyncState::kSynchronised, tracker.state(7 * kIntervalS));
+    EXPECT_EQ(SyncState::kStale, tracker.state(7.1 * kIntervalS));
 }
 
 TEST(SyncTracker, SyncWithoutFollowUpGoesStale) {
@@ -74,7 +74,7 @@ TEST(SyncTracker, SyncWithoutFollowUpGoesStale) {
     for (unsigned int sync = 5; sync < 10; ++sync) {
         tracker.update(recordAfter(sync, 3, 1.0L), sync * kIntervalS);
     }
-    EXPECT_EQ(tracker.state(9 * kIntervalS), SyncState::kStale);
+    EXPECT_EQ(SyncState::kStale, tracker.state(9 * kIntervalS));
 }
 
 TEST(SyncTracker, PairThatLeavesTheOffsetBehindIsRefused) {
@@ -82,24 +82,24 @@ TEST(SyncTracker, PairThatLeavesTheOffsetBehindIsRefused) {
     gPtpTimeDataStruct stepped = recordAfter(5, 4, 1.0L);
     stepped.localTime += 2000000;
     tracker.update(stepped, 5 * kIntervalS);
-    EXPECT_EQ(tracker.state(5 * kIntervalS), SyncState::kRefused);
+    EXPECT_EQ(SyncState::kRefused, tracker.state(5 * kIntervalS));
 }
 
 TEST(SyncTracker, RatioOutOfRangeNeverSynchronises) {
     SyncTracker tracker = slaveAfter(1);
     for (unsigned int sync = 2; sync < 6; ++sync) {
         tracker.update(recordAfter(sync, sync - 1, 1.0003L), sync * kIntervalS);
-        EXPECT_EQ(tracker.state(sync * kIntervalS), SyncState::kPriming);
+        EXPECT_EQ(SyncState::kPriming, tracker.state(sync * kIntervalS));
     }
 }
 
 TEST(SyncTracker, MasterSendsWhileItsSequenceMoves) {
     SyncTracker tracker(true, kIntervalMs);
     tracker.update(recordAfter(0, 0, 0.0L), 0.0);
-    EXPECT_EQ(tracker.state(0.1), SyncState::kSilent);
+    EXPECT_EQ(SyncState::kSilent, tracker.state(0.1));
     tracker.update(recordAfter(1, 0, 0.0L), 1.0);
-    EXPECT_EQ(tracker.state(1.0), SyncState::kSending);
-    EXPECT_EQ(tracker.state(1.4), SyncState::kStale);
+    EXPECT_EQ(SyncState::kSending, tracker.state(1.0));
+    EXPECT_EQ(SyncState::kStale, tracker.state(1.4));
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ std::int64_t asNs(const ptp_clock_time& time) {
 
 std::int64_t readClock(clockid_t clock) {
     timespec time{};
-    EXPECT_EQ(clock_gettime(clock, &time), 0);
+    EXPECT_EQ(0, clock_gettime(clock, &time));
     return asNs(time);
 }
 
@@ -56,14 +56,14 @@ protected:
 
 TEST_F(CardClock, OpensUnderItsIndexAlone) {
     EXPECT_GE(fd_, 0);
-    EXPECT_EQ(open("/dev/ptp18", O_RDWR), -1);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(open("/dev/ptp17x", O_RDWR), -1);
+    EXPECT_EQ(-1, open("/dev/ptp18", O_RDWR));
+    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(-1, open("/dev/ptp17x", O_RDWR));
 }
 
 TEST_F(CardClock, BeginsAtTheSystemTimePlusItsOffset) {
     const std::int64_t aheadNs = readClock(clockOf(fd_)) - readClock(CLOCK_REALTIME);
-    EXPECT_NEAR(static_cast<double>(aheadNs), 1.5e9, 50e6);
+    EXPECT_NEAR(1.5e9, static_cast<double>(aheadNs), 50e6);
 }
 
 TEST_F(CardClock, IsReadBetweenCallAndReturn) {
@@ -71,7 +71,7 @@ TEST_F(CardClock, IsReadBetweenCallAndReturn) {
         const std::uint64_t before = virtual_i210::rawNowNs();
         const std::int64_t phcNs = readClock(clockOf(fd_));
         const std::uint64_t after = virtual_i210::rawNowNs();
-        ASSERT_EQ(phcNs % 8, 0);
+        ASSERT_EQ(0, phcNs % 8);
         ASSERT_GT(phcNs, truth(before) - 8);
         ASSERT_LE(phcNs, truth(after));
     }
@@ -79,7 +79,7 @@ TEST_F(CardClock, IsReadBetweenCallAndReturn) {
 
 TEST_F(CardClock, IsSetAndStepped) {
     const timespec start{1000, 500'000'000};
-    ASSERT_EQ(clock_settime(clockOf(fd_), &start), 0);
+    ASSERT_EQ(0, clock_settime(clockOf(fd_), &start));
     const std::int64_t set = readClock(clockOf(fd_));
     EXPECT_GE(set, 1'000'500'000'000);
     EXPECT_LT(set, 1'001'000'000'000);
@@ -87,36 +87,36 @@ TEST_F(CardClock, IsSetAndStepped) {
     step.modes = ADJ_SETOFFSET | ADJ_NANO;
     step.time.tv_sec = -3;
     step.time.tv_usec = 250;
-    ASSERT_EQ(clock_adjtime(clockOf(fd_), &step), 0);
-    EXPECT_NEAR(static_cast<double>(readClock(clockOf(fd_)) - set), -3e9, 500e6);
+    ASSERT_EQ(0, clock_adjtime(clockOf(fd_), &step));
+    EXPECT_NEAR(-3e9, static_cast<double>(readClock(clockOf(fd_)) - set), 500e6);
 }
 
 TEST_F(CardClock, RunsAtTheAdjustedRate) {
     timex tune{};
     tune.modes = ADJ_FREQUENCY;
     tune.freq = -37L * 65536;
-    ASSERT_EQ(clock_adjtime(clockOf(fd_), &tune), 0);
+    ASSERT_EQ(0, clock_adjtime(clockOf(fd_), &tune));
     const std::uint64_t now = virtual_i210::rawNowNs();
     const std::int64_t hourNs = 3'600'000'000'000;
     const std::int64_t moved = truth(now + static_cast<std::uint64_t>(hourNs)) - truth(now);
     // (1 + 37e-6)(1 - 37e-6), and a wander of at most 15 ppb x 127.1 s / 8 either way
-    EXPECT_NEAR(static_cast<double>(moved - hourNs), -37e-6 * 37e-6 * 3.6e12, 500.0);
+    EXPECT_NEAR(-37e-6 * 37e-6 * 3.6e12, static_cast<double>(moved - hourNs), 500.0);
     timex read{};
-    ASSERT_EQ(clock_adjtime(clockOf(fd_), &read), 0);
-    EXPECT_EQ(read.freq, -37L * 65536);
+    ASSERT_EQ(0, clock_adjtime(clockOf(fd_), &read));
+    EXPECT_EQ(-37L * 65536, read.freq);
 }
 
 TEST_F(CardClock, RefusesWhatTheDriverRefuses) {
     timex offset{};
     offset.modes = ADJ_OFFSET;
-    EXPECT_EQ(clock_adjtime(clockOf(fd_), &offset), -1);
-    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(-1, clock_adjtime(clockOf(fd_), &offset));
+    EXPECT_EQ(EOPNOTSUPP, errno);
     const timespec bad{1, 1'000'000'000};
-    EXPECT_EQ(clock_settime(clockOf(fd_), &bad), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(-1, clock_settime(clockOf(fd_), &bad));
+    EXPECT_EQ(EINVAL, errno);
     ptp_sys_offset_precise precise{};
-    EXPECT_EQ(ioctl(fd_, PTP_SYS_OFFSET_PRECISE, &precise), -1);
-    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(-1, ioctl(fd_, PTP_SYS_OFFSET_PRECISE, &precise));
+    EXPECT_EQ(EOPNOTSUPP, errno);
 }
 
 TEST_F(CardClock, RefusesAFrequencyBeyondTheCards) {
@@ -127,8 +127,8 @@ TEST_F(CardClock, RefusesAFrequencyBeyondTheCards) {
     timex tune{};
     tune.modes = ADJ_FREQUENCY;
     tune.freq = static_cast<long>(scaledPpm);
-    EXPECT_EQ(clock_adjtime(clockOf(fd_), &tune), -1);
-    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(-1, clock_adjtime(clockOf(fd_), &tune));
+    EXPECT_EQ(ERANGE, errno);
 }
 
 TEST_F(CardClock, IsOnlyReadThroughAReadOnlyDescriptor) {
@@ -136,8 +136,8 @@ TEST_F(CardClock, IsOnlyReadThroughAReadOnlyDescriptor) {
     ASSERT_GE(fd, 0);
     EXPECT_GT(readClock(clockOf(fd)), 0);
     const timespec start{1000, 0};
-    EXPECT_EQ(clock_settime(clockOf(fd), &start), -1);
-    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(-1, clock_settime(clockOf(fd), &start));
+    EXPECT_EQ(EACCES, errno);
     close(fd);
 }
 
@@ -147,7 +147,7 @@ TEST_F(CardClock, FollowsItsDescriptorThroughCopies) {
     EXPECT_GT(readClock(clockOf(moved)), 0);
     close(moved);
     timespec time{};
-    EXPECT_EQ(clock_gettime(clockOf(moved), &time), -1);
+    EXPECT_EQ(-1, clock_gettime(clockOf(moved), &time));
     EXPECT_GT(readClock(clockOf(copy)), 0);
     close(copy);
 }
@@ -156,7 +156,7 @@ TEST_F(CardClock, IsBracketedByTheSystemClock) {
     ptp_sys_offset request{};
     request.n_samples = 25;
     const std::int64_t before = readClock(clockOf(fd_));
-    ASSERT_EQ(ioctl(fd_, PTP_SYS_OFFSET, &request), 0);
+    ASSERT_EQ(0, ioctl(fd_, PTP_SYS_OFFSET, &request));
     const std::int64_t after = readClock(clockOf(fd_));
     for (std::size_t i = 0; i < 25; ++i) {
         const std::int64_t phcNs = asNs(request.ts[2 * i + 1]);
@@ -165,18 +165,18 @@ TEST_F(CardClock, IsBracketedByTheSystemClock) {
         EXPECT_LE(phcNs, after);
     }
     request.n_samples = 26;
-    EXPECT_EQ(ioctl(fd_, PTP_SYS_OFFSET, &request), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(-1, ioctl(fd_, PTP_SYS_OFFSET, &request));
+    EXPECT_EQ(EINVAL, errno);
 }
 
 TEST_F(CardClock, IsBracketedSampleBySample) {
     ptp_sys_offset_extended request{};
     request.n_samples = 5;
-    ASSERT_EQ(ioctl(fd_, PTP_SYS_OFFSET_EXTENDED, &request), 0);
+    ASSERT_EQ(0, ioctl(fd_, PTP_SYS_OFFSET_EXTENDED, &request));
     for (unsigned i = 0; i < 5; ++i) {
         const std::int64_t widthNs = asNs(request.ts[i][2]) - asNs(request.ts[i][0]);
         EXPECT_GE(widthNs, 100);  // no reading is faster
-        EXPECT_EQ(asNs(request.ts[i][1]) % 8, 0);
+        EXPECT_EQ(0, asNs(request.ts[i][1]) % 8);
     }
 }
 
@@ -187,9 +187,9 @@ TEST_F(CardClock, IsSharedWithOtherProcesses) {
         _exit(clock_settime(clockOf(open("/dev/ptp17", O_RDWR)), &start) == 0 ? 0 : 1);
     }
     int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
-    EXPECT_EQ(readClock(clockOf(fd_)) / 1'000'000'000'000, 5);
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_EQ(0, status);
+    EXPECT_EQ(5, readClock(clockOf(fd_)) / 1'000'000'000'000);
 }
 
 TEST_F(CardClock, IsSteppedAndRetunedByOrder) {
@@ -197,21 +197,22 @@ TEST_F(CardClock, IsSteppedAndRetunedByOrder) {
     const std::int64_t before = truth(raw);
     virtual_i210::stepPhc("tss0", 1'000'000);
     virtual_i210::setRatePpb("tss0", -12.5);
-    EXPECT_EQ(truth(raw), before) << "the past changed";
+    EXPECT_EQ(before, truth(raw)) << "the past changed";
     const std::uint64_t now = virtual_i210::rawNowNs();
     const double driftNs = 37e-6 * static_cast<double>(now - raw);
-    EXPECT_NEAR(static_cast<double>(truth(now) - before - static_cast<std::int64_t>(now - raw)),
-                1e6, driftNs + 2.0);
-    EXPECT_DOUBLE_EQ(virtual_i210::cards().at(1).ratePpb, -12.5);
+    EXPECT_NEAR(1e6,
+                static_cast<double>(truth(now) - before - static_cast<std::int64_t>(now - raw)),
+                driftNs + 2.0);
+    EXPECT_DOUBLE_EQ(-12.5, virtual_i210::cards().at(1).ratePpb);
 }
 
 TEST_F(CardClock, LeavesOtherClocksToTheKernel) {
     const int file = open("/dev/null", O_RDWR);
     timespec time{};
-    EXPECT_EQ(clock_gettime(clockOf(file), &time), -1);
-    EXPECT_EQ(ioctl(file, PTP_CLOCK_GETCAPS, &time), -1);
-    EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), 0);
-    EXPECT_EQ(clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time), 0);
+    EXPECT_EQ(-1, clock_gettime(clockOf(file), &time));
+    EXPECT_EQ(-1, ioctl(file, PTP_CLOCK_GETCAPS, &time));
+    EXPECT_EQ(0, clock_gettime(CLOCK_MONOTONIC, &time));
+    EXPECT_EQ(0, clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time));
     close(file);
 }
 
@@ -229,7 +230,7 @@ TEST(CardState, IsNotMadeFromAMalformedText) {
     EXPECT_EXIT(open("/dev/ptp0", O_RDWR), testing::ExitedWithCode(1),
                 "VIRTUAL_I210: entry 1: 'phc=x': write a whole number from 0 to 999");
     struct stat status {};
-    EXPECT_EQ(stat("/dev/shm/virtual_i210", &status), -1);
+    EXPECT_EQ(-1, stat("/dev/shm/virtual_i210", &status));
 }
 
 }  // namespace

@@ -27,8 +27,8 @@ protected:
     void SetUp() override {
         sandbox_.addVethPair("tsm0", "tss0");
         setenv("VIRTUAL_I210", "state=/dev/shm/cards; tsm0; tss0 cable_ns=500", 1);
-        ASSERT_EQ(enableStamping("tsm0"), 0);
-        ASSERT_EQ(enableStamping("tss0"), 0);
+        ASSERT_EQ(0, enableStamping("tsm0"));
+        ASSERT_EQ(0, enableStamping("tss0"));
         sender_.emplace("tsm0");
         receiver_.emplace("tss0");
     }
@@ -58,8 +58,8 @@ TEST_F(CardFault, LosesTransmitTimestamps) {
     order(Fault::TxTimestampLost, 2);
     for (unsigned i = 0; i < 3; ++i) {
         sender_->send(ptpFrame(kSync, i));
-        EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, i));
-        EXPECT_EQ(sender_->transmitStamp(0).has_value(), i == 2);
+        EXPECT_EQ(ptpFrame(kSync, i), nextPtp()->bytes);
+        EXPECT_EQ(i == 2, sender_->transmitStamp(0).has_value());
     }
 }
 
@@ -74,9 +74,9 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
     const auto stamp = sender_->transmitStamp();
     EXPECT_GE(virtual_i210::rawNowNs(), sentRawNs + 30'000'000u);
     ASSERT_TRUE(stamp && stamp->hardwareNs);
-    EXPECT_EQ(stamp->bytes, ptpFrame(kSync, 1));
+    EXPECT_EQ(ptpFrame(kSync, 1), stamp->bytes);
     const auto exact = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tsm0", sentRawNs));
-    EXPECT_EQ(*stamp->hardwareNs, exact - exact % 8);
+    EXPECT_EQ(exact - exact % 8, *stamp->hardwareNs);
 }
 
 TEST_F(CardFault, DropsAFrameBehindTheCard) {
@@ -84,8 +84,8 @@ TEST_F(CardFault, DropsAFrameBehindTheCard) {
     sender_->send(ptpFrame(kSync, 1));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     sender_->send(ptpFrame(kSync, 2));
-    EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, 2));
-    EXPECT_EQ(virtual_i210::counters("tsm0").framesSwallowed, 1u);
+    EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
+    EXPECT_EQ(1u, virtual_i210::counters("tsm0").framesSwallowed);
 }
 
 TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
@@ -96,10 +96,10 @@ TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
     virtual_i210::orderFault("tsm0", drop);
     sender_->send(ptpFrame(kFollowUp, 1));
     sender_->send(ptpFrame(kSync, 2));
-    EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, 2));
+    EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
     virtual_i210::clearFaults("tsm0");
     sender_->send(ptpFrame(kFollowUp, 3));
-    EXPECT_EQ(nextPtp()->bytes, ptpFrame(kFollowUp, 3));
+    EXPECT_EQ(ptpFrame(kFollowUp, 3), nextPtp()->bytes);
 }
 
 TEST_F(CardFault, DuplicatesAFrame) {
@@ -108,8 +108,8 @@ TEST_F(CardFault, DuplicatesAFrame) {
     const auto first = nextPtp();
     const auto second = nextPtp();
     ASSERT_TRUE(first && second);
-    EXPECT_EQ(first->bytes, ptpFrame(kSync, 1));
-    EXPECT_EQ(second->bytes, ptpFrame(kSync, 1));
+    EXPECT_EQ(ptpFrame(kSync, 1), first->bytes);
+    EXPECT_EQ(ptpFrame(kSync, 1), second->bytes);
     EXPECT_LE(*first->hardwareNs, *second->hardwareNs);
     EXPECT_TRUE(sender_->transmitStamp(0));
     EXPECT_FALSE(sender_->transmitStamp(0));
@@ -121,10 +121,10 @@ TEST_F(CardFault, LetsTheNextFrameOvertake) {
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     EXPECT_FALSE(nextPtp(0));
     sender_->send(ptpFrame(kFollowUp, 1));
-    EXPECT_EQ(nextPtp()->bytes, ptpFrame(kFollowUp, 1));
+    EXPECT_EQ(ptpFrame(kFollowUp, 1), nextPtp()->bytes);
     const auto overtaken = nextPtp();
     ASSERT_TRUE(overtaken);
-    EXPECT_EQ(overtaken->bytes, ptpFrame(kSync, 1));
+    EXPECT_EQ(ptpFrame(kSync, 1), overtaken->bytes);
     EXPECT_TRUE(overtaken->hardwareNs);
 }
 
@@ -139,8 +139,8 @@ TEST_F(CardFault, FlipsTheOrderedBit) {
     sender_->send(ptpFrame(kFollowUp, 1));
     Bytes damaged = ptpFrame(kFollowUp, 1);
     damaged[14 + 40] ^= 0x40;
-    EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, 1));
-    EXPECT_EQ(nextPtp()->bytes, damaged);
+    EXPECT_EQ(ptpFrame(kSync, 1), nextPtp()->bytes);
+    EXPECT_EQ(damaged, nextPtp()->bytes);
 }
 
 TEST_F(CardFault, PullsTheCableAtEitherEnd) {
@@ -150,7 +150,7 @@ TEST_F(CardFault, PullsTheCableAtEitherEnd) {
         EXPECT_FALSE(sender_->transmitStamp(0));
         virtual_i210::setLink(end, true);
         sender_->send(ptpFrame(kSync, 2));
-        EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, 2));
+        EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
         EXPECT_TRUE(sender_->transmitStamp());
     }
 }
@@ -167,10 +167,10 @@ TEST_F(CardFault, StepsTheClock) {
 
 TEST_F(CardFault, RefusesTheSwitchingOfTimestamps) {
     virtual_i210::refuseHwtstamp("tsm0", EBUSY);
-    EXPECT_EQ(enableStamping("tsm0"), EBUSY);
-    EXPECT_EQ(enableStamping("tss0"), 0);
+    EXPECT_EQ(EBUSY, enableStamping("tsm0"));
+    EXPECT_EQ(0, enableStamping("tss0"));
     virtual_i210::refuseHwtstamp("tsm0", 0);
-    EXPECT_EQ(enableStamping("tsm0"), 0);
+    EXPECT_EQ(0, enableStamping("tsm0"));
 }
 
 // Result of the question for the card's timestamping, as errno or phc index.
@@ -187,19 +187,19 @@ int askPhcIndex(const char* ifName) {
 }
 
 TEST_F(CardFault, HidesTheClock) {
-    EXPECT_EQ(askPhcIndex("tss0"), 1);
+    EXPECT_EQ(1, askPhcIndex("tss0"));
     virtual_i210::hidePhc("tss0", true);
-    EXPECT_EQ(askPhcIndex("tss0"), -1);
-    EXPECT_EQ(open("/dev/ptp1", O_RDWR), -1);
+    EXPECT_EQ(-1, askPhcIndex("tss0"));
+    EXPECT_EQ(-1, open("/dev/ptp1", O_RDWR));
     virtual_i210::hidePhc("tss0", false);
-    EXPECT_EQ(askPhcIndex("tss0"), 1);
+    EXPECT_EQ(1, askPhcIndex("tss0"));
 }
 
 TEST_F(CardFault, RefusesQuestions) {
     virtual_i210::refuseEthtool("tsm0", EOPNOTSUPP);
-    EXPECT_EQ(askPhcIndex("tsm0"), -1000 - EOPNOTSUPP);
-    EXPECT_EQ(askPhcIndex("tss0"), 1);
-    EXPECT_EQ(askPhcIndex("nocard"), -1000 - ENODEV);
+    EXPECT_EQ(-1000 - EOPNOTSUPP, askPhcIndex("tsm0"));
+    EXPECT_EQ(1, askPhcIndex("tss0"));
+    EXPECT_EQ(-1000 - ENODEV, askPhcIndex("nocard"));
 }
 
 TEST_F(CardFault, NamesAnInterfaceThatIsNoCard) {

@@ -32,8 +32,8 @@ protected:
                "state=/dev/shm/cards seed=11; tsm0 phc=0 wander_ppb=20;"
                "tss0 phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns=500 wander_ppb=20",
                1);
-        ASSERT_EQ(enableStamping("tsm0"), 0);
-        ASSERT_EQ(enableStamping("tss0"), 0);
+        ASSERT_EQ(0, enableStamping("tsm0"));
+        ASSERT_EQ(0, enableStamping("tss0"));
     }
 
     Sandbox sandbox_;
@@ -48,16 +48,16 @@ TEST_F(CardStamp, OfBothEndsAreTheSameInstantButForTheCable) {
         const auto sent = sender.transmitStamp();
         const auto received = receiver.receive();
         ASSERT_TRUE(sent && received);
-        EXPECT_EQ(sent->bytes, ptpFrame(0, i));
-        EXPECT_EQ(sent->hardwareNs, shown("tsm0", rawNs));
-        EXPECT_EQ(sent->softwareNs, std::nullopt);
-        EXPECT_EQ(received->bytes, ptpFrame(0, i));
-        EXPECT_EQ(received->hardwareNs, shown("tss0", rawNs + kCableNs));
-        EXPECT_EQ(received->softwareNs, std::nullopt);
+        EXPECT_EQ(ptpFrame(0, i), sent->bytes);
+        EXPECT_EQ(shown("tsm0", rawNs), sent->hardwareNs);
+        EXPECT_EQ(std::nullopt, sent->softwareNs);
+        EXPECT_EQ(ptpFrame(0, i), received->bytes);
+        EXPECT_EQ(shown("tss0", rawNs + kCableNs), received->hardwareNs);
+        EXPECT_EQ(std::nullopt, received->softwareNs);
     }
-    EXPECT_EQ(virtual_i210::counters("tsm0").txTimestamps, 50u);
-    EXPECT_EQ(virtual_i210::counters("tss0").rxTimestamps, 50u);
-    EXPECT_EQ(virtual_i210::counters("tss0").rxFallbacks, 0u);
+    EXPECT_EQ(50u, virtual_i210::counters("tsm0").txTimestamps);
+    EXPECT_EQ(50u, virtual_i210::counters("tss0").rxTimestamps);
+    EXPECT_EQ(0u, virtual_i210::counters("tss0").rxFallbacks);
 }
 
 TEST_F(CardStamp, OfEqualFramesAreTheirOwn) {
@@ -69,8 +69,8 @@ TEST_F(CardStamp, OfEqualFramesAreTheirOwn) {
         sentRawNs.push_back(lastSentRawNs());
     }
     for (const std::uint64_t rawNs : sentRawNs) {
-        EXPECT_EQ(receiver.receive()->hardwareNs, shown("tss0", rawNs + kCableNs));
-        EXPECT_EQ(sender.transmitStamp()->hardwareNs, shown("tsm0", rawNs));
+        EXPECT_EQ(shown("tss0", rawNs + kCableNs), receiver.receive()->hardwareNs);
+        EXPECT_EQ(shown("tsm0", rawNs), sender.transmitStamp()->hardwareNs);
     }
 }
 
@@ -81,10 +81,10 @@ TEST_F(CardStamp, OfATaggedFrameIsFoundAfterTheTagIsStripped) {
     const std::uint64_t rawNs = lastSentRawNs();
     const auto received = receiver.receive();
     ASSERT_TRUE(received);
-    EXPECT_EQ(received->bytes, ptpFrame(2, 9));
-    EXPECT_EQ(received->vlanTci, 0xE005u);
-    EXPECT_EQ(received->hardwareNs, shown("tss0", rawNs + kCableNs));
-    EXPECT_EQ(sender.transmitStamp()->bytes, taggedPtpFrame(2, 9, 0xE005));
+    EXPECT_EQ(ptpFrame(2, 9), received->bytes);
+    EXPECT_EQ(0xE005u, received->vlanTci);
+    EXPECT_EQ(shown("tss0", rawNs + kCableNs), received->hardwareNs);
+    EXPECT_EQ(taggedPtpFrame(2, 9, 0xE005), sender.transmitStamp()->bytes);
 }
 
 // The filter knows event messages; sending is stamped for whoever asked.
@@ -97,27 +97,27 @@ TEST_F(CardStamp, OfAGeneralMessageIsGivenToTheSenderAlone) {
     const auto sent = sender.transmitStamp();
     const auto received = receiver.receive();
     ASSERT_TRUE(sent && sent->hardwareNs && received);
-    EXPECT_EQ(sent->bytes, ptpFrame(8, 1));
+    EXPECT_EQ(ptpFrame(8, 1), sent->bytes);
     EXPECT_GE(*sent->hardwareNs, shown("tsm0", before));
     EXPECT_LE(*sent->hardwareNs, shown("tsm0", after));
-    EXPECT_EQ(received->hardwareNs, std::nullopt);
+    EXPECT_EQ(std::nullopt, received->hardwareNs);
     EXPECT_TRUE(virtual_i210::latestEventFrames(1).empty());
 }
 
 TEST_F(CardStamp, WakesPollOnlyWhenThere) {
     const PtpPort sender("tsm0");
-    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
     sender.send(ptpFrame(0, 1));
     EXPECT_TRUE(sender.transmitStamp(0));
-    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
 }
 
 TEST_F(CardStamp, NeedsTheSocketOption) {
     const PtpPort sender("tsm0", 0);
     const PtpPort receiver("tss0", 0);
     sender.send(ptpFrame(0, 1));
-    EXPECT_EQ(receiver.receive()->hardwareNs, std::nullopt);
-    EXPECT_EQ(sender.transmitStamp(0), std::nullopt);
+    EXPECT_EQ(std::nullopt, receiver.receive()->hardwareNs);
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
 }
 
 TEST_F(CardStamp, ComesBesideASoftwareTimestampWhenBothAreAsked) {
@@ -132,8 +132,8 @@ TEST_F(CardStamp, ComesBesideASoftwareTimestampWhenBothAreAsked) {
     EXPECT_TRUE(received->softwareNs);
     unsigned flags = 0;
     socklen_t length = sizeof flags;
-    ASSERT_EQ(getsockopt(receiver.descriptor(), SOL_SOCKET, SO_TIMESTAMPING, &flags, &length), 0);
-    EXPECT_EQ(flags, kBoth);
+    ASSERT_EQ(0, getsockopt(receiver.descriptor(), SOL_SOCKET, SO_TIMESTAMPING, &flags, &length));
+    EXPECT_EQ(kBoth, flags);
 }
 
 // A child that never heard of the cards sends through its own raw socket.
@@ -156,7 +156,7 @@ TEST_F(CardStamp, OfAFrameFromOutsideFallsBackToTheKernels) {
     ASSERT_TRUE(received && received->hardwareNs);
     EXPECT_GE(*received->hardwareNs, shown("tss0", before));
     EXPECT_LE(*received->hardwareNs, shown("tss0", after));
-    EXPECT_EQ(virtual_i210::counters("tss0").rxFallbacks, 1u);
+    EXPECT_EQ(1u, virtual_i210::counters("tss0").rxFallbacks);
 }
 
 TEST_F(CardStamp, CrossesProcesses) {
@@ -168,11 +168,11 @@ TEST_F(CardStamp, CrossesProcesses) {
         _exit(sender.transmitStamp() ? 0 : 1);
     }
     int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
     const auto received = receiver.receive();
     ASSERT_TRUE(received);
-    EXPECT_EQ(received->hardwareNs, shown("tss0", lastSentRawNs() + kCableNs));
+    EXPECT_EQ(shown("tss0", lastSentRawNs() + kCableNs), received->hardwareNs);
 }
 
 TEST_F(CardStamp, IsNotGivenToForeignSockets) {
@@ -180,17 +180,17 @@ TEST_F(CardStamp, IsNotGivenToForeignSockets) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(bind(receiver, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(0, bind(receiver, reinterpret_cast<sockaddr*>(&address), sizeof address));
     socklen_t length = sizeof address;
-    ASSERT_EQ(getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    ASSERT_EQ(0, getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length));
     const int sender = socket(AF_INET, SOCK_DGRAM, 0);
-    ASSERT_EQ(sendto(sender, "hello", 5, 0, reinterpret_cast<sockaddr*>(&address), length), 5);
+    ASSERT_EQ(5, sendto(sender, "hello", 5, 0, reinterpret_cast<sockaddr*>(&address), length));
     char text[16] = {};
-    ASSERT_EQ(recv(receiver, text, sizeof text, 0), 5);
-    EXPECT_STREQ(text, "hello");
+    ASSERT_EQ(5, recv(receiver, text, sizeof text, 0));
+    EXPECT_STREQ("hello", text);
     close(sender);
     close(receiver);
-    EXPECT_EQ(virtual_i210::counters("tsm0").ptpFramesSent, 0u);
+    EXPECT_EQ(0u, virtual_i210::counters("tsm0").ptpFramesSent);
 }
 
 // Blocks in recvmsg; what it owns must be released when it is cancelled there.
@@ -214,11 +214,11 @@ TEST_F(CardStamp, LetsAWaitingReceiverBeCancelled) {
     const PtpPort port("tss0");
     std::pair<const PtpPort*, bool> shared{&port, false};
     pthread_t receiver{};
-    ASSERT_EQ(pthread_create(&receiver, nullptr, receiveForEver, &shared), 0);
-    ASSERT_EQ(pthread_cancel(receiver), 0);
+    ASSERT_EQ(0, pthread_create(&receiver, nullptr, receiveForEver, &shared));
+    ASSERT_EQ(0, pthread_cancel(receiver));
     void* result = nullptr;
-    ASSERT_EQ(pthread_join(receiver, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+    ASSERT_EQ(0, pthread_join(receiver, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
     EXPECT_TRUE(shared.second);
 }
 
@@ -226,7 +226,7 @@ TEST(CardCable, LetsNoFrameArriveBeforeItsTime) {
     Sandbox sandbox;
     sandbox.addVethPair("tsm0", "tss0");
     setenv("VIRTUAL_I210", "state=/dev/shm/cards; tsm0; tss0 cable_ns=20000000", 1);
-    ASSERT_EQ(enableStamping("tss0"), 0);
+    ASSERT_EQ(0, enableStamping("tss0"));
     const PtpPort sender("tsm0");
     const PtpPort receiver("tss0");
     sender.send(ptpFrame(0, 1));
@@ -239,7 +239,7 @@ TEST(CardJitter, StaysInItsBoundsAndVaries) {
     sandbox.addVethPair("tsm0", "tss0");
     setenv("VIRTUAL_I210",
            "state=/dev/shm/cards seed=5; tsm0; tss0 cable_ns=500 jitter_ns=40 granularity_ns=1", 1);
-    ASSERT_EQ(enableStamping("tss0"), 0);
+    ASSERT_EQ(0, enableStamping("tss0"));
     const PtpPort sender("tsm0");
     const PtpPort receiver("tss0");
     std::int64_t least = 1000;

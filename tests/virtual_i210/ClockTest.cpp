@@ -27,28 +27,28 @@ ClockLine lineWithRate(std::int64_t rate) {
 
 TEST(Clock, RunsWithRawTimeWithoutRate) {
     const FineTime time = evaluate(lineWithRate(0), Wander{}, kBaseRawNs + 123'456'789u);
-    EXPECT_EQ(time.ns, kBasePhcNs + 123'456'789);
-    EXPECT_EQ(time.fraction, 0u);
+    EXPECT_EQ(kBasePhcNs + 123'456'789, time.ns);
+    EXPECT_EQ(0u, time.fraction);
 }
 
 // A rate of 2^-20 gains exactly one nanosecond in 2^20, and half of one in 2^19.
 TEST(Clock, GainsExactFractions) {
     const ClockLine fast = lineWithRate(std::int64_t{1} << 44);
     const FineTime whole = evaluate(fast, Wander{}, kBaseRawNs + (1u << 20));
-    EXPECT_EQ(whole.ns, kBasePhcNs + (1 << 20) + 1);
-    EXPECT_EQ(whole.fraction, 0u);
+    EXPECT_EQ(kBasePhcNs + (1 << 20) + 1, whole.ns);
+    EXPECT_EQ(0u, whole.fraction);
     const FineTime half = evaluate(fast, Wander{}, kBaseRawNs + (1u << 19));
-    EXPECT_EQ(half.ns, kBasePhcNs + (1 << 19));
-    EXPECT_EQ(half.fraction, 0x80000000u);
+    EXPECT_EQ(kBasePhcNs + (1 << 19), half.ns);
+    EXPECT_EQ(0x80000000u, half.fraction);
 }
 
 TEST(Clock, LosesAndRunsBackwardsExactly) {
     const ClockLine slow = lineWithRate(-(std::int64_t{1} << 44));
     const FineTime after = evaluate(slow, Wander{}, kBaseRawNs + (1u << 19));
-    EXPECT_EQ(after.ns, kBasePhcNs + (1 << 19) - 1);
-    EXPECT_EQ(after.fraction, 0x80000000u);
+    EXPECT_EQ(kBasePhcNs + (1 << 19) - 1, after.ns);
+    EXPECT_EQ(0x80000000u, after.fraction);
     const FineTime before = evaluate(slow, Wander{}, kBaseRawNs - (1u << 20));
-    EXPECT_EQ(before.ns, kBasePhcNs - (1 << 20) + 1);
+    EXPECT_EQ(kBasePhcNs - (1 << 20) + 1, before.ns);
 }
 
 TEST(Clock, AgreesWithFloatingPointOverADay) {
@@ -66,7 +66,7 @@ TEST(Clock, AgreesWithFloatingPointOverADay) {
             static_cast<long double>(time.fraction) / 4294967296.0L;
         const long double expected =
             static_cast<long double>(elapsed) * static_cast<long double>(ppt) / 1e12L;
-        ASSERT_NEAR(static_cast<double>(gained - expected), 0.0, 1e-4);
+        ASSERT_NEAR(0.0, static_cast<double>(gained - expected), 1e-4);
     }
 }
 
@@ -75,7 +75,7 @@ TEST(Clock, CombinesOwnRateAndAdjustmentAsAProduct) {
     const long double combined =
         static_cast<long double>(virtual_i210::combineRates(100'000'000, 100 * oneMillionth)) /
         18446744073709551616.0L;
-    EXPECT_NEAR(static_cast<double>(combined * 1e12L), 1.0001 * 1.0001 * 1e12 - 1e12, 1e-2);
+    EXPECT_NEAR(1.0001 * 1.0001 * 1e12 - 1e12, static_cast<double>(combined * 1e12L), 1e-2);
 }
 
 TEST(Clock, RebasingKeepsTheFraction) {
@@ -88,8 +88,8 @@ TEST(Clock, RebasingKeepsTheFraction) {
         rebased = virtual_i210::rebase(rebased, wander, raw, 37'000'123, 0);
     }
     const std::uint64_t end = kBaseRawNs + 2'000'000'000u;
-    EXPECT_NEAR(static_cast<double>(evaluate(rebased, wander, end).ns),
-                static_cast<double>(evaluate(line, wander, end).ns), 1.0);
+    EXPECT_NEAR(static_cast<double>(evaluate(line, wander, end).ns),
+                static_cast<double>(evaluate(rebased, wander, end).ns), 1.0);
 }
 
 TEST(Clock, WanderStaysWithinItsFrequency) {
@@ -105,8 +105,8 @@ TEST(Clock, WanderStaysWithinItsFrequency) {
 
 TEST(Clock, WanderDependsOnTheSeedAlone) {
     EXPECT_EQ((Wander{3, 1000}.at(kBaseRawNs)), (Wander{3, 1000}.at(kBaseRawNs)));
-    EXPECT_NE((Wander{3, 1000}.at(kBaseRawNs)), (Wander{4, 1000}.at(kBaseRawNs)));
-    EXPECT_EQ((Wander{3, 0}.at(kBaseRawNs)), 0);
+    EXPECT_NE((Wander{4, 1000}.at(kBaseRawNs)), (Wander{3, 1000}.at(kBaseRawNs)));
+    EXPECT_EQ(0, (Wander{3, 0}.at(kBaseRawNs)));
 }
 
 TEST(ClockBoardTest, KeepsTheLineThatWasInForce) {
@@ -119,10 +119,10 @@ TEST(ClockBoardTest, KeepsTheLineThatWasInForce) {
             return line;
         });
     }
-    EXPECT_EQ(board->lineAt(kBaseRawNs + 3500).basePhcNs, kBasePhcNs + 15'000'000);
-    EXPECT_EQ(board->lineAt(kBaseRawNs + 1500).basePhcNs, kBasePhcNs + 5'000'000);
-    EXPECT_EQ(board->lineAt(kBaseRawNs + 500).basePhcNs, kBasePhcNs);
-    EXPECT_EQ(board->lineAt(kBaseRawNs - 500).basePhcNs, kBasePhcNs);
+    EXPECT_EQ(kBasePhcNs + 15'000'000, board->lineAt(kBaseRawNs + 3500).basePhcNs);
+    EXPECT_EQ(kBasePhcNs + 5'000'000, board->lineAt(kBaseRawNs + 1500).basePhcNs);
+    EXPECT_EQ(kBasePhcNs, board->lineAt(kBaseRawNs + 500).basePhcNs);
+    EXPECT_EQ(kBasePhcNs, board->lineAt(kBaseRawNs - 500).basePhcNs);
 }
 
 TEST(ClockBoardTest, LosesNoUpdateOfConcurrentWriters) {
@@ -140,8 +140,8 @@ TEST(ClockBoardTest, LosesNoUpdateOfConcurrentWriters) {
     std::thread other(addMany);
     addMany();
     other.join();
-    EXPECT_EQ(board->current().basePhcNs, 40'000);
-    EXPECT_EQ(board->current().baseFraction, 40'000u);
+    EXPECT_EQ(40'000, board->current().basePhcNs);
+    EXPECT_EQ(40'000u, board->current().baseFraction);
 }
 
 }  // namespace

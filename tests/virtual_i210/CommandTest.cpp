@@ -29,18 +29,18 @@ protected:
 TEST_F(Command, ShowsAndOrders) {
     const std::string tool = VIRTUAL_I210_TOOL;
     EXPECT_THAT(outputOf(tool + " show"), HasSubstr("tss0 phc 1 time "));
-    EXPECT_EQ(outputOf(tool + " fault tss0 drop --count 3 --type 8"), "");
+    EXPECT_EQ("", outputOf(tool + " fault tss0 drop --count 3 --type 8"));
     EXPECT_THAT(outputOf(tool + " show"), HasSubstr("fault drop for 3 frames"));
-    EXPECT_EQ(outputOf(tool + " link tss0 down"), "");
+    EXPECT_EQ("", outputOf(tool + " link tss0 down"));
     EXPECT_TRUE(virtual_i210::cards().at(1).linkDown);
-    EXPECT_EQ(outputOf(tool + " clear tss0"), "");
+    EXPECT_EQ("", outputOf(tool + " clear tss0"));
     EXPECT_FALSE(virtual_i210::cards().at(1).linkDown);
-    EXPECT_EQ(outputOf(tool + " rate tss0 -250.5"), "");
-    EXPECT_DOUBLE_EQ(virtual_i210::cards().at(1).ratePpb, -250.5);
-    EXPECT_EQ(outputOf(tool + " step eth7 1"),
-              "'eth7' is not a card of VIRTUAL_I210; name one of its interfaces\n");
-    EXPECT_EQ(outputOf("env -u VIRTUAL_I210 " + tool + " show"),
-              "VIRTUAL_I210 is not set; describe the cards in it first\n");
+    EXPECT_EQ("", outputOf(tool + " rate tss0 -250.5"));
+    EXPECT_DOUBLE_EQ(-250.5, virtual_i210::cards().at(1).ratePpb);
+    EXPECT_EQ("'eth7' is not a card of VIRTUAL_I210; name one of its interfaces\n",
+              outputOf(tool + " step eth7 1"));
+    EXPECT_EQ("VIRTUAL_I210 is not set; describe the cards in it first\n",
+              outputOf("env -u VIRTUAL_I210 " + tool + " show"));
 }
 
 TEST_F(Command, OfBothAbisSeesTheSameClock) {
@@ -53,8 +53,8 @@ TEST_F(Command, OfBothAbisSeesTheSameClock) {
         }
         for (std::uint64_t ahead = 0; ahead < 50; ++ahead) {
             const std::uint64_t raw = virtual_i210::rawNowNs() + ahead * 7'654'321'987u;
-            EXPECT_EQ(outputOf(path + " time tss0 " + std::to_string(raw)),
-                      std::to_string(*virtual_i210::truePhcNs("tss0", raw)) + "\n");
+            EXPECT_EQ(std::to_string(*virtual_i210::truePhcNs("tss0", raw)) + "\n",
+                      outputOf(path + " time tss0 " + std::to_string(raw)));
         }
         ++compared;
     }

@@ -19,29 +19,29 @@ TEST(Config, ReadsAllSettings) {
         "state=/dev/shm/cards seed=42 epoch_ns=1000;"
         "tsm0 phc=3 rate_ppb=-37000.5 offset_ns=-15 granularity_ns=1 cable_ns=500 jitter_ns=4 "
         "wander_ppb=0.25 read_ns=10 read_jitter_ns=20");
-    EXPECT_EQ(config.statePath, "/dev/shm/cards");
-    EXPECT_EQ(config.seed, 42u);
-    EXPECT_EQ(config.epochNs, 1000u);
-    ASSERT_EQ(config.cards.size(), 1u);
+    EXPECT_EQ("/dev/shm/cards", config.statePath);
+    EXPECT_EQ(42u, config.seed);
+    EXPECT_EQ(1000u, config.epochNs);
+    ASSERT_EQ(1u, config.cards.size());
     const auto& card = config.cards[0];
-    EXPECT_EQ(card.ifName, "tsm0");
-    EXPECT_EQ(card.phcIndex, 3);
-    EXPECT_EQ(card.ratePpt, -37'000'500);
-    EXPECT_EQ(card.offsetNs, -15);
-    EXPECT_EQ(card.granularityNs, 1u);
-    EXPECT_EQ(card.cableNs, 500u);
-    EXPECT_EQ(card.jitterNs, 4u);
-    EXPECT_EQ(card.wanderPpt, 250);
-    EXPECT_EQ(card.readNs, 10u);
-    EXPECT_EQ(card.readJitterNs, 20u);
+    EXPECT_EQ("tsm0", card.ifName);
+    EXPECT_EQ(3, card.phcIndex);
+    EXPECT_EQ(-37'000'500, card.ratePpt);
+    EXPECT_EQ(-15, card.offsetNs);
+    EXPECT_EQ(1u, card.granularityNs);
+    EXPECT_EQ(500u, card.cableNs);
+    EXPECT_EQ(4u, card.jitterNs);
+    EXPECT_EQ(250, card.wanderPpt);
+    EXPECT_EQ(10u, card.readNs);
+    EXPECT_EQ(20u, card.readJitterNs);
 }
 
 TEST(Config, CountsClocksAndSkipsComments) {
     const Config config = parseConfig("# two cards; or three\ntsm0\n\n tss0 # the slave\n");
-    ASSERT_EQ(config.cards.size(), 2u);
-    EXPECT_EQ(config.cards[0].phcIndex, 0);
-    EXPECT_EQ(config.cards[1].phcIndex, 1);
-    EXPECT_EQ(config.cards[1].granularityNs, 8u);
+    ASSERT_EQ(2u, config.cards.size());
+    EXPECT_EQ(0, config.cards[0].phcIndex);
+    EXPECT_EQ(1, config.cards[1].phcIndex);
+    EXPECT_EQ(8u, config.cards[1].granularityNs);
 }
 
 TEST(Config, ReadsAFile) {
@@ -49,9 +49,9 @@ TEST(Config, ReadsAFile) {
     std::ofstream(path) << "seed=5\ntsm0 phc=7\n";
     const Config config = parseConfig(path);
     std::remove(path.c_str());
-    EXPECT_EQ(config.seed, 5u);
-    ASSERT_EQ(config.cards.size(), 1u);
-    EXPECT_EQ(config.cards[0].phcIndex, 7);
+    EXPECT_EQ(5u, config.seed);
+    ASSERT_EQ(1u, config.cards.size());
+    EXPECT_EQ(7, config.cards[0].phcIndex);
 }
 
 TEST(Config, NamesAMissingFile) {
@@ -76,7 +76,7 @@ TEST_P(MalformedConfig, IsToldInOneLine) {
         FAIL() << "accepted: " << GetParam().text;
     } catch (const ConfigError& error) {
         EXPECT_THAT(error.what(), HasSubstr(GetParam().told));
-        EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
+        EXPECT_EQ(std::string::npos, std::string(error.what()).find('\n'));
     }
 }
 

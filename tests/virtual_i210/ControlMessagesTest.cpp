@@ -33,47 +33,47 @@ protected:
 };
 
 TEST_F(ControlMessages, FindTheSoftwareTimestamp) {
-    EXPECT_EQ(virtual_i210::softwareStampNs(received_), 100'000'000'005);
+    EXPECT_EQ(100'000'000'005, virtual_i210::softwareStampNs(received_));
 }
 
 TEST_F(ControlMessages, CarryTheHardwareTimestampThird) {
     StampReport report;
     report.hardwareNs = 7'000'000'009;
-    EXPECT_EQ(virtual_i210::deliverControl(received_, report, target_), 0);
+    EXPECT_EQ(0, virtual_i210::deliverControl(received_, report, target_));
     const cmsghdr* first = CMSG_FIRSTHDR(&target_);
-    ASSERT_NE(first, nullptr);
-    ASSERT_EQ(first->cmsg_type, kTimestamping);
-    ASSERT_EQ(first->cmsg_len, CMSG_LEN(3 * sizeof(timespec)));
+    ASSERT_NE(nullptr, first);
+    ASSERT_EQ(kTimestamping, first->cmsg_type);
+    ASSERT_EQ(CMSG_LEN(3 * sizeof(timespec)), first->cmsg_len);
     timespec stamps[3];
     std::memcpy(stamps, CMSG_DATA(first), sizeof stamps);
-    EXPECT_EQ(stamps[0].tv_sec, 0);
-    EXPECT_EQ(stamps[0].tv_nsec, 0);
-    EXPECT_EQ(stamps[2].tv_sec, 7);
-    EXPECT_EQ(stamps[2].tv_nsec, 9);
+    EXPECT_EQ(0, stamps[0].tv_sec);
+    EXPECT_EQ(0, stamps[0].tv_nsec);
+    EXPECT_EQ(7, stamps[2].tv_sec);
+    EXPECT_EQ(9, stamps[2].tv_nsec);
 }
 
 TEST_F(ControlMessages, DropAnUnwantedTimestampAndKeepTheRest) {
-    EXPECT_EQ(virtual_i210::deliverControl(received_, StampReport{}, target_), 0);
+    EXPECT_EQ(0, virtual_i210::deliverControl(received_, StampReport{}, target_));
     const cmsghdr* first = CMSG_FIRSTHDR(&target_);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first->cmsg_level, 263);
-    EXPECT_EQ(std::memcmp(CMSG_DATA(first), "auxdata", 8), 0);
-    EXPECT_EQ(target_.msg_controllen, CMSG_SPACE(8));
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(263, first->cmsg_level);
+    EXPECT_EQ(0, std::memcmp(CMSG_DATA(first), "auxdata", 8));
+    EXPECT_EQ(CMSG_SPACE(8), target_.msg_controllen);
 }
 
 TEST_F(ControlMessages, AreCutAsTheKernelCutsThem) {
     StampReport report;
     report.hardwareNs = 1;
     target_.msg_controllen = CMSG_LEN(4);
-    EXPECT_EQ(virtual_i210::deliverControl(received_, report, target_), MSG_CTRUNC);
-    EXPECT_EQ(target_.msg_controllen, CMSG_LEN(4));
-    EXPECT_EQ(reinterpret_cast<const cmsghdr*>(taken_.data())->cmsg_len, CMSG_LEN(4));
+    EXPECT_EQ(MSG_CTRUNC, virtual_i210::deliverControl(received_, report, target_));
+    EXPECT_EQ(CMSG_LEN(4), target_.msg_controllen);
+    EXPECT_EQ(CMSG_LEN(4), reinterpret_cast<const cmsghdr*>(taken_.data())->cmsg_len);
 }
 
 TEST_F(ControlMessages, TellOfAMissingBuffer) {
     target_.msg_control = nullptr;
-    EXPECT_EQ(virtual_i210::deliverControl(received_, StampReport{}, target_), MSG_CTRUNC);
-    EXPECT_EQ(target_.msg_controllen, 0u);
+    EXPECT_EQ(MSG_CTRUNC, virtual_i210::deliverControl(received_, StampReport{}, target_));
+    EXPECT_EQ(0u, target_.msg_controllen);
 }
 
 }  // namespace

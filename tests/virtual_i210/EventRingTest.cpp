@@ -26,10 +26,10 @@ TEST(EventRingTest, GivesBackWhatWasNoted) {
     ring->note(eventAt(77, 1000));
     const auto found = ring->find(77, 2000, 0);
     ASSERT_TRUE(found);
-    EXPECT_EQ(found->rawNs, 1000u);
-    EXPECT_EQ(found->card, 3u);
-    EXPECT_EQ(found->sequenceId, 0xABCD);
-    EXPECT_EQ(found->messageType, 2);
+    EXPECT_EQ(1000u, found->rawNs);
+    EXPECT_EQ(3u, found->card);
+    EXPECT_EQ(0xABCD, found->sequenceId);
+    EXPECT_EQ(2, found->messageType);
     EXPECT_TRUE(found->stamped);
     EXPECT_FALSE(ring->find(78, 2000, 0));
 }
@@ -38,15 +38,15 @@ TEST(EventRingTest, TellsEqualFramesApartByTheirArrival) {
     const auto ring = std::make_unique<EventRing>();
     ring->note(eventAt(77, 1000));
     ring->note(eventAt(77, 3000));
-    EXPECT_EQ(ring->find(77, 2000, 0)->rawNs, 1000u);
-    EXPECT_EQ(ring->find(77, 4000, 0)->rawNs, 3000u);
+    EXPECT_EQ(1000u, ring->find(77, 2000, 0)->rawNs);
+    EXPECT_EQ(3000u, ring->find(77, 4000, 0)->rawNs);
 }
 
 TEST(EventRingTest, TakesTheNextWhenTheArrivalIsTooEarly) {
     const auto ring = std::make_unique<EventRing>();
     ring->note(eventAt(77, 1000));
     ring->note(eventAt(77, 3000));
-    EXPECT_EQ(ring->find(77, 500, 0)->rawNs, 1000u);
+    EXPECT_EQ(1000u, ring->find(77, 500, 0)->rawNs);
 }
 
 TEST(EventRingTest, GivesNothingFromBeforeTheReceiver) {
@@ -62,8 +62,8 @@ TEST(EventRingTest, ForgetsTheOldest) {
     }
     EXPECT_FALSE(ring->find(0, 100'000, 0));
     EXPECT_TRUE(ring->find(1, 100'000, 0));
-    EXPECT_EQ(ring->latest(2).front().key, EventRing::kEntries - 1);
-    EXPECT_EQ(ring->latest(2 * EventRing::kEntries).size(), EventRing::kEntries);
+    EXPECT_EQ(EventRing::kEntries - 1, ring->latest(2).front().key);
+    EXPECT_EQ(EventRing::kEntries, ring->latest(2 * EventRing::kEntries).size());
 }
 
 TEST(EventRingTest, TakesEntriesOfSeveralWriters) {

@@ -16,7 +16,7 @@ TEST(FaultBoardTest, CountsDown) {
     board.order(order);
     EXPECT_TRUE(board.take(Fault::FrameDropped, 0));
     EXPECT_FALSE(board.take(Fault::FrameDuplicated, 0));
-    EXPECT_EQ(board.remaining(Fault::FrameDropped), 1u);
+    EXPECT_EQ(1u, board.remaining(Fault::FrameDropped));
     EXPECT_TRUE(board.take(Fault::FrameDropped, 8));
     EXPECT_FALSE(board.take(Fault::FrameDropped, 0));
 }
@@ -32,8 +32,8 @@ TEST(FaultBoardTest, KeepsToItsMessageType) {
     EXPECT_FALSE(board.take(Fault::FrameCorrupted, 0));
     const auto taken = board.take(Fault::FrameCorrupted, 8);
     ASSERT_TRUE(taken);
-    EXPECT_EQ(taken->byte, 40u);
-    EXPECT_EQ(taken->bit, 3u);
+    EXPECT_EQ(40u, taken->byte);
+    EXPECT_EQ(3u, taken->bit);
 }
 
 TEST(FaultBoardTest, LastsUntilCleared) {
@@ -48,7 +48,7 @@ TEST(FaultBoardTest, LastsUntilCleared) {
     }
     board.clear();
     EXPECT_FALSE(board.take(Fault::TxTimestampLost, 0));
-    EXPECT_EQ(board.linkDown.load(), 0u);
+    EXPECT_EQ(0u, board.linkDown.load());
 }
 
 }  // namespace

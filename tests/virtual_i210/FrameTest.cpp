@@ -17,15 +17,15 @@ TEST(Frame, FindsTheMessageBehindTags) {
     const Bytes plain = ptpFrame(8, 0x1234);
     const auto ptp = parsePtpFrame(plain.data(), plain.size());
     ASSERT_TRUE(ptp);
-    EXPECT_EQ(ptp->ptpOffset, 14u);
-    EXPECT_EQ(ptp->ptpLength, 44u);
-    EXPECT_EQ(ptp->messageType, 8u);
-    EXPECT_EQ(ptp->sequenceId, 0x1234u);
+    EXPECT_EQ(14u, ptp->ptpOffset);
+    EXPECT_EQ(44u, ptp->ptpLength);
+    EXPECT_EQ(8u, ptp->messageType);
+    EXPECT_EQ(0x1234u, ptp->sequenceId);
     EXPECT_FALSE(ptp->isEvent());
     const Bytes tagged = taggedPtpFrame(3, 1, 0xE005);
     const auto behind = parsePtpFrame(tagged.data(), tagged.size());
     ASSERT_TRUE(behind);
-    EXPECT_EQ(behind->ptpOffset, 18u);
+    EXPECT_EQ(18u, behind->ptpOffset);
     EXPECT_TRUE(behind->isEvent());
 }
 
@@ -42,13 +42,13 @@ TEST(Frame, IsNoneWhenCutOrForeign) {
 TEST(Frame, HasTheSameKeyWithoutItsTagAndWithPadding) {
     Bytes padded = ptpFrame(0, 1);
     padded.resize(60);
-    EXPECT_EQ(keyOf(taggedPtpFrame(0, 1, 0xE005)), keyOf(ptpFrame(0, 1)));
-    EXPECT_EQ(keyOf(padded), keyOf(ptpFrame(0, 1)));
+    EXPECT_EQ(keyOf(ptpFrame(0, 1)), keyOf(taggedPtpFrame(0, 1, 0xE005)));
+    EXPECT_EQ(keyOf(ptpFrame(0, 1)), keyOf(padded));
 }
 
 TEST(Frame, HasAnotherKeyWithAnotherByte) {
-    EXPECT_NE(keyOf(ptpFrame(0, 1)), keyOf(ptpFrame(0, 2)));
-    EXPECT_NE(keyOf(ptpFrame(0, 1, 1)), keyOf(ptpFrame(0, 1, 2)));
+    EXPECT_NE(keyOf(ptpFrame(0, 2)), keyOf(ptpFrame(0, 1)));
+    EXPECT_NE(keyOf(ptpFrame(0, 1, 2)), keyOf(ptpFrame(0, 1, 1)));
 }
 
 TEST(Frame, ComesBackFromItsDisguise) {
@@ -57,7 +57,7 @@ TEST(Frame, ComesBackFromItsDisguise) {
         virtual_i210::disguise(frame.data(), *parsePtpFrame(frame.data(), frame.size()));
         EXPECT_FALSE(parsePtpFrame(frame.data(), frame.size()));
         virtual_i210::undisguise(frame.data(), frame.size());
-        EXPECT_EQ(frame, original);
+        EXPECT_EQ(original, frame);
     }
 }
 

@@ -51,7 +51,7 @@ TEST_F(StandardTools, PhcCtlSetsTunesAndStepsAClock) {
     EXPECT_THAT(output, HasSubstr("clock time is 997.5"));
     EXPECT_THAT(output, HasSubstr("62499999 maximum frequency adjustment"));
     const auto now = virtual_i210::truePhcNs("tss0", virtual_i210::rawNowNs());
-    EXPECT_EQ(*now / 10'000'000'000u, 99u);
+    EXPECT_EQ(99u, *now / 10'000'000'000u);
 }
 
 TEST_F(StandardTools, PhcCtlTakesTheDeviceToo) {
@@ -94,8 +94,8 @@ TEST_F(StandardTools, Ptp4lFollowsAnotherToAFewTensOfNanoseconds) {
     const std::uint64_t now = virtual_i210::rawNowNs();
     const auto masterNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tsm0", now));
     const auto slaveNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tss0", now));
-    EXPECT_NEAR(static_cast<double>(slaveNs - masterNs), 0.0, 60.0);
-    EXPECT_EQ(virtual_i210::counters("tss0").rxFallbacks, 0u);
+    EXPECT_NEAR(0.0, static_cast<double>(slaveNs - masterNs), 60.0);
+    EXPECT_EQ(0u, virtual_i210::counters("tss0").rxFallbacks);
 }
 
 }  // namespace
