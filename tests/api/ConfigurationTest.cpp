@@ -8,10 +8,10 @@
 #include <functional>
 #include <limits>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/InterfaceDataManager.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

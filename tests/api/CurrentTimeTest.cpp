@@ -3,12 +3,12 @@
 #include <cstring>
 #include <optional>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/DaemonState.h"
 #include "api/InterfaceDataManager.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 
 namespace {

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <tuple>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/DaemonState.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <cerrno>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "VirtualI210.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

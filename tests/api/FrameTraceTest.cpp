@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

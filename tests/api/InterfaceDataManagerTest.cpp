@@ -8,9 +8,9 @@
 #include <cstring>
 #include <new>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

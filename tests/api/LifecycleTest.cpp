@@ -8,11 +8,11 @@
 #include <cstring>
 #include <fstream>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/DaemonState.h"
 #include "api/InterfaceDataManager.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -9,12 +9,12 @@
 #include <cerrno>
 #include <system_error>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
-#include "VirtualI210.h"
 #include "api/DaemonState.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

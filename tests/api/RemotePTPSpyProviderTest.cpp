@@ -12,11 +12,11 @@
 #include <cstring>
 #include <fstream>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/DaemonState.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 
 namespace {

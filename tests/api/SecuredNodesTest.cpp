@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "include/gPtpTimeData.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 #include "tools/virtual_i210/VirtualI210.h"
 

@@ -2,14 +2,14 @@
 
 #include <cstdlib>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
-#include "VirtualI210.h"
 #include "api/InterfaceDataManager.h"
 #include "platform/i210helper.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

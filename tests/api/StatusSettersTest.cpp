@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/InterfaceDataManager.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "AutosarInstance.h"
+#include "tests/autosar/AutosarInstance.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <new>
 #include <utility>
 
-#include "AutosarInstance.h"
+#include "tests/autosar/AutosarInstance.h"
 
 namespace {
 

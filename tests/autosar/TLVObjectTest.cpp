@@ -1,6 +1,6 @@
 #include "autosar/TLVObject.h"
 
-#include "AutosarInstance.h"
+#include "tests/autosar/AutosarInstance.h"
 
 namespace {
 

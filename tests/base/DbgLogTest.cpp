@@ -7,8 +7,8 @@
 #include <csignal>
 #include <thread>
 
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
 
 extern char MasterOrSlave;
 

@@ -7,10 +7,10 @@
 #include <chrono>
 #include <cstring>
 
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "platform/i210helper.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

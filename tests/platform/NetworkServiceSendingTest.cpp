@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "ServiceOnCard.h"
+#include "tests/platform/ServiceOnCard.h"
 
 namespace {
 

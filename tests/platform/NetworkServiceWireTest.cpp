@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
-#include "VirtualI210.h"
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

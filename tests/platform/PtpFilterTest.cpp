@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Vectors.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

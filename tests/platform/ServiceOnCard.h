@@ -6,12 +6,12 @@
 #include <cstring>
 #include <memory>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 using Service = NetworkService<sock>;
 

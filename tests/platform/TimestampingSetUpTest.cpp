@@ -10,11 +10,11 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "VirtualI210.h"
 #include "platform/i210helper.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

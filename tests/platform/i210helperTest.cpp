@@ -8,10 +8,10 @@
 #include <cerrno>
 #include <limits>
 
-#include "Daemon.h"
-#include "KernelSeam.h"
-#include "StdoutCapture.h"
-#include "VirtualI210.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/KernelSeam.h"
+#include "tests/support/StdoutCapture.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "FakePlatform.h"
+#include "tests/ptp/FakePlatform.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "Handlers.h"
 #include "api/DaemonState.h"
+#include "tests/ptp/Handlers.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <csignal>
 #include <thread>
 
-#include "Handlers.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "ptp/LinkDelay.h"
+#include "tests/ptp/Handlers.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 
@@ -254,7 +254,7 @@ TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
     EXPECT_EQ(1U, respond(1, 5000, 2000));
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 6000, 3000), 0U); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, respond(1, 6000, 3000)); }));
     EXPECT_EQ(5000U, +clockItemOf(kSelf).t2.ns);
     EXPECT_EQ(2000U, +clockItemOf(kSelf).t4.ns);
 }
@@ -262,7 +262,7 @@ TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
 TEST_F(PdelayResponse, BeforeItsRequestTakesTheRequestTimeAtTraceLevel0) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 5000, 999), 1U); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(1U, respond(1, 5000, 999)); }));
     EXPECT_EQ(1000U, +clockItemOf(kSelf).t4.ns);
 }
 
@@ -270,7 +270,7 @@ TEST_F(PdelayResponse, AtTheTimeOfItsRequestIsNotReported) {
     DbgTraceLevel = 1;
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(respond(1, 5000, 1000), 1U); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(1U, respond(1, 5000, 1000)); }));
 }
 
 TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
@@ -308,7 +308,7 @@ class PdelayFollowUp : public PdelayRequest {};
 TEST_F(PdelayFollowUp, WithoutAResponseCountsAsIncomplete) {
     PTPMsgPathDelayReq message(0, kPort);
     request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(followUp(1, 6000), 0U); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, followUp(1, 6000)); }));
     EXPECT_EQ(1U, +record.incompletePdelay);
     EXPECT_EQ(6000U, +clockItemOf(kSelf).t3.ns);
     EXPECT_EQ(0U, +clockItemOf(kSelf).prev_t3.ns);

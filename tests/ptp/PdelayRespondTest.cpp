@@ -1,5 +1,5 @@
-#include "Handlers.h"
 #include "base/Extended80.h"
+#include "tests/ptp/Handlers.h"
 #include "tests/support/Vectors.h"
 
 namespace {

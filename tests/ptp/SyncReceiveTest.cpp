@@ -1,10 +1,10 @@
 #include <cmath>
 #include <cstring>
 
-#include "Handlers.h"
 #include "base/Extended80.h"
 #include "ptp/ReferenceRecord.h"
 #include "ptp/SyncEstimate.h"
+#include "tests/ptp/Handlers.h"
 #include "tests/support/Vectors.h"
 
 namespace {

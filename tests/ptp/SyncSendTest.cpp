@@ -1,9 +1,9 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "Handlers.h"
 #include "base/Extended80.h"
 #include "ptp/ReferenceRecord.h"
+#include "tests/ptp/Handlers.h"
 #include "tests/support/Vectors.h"
 #include "timebase/PartialRegressionLine.h"
 
@@ -93,7 +93,7 @@ TEST_F(SyncSend, SendsNothingAndLogsNothingInTxMode0) {
     block.cfg.TxMode = 0;
     PTPMsgSync sync(0, kPort);
     sync.service = &service;
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(sync.processOutgoing(), 0U); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, sync.processOutgoing()); }));
     EXPECT_TRUE(platform().sent.empty());
     EXPECT_EQ(0U, +record.sequenceId);
 }

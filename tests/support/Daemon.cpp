@@ -1,4 +1,4 @@
-#include "Daemon.h"
+#include "tests/support/Daemon.h"
 
 #include <dirent.h>
 #include <gtest/gtest.h>

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "PeerSocket.h"
-#include "Sandbox.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
+#include "tests/support/PeerSocket.h"
+#include "tests/support/Sandbox.h"
 
 /** Configurations that are valid: untagged, domain 0, 125 ms, no AUTOSAR extensions. */
 TSynInstanceConfig masterConfig(const std::string& interfaceName = "tsm0");

@@ -1,4 +1,4 @@
-#include "KernelSeam.h"
+#include "tests/support/KernelSeam.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "PeerSocket.h"
+#include "tests/support/PeerSocket.h"
 
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>

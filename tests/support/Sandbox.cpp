@@ -1,4 +1,4 @@
-#include "Sandbox.h"
+#include "tests/support/Sandbox.h"
 
 #include <linux/ethtool.h>
 #include <linux/sockios.h>

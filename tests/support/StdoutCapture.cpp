@@ -1,4 +1,4 @@
-#include "StdoutCapture.h"
+#include "tests/support/StdoutCapture.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "Vectors.h"
+#include "tests/support/Vectors.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "StdoutCapture.h"
-#include "Vectors.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "ZebEthTimeSynSupportInterface.h"
+#include "include/ZebEthTimeSynSupportInterface.h"
 
 int main(int argc, char** argv) {
     TSynInstanceConfig config = {.recordSize = sizeof config, .role = 1, .VlanID = -1};

@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "PtpPort.h"
 #include "tests/support/Sandbox.h"
+#include "tests/virtual_i210/PtpPort.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "PtpPort.h"
 #include "tests/support/Sandbox.h"
+#include "tests/virtual_i210/PtpPort.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {

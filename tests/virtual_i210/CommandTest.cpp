@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "Programs.h"
 #include "tests/support/Sandbox.h"
+#include "tests/virtual_i210/Programs.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {

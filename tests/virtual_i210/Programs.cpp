@@ -1,4 +1,4 @@
-#include "Programs.h"
+#include "tests/virtual_i210/Programs.h"
 
 #include <signal.h>
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-#include "PtpPort.h"
+#include "tests/virtual_i210/PtpPort.h"
 
 #include <arpa/inet.h>
 #include <linux/if_ether.h>

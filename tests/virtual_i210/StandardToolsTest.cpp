@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "Programs.h"
 #include "tests/support/Sandbox.h"
+#include "tests/virtual_i210/Programs.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 // Programs of the distribution, with the virtual cards preloaded.
