@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <random>
 
-#include "Daemon.h"
-#include "StdoutCapture.h"
-#include "Vectors.h"
+#include "tests/support/Daemon.h"
+#include "tests/support/Seed.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 
@@ -15,20 +14,11 @@ constexpr std::size_t kHeader = 14;
 constexpr std::size_t kLongest = 2048;
 constexpr std::size_t kBetweenProbes = 16;
 
-unsigned int chosenSeed() {
-    const char* const wanted = std::getenv("ZEB_TEST_SEED");
-    const unsigned int seed = wanted != nullptr
-                                  ? static_cast<unsigned>(std::strtoul(wanted, nullptr, 10))
-                                  : std::random_device{}();
-    std::fprintf(stderr, "ZEB_TEST_SEED=%u\n", seed);
-    return seed;
-}
-
 /** A daemon under attack from the other end of its cable. */
 class Attack {
 public:
     explicit Attack(bool isMaster)
-        : random_(chosenSeed()),
+        : random_(seededGenerator()),
           daemon_(isMaster ? masterConfig() : slaveConfig(),
                   isMaster ? RunningDaemon::kMasterThreads : RunningDaemon::kSlaveThreads) {}
 
@@ -90,7 +80,7 @@ private:
         }
     } cable_;
     PeerSocket peer_{"tsm0peer"};
-    std::mt19937 random_;
+    std::mt19937_64 random_;
     RunningDaemon daemon_;
     std::size_t sinceProbe_ = 0;
     unsigned int sequence_ = 0;

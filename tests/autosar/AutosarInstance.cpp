@@ -1,8 +1,6 @@
-#include "AutosarInstance.h"
+#include "tests/autosar/AutosarInstance.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -90,12 +88,4 @@ void configure(InstanceBlock& block, const nlohmann::json& vector) {
     block.userDataLength = vector.at("userDataLength");
     const Bytes user = fromHex(vector.at("userBytes"));
     std::copy(user.begin(), user.end(), block.userBytes);
-}
-
-std::mt19937 seededGenerator() {
-    constexpr unsigned long kUsualSeed = 41;
-    const char* const wanted = std::getenv("ZEB_TEST_SEED");
-    const unsigned long seed = wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : kUsualSeed;
-    std::fprintf(stderr, "ZEB_TEST_SEED=%lu\n", seed);
-    return std::mt19937(static_cast<std::mt19937::result_type>(seed));
 }

@@ -4,14 +4,13 @@
 
 #include <functional>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "StdoutCapture.h"
-#include "Vectors.h"
 #include "api/InterfaceDataManager.h"
 #include "autosar/TLVObject.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/Vectors.h"
 
 using Bytes = std::vector<unsigned char>;
 
@@ -55,6 +54,3 @@ std::string printedBy(const std::function<void()>& action);
 
 /** Sets everything that a vector says about the instance. */
 void configure(InstanceBlock& block, const nlohmann::json& vector);
-
-/** Generator seeded by ZEB_TEST_SEED, or a usual seed, which it prints. */
-std::mt19937 seededGenerator();

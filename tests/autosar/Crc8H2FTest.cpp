@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "AutosarInstance.h"
+#include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ TEST_F(Crc8H2F, OfNothingIsZeroForAFirstPieceAndThePreviousOneAfterwards) {
 }
 
 TEST_F(Crc8H2F, IsTheSameForEveryWayToSplitTheData) {
-    std::mt19937 random = seededGenerator();
+    std::mt19937_64 random = seededGenerator();
     Bytes data(64);
     for (unsigned char& byte : data) {
         byte = static_cast<unsigned char>(random());

@@ -2,8 +2,9 @@
 #include <cstring>
 #include <utility>
 
-#include "AutosarInstance.h"
 #include "api/DaemonState.h"
+#include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -163,7 +164,7 @@ TEST_F(MalformedTlv, ASlaveWithAWrongCrcModeExpectsFFAndLogsEveryPiece) {
 }
 
 TEST_F(MalformedTlv, RandomBytesNeverDoMoreThanBeRefused) {
-    std::mt19937 random = seededGenerator();
+    std::mt19937_64 random = seededGenerator();
     for (int round = 0; round < 20000; ++round) {
         std::generate(tlv.bytes + 10, tlv.bytes + sizeof tlv.bytes,
                       [&random] { return static_cast<unsigned char>(random()); });

@@ -2,9 +2,10 @@
 #include <cstring>
 #include <memory>
 
-#include "AutosarInstance.h"
 #include "api/DaemonState.h"
 #include "include/gPtpTimeData.h"
+#include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Seed.h"
 #include "timebase/osipc.h"
 
 namespace {
@@ -270,7 +271,7 @@ TEST_F(ReportToHost, CopiesAtMostFourEntriesAndThreeUserBytes) {
 
 /** What one instance builds, an instance with the same data IDs finds valid. */
 TEST_F(TlvReception, AcceptsWhateverThisLibraryBuilds) {
-    std::mt19937 random = seededGenerator();
+    std::mt19937_64 random = seededGenerator();
     const auto byte = [&random] { return static_cast<unsigned char>(random()); };
     for (int round = 0; round < 2000; ++round) {
         block.cfg.CrcTimeFlags = byte();

@@ -1,5 +1,6 @@
-#include "Handlers.h"
 #include "autosar/TLVObject.h"
+#include "tests/ptp/Handlers.h"
+#include "tests/support/Seed.h"
 #include "tests/support/Vectors.h"
 
 namespace {

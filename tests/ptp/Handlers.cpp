@@ -1,7 +1,5 @@
-#include "Handlers.h"
+#include "tests/ptp/Handlers.h"
 
-#include <cstdlib>
-#include <iostream>
 #include <stdexcept>
 
 #include "api/DaemonState.h"
@@ -103,13 +101,4 @@ void setTimestamp(std::vector<unsigned char>& message, unsigned long long ns) {
 
 std::string image(const gPtpTimeDataStruct& record) {
     return toHex(reinterpret_cast<const unsigned char*>(&record), sizeof record);
-}
-
-std::mt19937_64 seededGenerator() {
-    constexpr unsigned long long kUsualSeed = 88;
-    const char* const wanted = std::getenv("ZEB_TEST_SEED");
-    const unsigned long long seed =
-        wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : kUsualSeed;
-    std::cout << "ZEB_TEST_SEED=" << seed << std::endl;
-    return std::mt19937_64(seed);
 }

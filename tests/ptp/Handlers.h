@@ -4,15 +4,14 @@
 
 #include <functional>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "FakePlatform.h"
 #include "api/InterfaceDataManager.h"
 #include "include/gPtpTimeData.h"
 #include "ptp/clockitems.h"
 #include "ptp/ptpclass.h"
+#include "tests/ptp/FakePlatform.h"
 #include "tests/support/Sandbox.h"
 
 /** Message handlers on the fake platform, with an empty port table, a zeroed instance block and a
@@ -55,6 +54,3 @@ void setTimestamp(std::vector<unsigned char>& message, unsigned long long ns);
 
 /** The 236 bytes of a record. */
 std::string image(const gPtpTimeDataStruct& record);
-
-/** Generator of this run: seeded by ZEB_TEST_SEED when that is set. Prints its seed. */
-std::mt19937_64 seededGenerator();

@@ -2,7 +2,8 @@
 
 #include <cmath>
 
-#include "Handlers.h"
+#include "tests/ptp/Handlers.h"
+#include "tests/support/Seed.h"
 #include "tests/support/Vectors.h"
 
 namespace {

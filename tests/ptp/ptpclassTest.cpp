@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include "Handlers.h"
 #include "base/DbgLog.h"
+#include "tests/ptp/Handlers.h"
+#include "tests/support/Seed.h"
 #include "tests/support/Vectors.h"
 
 namespace {

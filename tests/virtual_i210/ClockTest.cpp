@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <random>
 #include <thread>
+
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -52,11 +53,9 @@ TEST(Clock, LosesAndRunsBackwardsExactly) {
 }
 
 TEST(Clock, AgreesWithFloatingPointOverADay) {
-    const unsigned seed = 20240611;
-    RecordProperty("seed", static_cast<int>(seed));
-    std::mt19937_64 random(seed);
+    std::mt19937_64 random = seededGenerator();
     for (int i = 0; i < 10'000; ++i) {
-        SCOPED_TRACE("seed " + std::to_string(seed) + " case " + std::to_string(i));
+        SCOPED_TRACE(i);
         const auto ppt = static_cast<std::int64_t>(random() % 2'000'000'000) - 1'000'000'000;
         const std::uint64_t elapsed = random() % 86'400'000'000'000u;
         const ClockLine line = lineWithRate(virtual_i210::combineRates(ppt, 0));
