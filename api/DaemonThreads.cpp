@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "api/BuildStamp.h"
 #include "api/DaemonState.h"
 #include "api/InterfaceDataManager.h"
 #include "api/MessagePumps.h"
@@ -18,13 +19,11 @@
 #include "base/FieldText.h"
 #include "base/MutexLock.h"
 #include "platform/i210helper.h"
-
-#ifndef ZEB_BUILD_DATE
-#define ZEB_BUILD_DATE __DATE__
-#define ZEB_BUILD_TIME __TIME__
-#endif
+#include "timebase/osipc.h"
 
 namespace {
+
+constexpr const char* kLogSource = log_source::kControl;
 
 using daemon_threads::Thread;
 
@@ -259,18 +258,18 @@ void runRole(const InstanceBlock& block, const std::string& stack, std::string i
 
 }  // namespace
 
-void* MainEntryPointSharedLibrary(void* record) {
+ZEB_EXPORT void* MainEntryPointSharedLibrary(void* record) {
     const auto& block = *static_cast<const InstanceBlock*>(record);
     ZEB_LOG(kAlways,
             "Velto daemon [libZebEthTimeSynDaemon.so] daemon created on %s at %s, "
             "DbgTraceLevel=%d\n",
-            ZEB_BUILD_DATE, ZEB_BUILD_TIME, traceLevel());
+            kBuildDate, kBuildTime, traceLevel());
     const std::string stack = fieldText(block.cfg.ethStackIdent);
     const std::string interfaceName = fieldText(block.cfg.interfaceName);
     ZEB_LOG(kAlways, "Params: %s %s %s %s\n", stack.c_str(), interfaceName.c_str(),
             block.cfg.role != 0 ? "-T" : "-L", "-Xp");
     EthStackIdent = stack;
-    shm_name = "/" + interfaceName;
+    nameSegment("/" + interfaceName);
     devname = stack + "/dev/bpf";
     ZEB_LOG(kAlways, "Interface: %s\n", interfaceName.c_str());
     ZEB_LOG(kAlways, "Argument[1]:%s \n", interfaceName.c_str());
@@ -354,5 +353,5 @@ void SlaveThread(char* ifName) {
     waitForCountedThreads();
 }
 
-extern "C" void* plainMainEntryPoint(void* record) __asm__("MainEntryPointSharedLibrary")
-    __attribute__((alias("_Z27MainEntryPointSharedLibraryPv")));
+ZEB_PLAIN_NAME(void*, MainEntryPointSharedLibrary, (void* record),
+               "_Z27MainEntryPointSharedLibraryPv");

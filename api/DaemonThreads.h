@@ -1,15 +1,14 @@
 #pragma once
 
+#include "base/Exports.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
 /** Role bodies for one interface; return when the role could not start or its pumps have ended. */
-void MasterThread(char* ifName);
-void SlaveThread(char* ifName);
+ZEB_EXPORT void MasterThread(char* ifName);
+ZEB_EXPORT void SlaveThread(char* ifName);
 
 /** Blocks SIGUSR1 in the calling thread and sleeps one second; returns at once when that fails. */
-void DisableUsrSignals();
-
-#pragma GCC visibility push(hidden)
+ZEB_EXPORT void DisableUsrSignals();
 
 /** Sets SOCK back to the value found when the main thread started, if there was one. */
 void restoreSavedSock();
@@ -32,5 +31,3 @@ enum class Thread { kMain, kInput, kSender, kAnnounce };
 void cancel(Thread thread);
 
 }  // namespace daemon_threads
-
-#pragma GCC visibility pop

@@ -17,7 +17,7 @@ constexpr int kRecordSizeTraceLine = 95;
 InterfaceDataManager* InterfaceDataManager::m_pInstance = nullptr;
 
 InterfaceDataManager::InterfaceDataManager() : block{} {
-    if (traceLevel() > 2) {
+    if (abortsOnTrace()) {
         fatalTraceLine("InterfaceDataManager", kConstructorTraceLine);
     }
 }
@@ -37,7 +37,7 @@ InterfaceDataManager* InterfaceDataManager::getInstance(const TSynInstanceConfig
     const std::size_t recordSize = cfg->recordSize;
     std::memcpy(static_cast<void*>(&instance->block), cfg,
                 std::min(recordSize, sizeof(InstanceBlock)));
-    if (recordSize != sizeof(TSynInstanceConfig) && traceLevel() > 2) {
+    if (recordSize != sizeof(TSynInstanceConfig) && abortsOnTrace()) {
         std::fprintf(stdout, "%s  trace line %d: value s is not supported\n", "getInstance",
                      kRecordSizeTraceLine);
         abandonAfterTraceLine();

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "base/Exports.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
 #pragma pack(push, 4)
@@ -58,13 +59,13 @@ class InterfaceDataManager {
 public:
     /** The instance, or null when memory is exhausted. Above trace level 2 the first call prints
      *  its trace line and aborts. The very first call must come from one thread. */
-    static InterfaceDataManager* getInstance();
+    ZEB_EXPORT static InterfaceDataManager* getInstance();
 
     /** As getInstance, then copies the host's record over the start of the block: as many bytes as
      *  its own size field says, at most the whole block. */
-    static InterfaceDataManager* getInstance(const TSynInstanceConfig* cfg);
+    ZEB_EXPORT static InterfaceDataManager* getInstance(const TSynInstanceConfig* cfg);
 
-    static InterfaceDataManager* m_pInstance;
+    ZEB_EXPORT static InterfaceDataManager* m_pInstance;
 
     InstanceBlock block;
 

@@ -9,9 +9,11 @@
 #include "api/DaemonThreads.h"
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
+#include "base/Undestroyed.h"
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kControl;
 constexpr useconds_t kPausedPollMicroseconds = 100;
 constexpr useconds_t kIdlePollMicroseconds = 1000;
 constexpr int kReceiveCapacity = 2048;
@@ -88,7 +90,7 @@ void* InputThreader(void* record) {
     const auto& pump = *static_cast<InputPumpRecord*>(record);
     unsigned char buffer[kReceiveCapacity + kVlanTagSpare];
     ptp_time_t rxTime{};
-    notePumpStarted();
+    noteDaemonThread();
     atomic_add(&threadCount, 1);
     for (;;) {
         waitWhilePaused();
@@ -111,7 +113,7 @@ void* InputThreader(void* record) {
 
 void* OutputThreader(void* record) {
     const auto& pump = *static_cast<OutputPumpRecord*>(record);
-    notePumpStarted();
+    noteDaemonThread();
     atomic_add(&threadCount, 1);
     pump.message->service = pump.service;
     restoreSavedSock();

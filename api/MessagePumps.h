@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 
+#include "base/Exports.h"
 #include "ptp/ptpclass.h"
 
 /** Argument of an input pump; stays valid while the pump runs. */
@@ -20,8 +21,8 @@ struct OutputPumpRecord {
 
 /** Receives frames and lets each handle itself, one after another, while runningState is set.
  *  Ends by cancellation only. */
-void* InputThreader(void* record);
+ZEB_EXPORT void* InputThreader(void* record);
 
 /** Sends one message each period while runningState is set; the first one at once when it is set
  *  on entry. Ends by cancellation only. */
-void* OutputThreader(void* record);
+ZEB_EXPORT void* OutputThreader(void* record);

@@ -77,15 +77,15 @@ void sendRecord(int spy, const gPtpTimeDataStruct& live, const sockaddr_in& peer
     if (sendto(spy, &copy, sizeof copy, 0, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) <
         0) {
         report("sendto() is buggy ");
-    } else if (traceLevel() > 2) {
+    } else if (abortsOnTrace()) {
         fatalTraceLine("RemotePTPSpyProvider", kReplyTraceLine);
     }
 }
 
 }  // namespace
 
-void* RemotePTPSpyProvider(void* /*unused*/) {
-    if (traceLevel() > 2) {
+ZEB_EXPORT void* RemotePTPSpyProvider(void* /*unused*/) {
+    if (abortsOnTrace()) {
         fatalTraceLine("RemotePTPSpyProvider", kEntryTraceLine);
     }
     const int spy = openSpySocket();
@@ -102,5 +102,4 @@ void* RemotePTPSpyProvider(void* /*unused*/) {
     }
 }
 
-extern "C" void* plainRemotePTPSpyProvider(void* unused) __asm__("RemotePTPSpyProvider")
-    __attribute__((alias("_Z20RemotePTPSpyProviderPv")));
+ZEB_PLAIN_NAME(void*, RemotePTPSpyProvider, (void* unused), "_Z20RemotePTPSpyProviderPv");

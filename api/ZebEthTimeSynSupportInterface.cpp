@@ -20,6 +20,8 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kControl;
+
 using daemon_threads::Thread;
 
 constexpr int kCreateLogLine = 1297;  // log readers look for this line number
@@ -135,7 +137,7 @@ void notifySenders(unsigned char notify) {
 
 }  // namespace
 
-int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
+ZEB_EXPORT int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
     if (cfg == nullptr) {
         return -1;
     }
@@ -162,7 +164,7 @@ int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
     return result;
 }
 
-int ZebEthTSynInterface_Destroy(void) {
+ZEB_EXPORT int ZebEthTSynInterface_Destroy(void) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     ZEB_LOG(kAlways, "Destroying threads ...\n");
     if (cfg.role != 0) {
@@ -176,9 +178,9 @@ int ZebEthTSynInterface_Destroy(void) {
     return 0;
 }
 
-int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* status1,
-                                        unsigned int* status2, unsigned int* status3,
-                                        unsigned char* status4) {
+ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* status1,
+                                                   unsigned int* status2, unsigned int* status3,
+                                                   unsigned char* status4) {
     InterfaceDataManager::getInstance();
     const auto calls =
         static_cast<unsigned char>(__atomic_fetch_add(&statusCalls, 1, __ATOMIC_RELAXED));
@@ -189,7 +191,8 @@ int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* s
     return 0;
 }
 
-int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent, const char* ifName) {
+ZEB_EXPORT int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent,
+                                         const char* ifName) {
     InstanceBlock& block = instanceBlock();
     if (block.cfg.argumentCount > 1) {
         if (stackIdent != nullptr) {
@@ -215,7 +218,7 @@ int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent, c
     return 0;
 }
 
-int ZebEthTSynInterface_Stop(void) {
+ZEB_EXPORT int ZebEthTSynInterface_Stop(void) {
     InstanceBlock& block = instanceBlock();
     ZEB_LOG(kAlways, "Stopping threads ...\n");
     block.userDataLength = 0;
@@ -224,11 +227,10 @@ int ZebEthTSynInterface_Stop(void) {
     return 0;
 }
 
-int ZebEthTSynInterface_GetCurrentTime(unsigned int /*handle*/, unsigned long long* seconds,
-                                       unsigned int* nanoseconds, unsigned short* word,
-                                       unsigned int* pathDelay, unsigned int* statusWord,
-                                       unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs,
-                                       TSynUserData* userData) {
+ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
+    unsigned int /*handle*/, unsigned long long* seconds, unsigned int* nanoseconds,
+    unsigned short* word, unsigned int* pathDelay, unsigned int* statusWord,
+    unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs, TSynUserData* userData) {
     gPtpTimeDataStruct* record = nullptr;
     InstanceBlock* block = nullptr;
     if (isRunning()) {
@@ -259,8 +261,9 @@ int ZebEthTSynInterface_GetCurrentTime(unsigned int /*handle*/, unsigned long lo
     return static_cast<int>(static_cast<unsigned int>(time));
 }
 
-int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/, unsigned long long* seconds,
-                                      unsigned int* nanoseconds) {
+ZEB_EXPORT int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/,
+                                                 unsigned long long* seconds,
+                                                 unsigned int* nanoseconds) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     // Exactly 1, narrower than the role test elsewhere: hosts use it to tell plain masters.
     if (cfg.role != 1) {
@@ -272,8 +275,8 @@ int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/, unsigned long lon
     return 0;
 }
 
-int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
-                                    unsigned int nanoseconds, unsigned char notify) {
+ZEB_EXPORT int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
+                                               unsigned int nanoseconds, unsigned char notify) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     notifySenders(notify);
     const std::optional<std::string> saved = environmentSock();
@@ -286,8 +289,8 @@ int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long 
     return 0;
 }
 
-int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long seconds,
-                                    unsigned int nanoseconds, unsigned char notify) {
+ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long seconds,
+                                               unsigned int nanoseconds, unsigned char notify) {
     if (seconds > kMaxSoftSeconds) {
         ZEB_LOG(kError, "Too big time as secons to set %llu ...\n", seconds);
         return -1;
@@ -310,9 +313,9 @@ int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long 
     return 0;
 }
 
-int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
-                                unsigned int nanoseconds, unsigned char notify,
-                                const unsigned char* userData) {
+ZEB_EXPORT int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
+                                           unsigned int nanoseconds, unsigned char notify,
+                                           const unsigned char* userData) {
     InterfaceDataManager::getInstance();
     if (userData != nullptr && !storeUserData(userData)) {
         ZEB_LOG(kError, "Wrong user data length ...\n");
@@ -321,7 +324,7 @@ int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
     return ZebEthTSynInterface_SetSoftTime(handle, seconds, nanoseconds, notify);
 }
 
-int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
+ZEB_EXPORT int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
     if (status > 1) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
         return -1;
@@ -337,7 +340,8 @@ int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status)
     return 0;
 }
 
-int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/, unsigned char status) {
+ZEB_EXPORT int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/,
+                                                     unsigned char status) {
     if ((status & ~kSettableStatusBits) != 0) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
         return -1;
@@ -353,7 +357,7 @@ int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/, unsigned char
     return 0;
 }
 
-int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
+ZEB_EXPORT int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
     if (data == nullptr) {
         return 0;
     }
@@ -364,8 +368,8 @@ int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char
     return 0;
 }
 
-int ZebEthTSynInterface_SetTxMode(unsigned int /*handle*/, unsigned int txMode,
-                                  unsigned int txCrcMode) {
+ZEB_EXPORT int ZebEthTSynInterface_SetTxMode(unsigned int /*handle*/, unsigned int txMode,
+                                             unsigned int txCrcMode) {
     InstanceBlock& block = instanceBlock();
     if (block.cfg.role != 0) {
         block.cfg.TxMode = txMode;

@@ -10,6 +10,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kSubTlvs;
 constexpr unsigned int kAutosarSubType = 0x605676;
 constexpr unsigned int kOrganizationFieldsSize = 6;
 constexpr unsigned int kSubTlvHeadSize = 2;

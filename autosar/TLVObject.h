@@ -1,8 +1,7 @@
 #pragma once
 
-#include "ptp/ptpwire.h"
-
-#pragma GCC visibility push(hidden)
+#include "base/Exports.h"
+#include "wire/ptpwire.h"
 
 /** Bits of the sub-TLV mask. */
 enum SubTlvBit : unsigned char {
@@ -53,10 +52,8 @@ constexpr unsigned int subTlvSize(unsigned int mask) {
     return size;
 }
 
-#pragma GCC visibility pop
-
 /** A block of TLV bytes, built for sending or holding what was received. */
-class TLVObject {
+class ZEB_EXPORT TLVObject {
 public:
     /** Builds the headers (type 0, sized by the mask) or one sub-TLV of a filled Follow_Up header
      *  from the configuration and the host's status and user data. */
@@ -74,20 +71,23 @@ public:
 /** CRC-8H2F as the AUTOSAR routine of this name: a first call ignores startValue, a further one
  *  continues from it. With TxCrcMode 0 (or a wrong one, logged) a master gets 0x00, a slave 0xFF.
  */
-unsigned char Crc_CalculateCRC8H2F(unsigned char const* data, unsigned int length,
-                                   unsigned char startValue, bool isFirstCall);
+ZEB_EXPORT unsigned char Crc_CalculateCRC8H2F(unsigned char const* data, unsigned int length,
+                                              unsigned char startValue, bool isFirstCall);
 
 /** Mask of the sub-TLVs that the configuration asks for. */
-unsigned int getConfigParameterBlockTLVBitmask();
+ZEB_EXPORT unsigned int getConfigParameterBlockTLVBitmask();
 
 /** Checks a received AUTOSAR TLV and reports its content into the instance block. Returns 1, or 0
  *  when a CRC is wrong at trace level 0. Throws the const char* "No more data" for truncated data
  *  and, above trace level 0, for a wrong CRC. */
-unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv, ptpv2hdr_t* followUpHeader);
+ZEB_EXPORT unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv,
+                                                         ptpv2hdr_t* followUpHeader);
 
 /** For hosts: a frame that is no Follow_Up is passed on through the two outputs; a Follow_Up is
  *  copied to the address given as destination itself, with 86 at bytes 58 and 59. Returns 0. */
-int SyncFollowUpAttachAutoSARTLV(char* frame, int length, char** destination, int* newLength);
+ZEB_EXPORT int SyncFollowUpAttachAutoSARTLV(char* frame, int length, char** destination,
+                                            int* newLength);
 
 /** Kept in the interface; does nothing and returns 0. */
-int SyncFollowUpDetachAutoSARTLV(char* frame, int length, char* destination, int* newLength);
+ZEB_EXPORT int SyncFollowUpDetachAutoSARTLV(char* frame, int length, char* destination,
+                                            int* newLength);

@@ -1,11 +1,12 @@
 #include "autosar/TlvCrc.h"
 
 #include "api/InterfaceDataManager.h"
-#include "autosar/Crc8H2F.h"
 #include "base/DbgLog.h"
+#include "wire/Crc8H2F.h"
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kSubTlvs;
 constexpr unsigned int kCrcOff = 0;
 constexpr unsigned int kCrcOn = 1;
 constexpr unsigned char kMasterSubstitute = 0x00;

@@ -3,8 +3,6 @@
 #include "autosar/TLVObject.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
-#pragma GCC visibility push(hidden)
-
 /** The data ID that closes the CRCs of a Follow_Up, chosen by its sequenceId. */
 unsigned char dataIdOf(const TSynInstanceConfig& cfg, const unsigned char* followUp);
 
@@ -14,5 +12,3 @@ unsigned char timeCrc1(unsigned char flags, const unsigned char* followUp, unsig
 
 /** CRC over the given bytes, each a piece of its own, and the data ID. */
 unsigned char bytewiseCrc(const unsigned char* data, unsigned int length, unsigned char dataId);
-
-#pragma GCC visibility pop

@@ -2,9 +2,7 @@
 
 #include <cstddef>
 
-#include "ptp/ptpwire.h"
-
-#pragma GCC visibility push(hidden)
+#include "wire/ptpwire.h"
 
 /** Reads a received TLV from front to back. Reading past the end reports (above trace level 0) and
  *  throws the text "No more data" as const char*. */
@@ -38,5 +36,3 @@ private:
     const unsigned char* at_;
     const unsigned char* end_;
 };
-
-#pragma GCC visibility pop

@@ -1,13 +1,16 @@
 #include "base/DbgLog.h"
 
+#include <cstdarg>
 #include <cstdlib>
 
-extern char MasterOrSlave;
+#include "include/ZebEthTimeSynSupportInterface.h"
 
 int DbgTraceLevel = 4;
 
 const char* dbgMsgType[9] = {"DISABLED", "DEACTIVATED", "ALWAYS",  "INFO", "DEBUG",
                              "NOTICE",   "ALERT",       "WARNING", "ERROR"};
+
+char MasterOrSlave = '?';
 
 void traceLine(const char* name, int line) {
     std::fprintf(stdout, "%s  trace line %d\n", name, line);
@@ -25,4 +28,16 @@ void fatalTraceLine(const char* name, int line) {
 
 void printRoleMarked(const char* text) {
     std::fprintf(stdout, "%c%s\n", __atomic_load_n(&MasterOrSlave, __ATOMIC_RELAXED), text);
+}
+
+void reportFault(const char* format, ...) {
+    if (!reportsFaults()) {
+        return;
+    }
+    char text[256];
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    printRoleMarked(text);
 }

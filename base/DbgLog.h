@@ -3,14 +3,48 @@
 #include <cstdio>
 #include <ctime>
 
-#include "include/ZebEthTimeSynSupportInterface.h"
+#include "base/Exports.h"
+
+/* The trace level and the level names are part of the control interface, whose header says what
+ * they are for; declared here too, so that a change of that header rebuilds no room. */
+extern "C" {
+ZEB_EXPORT extern int DbgTraceLevel;
+ZEB_EXPORT extern const char* dbgMsgType[9];
+}
+
+/** '?' before a role started, then '1' master or '2' slave: the mark of role-marked lines. */
+ZEB_EXPORT extern char MasterOrSlave;
 
 /** Level numbers of the log; they label a line and filter nothing. */
 enum LogLevel { kAlways = 2, kInfo = 3, kDebug = 4, kError = 8 };
 
+/** What a trace level above these numbers turns on. */
+enum TraceThreshold {
+    kReportsAbove = 0,  ///< reports of rejected data and impossible times
+    kAbortsAbove = 2    ///< trace lines, most of which end the process
+};
+
+/** The files that log readers know lines by: a line keeps its name wherever the code lives. */
+namespace log_source {
+inline constexpr const char* kControl = "api/ZebEthTimeSynSupportInterface.cpp";
+inline constexpr const char* kMessages = "ptp/ptpclass.cpp";
+inline constexpr const char* kSubTlvs = "autosar/TLVObject.cpp";
+inline constexpr const char* kSegment = "timebase/osipc.cpp";
+inline constexpr const char* kNetwork = "platform/NetworkService.cpp";
+inline constexpr const char* kHardwareClock = "platform/i210helperLinux.cpp";
+}  // namespace log_source
+
 /** DbgTraceLevel as it stands now; a host may write it while threads run. */
 inline int traceLevel() {
     return __atomic_load_n(&DbgTraceLevel, __ATOMIC_RELAXED);
+}
+
+inline bool reportsFaults() {
+    return traceLevel() > kReportsAbove;
+}
+
+inline bool abortsOnTrace() {
+    return traceLevel() > kAbortsAbove;
 }
 
 /** The reading that stamps a log line. */
@@ -21,7 +55,8 @@ inline timespec logTime() {
 }
 
 /** Prints one log line as a single printf, so that lines of different threads stay whole, and
- *  flushes it. The format is a literal that ends with its own newline. */
+ *  flushes it. The format is a literal that ends with its own newline. A source that logs names
+ *  itself in a constant kLogSource. */
 #define ZEB_LOG(level, ...) ZEB_LOG_LINE(level, __LINE__, __func__, __VA_ARGS__)
 
 /** As ZEB_LOG, with a line number that log readers rely on. */
@@ -30,16 +65,25 @@ inline timespec logTime() {
 /** As ZEB_LOG, under the name of the function that log readers know the line by. */
 #define ZEB_LOG_AS(function, level, ...) ZEB_LOG_LINE(level, __LINE__, function, __VA_ARGS__)
 
-#define ZEB_LOG_LINE(level, line, function, format, ...)                                    \
-    do {                                                                                    \
-        const timespec logNow = logTime();                                                  \
-        std::printf("[%s] [%d.%09u] <%s/%d->%s()>" format, dbgMsgType[level],               \
-                    static_cast<int>(logNow.tv_sec), static_cast<unsigned>(logNow.tv_nsec), \
-                    __FILE__, line, function, ##__VA_ARGS__);                               \
-        std::fflush(stdout);                                                                \
+#define ZEB_LOG_LINE(level, line, function, format, ...)                                       \
+    do {                                                                                       \
+        if (false) {                                                                           \
+            std::printf(format, ##__VA_ARGS__); /* has the compiler check the values */        \
+        }                                                                                      \
+        printLogLine("[%s] [%d.%09u] <%s/%d->%s()>" format, level, kLogSource, line, function, \
+                     ##__VA_ARGS__);                                                           \
     } while (false)
 
-#pragma GCC visibility push(hidden)
+/** Behind ZEB_LOG. The values are there before the clock is read, so a slow one does not make the
+ *  stamp older than the line. */
+template <typename... Values>
+void printLogLine(const char* format, LogLevel level, const char* source, int line,
+                  const char* function, Values... values) {
+    const timespec now = logTime();
+    std::printf(format, dbgMsgType[level], static_cast<int>(now.tv_sec),
+                static_cast<unsigned>(now.tv_nsec), source, line, function, values...);
+    std::fflush(stdout);
+}
 
 /** Prints "name  trace line N" without a prefix and without a flush. */
 void traceLine(const char* name, int line);
@@ -54,4 +98,5 @@ void traceLine(const char* name, int line);
 /** Prints text behind the role character, the form that diagnostic tools read. */
 void printRoleMarked(const char* text);
 
-#pragma GCC visibility pop
+/** printRoleMarked of a formatted text, cut to 255 characters, while faults are reported. */
+__attribute__((format(printf, 1, 2))) void reportFault(const char* format, ...);

@@ -4,10 +4,6 @@
 
 #include "base/ptptime.h"
 
-#pragma GCC visibility push(hidden)
-
 /** Chooses from readings system, PHC, system, ... the PHC reading in the narrowest bracket of two
  *  system readings; the earliest of equals. The system time is the one before the PHC reading. */
 ptp_ext_time_t narrowestBracket(const ptp_clock_time* readings, unsigned int samples);
-
-#pragma GCC visibility pop

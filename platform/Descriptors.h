@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#pragma GCC visibility push(hidden)
-
 /** Moves a descriptor off 0, which the library reads as "not open": a host may have closed its
  *  standard input. Returns the usable descriptor, or -1. */
 inline int awayFromZero(int descriptor) {
@@ -18,5 +16,3 @@ inline int awayFromZero(int descriptor) {
 
 /** The process-wide raw packet socket: 0 before the set-up, -1 after a failed one. */
 int rawSocket();
-
-#pragma GCC visibility pop

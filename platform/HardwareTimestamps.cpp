@@ -13,6 +13,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kHardwareClock;
 constexpr unsigned long long kTxTimestampCycles = 50000000;
 constexpr useconds_t kTxPollMicroseconds = 50;
 constexpr useconds_t kTxGraceMicroseconds = 1000;

@@ -16,10 +16,11 @@
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "platform/PtpFilter.h"
-#include "ptp/MessageDump.h"
+#include "wire/FrameTrace.h"
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kNetwork;
 constexpr int kMacSize = 6;
 constexpr int kMessageSize = 256;
 constexpr int kMaxPayload = 2048;

@@ -4,16 +4,17 @@
 
 #include <exception>
 
+#include "base/Exports.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
 
 /** Tag of the packet-socket service; never defined. */
-struct sock;
+struct ZEB_EXPORT sock;
 
 /** Ethernet port of the daemon: frames PTP messages, sends and receives them with hardware
  *  timestamps. No locks: one thread receives, senders take turns. */
 template <typename Backend>
-class NetworkService : public std::exception {
+class ZEB_EXPORT NetworkService : public std::exception {
 public:
     /** Takes VLAN and domain from the configuration and the process-wide socket, opening it first
      *  when there is none. Never fails: without a socket, sends and receives do nothing. */
@@ -46,11 +47,11 @@ private:
     friend char* GetInterfaceName(NetworkService<sock>* service);
     friend unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
 
-    void initBpf();
-    int headerLength() const { return vlanId_ >= 0 ? 18 : 14; }
-    int buildFrame(const unsigned char* destination, void const* payload, int length,
-                   unsigned char* frame) const;
-    bool isForeignVlan(const unsigned char* frame) const;
+    ZEB_INTERNAL void initBpf();
+    ZEB_INTERNAL int headerLength() const { return vlanId_ >= 0 ? 18 : 14; }
+    ZEB_INTERNAL int buildFrame(const unsigned char* destination, void const* payload, int length,
+                                unsigned char* frame) const;
+    ZEB_INTERNAL bool isForeignVlan(const unsigned char* frame) const;
 
     unsigned char mac_[6];
     unsigned char domain_;
@@ -62,11 +63,11 @@ private:
 extern template class NetworkService<sock>;
 
 /** Reads an interface's hardware address into mac[6]. Returns 0, or the failed call's result. */
-int macaddress(char const* interfaceName, unsigned char* mac);
+ZEB_EXPORT int macaddress(char const* interfaceName, unsigned char* mac);
 
 /** The clock identity MAC[0..2] FF FE MAC[3..5]; one buffer for the process, rewritten by every
  *  call. */
-unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
+ZEB_EXPORT unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
 
 /** The interface name inside the service. */
-char* GetInterfaceName(NetworkService<sock>* service);
+ZEB_EXPORT char* GetInterfaceName(NetworkService<sock>* service);

@@ -4,8 +4,6 @@
 
 #include <string>
 
-#pragma GCC visibility push(hidden)
-
 /** Dynamic clock id of a clock device's descriptor. */
 inline clockid_t clockIdOf(int descriptor) {
     return static_cast<clockid_t>((~static_cast<unsigned int>(descriptor) << 3) | 3);
@@ -16,5 +14,3 @@ inline clockid_t clockIdOf(int descriptor) {
 inline std::string phcDevicePath(int index) {
     return "/dev/ptp" + std::to_string(index).substr(0, 2);
 }
-
-#pragma GCC visibility pop

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "base/Exports.h"
 #include "base/ptptime.h"
 
 struct ptpv2hdr_t;
@@ -16,34 +17,35 @@ struct UInterface {
 };
 
 /** PHC index of an interface, or -1 (logged). Needs the raw socket. */
-int findPhcIndex(char* interfaceName);
+ZEB_EXPORT int findPhcIndex(char* interfaceName);
 
 /** Reads the PHC; returns the library's one copy of the reading, unchanged on failure. The first
  *  caller's interface chooses the device for the life of the process. */
-timespec* get_ptp_hardware_clock_phc(char* interfaceName);
+ZEB_EXPORT timespec* get_ptp_hardware_clock_phc(char* interfaceName);
 
 /** Sets the PHC to 32-bit seconds and nanoseconds; the upper seconds are ignored. 1 or 0. */
-int set_ptp_hardware_clock_phc(char const* interfaceName, unsigned short upperSeconds,
-                               unsigned int seconds, unsigned int nanoseconds);
+ZEB_EXPORT int set_ptp_hardware_clock_phc(char const* interfaceName, unsigned short upperSeconds,
+                                          unsigned int seconds, unsigned int nanoseconds);
 
 /** Opens the process-wide raw packet socket on an interface, promiscuous and with hardware
  *  timestamps. Returns it, or -1 (logged); ends the process when SO_REUSEADDR is refused. */
-int EnableI210Timestamping(char const* interfaceName);
+ZEB_EXPORT int EnableI210Timestamping(char const* interfaceName);
 
 /** Transmit timestamp of the frame just sent, PHC ns; 0 when none came (logged). Polls for some
  *  tens of milliseconds. Timestamps are not matched to frames: one sender at a time. */
-unsigned long long getTxTimestamp(int socket);
+ZEB_EXPORT unsigned long long getTxTimestamp(int socket);
 
 /** Receives one frame, blocking. length: in the capacity (the buffer has 4 bytes more, for a VLAN
  *  tag that the kernel stripped), out the frame length. Returns the receive timestamp, PHC ns, 0
  *  when the frame has none. */
-unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length);
+ZEB_EXPORT unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length);
 
 /** Ends the process with status 0: receive timestamps come with the frame. */
-void retrieve_RX_timestamp(UInterface& interface, ptpv2hdr_t* header, ptp_ext_time_t* time);
+ZEB_EXPORT void retrieve_RX_timestamp(UInterface& interface, ptpv2hdr_t* header,
+                                      ptp_ext_time_t* time);
 
 /** The card's clock and timestamps by the names that the protocol uses. */
-class i210helper {
+class ZEB_EXPORT i210helper {
 public:
     i210helper();
     i210helper(const i210helper&) = default;
@@ -85,4 +87,4 @@ public:
 };
 
 /** Reserved for hosts; the library neither reads nor writes it. */
-extern long long i210TimeOffset;
+ZEB_EXPORT extern long long i210TimeOffset;

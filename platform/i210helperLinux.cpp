@@ -26,6 +26,7 @@ long long i210TimeOffset = 0;
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kHardwareClock;
 constexpr unsigned int kCrossTimestampSamples = 25;
 constexpr const char* kNoIndex = "Failed to find PTP device index\n";
 constexpr const char* kNotOpened = "Failed to open PTP clock device\n";

@@ -1,7 +1,5 @@
 #pragma once
 
-#pragma GCC visibility push(hidden)
-
 /* The peer-delay computation. Pure functions; times in ns of the clock that took them. */
 
 /** t1: request sent (own clock), t2: request received, t3: response sent (both the peer's),
@@ -34,5 +32,3 @@ struct TimeBaseFit {
  *  one time, give slope 0; none at all gives 0 for both. */
 TimeBaseFit fitTimeBase(const long long (&corrections)[8],
                         const unsigned long long (&responseTimes)[8]);
-
-#pragma GCC visibility pop

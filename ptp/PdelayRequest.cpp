@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kMessages;
 constexpr const char* kHandler = "processIncoming";
 constexpr unsigned char kControlOther = 5;
 constexpr int kPlausibleDelay = 600;

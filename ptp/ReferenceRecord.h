@@ -1,7 +1,5 @@
 #pragma once
 
-#pragma GCC visibility push(hidden)
-
 /** Pairs of a clock reading and the process CPU time, kept for inspection with a debugger:
  *  slot 0 by Sync reception, slot 1 by Sync transmission. */
 struct ReferenceRecord {
@@ -13,5 +11,3 @@ extern ReferenceRecord referenceRecord;
 
 /** Process CPU time in ns as 32-bit arithmetic gives it, widened. */
 long long processCpuTimeNs();
-
-#pragma GCC visibility pop

@@ -1,7 +1,5 @@
 #pragma once
 
-#pragma GCC visibility push(hidden)
-
 /* What a slave computes from a Sync and its Follow_Up. Pure functions; times in ns. */
 
 /** Nanoseconds of a correctionField (ns * 2^16), truncated toward zero. */
@@ -26,5 +24,3 @@ bool isRateInRange(long double ratio);
  *  every step rounded to double. */
 unsigned long long referenceTime(long long phcTime, long long offset, long long systemOffset,
                                  long double rate, long long cpuTime);
-
-#pragma GCC visibility pop

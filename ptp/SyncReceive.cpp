@@ -15,6 +15,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kMessages;
 constexpr const char* kHandler = "processIncoming";
 
 /** Checks the common header of a Sync and logs the first failure. */

@@ -15,6 +15,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kMessages;
 constexpr unsigned char kControlSync = 0;
 constexpr unsigned char kControlFollowUp = 2;
 constexpr unsigned char kControlOther = 5;

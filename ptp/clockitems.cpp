@@ -3,8 +3,7 @@
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
 
-// Outlives the static destructors, since pumps may still use it meanwhile.
-Undestroyed<std::map<PortKey, ClockItemMembersType>> clockItemStorage __asm__("clockItems");
+Undestroyed<std::map<PortKey, ClockItemMembersType>> clockItemStorage ZEB_STORAGE_OF("clockItems");
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <map>
 #include <type_traits>
 
+#include "base/Exports.h"
 #include "ptp/ptpclass.h"
 
 inline constexpr int kHistoryDepth = 8;
@@ -68,7 +69,7 @@ static_assert(sizeof(TimestampHistory) == 160, "eight slots");
 static_assert(std::is_trivially_copyable<ClockItemMembersType>::value, "plain record");
 
 /** Every port heard of since the process started; entries are never erased. */
-extern std::map<PortKey, ClockItemMembersType> clockItems;
+ZEB_EXPORT extern std::map<PortKey, ClockItemMembersType> clockItems;
 
 /** The record of a port, made on first use. Only the look-up is guarded; the record is not. */
-__attribute__((visibility("hidden"))) ClockItemMembersType& clockItemOf(const PortKey& key);
+ClockItemMembersType& clockItemOf(const PortKey& key);

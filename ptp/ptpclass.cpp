@@ -7,6 +7,7 @@
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kMessages;
 constexpr int kNumericTypeTraceLine = 113;
 
 // Shared by every call on purpose; the input pump is its one user.
@@ -51,7 +52,7 @@ PTPMessage::~PTPMessage() {
 }
 
 int PTPMessage::getMsgNumericType() {
-    if (traceLevel() > 2) {
+    if (abortsOnTrace()) {
         fatalTraceLine("getMsgNumericType", kNumericTypeTraceLine);
     }
     return 0;
@@ -70,6 +71,13 @@ unsigned long long PTPMessage::getPTPMessageTimestamp() {
     lastMessageTimestamp = wire::loadTimestamp(buffer_ + wire::kTimestamp);
     return toNs(lastMessageTimestamp);
 }
+
+PTPMsgSync::~PTPMsgSync() = default;
+PTPMsgFollowUp::~PTPMsgFollowUp() = default;
+PTPMsgAnnounce::~PTPMsgAnnounce() = default;
+PTPMsgPathDelayReq::~PTPMsgPathDelayReq() = default;
+PTPMsgPathDelayResp::~PTPMsgPathDelayResp() = default;
+PTPMsgPathDelayRespFollowUp::~PTPMsgPathDelayRespFollowUp() = default;
 
 int PTPMsgSync::getMsgNumericType() {
     return wire::kSync;

@@ -4,16 +4,17 @@
 
 #include <utility>
 
+#include "base/Exports.h"
 #include "base/ptptime.h"
 #include "platform/NetworkService.h"
-#include "ptp/ptpwire.h"
+#include "wire/ptpwire.h"
 
 /** Clock identity (big-endian bytes as a signed value) and port number: key of the port table. */
 using PortKey = std::pair<long long, unsigned short>;
 
 /** One PTP message with its 256-byte buffer. Received objects live for one frame; the sending ones
  *  are templates that a role builds once. */
-class PTPMessage {
+class ZEB_EXPORT PTPMessage {
 public:
     PTPMessage(const PTPMessage&) = delete;
     PTPMessage& operator=(const PTPMessage&) = delete;
@@ -44,10 +45,10 @@ public:
 
 protected:
     /** An empty buffer, to be filled from a frame. */
-    PTPMessage();
+    ZEB_INTERNAL PTPMessage();
 
     /** A message to send: preset header, domain checked (logged, kept). */
-    PTPMessage(unsigned char type, unsigned char domain);
+    ZEB_INTERNAL PTPMessage(unsigned char type, unsigned char domain);
 
     unsigned char* buffer_;  ///< owned, wire::kMessageBufferSize bytes, zeroed at creation
 
@@ -56,10 +57,11 @@ public:
     unsigned short frameLength = 0;  ///< payload length of a received frame
 };
 
-class PTPMsgSync final : public PTPMessage {
+class ZEB_EXPORT PTPMsgSync final : public PTPMessage {
 public:
-    PTPMsgSync() = default;
-    PTPMsgSync(unsigned char domain, unsigned short portNumber);
+    ZEB_INTERNAL PTPMsgSync() = default;
+    ~PTPMsgSync() override;
+    ZEB_INTERNAL PTPMsgSync(unsigned char domain, unsigned short portNumber);
     int getMsgNumericType() override;
     unsigned int processIncoming() override;
 
@@ -70,10 +72,11 @@ private:
     unsigned short sequence_ = 0;
 };
 
-class PTPMsgFollowUp final : public PTPMessage {
+class ZEB_EXPORT PTPMsgFollowUp final : public PTPMessage {
 public:
-    PTPMsgFollowUp() = default;
-    explicit PTPMsgFollowUp(unsigned char domain);
+    ZEB_INTERNAL PTPMsgFollowUp() = default;
+    ~PTPMsgFollowUp() override;
+    ZEB_INTERNAL explicit PTPMsgFollowUp(unsigned char domain);
     int getMsgNumericType() override;
     unsigned int processIncoming() override;
 
@@ -82,10 +85,11 @@ public:
     unsigned int processOutgoing(PTPMessage* sync, ptp_time_t* txTimestamp);
 };
 
-class PTPMsgAnnounce final : public PTPMessage {
+class ZEB_EXPORT PTPMsgAnnounce final : public PTPMessage {
 public:
-    PTPMsgAnnounce() = default;
-    PTPMsgAnnounce(unsigned char domain, unsigned short portNumber);
+    ZEB_INTERNAL PTPMsgAnnounce() = default;
+    ~PTPMsgAnnounce() override;
+    ZEB_INTERNAL PTPMsgAnnounce(unsigned char domain, unsigned short portNumber);
     int getMsgNumericType() override;
     unsigned int processIncoming() override;
     unsigned int processOutgoing();
@@ -94,10 +98,11 @@ private:
     unsigned short sequence_ = 0;
 };
 
-class PTPMsgPathDelayReq final : public PTPMessage {
+class ZEB_EXPORT PTPMsgPathDelayReq final : public PTPMessage {
 public:
-    PTPMsgPathDelayReq() = default;
-    PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber);
+    ZEB_INTERNAL PTPMsgPathDelayReq() = default;
+    ~PTPMsgPathDelayReq() override;
+    ZEB_INTERNAL PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber);
     int getMsgNumericType() override;
 
     /** Answers a peer's request with Pdelay_Resp and Pdelay_Resp_Follow_Up. */
@@ -111,10 +116,11 @@ private:
     unsigned short sequence_ = 0;
 };
 
-class PTPMsgPathDelayResp final : public PTPMessage {
+class ZEB_EXPORT PTPMsgPathDelayResp final : public PTPMessage {
 public:
-    PTPMsgPathDelayResp() = default;
-    explicit PTPMsgPathDelayResp(unsigned char domain);
+    ZEB_INTERNAL PTPMsgPathDelayResp() = default;
+    ~PTPMsgPathDelayResp() override;
+    ZEB_INTERNAL explicit PTPMsgPathDelayResp(unsigned char domain);
     int getMsgNumericType() override;
 
     /** Takes t2 and t4 of the outstanding request. 1 when accepted, 0 when stale or repeated. A
@@ -128,10 +134,11 @@ private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
-class PTPMsgPathDelayRespFollowUp final : public PTPMessage {
+class ZEB_EXPORT PTPMsgPathDelayRespFollowUp final : public PTPMessage {
 public:
-    PTPMsgPathDelayRespFollowUp() = default;
-    explicit PTPMsgPathDelayRespFollowUp(unsigned char domain);
+    ZEB_INTERNAL PTPMsgPathDelayRespFollowUp() = default;
+    ~PTPMsgPathDelayRespFollowUp() override;
+    ZEB_INTERNAL explicit PTPMsgPathDelayRespFollowUp(unsigned char domain);
     int getMsgNumericType() override;
 
     /** Completes the exchange: link delay, time base. 0 when a timestamp is missing. */
@@ -142,7 +149,7 @@ public:
 };
 
 /** Turns received frames into message objects. */
-class PTPMessageFactory {
+class ZEB_EXPORT PTPMessageFactory {
 public:
     /** A new object that the caller owns, or null for a type that is not handled. At least
      *  messageLength bytes (at most 255) of the frame are read; a longer length is logged and

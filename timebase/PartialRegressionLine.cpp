@@ -7,6 +7,7 @@
 #include <iostream>
 #include <limits>
 
+#include "base/Exports.h"
 #include "base/Extended80.h"
 
 unsigned long long slope_x = 0;
@@ -118,7 +119,7 @@ void refit(int samples) {
 
 }  // namespace
 
-void PartialRegressionLine(unsigned long long t, unsigned long long u) {
+ZEB_EXPORT void PartialRegressionLine(unsigned long long t, unsigned long long u) {
     printCall(t, u);
     tSamples[sampleIndex] = (t + kUnitNs / 2) / kUnitNs;
     uSamples[sampleIndex] = (u + kUnitNs / 2) / kUnitNs;
@@ -146,6 +147,5 @@ void PartialRegressionLine(unsigned long long t, unsigned long long u) {
     }
 }
 
-extern "C" void plainPartialRegressionLine(unsigned long long t,
-                                           unsigned long long u) __asm__("PartialRegressionLine")
-    __attribute__((alias("_Z21PartialRegressionLineyy")));
+ZEB_PLAIN_NAME(void, PartialRegressionLine, (unsigned long long t, unsigned long long u),
+               "_Z21PartialRegressionLineyy");

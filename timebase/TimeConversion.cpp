@@ -1,3 +1,4 @@
+#include "base/Exports.h"
 #include "base/Extended80.h"
 #include "include/gPtpTimeData.h"
 
@@ -22,25 +23,24 @@ double timeAtSystemZero(const gPtpTimeDataStruct& data, long double rate) {
 
 }  // namespace
 
-unsigned long long get_1AS_time(gPtpTimeDataStruct* data, long long systemTimeNs) {
+ZEB_EXPORT unsigned long long get_1AS_time(gPtpTimeDataStruct* data, long long systemTimeNs) {
     const long double rate = effectiveRate(*data);
     const double base = timeAtSystemZero(*data, rate);
     const double scaled = static_cast<double>(rate) * static_cast<double>(systemTimeNs);
     return doubleToU64(base + scaled);
 }
 
-unsigned long long get_1AS_time_invers(gPtpTimeDataStruct* data, unsigned long long asTimeNs) {
+ZEB_EXPORT unsigned long long get_1AS_time_invers(gPtpTimeDataStruct* data,
+                                                  unsigned long long asTimeNs) {
     const long double rate = effectiveRate(*data);
     const double base = timeAtSystemZero(*data, rate);
     const double difference = static_cast<double>(asTimeNs) - base;
     return doubleToU64(difference / static_cast<double>(rate));
 }
 
-extern "C" {
-unsigned long long plainGet1AsTime(gPtpTimeDataStruct* data,
-                                   long long systemTimeNs) __asm__("get_1AS_time")
-    __attribute__((alias("_Z12get_1AS_timeP18gPtpTimeDataStructx")));
-unsigned long long plainGet1AsTimeInvers(gPtpTimeDataStruct* data,
-                                         unsigned long long asTimeNs) __asm__("get_1AS_time_invers")
-    __attribute__((alias("_Z19get_1AS_time_inversP18gPtpTimeDataStructy")));
-}
+ZEB_PLAIN_NAME(unsigned long long, get_1AS_time,
+               (gPtpTimeDataStruct * data, long long systemTimeNs),
+               "_Z12get_1AS_timeP18gPtpTimeDataStructx");
+ZEB_PLAIN_NAME(unsigned long long, get_1AS_time_invers,
+               (gPtpTimeDataStruct * data, unsigned long long asTimeNs),
+               "_Z19get_1AS_time_inversP18gPtpTimeDataStructy");

@@ -7,19 +7,28 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
-#include "api/DaemonState.h"
 #include "base/DbgLog.h"
 #include "base/Undestroyed.h"
 
-// The map outlives the static destructors, since pumps may still look records up meanwhile.
-Undestroyed<std::map<std::string, gPtpTimeDataStruct*>> recordMapStorage __asm__(
-    "_ZN5OSipc3mapB5cxx11E");
-std::mutex OSipc::mutex;
-gPtpTimeDataStruct* OSipc::record = nullptr;
+Undestroyed<std::string> shmNameStorage ZEB_STORAGE_OF("_Z8shm_nameB5cxx11");
+Undestroyed<std::map<std::string, gPtpTimeDataStruct*>> recordMapStorage
+    ZEB_STORAGE_OF("_ZN5OSipc3mapB5cxx11E");
 void* OSipc::global_master_offset_buffer = nullptr;
 
 namespace {
+
+constexpr const char* kLogSource = log_source::kSegment;
+
+std::mutex mapMutex;
+// Apart from the map's, which a traced process may hold for ever while the name is still to come.
+std::mutex nameMutex;
+
+std::string segmentName() {
+    const std::lock_guard<std::mutex> lock(nameMutex);
+    return shm_name;
+}
 
 enum class MapStep { kDone, kOpen, kResize, kMap };
 
@@ -83,31 +92,32 @@ int traceLineOf(MapStep failed) {
 OSipc::~OSipc() = default;
 
 gPtpTimeDataStruct* OSipc::instance(char const* name) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<std::mutex> lock(mapMutex);
     const std::string key(name);
     for (;;) {
         const auto known = map.find(key);
         if (known != map.end()) {
             return known->second;
         }
+        const std::string path = segmentName();
         int descriptor = -1;
         {
             const OpenFileMask openMask;
-            ZEB_LOG(kDebug, "shm_name.c_str(): %s\n", shm_name.c_str());
-            descriptor = shm_open(shm_name.c_str(), O_CREAT | O_RDWR, 0777);
+            ZEB_LOG(kDebug, "shm_name.c_str(): %s\n", path.c_str());
+            descriptor = shm_open(path.c_str(), O_CREAT | O_RDWR, 0777);
         }
         void* segment = nullptr;
         const MapStep failed = descriptor < 0 ? MapStep::kOpen : sizeAndMap(descriptor, &segment);
         if (failed == MapStep::kDone) {
             global_master_offset_buffer = segment;
             std::memset(segment, 0, kSharedSegmentSize);
-            record = reinterpret_cast<gPtpTimeDataStruct*>(static_cast<unsigned char*>(segment) +
-                                                           kSharedRecordOffset);
+            auto* const record = reinterpret_cast<gPtpTimeDataStruct*>(
+                static_cast<unsigned char*>(segment) + kSharedRecordOffset);
             map.emplace(key, record);
             close(descriptor);
             return record;
         }
-        if (traceLevel() <= 2) {
+        if (!abortsOnTrace()) {
             reportToStandardError(failed);
             if (descriptor >= 0) {
                 close(descriptor);
@@ -117,6 +127,11 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         // Traced processes try for ever and keep each round's descriptor for inspection.
         traceLine("instance", traceLineOf(failed));
     }
+}
+
+void nameSegment(const std::string& name) {
+    const std::lock_guard<std::mutex> lock(nameMutex);
+    shm_name = name;
 }
 
 void getTime(timespec* /*time*/) {}

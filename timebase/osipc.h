@@ -2,9 +2,9 @@
 
 #include <ctime>
 #include <map>
-#include <mutex>
 #include <string>
 
+#include "base/Exports.h"
 #include "include/gPtpTimeData.h"
 
 /** Creates, maps and hands out the shared time segment of this process. */
@@ -18,13 +18,18 @@ public:
     /** The record mapped for a name, or null when the segment cannot be had (above trace level 2
      *  it is tried without end instead). The segment is the one that shm_name tells at the first
      *  call for each name, and every such mapping zeroes it. Any thread. */
-    static gPtpTimeDataStruct* instance(char const* name);
+    ZEB_EXPORT static gPtpTimeDataStruct* instance(char const* name);
 
-    static std::map<std::string, gPtpTimeDataStruct*> map;
-    static std::mutex mutex;
-    static gPtpTimeDataStruct* record;         ///< most recently mapped record
-    static void* global_master_offset_buffer;  ///< most recently mapped segment
+    ZEB_EXPORT static std::map<std::string, gPtpTimeDataStruct*> map;
+    ZEB_EXPORT static void* global_master_offset_buffer;  ///< most recently mapped segment
 };
 
+/** Name of the segment, "/" and the interface name; empty before the daemon runs. Set through
+ *  nameSegment while threads run. */
+ZEB_EXPORT extern std::string shm_name;
+
+/** Names the segment that instance maps from now on. Any thread. */
+void nameSegment(const std::string& name);
+
 /** Kept in the interface; does nothing. */
-void getTime(timespec* time);
+ZEB_EXPORT void getTime(timespec* time);

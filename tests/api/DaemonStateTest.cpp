@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "base/DbgLog.h"
+#include "timebase/osipc.h"
+
 namespace {
 
 template <typename Value>

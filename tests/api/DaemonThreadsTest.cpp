@@ -8,10 +8,12 @@
 #include <tuple>
 
 #include "api/DaemonState.h"
+#include "base/DbgLog.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
+#include "timebase/osipc.h"
 
 namespace {
 

@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "api/DaemonState.h"
+#include "base/DbgLog.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"

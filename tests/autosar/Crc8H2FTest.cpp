@@ -1,4 +1,4 @@
-#include "autosar/Crc8H2F.h"
+#include "wire/Crc8H2F.h"
 
 #include <utility>
 

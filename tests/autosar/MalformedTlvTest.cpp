@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "api/DaemonState.h"
+#include "base/DbgLog.h"
 #include "tests/autosar/AutosarInstance.h"
 #include "tests/support/Seed.h"
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "api/DaemonState.h"
+#include "base/DbgLog.h"
 #include "include/gPtpTimeData.h"
 #include "tests/autosar/AutosarInstance.h"
 #include "tests/support/Seed.h"

@@ -10,9 +10,9 @@
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
 
-extern char MasterOrSlave;
-
 namespace {
+
+constexpr const char* kLogSource = "base/DbgLogTest.cpp";
 
 TEST(DbgLog, TraceLevelStartsAtFour) {
     EXPECT_EQ(4, DbgTraceLevel);
@@ -31,8 +31,7 @@ TEST(DbgLog, PrefixIsLevelTimeFileLineAndFunction) {
     KernelSeam kernel;
     kernel.fixRealtime(1700000000123456789);
     ZEB_LOG_AT(kAlways, 1297, "arg: %s\n", "eth1");
-    EXPECT_EQ(std::string("[ALWAYS] [1700000000.123456789] <") + __FILE__ +
-                  "/1297->TestBody()>arg: eth1\n",
+    EXPECT_EQ("[ALWAYS] [1700000000.123456789] <base/DbgLogTest.cpp/1297->TestBody()>arg: eth1\n",
               output.text());
 }
 
@@ -72,6 +71,19 @@ TEST(DbgLog, ClockIsReadOncePerLineJustBeforeIt) {
     ZEB_LOG(kInfo, "one\n");
     ZEB_LOG(kInfo, "two\n");
     EXPECT_EQ(2, readings);
+}
+
+TEST(DbgLog, ValuesAreThereBeforeTheClockIsRead) {
+    const StdoutCapture output;
+    bool clockRead = false;
+    KernelSeam kernel;
+    kernel.clockGettime = [&](clockid_t id, timespec*) -> std::optional<int> {
+        clockRead = clockRead || id == CLOCK_REALTIME;
+        return std::nullopt;
+    };
+    const auto value = [&] { return clockRead ? "late" : "early"; };
+    ZEB_LOG(kInfo, "%s\n", value());
+    EXPECT_EQ("early", output.lines().at(0).text);
 }
 
 TEST(DbgLog, EveryLevelPrintsAtEveryTraceLevel) {
@@ -150,6 +162,25 @@ TEST(DbgLog, RoleMarkedLineBeginsWithTheRoleCharacter) {
     MasterOrSlave = '2';
     printRoleMarked("text");
     EXPECT_EQ("?text\n2text\n", output.text());
+}
+
+TEST(DbgLog, FaultsAreReportedAboveTraceLevelZero) {
+    const StdoutCapture output;
+    for (const int level : {-1, 0}) {
+        DbgTraceLevel = level;
+        reportFault("%s", "silent");
+    }
+    EXPECT_EQ("", output.text());
+    DbgTraceLevel = 1;
+    reportFault("@%s(%d): text", "name", 5);
+    EXPECT_EQ("?@name(5): text\n", output.text());
+}
+
+TEST(DbgLog, AReportIsCutTo255Characters) {
+    const StdoutCapture output;
+    DbgTraceLevel = 1;
+    reportFault("%s", std::string(300, 'x').c_str());
+    EXPECT_EQ("?" + std::string(255, 'x') + "\n", output.text());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <condition_variable>
 
 namespace {
 
@@ -16,25 +15,33 @@ struct Counting {
 int Counting::constructed = 0;
 int Counting::destroyed = 0;
 
-TEST(Undestroyed, ConstructsButNeverDestroysByItself) {
+TEST(Undestroyed, IsDestroyedInAProcessWithoutADaemon) {
     {
         Undestroyed<Counting> storage;
         EXPECT_EQ(1, Counting::constructed);
     }
-    EXPECT_EQ(0, Counting::destroyed);
-}
-
-TEST(Undestroyed, AnExplicitCallDestroys) {
-    Undestroyed<Counting> storage;
-    storage.value.~Counting();
     EXPECT_EQ(1, Counting::destroyed);
 }
 
-TEST(ZeroInitialised, IsAllZeroBytesAndUsableAsItsType) {
-    static ZeroInitialised<std::condition_variable> condition;
-    EXPECT_TRUE(std::all_of(std::begin(condition.bytes), std::end(condition.bytes),
+TEST(Undestroyed, OutlivesADaemonThread) {
+    noteDaemonThread();
+    { Undestroyed<Counting> storage; }
+    EXPECT_EQ(0, Counting::destroyed);
+}
+
+TEST(ZeroInitialised, IsAllZeroBytesAndNeedsNoConstructor) {
+    static ZeroInitialised<Counting> storage;
+    EXPECT_EQ(0, Counting::constructed);
+    EXPECT_TRUE(std::all_of(std::begin(storage.bytes), std::end(storage.bytes),
                             [](unsigned char byte) { return byte == 0; }));
-    condition.value.notify_all();
+}
+
+TEST(ZeroInitialised, IsDestroyedInAProcessWithoutADaemonOnly) {
+    { ZeroInitialised<Counting> storage; }
+    EXPECT_EQ(1, Counting::destroyed);
+    noteDaemonThread();
+    { ZeroInitialised<Counting> storage; }
+    EXPECT_EQ(1, Counting::destroyed);
 }
 
 }  // namespace

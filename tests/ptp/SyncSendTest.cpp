@@ -116,7 +116,7 @@ TEST_F(SyncSend, EverySentSyncPrintsTheTxModeLine) {
     platform().capabilities = {{4, 5, 6, 1}};
     const std::string output = printedBy([&] { sync.processOutgoing(); });
     EXPECT_EQ(1, occurrences(output, "\n"));
-    EXPECT_EQ(1, occurrences(output, "<ptp/SyncSend.cpp/"));
+    EXPECT_EQ(1, occurrences(output, "<ptp/ptpclass.cpp/"));
     EXPECT_EQ(1, occurrences(output, "->processOutgoing()>Wrong configuration TxMode 0x1 ...\n"));
 }
 

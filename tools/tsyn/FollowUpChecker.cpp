@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "ptp/ptpwire.h"
+#include "wire/ptpwire.h"
 
 namespace tsyn {
 namespace {

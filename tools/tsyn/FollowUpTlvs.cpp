@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <iterator>
 
-#include "autosar/Crc8H2F.h"
-#include "ptp/ptpwire.h"
+#include "wire/Crc8H2F.h"
+#include "wire/ptpwire.h"
 
 namespace tsyn {
 namespace {

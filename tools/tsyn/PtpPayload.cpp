@@ -1,6 +1,6 @@
 #include "PtpPayload.h"
 
-#include "ptp/ptpwire.h"
+#include "wire/ptpwire.h"
 
 namespace tsyn {
 

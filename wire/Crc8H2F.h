@@ -2,8 +2,6 @@
 
 #include <array>
 
-#pragma GCC visibility push(hidden)
-
 /** The AUTOSAR CRC-8H2F: polynomial 0x2F, most significant bit first, initial value and final XOR
  *  0xFF. */
 namespace crc8h2f {
@@ -46,5 +44,3 @@ static_assert(kTable[1] == 0x2F && kTable[2] == 0x5E && kTable[3] == 0x71, "tabl
 static_assert(checkValue() == 0xDF, "published check value of this CRC");
 
 }  // namespace crc8h2f
-
-#pragma GCC visibility pop

@@ -1,4 +1,4 @@
-#include "ptp/ptpwire.h"
+#include "wire/ptpwire.h"
 
 #include <gtest/gtest.h>
 
