@@ -10,6 +10,7 @@
 
 #include "include/gPtpTimeData.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Packed.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
@@ -166,7 +167,7 @@ TEST_F(SecuredNodes, AtTraceLevel1ACorruptCrcStopsTheTimeUntilItIsGone) {
     const unsigned long long origin = record.originTime;
     const int dropped = output_.count("validation failed!\n");
     ASSERT_TRUE(awaitPrinted(output_, "validation failed!\n", dropped + 4));
-    EXPECT_EQ(origin, +record.originTime);
+    EXPECT_EQ(origin, valueOf(record.originTime));
     virtual_i210::clearFaults(kMaster);
     EXPECT_TRUE(takesAnotherSample());
     DbgTraceLevel = 0;
@@ -175,7 +176,7 @@ TEST_F(SecuredNodes, AtTraceLevel1ACorruptCrcStopsTheTimeUntilItIsGone) {
 TEST_F(SecuredNodes, MeasuredDelayComesWithin10NsOfTheCable) {
     const gPtpTimeDataStruct& record = *OSipc::instance(kSlave);
     const auto isNear = [&record] { return record.linkDelay >= 490 && record.linkDelay <= 510; };
-    EXPECT_TRUE(eventually(isNear, std::chrono::seconds(40))) << +record.linkDelay;
+    EXPECT_TRUE(eventually(isNear, std::chrono::seconds(40))) << valueOf(record.linkDelay);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <utility>
 
 #include "api/DaemonState.h"
@@ -11,6 +13,11 @@ namespace {
 
 constexpr unsigned int kUntouched = 99;
 constexpr std::size_t kTlvSize = 26;
+
+/** The value that holds at a position, of values by the first position that they hold at. */
+unsigned int valueAt(unsigned int position, const std::map<unsigned int, unsigned int>& starts) {
+    return std::prev(starts.upper_bound(position))->second;
+}
 
 class MalformedTlv : public AutosarInstance {
 protected:
@@ -39,7 +46,7 @@ TEST_F(MalformedTlv, CutAnywhereEndsWithWhatWasWholeBefore) {
         block.subTlvCount = kUntouched;
         tlv.count = size;
         EXPECT_EQ(Verdict(), run()) << size;
-        const unsigned int whole = size < 10 ? kUntouched : size < 15 ? 0 : size < 19 ? 2 : 3;
+        const unsigned int whole = valueAt(size, {{0, kUntouched}, {10, 0}, {15, 2}, {19, 3}});
         EXPECT_EQ(whole, block.subTlvCount) << size;
     }
     tlv.count = kTlvSize;
@@ -71,7 +78,7 @@ TEST_F(MalformedTlv, EveryLengthFieldReadsAsFarAsItAnnounces) {
         block.subTlvCount = kUntouched;
         wire::store16(tlv.bytes + 2, length);
         const Verdict verdict = run();
-        const unsigned int entries = length <= 6 ? 0 : length <= 11 ? 2 : length <= 15 ? 3 : 4;
+        const unsigned int entries = valueAt(length, {{0, 0}, {7, 2}, {12, 3}, {16, 4}});
         EXPECT_EQ(entries, block.subTlvCount) << length;
         // Two zero bytes are an empty sub-TLV of an unknown type.
         EXPECT_EQ(length <= 32 ? Verdict(1) : Verdict(), verdict) << length;

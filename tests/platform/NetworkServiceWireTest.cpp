@@ -11,6 +11,9 @@ namespace {
 
 using Service = NetworkService<sock>;
 
+/** Of the card's clock, far beyond what steering makes of the system clock's. */
+constexpr double kRate = 1.001;
+
 /** A service whose cable ends in a plain socket. */
 struct Cable {
     explicit Cable(int vlanId, unsigned int priority = 0) {
@@ -36,7 +39,7 @@ struct Cable {
     }
 
     StdoutCapture output;
-    CardSandbox sandbox{"tsm0", "phc=0 offset_ns=3000000000 rate_ppb=50000"};
+    CardSandbox sandbox{"tsm0", "phc=0 offset_ns=3000000000 rate_ppb=1000000"};
     PeerSocket peer{"tsm0peer"};
     std::unique_ptr<Service> service;
 };
@@ -135,8 +138,21 @@ TEST(NetworkServiceWire, FirstRatioIsOneAndOffsetIsSystemMinusPhc) {
     EXPECT_TRUE(cable.service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio));
     EXPECT_EQ(1.0L, ratio);
     EXPECT_EQ(systemTime - phcTime, offset);
+}
+
+TEST(NetworkServiceWire, LaterRatioIsThePhcsRateOverTheSystemClocks) {
+    constexpr long long kSpanNs = 20'000'000;
+    // Readings that lie 2 us off at either end, or a system clock steered by 200 ppm.
+    constexpr double kTolerance = 2e-4;
+    Cable cable(-1);
+    long long systemTime = 0, phcTime = 0, offset = 0;
+    long double ratio = 0;
+    const long long start = i210helper::e1000_ptp_get_time("tsm0");
     EXPECT_TRUE(cable.service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio));
-    EXPECT_NE(1.0L, ratio);
+    while (i210helper::e1000_ptp_get_time("tsm0") < start + kSpanNs) {
+    }
+    EXPECT_TRUE(cable.service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio));
+    EXPECT_NEAR(kRate, static_cast<double>(ratio), kTolerance);
 }
 
 }  // namespace

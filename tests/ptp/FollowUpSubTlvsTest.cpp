@@ -1,5 +1,6 @@
 #include "autosar/TLVObject.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Seed.h"
 #include "tests/support/Vectors.h"
 
@@ -80,7 +81,7 @@ TEST_F(SubTlvSend, NoSyncLeavesWithoutAGlobalTimeBase) {
         EXPECT_EQ("", send(sync)) << +status;
         EXPECT_TRUE(platform().sent.empty()) << +status;
     }
-    EXPECT_EQ(0U, +record.sequenceId);
+    EXPECT_EQ(0U, valueOf(record.sequenceId));
 }
 
 TEST_F(SubTlvSend, SyncsFlowOnceTheGlobalTimeBaseIsThere) {
@@ -93,7 +94,7 @@ TEST_F(SubTlvSend, SyncsFlowOnceTheGlobalTimeBaseIsThere) {
         send(sync);
         EXPECT_EQ(2U, platform().sent.size()) << +status;
     }
-    EXPECT_EQ(3U, +record.sequenceId) << "withheld ones are not counted";
+    EXPECT_EQ(3U, valueOf(record.sequenceId)) << "withheld ones are not counted";
 }
 
 TEST_F(SubTlvSend, OnlyTheValue1WithholdsSync) {
@@ -244,7 +245,7 @@ TEST_F(SubTlvReceive, ElevenBytesTooManyDropTheFollowUp) {
     EXPECT_FALSE(isUsed());
     EXPECT_FALSE(isMarked());
     EXPECT_EQ(4U, block.subTlvCount) << "what was read stays recorded";
-    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
+    EXPECT_EQ(0U, valueOf(clockItemOf(kMaster).originTime.ns));
 }
 
 TEST_F(SubTlvReceive, TruncatedOnesFromAnUnknownMasterLeaveNoTrace) {
@@ -267,7 +268,7 @@ TEST_F(SubTlvReceive, AWrongCrcDropsTheFollowUpAtTraceLevel1) {
     const std::string before = image(record);
     EXPECT_FALSE(isUsed());
     EXPECT_FALSE(isMarked());
-    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
+    EXPECT_EQ(0U, valueOf(clockItemOf(kMaster).originTime.ns));
     EXPECT_EQ(before, image(record));
     EXPECT_EQ("01000101", toHex(block.subTlvValid, 4));
 }

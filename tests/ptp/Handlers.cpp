@@ -7,6 +7,7 @@
 #include "ptp/ReferenceRecord.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
+#include "timebase/PartialRegressionLine.h"
 #include "timebase/osipc.h"
 
 namespace {
@@ -23,8 +24,23 @@ gPtpTimeDataStruct& freshRecord() {
     return *record;
 }
 
-InstanceBlock& freshBlock() {
+/** Exported state that a handler reads or a case sets, as the library starts with it; only the
+ *  trace level is that of the quiet paths. */
+void resetGlobals() {
     DbgTraceLevel = 0;
+    MasterOrSlave = '?';
+    runningState = 0;
+    bSuppressPDelay = 0;
+    override_portstate = 0;
+    slope_x = slope_y = 0;
+    slope_mZ = slope_mN = 1;
+    clockItems.clear();
+    referenceRecord = {};
+    platform() = {};
+}
+
+InstanceBlock& freshBlock() {
+    resetGlobals();
     InstanceBlock& block = InterfaceDataManager::getInstance()->block;
     block = InstanceBlock{};
     return block;
@@ -36,11 +52,7 @@ void Handlers::SetUpTestSuite() {
     static const Sandbox sandbox;
 }
 
-Handlers::Handlers() : block(freshBlock()), record(freshRecord()), service(kInterface) {
-    clockItems.clear();
-    referenceRecord = {};
-    platform() = {};
-}
+Handlers::Handlers() : block(freshBlock()), record(freshRecord()), service(kInterface) {}
 
 Handlers::~Handlers() {
     EXPECT_TRUE(platform().isUsedUp()) << "a prepared answer was never asked for";

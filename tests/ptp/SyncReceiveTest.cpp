@@ -5,6 +5,7 @@
 #include "ptp/ReferenceRecord.h"
 #include "ptp/SyncEstimate.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Vectors.h"
 
 namespace {
@@ -48,8 +49,8 @@ protected:
         Refusal refusal{};
         refusal.output = printedBy([&] { refusal.result = handle(message, 1000); });
         EXPECT_EQ(0U, refusal.result);
-        EXPECT_EQ(1U, +record.rejectedSync);
-        EXPECT_EQ(0U, +record.acceptedSync);
+        EXPECT_EQ(1U, valueOf(record.rejectedSync));
+        EXPECT_EQ(0U, valueOf(record.acceptedSync));
         EXPECT_TRUE(clockItems.empty());
         return refusal;
     }
@@ -126,12 +127,12 @@ TEST_F(SyncReceive, StoresReceiveTimeAndSequenceId) {
     message[4] = 4;
     EXPECT_EQ(1U, handleWithExtTime(message, 1700000000000001550ULL));
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(1700000000000001550ULL, +item.syncReceiveTime.ns);
-    EXPECT_EQ(1700000000000001550ULL, +item.localTimes.entries[0].ns);
+    EXPECT_EQ(1700000000000001550ULL, valueOf(item.syncReceiveTime.ns));
+    EXPECT_EQ(1700000000000001550ULL, valueOf(item.localTimes.entries[0].ns));
     EXPECT_EQ(0xFEDC, item.syncSequenceId);
-    EXPECT_EQ(0xFEDCU, +record.sequenceId);
-    EXPECT_EQ(1U, +record.acceptedSync);
-    EXPECT_EQ(0U, +record.rejectedSync);
+    EXPECT_EQ(0xFEDCU, valueOf(record.sequenceId));
+    EXPECT_EQ(1U, valueOf(record.acceptedSync));
+    EXPECT_EQ(0U, valueOf(record.rejectedSync));
 }
 
 TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
@@ -139,9 +140,9 @@ TEST_F(SyncReceive, ClearsTheOriginTimeOfTheLastFollowUp) {
     clockItemOf(kMaster).masterTimes.entries[0].ns = 6;
     clockItemOf(kMaster).masterTimes.entries[1].ns = 7;
     handleWithExtTime(syncMessage(1), 1000);
-    EXPECT_EQ(0U, +clockItemOf(kMaster).originTime.ns);
-    EXPECT_EQ(0U, +clockItemOf(kMaster).masterTimes.entries[0].ns);
-    EXPECT_EQ(7U, +clockItemOf(kMaster).masterTimes.entries[1].ns);
+    EXPECT_EQ(0U, valueOf(clockItemOf(kMaster).originTime.ns));
+    EXPECT_EQ(0U, valueOf(clockItemOf(kMaster).masterTimes.entries[0].ns));
+    EXPECT_EQ(7U, valueOf(clockItemOf(kMaster).masterTimes.entries[1].ns));
 }
 
 /** One Sync and Follow_Up of a vector and what they leave behind. */
@@ -186,7 +187,7 @@ protected:
 
     void expectHistory(const TimestampHistory& history, const nlohmann::json& expected) {
         for (std::size_t i = 0; i < expected.size(); ++i) {
-            EXPECT_EQ(toU64(expected[i]), +history.entries[i].ns) << i;
+            EXPECT_EQ(toU64(expected[i]), valueOf(history.entries[i].ns)) << i;
         }
     }
 
@@ -197,7 +198,8 @@ protected:
             EXPECT_EQ(out.at("inRange").get<bool>() ? 0 : 1,
                       occurrences(output, "frequency offset out of range ... "))
                 << pair;
-            EXPECT_EQ(toU64(out.at("M")), +clockItemOf(kMaster).masterTimes.entries[0].ns) << pair;
+            EXPECT_EQ(toU64(out.at("M")), valueOf(clockItemOf(kMaster).masterTimes.entries[0].ns))
+                << pair;
         }
         if (pair.contains("A")) {
             expectHistory(clockItemOf(kMaster).masterTimes, pair.at("A"));
@@ -223,10 +225,10 @@ TEST_F(SlaveSequence, FirstPairOnlyPrimes) {
     EXPECT_EQ(0U, clockItemOf(kMaster).initialised);
     play(first);
     EXPECT_EQ(1U, clockItemOf(kMaster).initialised);
-    EXPECT_EQ(toU64(first.at("t1")), +clockItemOf(kMaster).originTime.ns);
-    EXPECT_EQ(0U, +record.originTime);
-    EXPECT_EQ(0U, +record.localTime);
-    EXPECT_EQ(1U, +record.acceptedSync);
+    EXPECT_EQ(toU64(first.at("t1")), valueOf(clockItemOf(kMaster).originTime.ns));
+    EXPECT_EQ(0U, valueOf(record.originTime));
+    EXPECT_EQ(0U, valueOf(record.localTime));
+    EXPECT_EQ(1U, valueOf(record.acceptedSync));
 }
 
 TEST_F(SlaveSequence, OutOfRangeLineNamesMasterTimeLocalTimeCorrectionAndRatio) {
@@ -265,7 +267,7 @@ TEST_F(SlaveSequence, ARepeatedFollowUpLeavesRateAndOffset) {
     EXPECT_EQ(1, occurrences(output, "frequency offset out of range ... "));
     const nlohmann::json& kept = expected.at("after three pairs");
     EXPECT_EQ(kept.at("record36").at("x87"), toHex(record.rateRatio1, 10));
-    EXPECT_EQ(toS64(kept.at("record20")), +record.masterOffset);
+    EXPECT_EQ(toS64(kept.at("record20")), valueOf(record.masterOffset));
 }
 
 TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
@@ -275,7 +277,7 @@ TEST_F(SlaveSequence, ANegativeFixedDelayGivesTheMasterTimeOfItsVector) {
     handleWithExtTime(syncMessage(1), 1700000000000001550ULL);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, toU64(vector.at("t1")))); });
-    EXPECT_EQ(toU64(vector.at("M")), +clockItemOf(kMaster).masterTimes.entries[0].ns);
+    EXPECT_EQ(toU64(vector.at("M")), valueOf(clockItemOf(kMaster).masterTimes.entries[0].ns));
 }
 
 TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
@@ -285,8 +287,8 @@ TEST_F(SlaveSequence, ShiftsTheSpareHistoryToo) {
     handleWithExtTime(syncMessage(1), 1000);
     platform().capabilities = {{}};
     printedBy([&] { handleWithExtTime(followUpMessage(1, 1000)); });
-    EXPECT_EQ(11U, +clockItemOf(kMaster).spareTimes.entries[1].ns);
-    EXPECT_EQ(66U, +clockItemOf(kMaster).spareTimes.entries[7].ns);
+    EXPECT_EQ(11U, valueOf(clockItemOf(kMaster).spareTimes.entries[1].ns));
+    EXPECT_EQ(66U, valueOf(clockItemOf(kMaster).spareTimes.entries[7].ns));
 }
 
 class FollowUpReceive : public Handlers {};
@@ -297,15 +299,15 @@ TEST_F(FollowUpReceive, OfAnotherSequenceIdLeavesAllTimes) {
     EXPECT_EQ(1U, handleWithExtTime(followUpMessage(8, 5000)));
     EXPECT_EQ(before, image(record));
     const ClockItemMembersType& item = clockItems.at(kMaster);
-    EXPECT_EQ(0U, +item.originTime.ns);
-    EXPECT_EQ(0U, +item.masterTimes.entries[0].ns);
-    EXPECT_EQ(1000U, +item.localTimes.entries[0].ns);
+    EXPECT_EQ(0U, valueOf(item.originTime.ns));
+    EXPECT_EQ(0U, valueOf(item.masterTimes.entries[0].ns));
+    EXPECT_EQ(1000U, valueOf(item.localTimes.entries[0].ns));
     EXPECT_EQ(0U, item.initialised);
 }
 
 TEST_F(FollowUpReceive, WithoutASyncLeavesAllTimes) {
     EXPECT_EQ(1U, handleWithExtTime(followUpMessage(0xFFFF, 5000)));
-    EXPECT_EQ(0U, +clockItems.at(kMaster).originTime.ns);
+    EXPECT_EQ(0U, valueOf(clockItems.at(kMaster).originTime.ns));
     EXPECT_EQ(std::string(472, '0'), image(record));
 }
 

@@ -4,6 +4,7 @@
 #include "base/Extended80.h"
 #include "ptp/ReferenceRecord.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Vectors.h"
 #include "timebase/PartialRegressionLine.h"
 
@@ -95,7 +96,7 @@ TEST_F(SyncSend, SendsNothingAndLogsNothingInTxMode0) {
     sync.service = &service;
     EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, sync.processOutgoing()); }));
     EXPECT_TRUE(platform().sent.empty());
-    EXPECT_EQ(0U, +record.sequenceId);
+    EXPECT_EQ(0U, valueOf(record.sequenceId));
 }
 
 TEST_F(SyncSend, SendsNothingAndReportsAnUnknownTxMode) {
@@ -130,12 +131,12 @@ TEST_F(SyncSend, SequenceCounter65535IsFollowedBy0) {
             platform().sent.clear();
         }
     });
-    EXPECT_EQ(65535U, +record.sequenceId);
+    EXPECT_EQ(65535U, valueOf(record.sequenceId));
     platform().sent.clear();
     printedBy([&] { sync.processOutgoing(); });
     EXPECT_EQ("0000", toHex(&platform().sent.at(0).at(30), 2));
     EXPECT_EQ("0000", toHex(&platform().sent.at(1).at(30), 2));
-    EXPECT_EQ(0U, +record.sequenceId);
+    EXPECT_EQ(0U, valueOf(record.sequenceId));
 }
 
 TEST_F(SyncSend, PublishesTheMasterRecord) {
@@ -152,8 +153,8 @@ TEST_F(SyncSend, KeepsTheSoftOffsetAndTheLinkDelayOfTheRecord) {
     record.linkDelay = 77;
     PTPMsgSync sync(0, kPort);
     send(sync);
-    EXPECT_EQ(1234, +record.softOffset);
-    EXPECT_EQ(77, +record.linkDelay);
+    EXPECT_EQ(1234, valueOf(record.softOffset));
+    EXPECT_EQ(77, valueOf(record.linkDelay));
 }
 
 TEST_F(SyncSend, PublishesTheInverseSlopeOfTheFittedLine) {

@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/Packed.h"
+
 namespace {
 
 bool isZero(const TimestampHistory& history) {
@@ -86,9 +88,9 @@ TEST(TimestampHistory, ShiftMovesBackAndKeepsTheLatestInFront) {
         history.entries[i].ns = 10 + i;
     }
     history.shift();
-    EXPECT_EQ(10U, +history.entries[0].ns);
+    EXPECT_EQ(10U, valueOf(history.entries[0].ns));
     for (unsigned int i = 1; i < 8; ++i) {
-        EXPECT_EQ(9 + i, +history.entries[i].ns);
+        EXPECT_EQ(9 + i, valueOf(history.entries[i].ns));
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include "base/DbgLog.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Seed.h"
 #include "tests/support/Vectors.h"
 
@@ -217,9 +218,9 @@ TEST_F(HostileMessages, OfAnyLengthAndContentAreHandledOrRefused) {
             }
         }
     });
-    EXPECT_EQ(syncs, +record.acceptedSync + record.rejectedSync);
-    EXPECT_GT(+record.acceptedSync, 0U);
-    EXPECT_GT(+record.rejectedSync, 0U);
+    EXPECT_EQ(syncs, record.acceptedSync + record.rejectedSync);
+    EXPECT_GT(valueOf(record.acceptedSync), 0U);
+    EXPECT_GT(valueOf(record.rejectedSync), 0U);
 }
 
 TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
@@ -233,7 +234,7 @@ TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
         }
     });
     EXPECT_EQ(6, occurrences(output, "Invalid messageLength received: "));
-    EXPECT_EQ(1U, +record.rejectedSync);
+    EXPECT_EQ(1U, valueOf(record.rejectedSync));
     ASSERT_EQ(2U, platform().sent.size());
     EXPECT_EQ(0U, platform().sent[0].size());
     EXPECT_EQ(0U, platform().sent[1].size());

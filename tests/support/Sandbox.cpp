@@ -42,7 +42,8 @@ void becomeNamespaceRoot() {
     writeFile("/proc/self/gid_map", "0 " + group + " 1");
 }
 
-// The kernel lets a new link carry frames only in deferred work. This question makes it catch up.
+/** The kernel lets a new link carry frames only in deferred work. This question makes it catch
+ *  up. */
 void awaitLink(const std::string& name) {
     ethtool_value link{};
     link.cmd = ETHTOOL_GLINK;

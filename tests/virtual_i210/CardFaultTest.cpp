@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "tests/support/Sandbox.h"
-#include "tests/virtual_i210/PtpPort.h"
+#include "tests/virtual_i210/PtpFrames.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
@@ -29,8 +29,8 @@ protected:
         setenv("VIRTUAL_I210", "state=/dev/shm/cards; tsm0; tss0 cable_ns=500", 1);
         ASSERT_EQ(0, enableStamping("tsm0"));
         ASSERT_EQ(0, enableStamping("tss0"));
-        sender_.emplace("tsm0");
-        receiver_.emplace("tss0");
+        sender_.emplace("tsm0", PeerSocket::kHardwareStamps);
+        receiver_.emplace("tss0", PeerSocket::kHardwareStamps);
     }
 
     static void order(Fault fault, std::uint32_t count = 1) {
@@ -40,26 +40,27 @@ protected:
         virtual_i210::orderFault("tsm0", order);
     }
 
-    // The next PTP frame; frames that only carry timestamps are not for PTP receivers.
-    std::optional<ReceivedFrame> nextPtp(int timeoutMs = 2000) const {
-        auto frame = receiver_->receive(timeoutMs);
+    /** The next PTP frame; frames that only carry timestamps are not for PTP receivers. */
+    std::optional<PeerFrame> nextPtp(
+        std::chrono::milliseconds patience = std::chrono::seconds(2)) const {
+        auto frame = receiver_->receive(patience);
         while (frame && (frame->bytes.at(12) != 0x88 || frame->bytes.at(13) != 0xF7)) {
-            frame = receiver_->receive(timeoutMs);
+            frame = receiver_->receive(patience);
         }
         return frame;
     }
 
     Sandbox sandbox_;
-    std::optional<PtpPort> sender_;
-    std::optional<PtpPort> receiver_;
+    std::optional<PeerSocket> sender_;
+    std::optional<PeerSocket> receiver_;
 };
 
 TEST_F(CardFault, LosesTransmitTimestamps) {
     order(Fault::TxTimestampLost, 2);
     for (unsigned i = 0; i < 3; ++i) {
-        sender_->send(ptpFrame(kSync, i));
+        ASSERT_TRUE(sender_->send(ptpFrame(kSync, i)));
         EXPECT_EQ(ptpFrame(kSync, i), nextPtp()->bytes);
-        EXPECT_EQ(i == 2, sender_->transmitStamp(0).has_value());
+        EXPECT_EQ(i == 2, sender_->transmitStamp(kAtOnce).has_value());
     }
 }
 
@@ -68,7 +69,7 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
     late.fault = Fault::TxTimestampLate;
     late.lateNs = 30'000'000;
     virtual_i210::orderFault("tsm0", late);
-    sender_->send(ptpFrame(kSync, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     const std::uint64_t sentRawNs = virtual_i210::latestEventFrames(1).at(0).rawNs;
     EXPECT_TRUE(nextPtp());
     const auto stamp = sender_->transmitStamp();
@@ -81,9 +82,9 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
 
 TEST_F(CardFault, DropsAFrameBehindTheCard) {
     order(Fault::FrameDropped);
-    sender_->send(ptpFrame(kSync, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
-    sender_->send(ptpFrame(kSync, 2));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 2)));
     EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
     EXPECT_EQ(1u, virtual_i210::counters("tsm0").framesSwallowed);
 }
@@ -94,33 +95,33 @@ TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
     drop.count = virtual_i210::kUntilCleared;
     drop.messageType = kFollowUp;
     virtual_i210::orderFault("tsm0", drop);
-    sender_->send(ptpFrame(kFollowUp, 1));
-    sender_->send(ptpFrame(kSync, 2));
+    ASSERT_TRUE(sender_->send(ptpFrame(kFollowUp, 1)));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 2)));
     EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
     virtual_i210::clearFaults("tsm0");
-    sender_->send(ptpFrame(kFollowUp, 3));
+    ASSERT_TRUE(sender_->send(ptpFrame(kFollowUp, 3)));
     EXPECT_EQ(ptpFrame(kFollowUp, 3), nextPtp()->bytes);
 }
 
 TEST_F(CardFault, DuplicatesAFrame) {
     order(Fault::FrameDuplicated);
-    sender_->send(ptpFrame(kSync, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     const auto first = nextPtp();
     const auto second = nextPtp();
     ASSERT_TRUE(first && second);
     EXPECT_EQ(ptpFrame(kSync, 1), first->bytes);
     EXPECT_EQ(ptpFrame(kSync, 1), second->bytes);
     EXPECT_LE(*first->hardwareNs, *second->hardwareNs);
-    EXPECT_TRUE(sender_->transmitStamp(0));
-    EXPECT_FALSE(sender_->transmitStamp(0));
+    EXPECT_TRUE(sender_->transmitStamp(kAtOnce));
+    EXPECT_FALSE(sender_->transmitStamp(kAtOnce));
 }
 
 TEST_F(CardFault, LetsTheNextFrameOvertake) {
     order(Fault::FrameReordered);
-    sender_->send(ptpFrame(kSync, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
-    EXPECT_FALSE(nextPtp(0));
-    sender_->send(ptpFrame(kFollowUp, 1));
+    EXPECT_FALSE(nextPtp(kAtOnce));
+    ASSERT_TRUE(sender_->send(ptpFrame(kFollowUp, 1)));
     EXPECT_EQ(ptpFrame(kFollowUp, 1), nextPtp()->bytes);
     const auto overtaken = nextPtp();
     ASSERT_TRUE(overtaken);
@@ -135,8 +136,8 @@ TEST_F(CardFault, FlipsTheOrderedBit) {
     corrupt.byte = 40;
     corrupt.bit = 6;
     virtual_i210::orderFault("tsm0", corrupt);
-    sender_->send(ptpFrame(kSync, 1));
-    sender_->send(ptpFrame(kFollowUp, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
+    ASSERT_TRUE(sender_->send(ptpFrame(kFollowUp, 1)));
     Bytes damaged = ptpFrame(kFollowUp, 1);
     damaged[14 + 40] ^= 0x40;
     EXPECT_EQ(ptpFrame(kSync, 1), nextPtp()->bytes);
@@ -146,20 +147,20 @@ TEST_F(CardFault, FlipsTheOrderedBit) {
 TEST_F(CardFault, PullsTheCableAtEitherEnd) {
     for (const char* end : {"tsm0", "tss0"}) {
         virtual_i210::setLink(end, false);
-        sender_->send(ptpFrame(kSync, 1));
-        EXPECT_FALSE(sender_->transmitStamp(0));
+        ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
+        EXPECT_FALSE(sender_->transmitStamp(kAtOnce));
         virtual_i210::setLink(end, true);
-        sender_->send(ptpFrame(kSync, 2));
+        ASSERT_TRUE(sender_->send(ptpFrame(kSync, 2)));
         EXPECT_EQ(ptpFrame(kSync, 2), nextPtp()->bytes);
         EXPECT_TRUE(sender_->transmitStamp());
     }
 }
 
 TEST_F(CardFault, StepsTheClock) {
-    sender_->send(ptpFrame(kSync, 1));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     const std::int64_t before = *nextPtp()->hardwareNs;
     virtual_i210::stepPhc("tss0", 10'000'000'000);
-    sender_->send(ptpFrame(kSync, 2));
+    ASSERT_TRUE(sender_->send(ptpFrame(kSync, 2)));
     const std::int64_t after = *nextPtp()->hardwareNs;
     EXPECT_GE(after - before, 10'000'000'000);
     EXPECT_LT(after - before, 12'000'000'000);
@@ -173,7 +174,7 @@ TEST_F(CardFault, RefusesTheSwitchingOfTimestamps) {
     EXPECT_EQ(0, enableStamping("tsm0"));
 }
 
-// Result of the question for the card's timestamping, as errno or phc index.
+/** Result of the question for the card's timestamping, as errno or phc index. */
 int askPhcIndex(const char* ifName) {
     ethtool_ts_info info{};
     info.cmd = ETHTOOL_GET_TS_INFO;

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "tests/support/Sandbox.h"
-#include "tests/virtual_i210/PtpPort.h"
+#include "tests/virtual_i210/PtpFrames.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
@@ -40,10 +40,10 @@ protected:
 };
 
 TEST_F(CardStamp, OfBothEndsAreTheSameInstantButForTheCable) {
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     for (unsigned i = 0; i < 50; ++i) {
-        sender.send(ptpFrame(0, i));
+        ASSERT_TRUE(sender.send(ptpFrame(0, i)));
         const std::uint64_t rawNs = lastSentRawNs();
         const auto sent = sender.transmitStamp();
         const auto received = receiver.receive();
@@ -61,11 +61,11 @@ TEST_F(CardStamp, OfBothEndsAreTheSameInstantButForTheCable) {
 }
 
 TEST_F(CardStamp, OfEqualFramesAreTheirOwn) {
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     std::vector<std::uint64_t> sentRawNs;
     for (int i = 0; i < 5; ++i) {
-        sender.send(ptpFrame(0, 7));
+        ASSERT_TRUE(sender.send(ptpFrame(0, 7)));
         sentRawNs.push_back(lastSentRawNs());
     }
     for (const std::uint64_t rawNs : sentRawNs) {
@@ -75,24 +75,23 @@ TEST_F(CardStamp, OfEqualFramesAreTheirOwn) {
 }
 
 TEST_F(CardStamp, OfATaggedFrameIsFoundAfterTheTagIsStripped) {
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
-    sender.send(taggedPtpFrame(2, 9, 0xE005));
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
+    ASSERT_TRUE(sender.send(taggedPtpFrame(2, 9, 0xE005)));
     const std::uint64_t rawNs = lastSentRawNs();
     const auto received = receiver.receive();
     ASSERT_TRUE(received);
-    EXPECT_EQ(ptpFrame(2, 9), received->bytes);
-    EXPECT_EQ(0xE005u, received->vlanTci);
+    EXPECT_EQ(taggedPtpFrame(2, 9, 0xE005), received->bytes);
     EXPECT_EQ(shown("tss0", rawNs + kCableNs), received->hardwareNs);
     EXPECT_EQ(taggedPtpFrame(2, 9, 0xE005), sender.transmitStamp()->bytes);
 }
 
-// The filter knows event messages; sending is stamped for whoever asked.
+/** The filter knows event messages; sending is stamped for whoever asked. */
 TEST_F(CardStamp, OfAGeneralMessageIsGivenToTheSenderAlone) {
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     const std::uint64_t before = virtual_i210::rawNowNs();
-    sender.send(ptpFrame(8, 1));
+    ASSERT_TRUE(sender.send(ptpFrame(8, 1)));
     const std::uint64_t after = virtual_i210::rawNowNs();
     const auto sent = sender.transmitStamp();
     const auto received = receiver.receive();
@@ -105,27 +104,27 @@ TEST_F(CardStamp, OfAGeneralMessageIsGivenToTheSenderAlone) {
 }
 
 TEST_F(CardStamp, WakesPollOnlyWhenThere) {
-    const PtpPort sender("tsm0");
-    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
-    sender.send(ptpFrame(0, 1));
-    EXPECT_TRUE(sender.transmitStamp(0));
-    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(kAtOnce));
+    ASSERT_TRUE(sender.send(ptpFrame(0, 1)));
+    EXPECT_TRUE(sender.transmitStamp(kAtOnce));
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(kAtOnce));
 }
 
 TEST_F(CardStamp, NeedsTheSocketOption) {
-    const PtpPort sender("tsm0", 0);
-    const PtpPort receiver("tss0", 0);
-    sender.send(ptpFrame(0, 1));
+    const PeerSocket sender("tsm0");
+    const PeerSocket receiver("tss0");
+    ASSERT_TRUE(sender.send(ptpFrame(0, 1)));
     EXPECT_EQ(std::nullopt, receiver.receive()->hardwareNs);
-    EXPECT_EQ(std::nullopt, sender.transmitStamp(0));
+    EXPECT_EQ(std::nullopt, sender.transmitStamp(kAtOnce));
 }
 
 TEST_F(CardStamp, ComesBesideASoftwareTimestampWhenBothAreAsked) {
     constexpr unsigned kBoth =
-        PtpPort::kHardwareStamps | SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0", kBoth);
-    sender.send(ptpFrame(0, 1));
+        PeerSocket::kHardwareStamps | SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", kBoth);
+    ASSERT_TRUE(sender.send(ptpFrame(0, 1)));
     const auto received = receiver.receive();
     ASSERT_TRUE(received);
     EXPECT_TRUE(received->hardwareNs);
@@ -136,9 +135,9 @@ TEST_F(CardStamp, ComesBesideASoftwareTimestampWhenBothAreAsked) {
     EXPECT_EQ(kBoth, flags);
 }
 
-// A child that never heard of the cards sends through its own raw socket.
+/** A child that never heard of the cards sends through its own raw socket. */
 TEST_F(CardStamp, OfAFrameFromOutsideFallsBackToTheKernels) {
-    const PtpPort receiver("tss0");
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     const std::uint64_t before = virtual_i210::rawNowNs();
     const Bytes frame = ptpFrame(0, 3);
     std::string packet;
@@ -160,12 +159,12 @@ TEST_F(CardStamp, OfAFrameFromOutsideFallsBackToTheKernels) {
 }
 
 TEST_F(CardStamp, CrossesProcesses) {
-    const PtpPort receiver("tss0");
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     const pid_t child = fork();
     if (child == 0) {
-        const PtpPort sender("tsm0");
-        sender.send(ptpFrame(3, 4));
-        _exit(sender.transmitStamp() ? 0 : 1);
+        const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+        const bool sent = sender.send(ptpFrame(3, 4));
+        _exit(sent && sender.transmitStamp() ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(child, waitpid(child, &status, 0));
@@ -193,13 +192,13 @@ TEST_F(CardStamp, IsNotGivenToForeignSockets) {
     EXPECT_EQ(0u, virtual_i210::counters("tsm0").ptpFramesSent);
 }
 
-// Blocks in recvmsg; what it owns must be released when it is cancelled there.
+/** Blocks in recvmsg; what it owns must be released when it is cancelled there. */
 void* receiveForEver(void* argument) {
     struct Mark {
         bool* released;
         ~Mark() { *released = true; }
     };
-    auto& [port, released] = *static_cast<std::pair<const PtpPort*, bool>*>(argument);
+    auto& [port, released] = *static_cast<std::pair<const PeerSocket*, bool>*>(argument);
     const Mark mark{&released};
     char data[64];
     iovec part{data, sizeof data};
@@ -211,8 +210,8 @@ void* receiveForEver(void* argument) {
 }
 
 TEST_F(CardStamp, LetsAWaitingReceiverBeCancelled) {
-    const PtpPort port("tss0");
-    std::pair<const PtpPort*, bool> shared{&port, false};
+    const PeerSocket port("tss0", PeerSocket::kHardwareStamps);
+    std::pair<const PeerSocket*, bool> shared{&port, false};
     pthread_t receiver{};
     ASSERT_EQ(0, pthread_create(&receiver, nullptr, receiveForEver, &shared));
     ASSERT_EQ(0, pthread_cancel(receiver));
@@ -227,9 +226,9 @@ TEST(CardCable, LetsNoFrameArriveBeforeItsTime) {
     sandbox.addVethPair("tsm0", "tss0");
     setenv("VIRTUAL_I210", "state=/dev/shm/cards; tsm0; tss0 cable_ns=20000000", 1);
     ASSERT_EQ(0, enableStamping("tss0"));
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
-    sender.send(ptpFrame(0, 1));
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
+    ASSERT_TRUE(sender.send(ptpFrame(0, 1)));
     ASSERT_TRUE(receiver.receive());
     EXPECT_GE(virtual_i210::rawNowNs(), lastSentRawNs() + 20'000'000u);
 }
@@ -240,12 +239,12 @@ TEST(CardJitter, StaysInItsBoundsAndVaries) {
     setenv("VIRTUAL_I210",
            "state=/dev/shm/cards seed=5; tsm0; tss0 cable_ns=500 jitter_ns=40 granularity_ns=1", 1);
     ASSERT_EQ(0, enableStamping("tss0"));
-    const PtpPort sender("tsm0");
-    const PtpPort receiver("tss0");
+    const PeerSocket sender("tsm0", PeerSocket::kHardwareStamps);
+    const PeerSocket receiver("tss0", PeerSocket::kHardwareStamps);
     std::int64_t least = 1000;
     std::int64_t most = -1000;
     for (unsigned i = 0; i < 200; ++i) {
-        sender.send(ptpFrame(0, i));
+        ASSERT_TRUE(sender.send(ptpFrame(0, i)));
         const auto exact =
             static_cast<std::int64_t>(*virtual_i210::truePhcNs("tss0", lastSentRawNs() + kCableNs));
         const std::int64_t jitter = *receiver.receive()->hardwareNs - exact;

@@ -32,7 +32,7 @@ TEST(Clock, RunsWithRawTimeWithoutRate) {
     EXPECT_EQ(0u, time.fraction);
 }
 
-// A rate of 2^-20 gains exactly one nanosecond in 2^20, and half of one in 2^19.
+/** A rate of 2^-20 gains exactly one nanosecond in 2^20, and half of one in 2^19. */
 TEST(Clock, GainsExactFractions) {
     const ClockLine fast = lineWithRate(std::int64_t{1} << 44);
     const FineTime whole = evaluate(fast, Wander{}, kBaseRawNs + (1u << 20));

@@ -12,7 +12,7 @@ using virtual_i210::StampReport;
 
 constexpr int kTimestamping = 37;
 
-// Control messages as a kernel gives them: one software timestamp, one of another kind.
+/** Control messages as a kernel gives them: one software timestamp, one of another kind. */
 class ControlMessages : public testing::Test {
 protected:
     ControlMessages() {

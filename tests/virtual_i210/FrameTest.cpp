@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/virtual_i210/PtpPort.h"
+#include "tests/virtual_i210/PtpFrames.h"
 
 namespace {
 

@@ -12,12 +12,12 @@ struct CloseProgram {
 using Program = std::unique_ptr<FILE, CloseProgram>;
 
 Program startProgram(const std::string& command);
-// The next line with its end, or nothing at the end of the output.
+/** The next line with its end, or nothing at the end of the output. */
 std::string readLine(const Program& program);
-// Everything a command says, also about errors.
+/** Everything a command says, also about errors. */
 std::string outputOf(const std::string& command);
 
-// A program in the background that ends with the test.
+/** A program in the background that ends with the test. */
 class Background {
 public:
     explicit Background(const std::string& command);

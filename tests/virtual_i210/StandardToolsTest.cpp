@@ -70,7 +70,7 @@ void writePtp4lConfig(const std::string& path, const std::string& uds) {
                         << uds << "\n";
 }
 
-// True when ten summaries in a row report a root mean square within boundNs.
+/** True when ten summaries in a row report a root mean square within boundNs. */
 bool settles(const Program& slave, long boundNs) {
     int inRow = 0;
     for (std::string line = readLine(slave); !line.empty() && inRow < 10; line = readLine(slave)) {

@@ -37,7 +37,7 @@ TEST(WireTimestamp, DropsTheUpper16BitsOfTheSeconds) {
     EXPECT_EQ("00000000000100000000", toHex(bytes, 10));
 }
 
-// One byte value per field, in the order of the wire.
+/** One byte value per field, in the order of the wire. */
 const char kHeader[] =
     "d3e20042"
     "04"
