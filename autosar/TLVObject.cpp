@@ -146,11 +146,11 @@ unsigned int getConfigParameterBlockTLVBitmask() {
     const TSynInstanceConfig& cfg = instance->block.cfg;
     unsigned int mask = 0;
     const auto want = [&mask](bool wanted, SubTlvBit bit) { mask |= wanted ? bit + 0u : 0u; };
-    want(cfg.selector1 == kSecured, kTimeSecuredBit);
-    want(cfg.selector2 == kSecured, kStatusSecuredBit);
-    want(cfg.selector2 == kNotSecured, kStatusNotSecuredBit);
-    want(cfg.selector3 == kSecured, kUserDataSecuredBit);
-    want(cfg.selector3 == kNotSecured, kUserDataNotSecuredBit);
+    want(cfg.timeSubTlv == kSecured, kTimeSecuredBit);
+    want(cfg.statusSubTlv == kSecured, kStatusSecuredBit);
+    want(cfg.statusSubTlv == kNotSecured, kStatusNotSecuredBit);
+    want(cfg.userDataSubTlv == kSecured, kUserDataSecuredBit);
+    want(cfg.userDataSubTlv == kNotSecured, kUserDataNotSecuredBit);
     return mask;
 }
 

@@ -13,7 +13,7 @@ constexpr int kOrganizationFieldsSize = 6;
 constexpr unsigned int kRecordedEntries = 4;
 
 /** What a recorded CRC belongs to, as hosts read it. */
-enum RecordedWord : unsigned int { kCrcTime0 = 0, kCrcTime1 = 1, kCrcStatus = 2, kCrcUserData = 3 };
+enum CrcKind : unsigned int { kCrcTime0 = 0, kCrcTime1 = 1, kCrcStatus = 2, kCrcUserData = 3 };
 
 /** One Follow_Up's sub-TLVs on their way into the instance block. */
 class Reception {
@@ -103,11 +103,11 @@ private:
     }
 
     /** The count goes on beyond the entries that there is room for. */
-    void record(RecordedWord word, bool valid) {
+    void record(CrcKind kind, bool valid) {
         const unsigned int index = block_.subTlvCount;
         block_.subTlvCount = index + 1;
         if (index < kRecordedEntries) {
-            block_.subTlvWords[index] = word;
+            block_.subTlvCrcKinds[index] = kind;
             block_.subTlvValid[index] = valid ? 1 : 0;
         }
         allValid_ = allValid_ && valid;

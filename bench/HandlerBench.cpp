@@ -44,9 +44,9 @@ void configure(unsigned char role) {
     cfg.EnableAutosarExtensions = 1;
     cfg.TxMode = 1;
     cfg.TxCrcMode = 1;
-    cfg.selector1 = 1;
-    cfg.selector2 = 1;
-    cfg.selector3 = 1;
+    cfg.timeSubTlv = 1;
+    cfg.statusSubTlv = 1;
+    cfg.userDataSubTlv = 1;
     cfg.CrcTimeFlags = kAllFlags;
     for (unsigned int i = 0; i < sizeof cfg.DataIDList; ++i) {
         cfg.DataIDList[i] = static_cast<unsigned char>(0x10 + i);

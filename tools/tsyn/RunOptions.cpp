@@ -181,9 +181,9 @@ TSynInstanceConfig makeConfig(const RunOptions& options) {
     std::copy_n(dataIds.begin(), std::min(dataIds.size(), kDataIdCount), config.DataIDList);
     config.TxMode = options.txMode;
     config.TxCrcMode = options.txCrcMode;
-    config.selector1 = options.timeSelector;
-    config.selector2 = options.statusSelector;
-    config.selector3 = options.userDataSelector;
+    config.timeSubTlv = options.timeSelector;
+    config.statusSubTlv = options.statusSelector;
+    config.userDataSubTlv = options.userDataSelector;
     config.CrcTimeFlags = static_cast<unsigned char>(options.crcTimeFlags);
     return config;
 }

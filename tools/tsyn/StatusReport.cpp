@@ -64,9 +64,9 @@ Json subTlvJson(const SubTlvTracker& tracker) {
     const SubTlvReading& last = *tracker.last();
     Json valid = Json::object();
     for (unsigned int i = 0; i < recordedCrcs(last); ++i) {
-        const unsigned int word = last.report.words[i];
-        if (word < kCrcFieldCount) {
-            valid[crcFieldName(static_cast<CrcField>(word))] = last.report.valid[i] == 1;
+        const unsigned int kind = last.report.crcKinds[i];
+        if (kind < kCrcFieldCount) {
+            valid[crcFieldName(static_cast<CrcField>(kind))] = last.report.valid[i] == 1;
         }
     }
     return {{"count", static_cast<unsigned int>(last.report.count)},

@@ -50,9 +50,9 @@ void SubTlvTracker::count(const SubTlvReading& reading) {
     ++followUps_;
     allValid_ += allCrcsValid(reading) ? 1 : 0;
     for (unsigned int i = 0; i < recordedCrcs(reading); ++i) {
-        const unsigned int word = reading.report.words[i];
-        if (reading.report.valid[i] == 1 && word < valid_.size()) {
-            ++valid_[word];
+        const unsigned int kind = reading.report.crcKinds[i];
+        if (reading.report.valid[i] == 1 && kind < valid_.size()) {
+            ++valid_[kind];
         }
     }
 }
