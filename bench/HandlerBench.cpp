@@ -88,9 +88,9 @@ void crcOfFollowUp(benchmark::State& state) {
     SentPair pair;
     const unsigned char* const message = pair.followUp.data();
     for ([[maybe_unused]] auto _ : state) {
-        unsigned char crc = timeCrc0(kAllFlags, message, 0x13);
+        unsigned char crc = timeCrc0(block().cfg, kAllFlags, message);
         benchmark::DoNotOptimize(crc);
-        crc = timeCrc1(kAllFlags, message, 0x13);
+        crc = timeCrc1(block().cfg, kAllFlags, message);
         benchmark::DoNotOptimize(crc);
     }
 }
