@@ -12,14 +12,14 @@ class Report:
         self.results = []  # one record a fault that counts
         self.apart = {"not compiled": 0, "same code": 0}
 
-    def add(self, mutant, verdict, case):
+    def add(self, mutant, verdict, case, seconds=0.0):
         if verdict in self.apart:
             self.apart[verdict] += 1
             return
         before, after = self.lines(mutant)
         self.results.append({
             "file": mutant.file, "line": mutant.line, "kind": mutant.kind, "verdict": verdict,
-            "case": case, "before": before, "after": after})
+            "case": case, "seconds": round(seconds, 1), "before": before, "after": after})
         if sys.stdout.isatty():
             outcome = f"killed by {case}" if case else "SURVIVED"
             print(f"{len(self.results)}/{self.wanted} {mutant.file}:{mutant.line} {mutant.kind} "
