@@ -86,6 +86,12 @@ class Workshop:
                 return None
         return [path for path, then in self.outputs.items() if time_of(path) != then]
 
+    def _put_back(self, output):
+        # Renamed into place, since a program that is still dying cannot be written to.
+        copy = os.path.join(self.build, output + ".kept")
+        shutil.copy2(os.path.join(self.pristine, output), copy)
+        os.replace(copy, os.path.join(self.build, output))
+
     def _same_objects(self, changed):
         objects = [path for path in changed if path.endswith(".o")]
         return bool(objects) and all(
@@ -113,8 +119,7 @@ class Workshop:
         finally:
             # The outputs first: a copy that is left behind half restored then builds anew.
             for output in self._changed_outputs():
-                shutil.copy2(os.path.join(self.pristine, output),
-                             os.path.join(self.build, output))
+                self._put_back(output)
             with open(path, "w", encoding="utf-8", newline="") as file:
                 file.write(text)
             os.utime(path, ns=(times.st_atime_ns, times.st_mtime_ns))
