@@ -29,6 +29,11 @@ lint: $(ABIS:%=build/%/built)
 bench: $(ABIS:%=build/%/built)
 	bench/run build/bench
 
+# Faults that tests should notice: make mutants SAMPLE=300 SEED=1
+.PHONY: mutants
+mutants: $(PACKAGES_READY)
+	scripts/mutants --sample $(or $(SAMPLE),20) $(addprefix --seed=,$(SEED))
+
 install: $(ABIS:%=build/%/built)
 	cmake --install build/i386
 	cmake --install build/x86_64
