@@ -1,4 +1,4 @@
-#include "CaptureFile.h"
+#include "tools/tsyn/check/CaptureFile.h"
 
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
@@ -6,8 +6,8 @@
 
 #include <cstdio>
 
-#include "CheckCommand.h"
 #include "Vectors.h"
+#include "tools/tsyn/check/CheckCommand.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "FollowUpChecker.h"
+#include "tools/tsyn/check/FollowUpChecker.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <set>
 
-#include "CheckReport.h"
 #include "Vectors.h"
+#include "tools/tsyn/check/CheckReport.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "RunOptions.h"
+#include "tools/tsyn/run/RunOptions.h"
 
 #include <gtest/gtest.h>
 

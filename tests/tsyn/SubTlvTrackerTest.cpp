@@ -1,4 +1,4 @@
-#include "SubTlvTracker.h"
+#include "tools/tsyn/run/SubTlvTracker.h"
 
 #include <gtest/gtest.h>
 

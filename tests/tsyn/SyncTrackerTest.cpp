@@ -1,4 +1,4 @@
-#include "SyncTracker.h"
+#include "tools/tsyn/run/SyncTracker.h"
 
 #include <gtest/gtest.h>
 

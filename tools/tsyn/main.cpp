@@ -2,9 +2,9 @@
 #include <cstdio>
 #include <exception>
 
-#include "CheckCommand.h"
-#include "RunCommand.h"
-#include "RunOptions.h"
+#include "tools/tsyn/check/CheckCommand.h"
+#include "tools/tsyn/run/RunCommand.h"
+#include "tools/tsyn/run/RunOptions.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "Clock.h"
+#include "tools/virtual_i210/Clock.h"
 
 #include <array>
 #include <cstring>
 #include <ctime>
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 

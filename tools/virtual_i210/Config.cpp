@@ -1,4 +1,4 @@
-#include "Config.h"
+#include "tools/virtual_i210/Config.h"
 
 #include <net/if.h>
 

@@ -1,4 +1,4 @@
-#include "ControlMessages.h"
+#include "tools/virtual_i210/ControlMessages.h"
 
 #include <algorithm>
 #include <cstring>

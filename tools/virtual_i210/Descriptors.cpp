@@ -1,4 +1,4 @@
-#include "Descriptors.h"
+#include "tools/virtual_i210/Descriptors.h"
 
 #include <net/if.h>
 
@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "RealFunctions.h"
-#include "VirtualI210.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace virtual_i210 {
 

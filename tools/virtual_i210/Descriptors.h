@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 namespace virtual_i210 {
 

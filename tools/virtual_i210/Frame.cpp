@@ -1,8 +1,8 @@
-#include "Frame.h"
+#include "tools/virtual_i210/Frame.h"
 
 #include <algorithm>
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 

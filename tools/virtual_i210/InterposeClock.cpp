@@ -1,8 +1,8 @@
 #include <cerrno>
 
-#include "Descriptors.h"
-#include "PhcReading.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/PhcReading.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 // Dynamic clocks: the kernel derives their number from the descriptor of the open device.
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 // Opening, copying and closing of descriptors.
 

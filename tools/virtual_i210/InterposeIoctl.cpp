@@ -8,9 +8,9 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "PhcReading.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/PhcReading.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 // What the card's driver answers to requests about its clock and its interface.
 

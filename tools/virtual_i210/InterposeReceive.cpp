@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ControlMessages.h"
-#include "Descriptors.h"
-#include "Frame.h"
-#include "RealFunctions.h"
-#include "Stamping.h"
+#include "tools/virtual_i210/ControlMessages.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/Frame.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Stamping.h"
 
 // Calls that receive frames, and transmit timestamps from the error queue.
 

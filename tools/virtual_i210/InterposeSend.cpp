@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
-#include "Transmission.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Transmission.h"
 
 // Calls that send: frames on packet sockets, and ethtool's first question.
 

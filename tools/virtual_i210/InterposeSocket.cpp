@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 // Sockets that frames or questions about a card go through, and their timestamping options.
 

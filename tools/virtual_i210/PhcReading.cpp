@@ -1,6 +1,6 @@
-#include "PhcReading.h"
+#include "tools/virtual_i210/PhcReading.h"
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 namespace virtual_i210 {
 

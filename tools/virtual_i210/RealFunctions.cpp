@@ -1,4 +1,4 @@
-#include "RealFunctions.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 #include <dlfcn.h>
 

@@ -1,12 +1,12 @@
-#include "Stamping.h"
+#include "tools/virtual_i210/Stamping.h"
 
 #include <linux/net_tstamp.h>
 
 #include <algorithm>
 
-#include "Frame.h"
-#include "Random.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Frame.h"
+#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 namespace virtual_i210 {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "Descriptors.h"
+#include "tools/virtual_i210/Descriptors.h"
 
 namespace virtual_i210 {
 

@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Clock.h"
-#include "Config.h"
-#include "EventRing.h"
-#include "Faults.h"
+#include "tools/virtual_i210/Clock.h"
+#include "tools/virtual_i210/Config.h"
+#include "tools/virtual_i210/EventRing.h"
+#include "tools/virtual_i210/Faults.h"
 
 namespace virtual_i210 {
 

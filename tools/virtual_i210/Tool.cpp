@@ -4,7 +4,7 @@
 #include <functional>
 #include <map>
 
-#include "VirtualI210.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 // Shows the virtual cards of VIRTUAL_I210 and gives orders to them.
 

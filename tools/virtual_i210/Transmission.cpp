@@ -1,4 +1,4 @@
-#include "Transmission.h"
+#include "tools/virtual_i210/Transmission.h"
 
 #include <linux/net_tstamp.h>
 #include <signal.h>
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <thread>
 
-#include "ControlMessages.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/ControlMessages.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 namespace virtual_i210 {
 

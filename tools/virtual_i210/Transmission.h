@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Descriptors.h"
-#include "Frame.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/Frame.h"
 
 namespace virtual_i210 {
 

@@ -1,11 +1,11 @@
-#include "VirtualI210.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
 
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 namespace virtual_i210 {
 

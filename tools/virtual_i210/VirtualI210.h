@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Clock.h"
-#include "Faults.h"
+#include "tools/virtual_i210/Clock.h"
+#include "tools/virtual_i210/Faults.h"
 
 namespace virtual_i210 {
 
