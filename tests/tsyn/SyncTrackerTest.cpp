@@ -93,6 +93,16 @@ TEST(SyncTracker, RatioOutOfRangeNeverSynchronises) {
     }
 }
 
+/** The daemon takes the one and refuses the other, so that tsyn must not say otherwise. */
+TEST(SyncTracker, OfTheTwoExactLimitsOnlyTheFastOneSynchronises) {
+    for (const auto& [ratio, state] : {std::pair{1.00025L, SyncState::kSynchronised},
+                                       std::pair{0.99975L, SyncState::kPriming}}) {
+        SyncTracker tracker = slaveAfter(2);
+        tracker.update(recordAfter(3, 2, ratio), 3 * kIntervalS);
+        EXPECT_EQ(state, tracker.state(3 * kIntervalS)) << static_cast<double>(ratio);
+    }
+}
+
 TEST(SyncTracker, MasterSendsWhileItsSequenceMoves) {
     SyncTracker tracker(true, kIntervalMs);
     tracker.update(recordAfter(0, 0, 0.0L), 0.0);

@@ -68,11 +68,4 @@ std::optional<gPtpTimeDataStruct> RecordView::snapshot() const {
     return {};
 }
 
-long double extendedValue(const unsigned char (&storage)[12]) {
-    constexpr std::size_t kUsedBytes = 10;
-    long double value = 0.0L;
-    std::memcpy(&value, storage, kUsedBytes);
-    return value;
-}
-
 }  // namespace tsyn

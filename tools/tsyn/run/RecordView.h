@@ -26,7 +26,4 @@ private:
     const unsigned char* segment_ = nullptr;
 };
 
-/** The 80-bit value of a 12-byte member. */
-long double extendedValue(const unsigned char (&storage)[12]);
-
 }  // namespace tsyn

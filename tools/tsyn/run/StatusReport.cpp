@@ -8,8 +8,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "base/Extended80.h"
 #include "tools/tsyn/Abi.h"
-#include "tools/tsyn/run/RecordView.h"
 
 namespace tsyn {
 namespace {
@@ -28,7 +28,7 @@ std::string formatted(const char* format, ...) {
 }
 
 double ratePpm(const gPtpTimeDataStruct& record) {
-    const long double ratio = extendedValue(record.rateRatio1);
+    const long double ratio = loadExtended(record.rateRatio1);
     return ratio == 0.0L ? 0.0 : static_cast<double>((ratio - 1.0L) * 1e6L);
 }
 

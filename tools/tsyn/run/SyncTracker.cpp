@@ -1,6 +1,6 @@
 #include "tools/tsyn/run/SyncTracker.h"
 
-#include "tools/tsyn/run/RecordView.h"
+#include "base/Extended80.h"
 
 namespace tsyn {
 namespace {
@@ -11,7 +11,7 @@ constexpr unsigned int kPairsUntilValid = 2;
 constexpr unsigned long long kConsistentNs = 1000000;
 
 bool rateInRange(long double ratio) {
-    return ratio >= 0.99975L && ratio <= 1.00025L;
+    return ratio >= kSlowestMasterRate && ratio <= kFastestMasterRate;
 }
 
 }  // namespace
@@ -94,7 +94,7 @@ bool SyncTracker::lastPairWasTaken() const {
         record_.localTime - static_cast<unsigned long long>(record_.masterOffset);
     const unsigned long long difference = masterTime - record_.originTime;
     const unsigned long long distance = difference >> 63 ? 0 - difference : difference;
-    return rateInRange(extendedValue(record_.rateRatio1)) && distance <= kConsistentNs;
+    return rateInRange(loadExtended(record_.rateRatio1)) && distance <= kConsistentNs;
 }
 
 }  // namespace tsyn
