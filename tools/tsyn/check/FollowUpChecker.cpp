@@ -3,35 +3,31 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "ptp/ptpwire.h"
+#include "tools/tsyn/check/PtpFields.h"
 
 namespace tsyn {
 namespace {
 
-constexpr std::size_t kHeaderSize = sizeof(ptpv2hdr_t);
-constexpr unsigned int kVersionMask = 0x0F;
-
 std::string sourceText(const unsigned char* message) {
     char text[32];
     std::snprintf(text, sizeof text, "%016" PRIx64 "-%u",
-                  wire::loadBigEndian<8>(message + wire::kSourceClockIdentity),
-                  wire::load16(message + wire::kSourcePortNumber));
+                  ptp::number(message + ptp::kSourcePortIdentityAt, ptp::kClockIdentitySize),
+                  ptp::number16(message + ptp::kSourcePortNumberAt));
     return text;
 }
 
 /** What counts its own sequence ids. A response takes over the id of its request, so that the
  *  requester belongs to it. */
 std::string sequenceKey(const unsigned char* message, std::size_t size) {
-    constexpr std::size_t kPortIdentitySize = 10;
-    const unsigned int type = wire::messageType(message);
-    std::string key{static_cast<char>(type), static_cast<char>(message[wire::kDomainNumber])};
-    const auto append = [&key, message](int offset) {
-        key.append(reinterpret_cast<const char*>(message) + offset, kPortIdentitySize);
+    const unsigned int type = ptp::messageType(message);
+    std::string key{static_cast<char>(type), static_cast<char>(message[ptp::kDomainNumberAt])};
+    const auto append = [&key, message](std::size_t offset) {
+        key.append(reinterpret_cast<const char*>(message) + offset, ptp::kPortIdentitySize);
     };
-    append(wire::kSourceClockIdentity);
-    const bool isResponse = type == wire::kPdelayResp || type == wire::kPdelayRespFollowUp;
-    if (isResponse && size >= wire::kPdelayLength) {
-        append(wire::kRequestingClockIdentity);
+    append(ptp::kSourcePortIdentityAt);
+    const bool isResponse = type == ptp::kPdelayResp || type == ptp::kPdelayRespFollowUp;
+    if (isResponse && size >= ptp::kPdelayResponseSize) {
+        append(ptp::kRequestingPortIdentityAt);
     }
     return key;
 }
@@ -66,21 +62,21 @@ std::optional<Defect> sequenceDefect(const std::string& type, unsigned int last,
 
 std::string messageTypeName(unsigned int messageType) {
     switch (messageType) {
-    case wire::kSync:
+    case ptp::kSync:
         return "Sync";
-    case wire::kPdelayReq:
+    case ptp::kPdelayReq:
         return "Pdelay_Req";
-    case wire::kPdelayResp:
+    case ptp::kPdelayResp:
         return "Pdelay_Resp";
-    case wire::kFollowUp:
+    case ptp::kFollowUp:
         return "Follow_Up";
-    case wire::kPdelayRespFollowUp:
+    case ptp::kPdelayRespFollowUp:
         return "Pdelay_Resp_Follow_Up";
-    case wire::kAnnounce:
+    case ptp::kAnnounce:
         return "Announce";
-    case 12:
+    case ptp::kSignaling:
         return "Signaling";
-    case 13:
+    case ptp::kManagement:
         return "Management";
     default:
         return "type " + std::to_string(messageType);
@@ -95,12 +91,12 @@ void FollowUpChecker::add(const CaptureFrame& frame) {
         return;
     }
     result_.vlanTagged += payload.vlanTagged ? 1 : 0;
-    if (payload.size < kHeaderSize) {
+    if (payload.size < ptp::kHeaderSize) {
         const bool cut = frame.captured < frame.onWire;
         report(frame, nullptr,
                {cut ? DefectKind::kCut : DefectKind::kMalformed, "PTP message", "header",
-                "has " + std::to_string(payload.size) + " of its " + std::to_string(kHeaderSize) +
-                    " bytes"});
+                "has " + std::to_string(payload.size) + " of its " +
+                    std::to_string(ptp::kHeaderSize) + " bytes"});
         return;
     }
     takeMessage(frame, payload);
@@ -108,17 +104,17 @@ void FollowUpChecker::add(const CaptureFrame& frame) {
 
 void FollowUpChecker::takeMessage(const CaptureFrame& frame, const PtpPayload& payload) {
     const unsigned char* const message = payload.bytes;
-    const unsigned int type = wire::messageType(message);
-    const unsigned int version = message[wire::kVersion] & kVersionMask;
+    const unsigned int type = ptp::messageType(message);
+    const unsigned int version = ptp::version(message);
     ++result_.byType[type];
-    if (version != wire::kVersionPtp) {
+    if (version != 2) {
         report(frame, message,
                {DefectKind::kMalformed, messageTypeName(type), "versionPTP",
                 "is " + std::to_string(version) + ", should be 2"});
         return;
     }
     followSequence(frame, payload);
-    const std::size_t length = wire::messageLength(message);
+    const std::size_t length = ptp::messageLength(message);
     if (length > payload.size && frame.captured < frame.onWire) {
         report(frame, message,
                {DefectKind::kCut, messageTypeName(type), "messageLength",
@@ -129,18 +125,18 @@ void FollowUpChecker::takeMessage(const CaptureFrame& frame, const PtpPayload& p
             frame, message,
             {DefectKind::kLength, messageTypeName(type), "messageLength",
              "is " + std::to_string(length) + ", the frame holds " + std::to_string(payload.size)});
-    } else if (type == wire::kFollowUp) {
+    } else if (type == ptp::kFollowUp) {
         takeFollowUp(frame, message);
     }
 }
 
 void FollowUpChecker::takeFollowUp(const CaptureFrame& frame, const unsigned char* message) {
-    const unsigned int length = wire::messageLength(message);
-    if (length < wire::kFollowUpTlv) {
+    const unsigned int length = ptp::messageLength(message);
+    if (length < ptp::kFollowUpTlvAt) {
         report(frame, message,
-               {DefectKind::kLength, messageTypeName(wire::kFollowUp), "messageLength",
+               {DefectKind::kLength, messageTypeName(ptp::kFollowUp), "messageLength",
                 "is " + std::to_string(length) + ", should be " +
-                    std::to_string(wire::kFollowUpTlv) + " at least"});
+                    std::to_string(ptp::kFollowUpTlvAt) + " at least"});
         return;
     }
     FollowUpCheck check = checkFollowUpTlvs(message, dataIds_);
@@ -156,14 +152,14 @@ void FollowUpChecker::takeFollowUp(const CaptureFrame& frame, const unsigned cha
 
 void FollowUpChecker::followSequence(const CaptureFrame& frame, const PtpPayload& payload) {
     const unsigned char* const message = payload.bytes;
-    const unsigned int current = wire::sequenceId(message);
+    const unsigned int current = ptp::sequenceId(message);
     const auto [position, isFirst] =
         lastSequenceIds_.try_emplace(sequenceKey(message, payload.size), current);
     if (isFirst) {
         return;
     }
     std::optional<Defect> defect =
-        sequenceDefect(messageTypeName(wire::messageType(message)), position->second, current);
+        sequenceDefect(messageTypeName(ptp::messageType(message)), position->second, current);
     position->second = current;
     if (defect) {
         report(frame, message, std::move(*defect));
@@ -177,7 +173,7 @@ void FollowUpChecker::report(const CaptureFrame& frame, const unsigned char* mes
     finding.timeNs = frame.timeNs;
     if (message != nullptr) {
         finding.source = sourceText(message);
-        finding.sequenceId = wire::sequenceId(message);
+        finding.sequenceId = ptp::sequenceId(message);
     }
     finding.defect = std::move(defect);
     result_.findings.push_back(std::move(finding));

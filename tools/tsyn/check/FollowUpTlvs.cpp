@@ -4,8 +4,11 @@
 #include <cstdio>
 #include <iterator>
 
-#include "autosar/Crc8H2F.h"
-#include "ptp/ptpwire.h"
+#include "tools/tsyn/check/Crc8.h"
+#include "tools/tsyn/check/PtpFields.h"
+
+// A second, independent implementation of the sub-TLVs and of what their CRCs cover: a fault in the
+// library's tables must not hide itself, so that nothing here comes from the library.
 
 namespace tsyn {
 namespace {
@@ -13,8 +16,22 @@ namespace {
 constexpr std::size_t kTlvHeadSize = 4;
 constexpr std::size_t kOrganizationFieldsSize = 6;
 constexpr std::size_t kSubTlvHeadSize = 2;
+constexpr unsigned int kOrganizationExtension = 3;
+constexpr unsigned int kIeee8021 = 0x0080C2;
 constexpr unsigned int kInformationSubType = 1;
+constexpr std::size_t kInformationLength = 28;
+constexpr unsigned int kAutosar = 0x1A75FB;
 constexpr unsigned int kAutosarSubType = 0x605676;
+
+enum SubTlvType : unsigned char {
+    kTimeSecured = 0x28,
+    kOfsNotSecured = 0x34,
+    kOfsSecured = 0x44,
+    kStatusSecured = 0x50,
+    kStatusNotSecured = 0x51,
+    kUserDataSecured = 0x60,
+    kUserDataNotSecured = 0x61,
+};
 
 struct SubTlvKind {
     unsigned char type;
@@ -23,24 +40,28 @@ struct SubTlvKind {
 };
 
 constexpr SubTlvKind kSubTlvKinds[] = {
-    {0x28, 3, "Time Secured"},         {0x50, 2, "Status Secured"},
-    {0x51, 2, "Status Not Secured"},   {0x60, 5, "UserData Secured"},
-    {0x61, 5, "UserData Not Secured"}, {0x44, 17, "OFS Secured"},
-    {0x34, 17, "OFS Not Secured"}};
+    {kTimeSecured, 3, "Time Secured"},
+    {kOfsNotSecured, 17, "OFS Not Secured"},
+    {kOfsSecured, 17, "OFS Secured"},
+    {kStatusSecured, 2, "Status Secured"},
+    {kStatusNotSecured, 2, "Status Not Secured"},
+    {kUserDataSecured, 5, "UserData Secured"},
+    {kUserDataNotSecured, 5, "UserData Not Secured"},
+};
 
 /** A header field that a bit of CrcTimeFlags puts under a time CRC. */
 struct CoveredField {
     unsigned char flag;
-    int offset;
-    unsigned int size;
+    std::size_t offset;
+    std::size_t size;
 };
 
-constexpr CoveredField kTime0Fields[] = {{0x02, wire::kDomainNumber, 1},
-                                         {0x08, wire::kSourcePortNumber, 2},
-                                         {0x20, wire::kTimestamp, 10}};
-constexpr CoveredField kTime1Fields[] = {{0x01, wire::kMessageLength, 2},
-                                         {0x04, wire::kCorrectionField, 8},
-                                         {0x10, wire::kSequenceId, 2}};
+constexpr CoveredField kTime0Fields[] = {{0x02, ptp::kDomainNumberAt, 1},
+                                         {0x08, ptp::kSourcePortNumberAt, 2},
+                                         {0x20, ptp::kPreciseOriginTimestampAt, 10}};
+constexpr CoveredField kTime1Fields[] = {{0x01, ptp::kMessageLengthAt, 2},
+                                         {0x04, ptp::kCorrectionFieldAt, 8},
+                                         {0x10, ptp::kSequenceIdAt, 2}};
 
 std::string hexText(const char* format, unsigned int found, unsigned int wanted) {
     char text[96];
@@ -61,8 +82,8 @@ const SubTlvKind* findKind(unsigned char type) {
 
 /** True when the bytes are whole TLVs, the last of which ends with them. */
 bool areWholeTlvs(const unsigned char* bytes, std::size_t size) {
-    while (size >= kTlvHeadSize && kTlvHeadSize + wire::load16(bytes + 2) <= size) {
-        const std::size_t whole = kTlvHeadSize + wire::load16(bytes + 2);
+    while (size >= kTlvHeadSize && kTlvHeadSize + ptp::number16(bytes + 2) <= size) {
+        const std::size_t whole = kTlvHeadSize + ptp::number16(bytes + 2);
         bytes += whole;
         size -= whole;
     }
@@ -74,11 +95,11 @@ class TlvWalk {
 public:
     TlvWalk(const unsigned char* message, const DataIdList& dataIds)
         : message_(message),
-          dataId_(dataIds[wire::sequenceId(message) % dataIds.size()]),
-          end_(wire::messageLength(message)) {}
+          dataId_(dataIds[ptp::sequenceId(message) % dataIds.size()]),
+          end_(ptp::messageLength(message)) {}
 
     FollowUpCheck run() {
-        std::size_t at = wire::kFollowUpTlv;
+        std::size_t at = ptp::kFollowUpTlvAt;
         while (at < end_) {
             at = takeTlv(at);
         }
@@ -95,7 +116,7 @@ private:
     void takeReserved(const SubTlvKind& kind, unsigned char found);
 
     unsigned char timeCrc(const CoveredField (&fields)[3], unsigned char flags) const;
-    unsigned char contentCrc(const unsigned char* content, unsigned int size) const;
+    unsigned char contentCrc(const unsigned char* content, std::size_t size) const;
     void compare(const SubTlvKind& kind, CrcField field, unsigned char found, unsigned char wanted);
     void report(DefectKind kind, std::string part, std::string field, std::string text) {
         check_.defects.push_back({kind, std::move(part), std::move(field), std::move(text)});
@@ -117,12 +138,12 @@ std::size_t TlvWalk::takeTlv(std::size_t at) {
         return end_;
     }
     const std::size_t room = end_ - at - kTlvHeadSize;
-    const std::size_t length = wire::load16(message_ + at + 2);
-    if (at == wire::kFollowUpTlv && room >= wire::kFollowUpTlvLength &&
-        wire::loadBigEndian<3>(message_ + at + kTlvHeadSize) == wire::kOrganizationIeee8021 &&
-        wire::loadBigEndian<3>(message_ + at + kTlvHeadSize + 3) == kInformationSubType) {
+    const std::size_t length = ptp::number16(message_ + at + 2);
+    if (at == ptp::kFollowUpTlvAt && room >= kInformationLength &&
+        ptp::number24(message_ + at + kTlvHeadSize) == kIeee8021 &&
+        ptp::number24(message_ + at + kTlvHeadSize + 3) == kInformationSubType) {
         takeInformation(length);
-        return at + kTlvHeadSize + wire::kFollowUpTlvLength;
+        return at + kTlvHeadSize + kInformationLength;
     }
     if (isAutosar(at, room)) {
         return takeAutosar(at, length, room) ? at + kTlvHeadSize + length : end_;
@@ -137,9 +158,9 @@ std::size_t TlvWalk::takeTlv(std::size_t at) {
 }
 
 void TlvWalk::takeInformation(std::size_t length) {
-    if (length != wire::kFollowUpTlvLength) {
+    if (length != kInformationLength) {
         report(DefectKind::kLength, "Follow_Up information TLV", "lengthField",
-               isButShould(length, wire::kFollowUpTlvLength));
+               isButShould(length, kInformationLength));
     }
 }
 
@@ -155,11 +176,9 @@ bool TlvWalk::isAutosar(std::size_t at, std::size_t room) {
     };
     const unsigned char* const fields = message_ + at + kTlvHeadSize;
     const NamingField naming[] = {
-        {"tlvType", wire::load16(message_ + at), wire::kTlvOrganizationExtension},
-        {"organizationId", static_cast<unsigned int>(wire::loadBigEndian<3>(fields)),
-         wire::kOrganizationAutosar},
-        {"organizationSubType", static_cast<unsigned int>(wire::loadBigEndian<3>(fields + 3)),
-         kAutosarSubType}};
+        {"tlvType", ptp::number16(message_ + at), kOrganizationExtension},
+        {"organizationId", ptp::number24(fields), kAutosar},
+        {"organizationSubType", ptp::number24(fields + 3), kAutosarSubType}};
     const auto differs = [](const NamingField& field) { return field.found != field.wanted; };
     if (std::count_if(std::begin(naming), std::end(naming), differs) > 1) {
         return false;
@@ -220,19 +239,19 @@ void TlvWalk::takeSubTlvs(std::size_t at, std::size_t end) {
 }
 
 void TlvWalk::takeSubTlv(const SubTlvKind& kind, const unsigned char* content) {
-    const auto last = static_cast<unsigned int>(kind.contentSize - 1);
+    const std::size_t last = kind.contentSize - 1;
     switch (kind.type) {
-    case 0x28:
+    case kTimeSecured:
         compare(kind, CrcField::kTime0, content[1], timeCrc(kTime0Fields, content[0]));
         compare(kind, CrcField::kTime1, content[2], timeCrc(kTime1Fields, content[0]));
         break;
-    case 0x50:
+    case kStatusSecured:
         compare(kind, CrcField::kStatus, content[last], contentCrc(content, last));
         break;
-    case 0x60:
+    case kUserDataSecured:
         compare(kind, CrcField::kUserData, content[last], contentCrc(content, last));
         break;
-    case 0x44:
+    case kOfsSecured:
         compare(kind, CrcField::kOfs, content[last], contentCrc(content, last));
         break;
     default:
@@ -250,17 +269,18 @@ void TlvWalk::takeReserved(const SubTlvKind& kind, unsigned char found) {
 }
 
 unsigned char TlvWalk::timeCrc(const CoveredField (&fields)[3], unsigned char flags) const {
-    unsigned char crc = crc8h2f::update(0, &flags, 1);
+    Crc8 crc;
+    crc.add(flags);
     for (const CoveredField& field : fields) {
         if ((flags & field.flag) != 0) {
-            crc = crc8h2f::update(crc, message_ + field.offset, field.size);
+            crc.add(message_ + field.offset, field.size);
         }
     }
-    return crc8h2f::update(crc, &dataId_, 1);
+    return crc.add(dataId_).value();
 }
 
-unsigned char TlvWalk::contentCrc(const unsigned char* content, unsigned int size) const {
-    return crc8h2f::update(crc8h2f::update(0, content, size), &dataId_, 1);
+unsigned char TlvWalk::contentCrc(const unsigned char* content, std::size_t size) const {
+    return Crc8().add(content, size).add(dataId_).value();
 }
 
 void TlvWalk::compare(const SubTlvKind& kind, CrcField field, unsigned char found,

@@ -1,6 +1,6 @@
 #include "tools/tsyn/check/PtpPayload.h"
 
-#include "ptp/ptpwire.h"
+#include "tools/tsyn/check/PtpFields.h"
 
 namespace tsyn {
 
@@ -13,7 +13,7 @@ PtpPayload findPtp(const CaptureFrame& frame) {
     constexpr unsigned int kEtherTypeServiceVlan = 0x88A8;
     PtpPayload payload;
     for (std::size_t at = kAddressesSize; at + kEtherTypeSize <= frame.captured; at += kTagSize) {
-        const unsigned int etherType = wire::load16(frame.bytes + at);
+        const unsigned int etherType = ptp::number16(frame.bytes + at);
         if (etherType == kEtherTypePtp) {
             payload.isPtp = true;
             payload.bytes = frame.bytes + at + kEtherTypeSize;
