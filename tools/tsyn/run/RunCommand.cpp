@@ -95,6 +95,12 @@ int RunSession::run() {
 }
 
 std::string RunSession::prepare() {
+    if (!options_.truthCard.empty()) {
+        std::string problem = sampler_.findCard();
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
     if (const Problem problem = firstProblem(options_.interfaceName)) {
         return *problem;
     }

@@ -6,8 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "tools/tsyn/run/SyncTracker.h"
-
 namespace tsyn {
 
 /** Compares the daemon's time with the true PHC time of a virtual i210 and writes one CSV line a
@@ -16,6 +14,10 @@ namespace tsyn {
 class TruthSampler {
 public:
     explicit TruthSampler(std::string cardName) : cardName_(std::move(cardName)) {}
+
+    /** Finds the card, which the preloaded library of the virtual i210 knows. Returns what went
+     *  wrong, empty on success; to be called before the others. */
+    std::string findCard();
 
     /** Creates the CSV file. Returns what went wrong, empty on success. */
     std::string open(const std::string& path);
@@ -28,7 +30,10 @@ public:
     unsigned long count() const { return count_; }
 
 private:
+    std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
+
     std::string cardName_;
+    int (*trueTime_)(const char*, std::uint64_t, std::uint64_t*) = nullptr;
     std::unique_ptr<FILE, int (*)(FILE*)> file_{nullptr, std::fclose};
     std::optional<long long> lastErrorNs_;
     unsigned long count_ = 0;
