@@ -16,26 +16,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tools/common/OwnDescriptor.h"
+
 namespace tsyn {
 namespace {
 
-/** A descriptor that is closed with its scope. */
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-    bool isOpen() const { return fd_ >= 0; }
-
-private:
-    int fd_;
-};
+using tools::OwnDescriptor;
 
 std::string reason() {
     return std::strerror(errno);
@@ -48,7 +34,7 @@ ifreq requestFor(const std::string& interfaceName) {
 }
 
 Problem readFlags(const std::string& interfaceName, ifreq& request) {
-    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const OwnDescriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     request = requestFor(interfaceName);
     if (!fd.isOpen() || ioctl(fd.get(), SIOCGIFFLAGS, &request) < 0) {
         return "the interface flags cannot be read (" + reason() + ")";
@@ -57,7 +43,7 @@ Problem readFlags(const std::string& interfaceName, ifreq& request) {
 }
 
 Problem readTimestamping(const std::string& interfaceName, ethtool_ts_info& info) {
-    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const OwnDescriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     info = {};
     info.cmd = ETHTOOL_GET_TS_INFO;
     ifreq request = requestFor(interfaceName);
@@ -125,7 +111,7 @@ Problem checkTimestamping(const std::string& interfaceName) {
 }
 
 Problem checkRawSocket(const std::string&) {
-    const Descriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
+    const OwnDescriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
     if (!fd.isOpen() && (errno == EPERM || errno == EACCES)) {
         return "no permission for raw sockets; tsyn needs CAP_NET_RAW "
                "(setcap cap_net_raw,cap_net_admin+ep, or run as root)";
@@ -142,7 +128,7 @@ Problem checkAdministration(const std::string& interfaceName) {
         return problem;
     }
     // Writing the flags back unchanged asks for the capability and changes nothing.
-    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const OwnDescriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (ioctl(fd.get(), SIOCSIFFLAGS, &request) < 0) {
         return "no permission to set promiscuous mode and timestamping (" + reason() +
                "); tsyn needs CAP_NET_ADMIN (setcap cap_net_raw,cap_net_admin+ep, or run as root)";
@@ -156,7 +142,7 @@ Problem checkPhcAccess(const std::string& interfaceName) {
         return problem;
     }
     const std::string path = "/dev/ptp" + std::to_string(info.phc_index);
-    const Descriptor fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    const OwnDescriptor fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!fd.isOpen()) {
         return path + " cannot be opened for reading and writing (" + reason() +
                "); give the user access with a udev rule or run as root";
@@ -166,12 +152,12 @@ Problem checkPhcAccess(const std::string& interfaceName) {
 
 Problem checkSegment(const std::string& interfaceName) {
     const std::string name = "/" + interfaceName;
-    const Descriptor present(shm_open(name.c_str(), O_RDONLY, 0));
+    const OwnDescriptor present(shm_open(name.c_str(), O_RDONLY, 0));
     if (!present.isOpen() && errno == ENOENT) {
         return {};
     }
     // The daemon opens with O_CREAT, which a sticky /dev/shm refuses for another user's file.
-    const Descriptor fd(shm_open(name.c_str(), O_RDWR | O_CREAT, 0777));
+    const OwnDescriptor fd(shm_open(name.c_str(), O_RDWR | O_CREAT, 0777));
     if (!fd.isOpen()) {
         return "its shared record /dev/shm" + name + " cannot be opened (" + reason() +
                "); remove the file, or run as the user who owns it";

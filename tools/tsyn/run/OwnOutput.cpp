@@ -10,7 +10,6 @@
 namespace tsyn {
 namespace {
 
-/** The log's descriptor, or -1; the caller owns it. */
 int openLog(const std::string& logTarget) {
     if (logTarget == "-") {
         return fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
@@ -20,24 +19,15 @@ int openLog(const std::string& logTarget) {
 
 }  // namespace
 
-OwnOutput::~OwnOutput() {
-    if (fd_ >= 0) {
-        close(fd_);
-    }
-}
-
 std::string OwnOutput::separate(const std::string& logTarget) {
-    const int log = openLog(logTarget);
-    if (log < 0) {
+    const tools::OwnDescriptor log(openLog(logTarget));
+    if (!log.isOpen()) {
         return "--log " + logTarget + ": cannot be opened (" + std::strerror(errno) +
                "); name a file in a folder that can be written";
     }
-    fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-    const bool redirected = fd_ >= 0 && dup2(log, STDOUT_FILENO) >= 0;
-    const int failure = errno;
-    close(log);
-    if (!redirected) {
-        return std::string("standard output cannot be redirected (") + std::strerror(failure) +
+    fd_.reset(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+    if (!fd_.isOpen() || dup2(log.get(), STDOUT_FILENO) < 0) {
+        return std::string("standard output cannot be redirected (") + std::strerror(errno) +
                "); start tsyn with an open standard output";
     }
     // A reader that leaves ends tsyn through line(), not in the middle of the library.
@@ -49,7 +39,7 @@ bool OwnOutput::line(const std::string& text) {
     const std::string whole = text + "\n";
     std::size_t done = 0;
     while (done < whole.size()) {
-        const ssize_t count = write(fd_, whole.data() + done, whole.size() - done);
+        const ssize_t count = write(fd_.get(), whole.data() + done, whole.size() - done);
         if (count < 0 && errno != EINTR) {
             return false;
         }

@@ -3,9 +3,10 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
+
+#include "tools/common/OwnDescriptor.h"
 
 namespace tsyn {
 namespace {
@@ -32,17 +33,16 @@ bool RecordView::open(const std::string& interfaceName) {
     if (isOpen()) {
         return true;
     }
-    const int fd = shm_open(("/" + interfaceName).c_str(), O_RDONLY, 0);
-    if (fd < 0) {
+    const tools::OwnDescriptor fd(shm_open(("/" + interfaceName).c_str(), O_RDONLY, 0));
+    if (!fd.isOpen()) {
         return false;
     }
     struct stat status {};
     void* address = MAP_FAILED;
     // Reading beyond the end of a file that has not been sized yet would raise SIGBUS.
-    if (fstat(fd, &status) == 0 && status.st_size >= kSharedSegmentSize) {
-        address = mmap(nullptr, kSharedSegmentSize, PROT_READ, MAP_SHARED, fd, 0);
+    if (fstat(fd.get(), &status) == 0 && status.st_size >= kSharedSegmentSize) {
+        address = mmap(nullptr, kSharedSegmentSize, PROT_READ, MAP_SHARED, fd.get(), 0);
     }
-    close(fd);
     if (address == MAP_FAILED) {
         return false;
     }

@@ -2,13 +2,13 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <thread>
 
 #include "include/ZebEthTimeSynSupportInterface.h"
+#include "tools/common/OwnDescriptor.h"
 
 namespace tsyn {
 namespace {
@@ -18,17 +18,14 @@ constexpr unsigned short kSpyPort = 319;
 }  // namespace
 
 std::string spyPortProblem() {
-    const int trial = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const tools::OwnDescriptor trial(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(kSpyPort);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
-    const bool bound =
-        trial >= 0 && bind(trial, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    const bool bound = trial.isOpen() && bind(trial.get(), reinterpret_cast<sockaddr*>(&address),
+                                              sizeof address) == 0;
     const int failure = errno;
-    if (trial >= 0) {
-        close(trial);
-    }
     if (bound) {
         return {};
     }
