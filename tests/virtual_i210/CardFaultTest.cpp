@@ -55,7 +55,7 @@ protected:
 };
 
 TEST_F(CardFault, LosesTransmitTimestamps) {
-    order(Fault::TxTimestampLost, 2);
+    order(Fault::kTxTimestampLost, 2);
     for (unsigned i = 0; i < 3; ++i) {
         sender_->send(ptpFrame(kSync, i));
         EXPECT_EQ(nextPtp()->bytes, ptpFrame(kSync, i));
@@ -65,7 +65,7 @@ TEST_F(CardFault, LosesTransmitTimestamps) {
 
 TEST_F(CardFault, DelaysATransmitTimestamp) {
     FaultOrder late;
-    late.fault = Fault::TxTimestampLate;
+    late.fault = Fault::kTxTimestampLate;
     late.lateNs = 30'000'000;
     virtual_i210::orderFault("tsm0", late);
     sender_->send(ptpFrame(kSync, 1));
@@ -80,7 +80,7 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
 }
 
 TEST_F(CardFault, DropsAFrameBehindTheCard) {
-    order(Fault::FrameDropped);
+    order(Fault::kFrameDropped);
     sender_->send(ptpFrame(kSync, 1));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     sender_->send(ptpFrame(kSync, 2));
@@ -90,7 +90,7 @@ TEST_F(CardFault, DropsAFrameBehindTheCard) {
 
 TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
     FaultOrder drop;
-    drop.fault = Fault::FrameDropped;
+    drop.fault = Fault::kFrameDropped;
     drop.count = virtual_i210::kUntilCleared;
     drop.messageType = kFollowUp;
     virtual_i210::orderFault("tsm0", drop);
@@ -103,7 +103,7 @@ TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
 }
 
 TEST_F(CardFault, DuplicatesAFrame) {
-    order(Fault::FrameDuplicated);
+    order(Fault::kFrameDuplicated);
     sender_->send(ptpFrame(kSync, 1));
     const auto first = nextPtp();
     const auto second = nextPtp();
@@ -116,7 +116,7 @@ TEST_F(CardFault, DuplicatesAFrame) {
 }
 
 TEST_F(CardFault, LetsTheNextFrameOvertake) {
-    order(Fault::FrameReordered);
+    order(Fault::kFrameReordered);
     sender_->send(ptpFrame(kSync, 1));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     EXPECT_FALSE(nextPtp(0));
@@ -130,7 +130,7 @@ TEST_F(CardFault, LetsTheNextFrameOvertake) {
 
 TEST_F(CardFault, FlipsTheOrderedBit) {
     FaultOrder corrupt;
-    corrupt.fault = Fault::FrameCorrupted;
+    corrupt.fault = Fault::kFrameCorrupted;
     corrupt.messageType = kFollowUp;
     corrupt.byte = 40;
     corrupt.bit = 6;

@@ -15,7 +15,7 @@ namespace {
 
 Descriptor descriptors[kMaxDescriptors];
 
-// A wrong configuration is told at start, not at the first frame.
+/** A wrong configuration is told at start, not at the first frame. */
 __attribute__((constructor)) void attachAtStart() {
     stateForCall();
 }
@@ -46,8 +46,8 @@ Descriptor* descriptorOf(int fd, DescriptorKind kind) {
 
 void forget(int fd) {
     Descriptor* descriptor = descriptorAt(fd);
-    if (descriptor != nullptr && descriptor->kind.load() != DescriptorKind::Foreign) {
-        descriptor->kind.store(DescriptorKind::Foreign, std::memory_order_release);
+    if (descriptor != nullptr && descriptor->kind.load() != DescriptorKind::kForeign) {
+        descriptor->kind.store(DescriptorKind::kForeign, std::memory_order_release);
     }
 }
 
