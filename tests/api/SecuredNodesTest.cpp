@@ -105,7 +105,7 @@ protected:
 
     static void corruptFollowUps(std::uint32_t byte) {
         virtual_i210::FaultOrder order;
-        order.fault = virtual_i210::Fault::FrameCorrupted;
+        order.fault = virtual_i210::Fault::kFrameCorrupted;
         order.count = virtual_i210::kUntilCleared;
         order.messageType = kFollowUpType;
         order.byte = byte;

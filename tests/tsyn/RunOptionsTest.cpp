@@ -1,4 +1,4 @@
-#include "tools/tsyn/RunOptions.h"
+#include "tools/tsyn/run/RunOptions.h"
 
 #include <gtest/gtest.h>
 
