@@ -9,8 +9,8 @@
  *
  *  The library exports global variables with short names: a host must not define globals called
  *  cv, cv1, cv2, condvar, cvpd, cvout, cv_announce, pMutex, th_mutex, mutexInputThreader,
- *  mutexOutputThreader, slope_x, slope_y, slope_mN, slope_mZ, clockItems, i210TimeOffset, netifname,
- *  devname, shm_name, EthStackIdent, runningState, threadCount, bSuppressPDelay,
+ *  mutexOutputThreader, slope_x, slope_y, slope_mN, slope_mZ, clockItems, i210TimeOffset,
+ *  netifname, devname, shm_name, EthStackIdent, runningState, threadCount, bSuppressPDelay,
  *  override_portstate or MasterOrSlave. */
 #pragma once
 
