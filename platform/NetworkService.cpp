@@ -115,8 +115,7 @@ const char* NetworkService<Backend>::what() const noexcept {
 
 template <typename Backend>
 int NetworkService<Backend>::sendto(void const* payload, int length, int /*flags*/,
-                                    sockaddr const* destination,
-                                    unsigned int destinationLength) {
+                                    sockaddr const* destination, unsigned int destinationLength) {
     if (length < 0 || length > kMaxPayload) {
         errno = EMSGSIZE;
         return -1;

@@ -24,8 +24,8 @@ public:
     const char* what() const noexcept override;
 
     /** Frames and sends a payload of at most 2048 bytes to the six address bytes of a
-     *  sockaddr_ll, of which destinationLength bytes are read (all for 0). Returns the bytes sent or
-     *  -1; a full queue (ENOMSG) is tried three times. */
+     *  sockaddr_ll, of which destinationLength bytes are read (all for 0). Returns the bytes
+     *  sent or -1; a full queue (ENOMSG) is tried three times. */
     int sendto(void const* payload, int length, int flags, sockaddr const* destination,
                unsigned int destinationLength);
 
@@ -33,8 +33,9 @@ public:
      *  PHC time, zero when there is none. Always 0. */
     int transmit(unsigned char const* payload, int length, ptp_time_t* txTime);
 
-    /** Waits up to 5 ms for one frame. buffer holds capacity + ethernet::kVlanTagSize bytes. Returns
-     *  the payload length, 0 for nothing, a foreign VLAN or an own frame; rxTime is PHC time. */
+    /** Waits up to 5 ms for one frame. buffer holds capacity + ethernet::kVlanTagSize bytes.
+     *  Returns the payload length, 0 for nothing, a foreign VLAN or an own frame; rxTime is PHC
+     *  time. */
     int receive(unsigned char* buffer, int capacity, ptp_time_t* rxTime);
 
     /** Cross-timestamp, ns: system time, PHC time, their difference, and PHC rate over system rate

@@ -28,7 +28,8 @@ constexpr unsigned int kWholeFrame = 0xFFFFFFFF;
 // 11  ret whole frame
 // 12  ret nothing
 std::array<sock_filter, kPtpFilterLength> ptpFilter(int vlanId, unsigned char domain) {
-    const unsigned int tag = kPriority7 | (static_cast<unsigned int>(vlanId) & ethernet::kVlanIdMask);
+    const unsigned int tag =
+        kPriority7 | (static_cast<unsigned int>(vlanId) & ethernet::kVlanIdMask);
     return {{
         {kLoadHalf, 0, 0, 12},
         {kJumpIfEqual, 0, 6, ethernet::kVlanProtocol},
