@@ -1,37 +1,66 @@
+# Every target fetches the packages it needs (as root or with sudo) and sets its builds up.
 ABIS := i386 x86_64
 SANITIZED := i386-sanitized x86_64-sanitized
-PACKAGES_READY := build/packages-ready
+# Rooms whose tests wait for nothing.
+PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/CMakeLists.txt,%,\
+	$(wildcard tests/$(room)/CMakeLists.txt)))
 
-.PHONY: all test demo lint bench install clean
+.DEFAULT_GOAL := all
+.PHONY: FORCE all help check test demo lint bench mutants install clean
 
-all: $(ABIS:%=build/%/built)
+all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
-$(PACKAGES_READY): scripts/install-packages
-	scripts/install-packages
-	mkdir -p build && touch $@
+help: ## this list
+	@sed -nE 's/^([a-z]+):.*## (.*)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 16
 
-.PHONY: FORCE
-build/%/built: $(PACKAGES_READY) FORCE
-	@test -f build/$*/build.ninja || cmake --preset $* >build/$*.configure.log || \
-		{ cat build/$*.configure.log; exit 1; }
-	cmake --build build/$*
+check: build/x86_64/testable ## the fast loop: x86-64 only, the tests that wait for nothing
+	@cmake --build build/x86_64 --target $(PURE_ROOMS:%=tests/%/all)
+	@scripts/run-tests --rooms "$(PURE_ROOMS)" x86_64
 
 # Every build is tested even when an earlier one fails; the last lines are ctest's own.
-test: $(ABIS:%=build/%/built) $(SANITIZED:%=build/%/built)
+test: $(SANITIZED:%=build/%/tests-built) $(ABIS:%=build/%/tests-built) ## every test, both ABIs, plain and with sanitizers
 	scripts/run-tests $(SANITIZED) $(ABIS)
 
-demo: $(ABIS:%=build/%/built)
+demo: build/packages/demo $(ABIS:%=build/%/configured) ## a master and a slave on virtual cards; writes build/demo/report.json
+	cmake --build build/i386 --target tsyn libvirtual_i210.so
+	cmake --build build/x86_64 --target tsyn
 	tools/demo/run build/demo
 
-lint: $(ABIS:%=build/%/built)
-	scripts/lint build/x86_64
+lint: build/lint/configured ## format and static analysis; a repeated run looks at what changed
+	scripts/lint build/lint $(if $(LINT_SINCE),--since $(LINT_SINCE))
 
-bench: $(ABIS:%=build/%/built)
+bench: build/packages/build build/packages/bench ## what reading the time and handling a message cost
 	bench/run build/bench
 
-install: $(ABIS:%=build/%/built)
+mutants: build/packages/build build/packages/test ## deliberate faults that tests should notice: SAMPLE=300 SEED=1
+	scripts/mutants --sample $(or $(SAMPLE),20) $(addprefix --seed=,$(SEED))
+
+install: $(ABIS:%=build/%/built) ## both libraries, the host program and the headers (DESTDIR is heeded)
 	cmake --install build/i386
 	cmake --install build/x86_64
 
-clean:
+clean: ## removes build/
 	rm -rf build
+
+build/packages/%: scripts/install-packages
+	scripts/install-packages $*
+	@mkdir -p $(@D) && touch $@
+
+# A folder configured with tests serves everything; without, it does with fewer packages.
+build/%/configured: build/packages/build FORCE
+	@test -f build/$*/build.ninja || scripts/configure $* -DZEB_TESTS=OFF
+
+build/%/testable: build/packages/build build/packages/test FORCE
+	@test -f build/$*/build.ninja && grep -qx ZEB_TESTS:BOOL=ON build/$*/CMakeCache.txt || \
+		scripts/configure $* -DZEB_TESTS=ON
+
+build/%/built: build/%/configured FORCE
+	cmake --build build/$* --target ZebEthTimeSynDaemon tools/all
+
+build/%/tests-built: build/%/testable FORCE
+	cmake --build build/$*
+
+# Only analysed, never built: clang cannot read the compiler's precompiled headers.
+build/lint/configured: $(foreach set,build test bench lint,build/packages/$(set)) FORCE
+	@test -f build/lint/build.ninja || scripts/configure x86_64 -B build/lint -DZEB_TESTS=ON \
+		-DZEB_BENCH=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON

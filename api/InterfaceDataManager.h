@@ -19,7 +19,7 @@ struct InstanceBlock {
     unsigned char userDataLength;
     unsigned char userBytes[3];
     unsigned int subTlvCount;
-    unsigned int subTlvWords[4];
+    unsigned int subTlvCrcKinds[4];
     unsigned char subTlvValid[4];
 };
 #pragma pack(pop)
@@ -41,16 +41,16 @@ ZEB_BLOCK_OFFSET(cfg.syncInterval, 280);
 ZEB_BLOCK_OFFSET(cfg.DataIDList, 296);
 ZEB_BLOCK_OFFSET(cfg.TxMode, 312);
 ZEB_BLOCK_OFFSET(cfg.TxCrcMode, 316);
-ZEB_BLOCK_OFFSET(cfg.selector1, 328);
-ZEB_BLOCK_OFFSET(cfg.selector2, 332);
-ZEB_BLOCK_OFFSET(cfg.selector3, 336);
+ZEB_BLOCK_OFFSET(cfg.timeSubTlv, 328);
+ZEB_BLOCK_OFFSET(cfg.statusSubTlv, 332);
+ZEB_BLOCK_OFFSET(cfg.userDataSubTlv, 336);
 ZEB_BLOCK_OFFSET(cfg.CrcTimeFlags, 340);
 ZEB_BLOCK_OFFSET(lastPathDelay, 372);
 ZEB_BLOCK_OFFSET(timeBaseStatus, 380);
 ZEB_BLOCK_OFFSET(userDataLength, 388);
 ZEB_BLOCK_OFFSET(userBytes, 389);
 ZEB_BLOCK_OFFSET(subTlvCount, 392);
-ZEB_BLOCK_OFFSET(subTlvWords, 396);
+ZEB_BLOCK_OFFSET(subTlvCrcKinds, 396);
 ZEB_BLOCK_OFFSET(subTlvValid, 412);
 #undef ZEB_BLOCK_OFFSET
 

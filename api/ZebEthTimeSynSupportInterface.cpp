@@ -97,7 +97,7 @@ void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
     report->count = block.subTlvCount;
     const unsigned int entries = std::min(block.subTlvCount, kReportEntries);
     for (unsigned int i = 0; i < entries; ++i) {
-        report->words[i] = block.subTlvWords[i];
+        report->crcKinds[i] = block.subTlvCrcKinds[i];
         report->valid[i] = block.subTlvValid[i];
     }
 }
@@ -178,16 +178,18 @@ ZEB_EXPORT int ZebEthTSynInterface_Destroy(void) {
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* status1,
-                                                   unsigned int* status2, unsigned int* status3,
-                                                   unsigned char* status4) {
+ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/,
+                                                   unsigned int* callCount1,
+                                                   unsigned int* callCount2,
+                                                   unsigned int* callCount3,
+                                                   unsigned char* callCountByte) {
     InterfaceDataManager::getInstance();
     const auto calls =
         static_cast<unsigned char>(__atomic_fetch_add(&statusCalls, 1, __ATOMIC_RELAXED));
-    putIfWanted<unsigned int>(status1, calls);
-    putIfWanted<unsigned int>(status2, calls);
-    putIfWanted<unsigned int>(status3, calls);
-    putIfWanted(status4, calls);
+    putIfWanted<unsigned int>(callCount1, calls);
+    putIfWanted<unsigned int>(callCount2, calls);
+    putIfWanted<unsigned int>(callCount3, calls);
+    putIfWanted(callCountByte, calls);
     return 0;
 }
 
@@ -229,7 +231,7 @@ ZEB_EXPORT int ZebEthTSynInterface_Stop(void) {
 
 ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     unsigned int /*handle*/, unsigned long long* seconds, unsigned int* nanoseconds,
-    unsigned short* word, unsigned int* pathDelay, unsigned int* statusWord,
+    unsigned short* sequenceId, unsigned int* pathDelay, unsigned int* rejectedSyncs,
     unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs, TSynUserData* userData) {
     gPtpTimeDataStruct* record = nullptr;
     InstanceBlock* block = nullptr;
@@ -240,9 +242,9 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     if (record == nullptr) {
         fillWithOnes(seconds);
         fillWithOnes(nanoseconds);
-        fillWithOnes(word);
+        fillWithOnes(sequenceId);
         fillWithOnes(pathDelay);
-        fillWithOnes(statusWord);
+        fillWithOnes(rejectedSyncs);
         fillWithOnes(timeBaseStatus);
         putIfWanted(userData, TSynUserData{});
         return 0;
@@ -251,10 +253,10 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     clock_gettime(CLOCK_REALTIME, &now);
     const long long time = currentTimeNs(*record, toNs(now));
     putSeconds(time, seconds, nanoseconds);
-    putIfWanted(word, static_cast<unsigned short>(record->sequenceId));
+    putIfWanted(sequenceId, static_cast<unsigned short>(record->sequenceId));
     block->lastPathDelay = pathDelayFor(*block, *record);
     putIfWanted<unsigned int>(pathDelay, block->lastPathDelay);
-    putIfWanted<unsigned int>(statusWord, record->rejectedSync);
+    putIfWanted<unsigned int>(rejectedSyncs, record->rejectedSync);
     putIfWanted<unsigned int>(timeBaseStatus, block->timeBaseStatus);
     putSubTlvReport(*block, subTlvs);
     putUserData(*block, userData);

@@ -38,11 +38,30 @@ constexpr CoveredField kTime1Fields[] = {{kCoverMessageLength, wire::kMessageLen
                                          {kCoverCorrectionField, wire::kCorrectionField, 8},
                                          {kCoverSequenceId, wire::kSequenceId, 2}};
 
+/** A piece of a CRC, or its substitute while CRCs are switched off. A wrong mode is logged for each
+ *  piece, so that it does not stay unnoticed. */
+unsigned char crcPiece(unsigned int mode, bool isMaster, const unsigned char* data,
+                       unsigned int length, unsigned char startValue, bool isFirstCall) {
+    if (mode == kCrcOn) {
+        constexpr unsigned char kEmpty = crc8h2f::kInitialValue ^ crc8h2f::kFinalXor;
+        return crc8h2f::update(isFirstCall ? kEmpty : startValue, data, length);
+    }
+    if (mode != kCrcOff) {
+        ZEB_LOG_AS("Crc_CalculateCRC8H2F", kError, "Wrong configuration TxCrcMode: 0x%x ...\n",
+                   mode);
+    }
+    // A master's receivers look for 0x00; a slave that does not compute accepts only 0xFF.
+    return isMaster ? kMasterSubstitute : kSlaveSubstitute;
+}
+
 /** A CRC over several pieces. */
 class CrcChain {
 public:
+    explicit CrcChain(const TSynInstanceConfig& cfg)
+        : mode_(cfg.TxCrcMode), isMaster_(cfg.role != 0) {}
+
     void add(const unsigned char* data, unsigned int length) {
-        crc_ = Crc_CalculateCRC8H2F(data, length, crc_, first_);
+        crc_ = crcPiece(mode_, isMaster_, data, length, crc_, first_);
         first_ = false;
     }
 
@@ -51,20 +70,22 @@ public:
     unsigned char value() const { return crc_; }
 
 private:
+    unsigned int mode_;
+    bool isMaster_;
     unsigned char crc_ = 0;
     bool first_ = true;
 };
 
-unsigned char timeCrc(const CoveredField (&fields)[3], unsigned char flags,
-                      const unsigned char* followUp, unsigned char dataId) {
-    CrcChain chain;
+unsigned char timeCrc(const TSynInstanceConfig& cfg, const CoveredField (&fields)[3],
+                      unsigned char flags, const unsigned char* followUp) {
+    CrcChain chain(cfg);
     chain.add(flags);
     for (const CoveredField& field : fields) {
         if ((flags & field.flag) != 0) {
             chain.add(followUp + field.offset, field.size);
         }
     }
-    chain.add(dataId);
+    chain.add(dataIdOf(cfg, followUp));
     return chain.value();
 }
 
@@ -73,33 +94,28 @@ unsigned char timeCrc(const CoveredField (&fields)[3], unsigned char flags,
 unsigned char Crc_CalculateCRC8H2F(unsigned char const* data, unsigned int length,
                                    unsigned char startValue, bool isFirstCall) {
     const InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
-    const unsigned int mode = instance != nullptr ? instance->block.cfg.TxCrcMode : kCrcOff;
-    if (mode == kCrcOn) {
-        constexpr unsigned char kEmpty = crc8h2f::kInitialValue ^ crc8h2f::kFinalXor;
-        return crc8h2f::update(isFirstCall ? kEmpty : startValue, data, length);
-    }
-    if (mode != kCrcOff) {
-        ZEB_LOG(kError, "Wrong configuration TxCrcMode: 0x%x ...\n", mode);
-    }
-    // A master's receivers look for 0x00; a slave that does not compute accepts only 0xFF.
-    const bool isMaster = instance != nullptr && instance->block.cfg.role != 0;
-    return isMaster ? kMasterSubstitute : kSlaveSubstitute;
+    const bool known = instance != nullptr;
+    return crcPiece(known ? instance->block.cfg.TxCrcMode : kCrcOff,
+                    known && instance->block.cfg.role != 0, data, length, startValue, isFirstCall);
 }
 
 unsigned char dataIdOf(const TSynInstanceConfig& cfg, const unsigned char* followUp) {
     return cfg.DataIDList[followUp[wire::kSequenceId + 1] & kDataIdIndexMask];
 }
 
-unsigned char timeCrc0(unsigned char flags, const unsigned char* followUp, unsigned char dataId) {
-    return timeCrc(kTime0Fields, flags, followUp, dataId);
+unsigned char timeCrc0(const TSynInstanceConfig& cfg, unsigned char flags,
+                       const unsigned char* followUp) {
+    return timeCrc(cfg, kTime0Fields, flags, followUp);
 }
 
-unsigned char timeCrc1(unsigned char flags, const unsigned char* followUp, unsigned char dataId) {
-    return timeCrc(kTime1Fields, flags, followUp, dataId);
+unsigned char timeCrc1(const TSynInstanceConfig& cfg, unsigned char flags,
+                       const unsigned char* followUp) {
+    return timeCrc(cfg, kTime1Fields, flags, followUp);
 }
 
-unsigned char bytewiseCrc(const unsigned char* data, unsigned int length, unsigned char dataId) {
-    CrcChain chain;
+unsigned char bytewiseCrc(const TSynInstanceConfig& cfg, const unsigned char* data,
+                          unsigned int length, unsigned char dataId) {
+    CrcChain chain(cfg);
     for (unsigned int i = 0; i < length; ++i) {
         chain.add(data[i]);
     }

@@ -1,5 +1,6 @@
 #include <algorithm>
-#include <cstdio>
+#include <cstddef>
+#include <iterator>
 
 #include "api/InterfaceDataManager.h"
 #include "autosar/TLVObject.h"
@@ -10,10 +11,10 @@
 namespace {
 
 constexpr int kOrganizationFieldsSize = 6;
-constexpr unsigned int kRecordedEntries = 4;
+constexpr unsigned int kUserDataContentSize = 1 + sizeof InstanceBlock::userBytes;
 
 /** What a recorded CRC belongs to, as hosts read it. */
-enum RecordedWord : unsigned int { kCrcTime0 = 0, kCrcTime1 = 1, kCrcStatus = 2, kCrcUserData = 3 };
+enum CrcKind : unsigned int { kCrcTime0 = 0, kCrcTime1 = 1, kCrcStatus = 2, kCrcUserData = 3 };
 
 /** One Follow_Up's sub-TLVs on their way into the instance block. */
 class Reception {
@@ -76,8 +77,8 @@ private:
         block_.cfg.CrcTimeFlags = flags;
         const unsigned char crc0 = reader_.getByte();
         const unsigned char crc1 = reader_.getByte();
-        record(kCrcTime0, crc0 == timeCrc0(flags, followUp_, dataId_));
-        record(kCrcTime1, crc1 == timeCrc1(flags, followUp_, dataId_));
+        record(kCrcTime0, crc0 == timeCrc0(block_.cfg, flags, followUp_));
+        record(kCrcTime1, crc1 == timeCrc1(block_.cfg, flags, followUp_));
     }
 
     void takeStatus(unsigned char type) {
@@ -85,42 +86,37 @@ private:
         block_.timeBaseStatus = status;
         const unsigned char crc = reader_.getByte();
         if (type == kStatusSecured) {
-            record(kCrcStatus, crc == bytewiseCrc(&status, 1, dataId_));
+            record(kCrcStatus, crc == bytewiseCrc(block_.cfg, &status, 1, dataId_));
         }
     }
 
     void takeUserData(unsigned char type) {
-        block_.userDataLength = reader_.getByte();
-        for (unsigned char& byte : block_.userBytes) {
-            byte = reader_.getByte();
+        // Judged from a copy: a host may set user data of its own meanwhile.
+        unsigned char content[kUserDataContentSize];
+        block_.userDataLength = content[0] = reader_.getByte();
+        for (unsigned int i = 1; i < kUserDataContentSize; ++i) {
+            block_.userBytes[i - 1] = content[i] = reader_.getByte();
         }
         const unsigned char crc = reader_.getByte();
         if (type == kUserDataSecured) {
-            const unsigned char content[] = {block_.userDataLength, block_.userBytes[0],
-                                             block_.userBytes[1], block_.userBytes[2]};
-            record(kCrcUserData, crc == bytewiseCrc(content, sizeof content, dataId_));
+            record(kCrcUserData, crc == bytewiseCrc(block_.cfg, content, sizeof content, dataId_));
         }
     }
 
     /** The count goes on beyond the entries that there is room for. */
-    void record(RecordedWord word, bool valid) {
+    void record(CrcKind kind, bool valid) {
         const unsigned int index = block_.subTlvCount;
         block_.subTlvCount = index + 1;
-        if (index < kRecordedEntries) {
-            block_.subTlvWords[index] = word;
+        if (index < std::size(block_.subTlvValid)) {
+            block_.subTlvCrcKinds[index] = kind;
             block_.subTlvValid[index] = valid ? 1 : 0;
         }
         allValid_ = allValid_ && valid;
     }
 
     static void reportUnexpected(unsigned char type) {
-        if (traceLevel() > 0) {
-            char text[128];
-            std::snprintf(text, sizeof text,
-                          "@%s(%d): AUTOSAR Type %d *** valid but not expectecd***",
-                          "ProcessIncomingAutoSARTLVObjects", __LINE__, type);
-            printRoleMarked(text);
-        }
+        reportFault("@%s(%d): AUTOSAR Type %d *** valid but not expectecd***",
+                    "ProcessIncomingAutoSARTLVObjects", __LINE__, type);
     }
 
     InstanceBlock& block_;
@@ -133,11 +129,7 @@ private:
 }  // namespace
 
 void TlvReader::fail() {
-    if (traceLevel() > 0) {
-        char text[wire::kMessageBufferSize];
-        std::snprintf(text, sizeof text, "%s: FATAL internal error at 'const T& get()'", "get");
-        printRoleMarked(text);
-    }
+    reportFault("%s: FATAL internal error at 'const T& get()'", "get");
     throw static_cast<const char*>("No more data");
 }
 
@@ -146,11 +138,9 @@ unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv, ptpv2hdr_t* follow
     if (instance == nullptr || Reception(instance->block, *tlv, followUpHeader->octets).run()) {
         return 1;
     }
-    if (traceLevel() <= 0) {
+    if (!reportsFaults()) {
         return 0;
     }
-    char text[128];
-    std::snprintf(text, sizeof text, "%s(%d): validation failed!", __func__, __LINE__);
-    printRoleMarked(text);
+    reportFault("%s(%d): validation failed!", __func__, __LINE__);
     TlvReader::fail();
 }

@@ -34,15 +34,15 @@ BENCHMARK(getCurrentTime)->Name("GetCurrentTime");
 void getCurrentTimeAllOutputs(benchmark::State& state) {
     unsigned long long seconds = 0;
     unsigned int nanoseconds = 0;
-    unsigned short word = 0;
+    unsigned short sequenceId = 0;
     unsigned int pathDelay = 0;
-    unsigned int statusWord = 0;
+    unsigned int rejectedSyncs = 0;
     unsigned int timeBaseStatus = 0;
     TSynSubTlvReport subTlvs{};
     TSynUserData userData{};
     for ([[maybe_unused]] auto _ : state) {
-        ZebEthTSynInterface_GetCurrentTime(0, &seconds, &nanoseconds, &word, &pathDelay,
-                                           &statusWord, &timeBaseStatus, &subTlvs, &userData);
+        ZebEthTSynInterface_GetCurrentTime(0, &seconds, &nanoseconds, &sequenceId, &pathDelay,
+                                           &rejectedSyncs, &timeBaseStatus, &subTlvs, &userData);
         benchmark::DoNotOptimize(seconds);
         benchmark::DoNotOptimize(subTlvs);
     }

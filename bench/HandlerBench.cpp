@@ -44,9 +44,9 @@ void configure(unsigned char role) {
     cfg.EnableAutosarExtensions = 1;
     cfg.TxMode = 1;
     cfg.TxCrcMode = 1;
-    cfg.selector1 = 1;
-    cfg.selector2 = 1;
-    cfg.selector3 = 1;
+    cfg.timeSubTlv = 1;
+    cfg.statusSubTlv = 1;
+    cfg.userDataSubTlv = 1;
     cfg.CrcTimeFlags = kAllFlags;
     for (unsigned int i = 0; i < sizeof cfg.DataIDList; ++i) {
         cfg.DataIDList[i] = static_cast<unsigned char>(0x10 + i);
@@ -88,9 +88,9 @@ void crcOfFollowUp(benchmark::State& state) {
     SentPair pair;
     const unsigned char* const message = pair.followUp.data();
     for ([[maybe_unused]] auto _ : state) {
-        unsigned char crc = timeCrc0(kAllFlags, message, 0x13);
+        unsigned char crc = timeCrc0(block().cfg, kAllFlags, message);
         benchmark::DoNotOptimize(crc);
-        crc = timeCrc1(kAllFlags, message, 0x13);
+        crc = timeCrc1(block().cfg, kAllFlags, message);
         benchmark::DoNotOptimize(crc);
     }
 }

@@ -7,8 +7,11 @@
  *  standard output. While sockets are opened it sets the environment variable SOCK to the stack
  *  identifier.
  *
- *  The library exports global variables with short names (cv, cv1, cv2, condvar, cvpd, cvout,
- *  cv_announce, pMutex): a host must not define globals of these names. */
+ *  The library exports global variables with short names: a host must not define globals called
+ *  cv, cv1, cv2, condvar, cvpd, cvout, cv_announce, pMutex, th_mutex, mutexInputThreader,
+ *  mutexOutputThreader, slope_x, slope_y, slope_mN, slope_mZ, clockItems, i210TimeOffset, netifname,
+ *  devname, shm_name, EthStackIdent, runningState, threadCount, bSuppressPDelay,
+ *  override_portstate or MasterOrSlave. */
 #pragma once
 
 #ifdef __cplusplus
@@ -35,18 +38,18 @@ typedef struct TSynInstanceConfig {
     unsigned int TxMode;          /**< master: 1 sends Sync, 0 does not */
     unsigned int TxCrcMode;       /**< 1: compute CRCs, 0: substitute values */
     unsigned char further320[8];
-    unsigned int selector1;     /**< time sub-TLV: 1 secured */
-    unsigned int selector2;     /**< status sub-TLV: 1 secured, 2 not secured */
-    unsigned int selector3;     /**< user-data sub-TLV: 1 secured, 2 not secured */
+    unsigned int timeSubTlv;     /**< time sub-TLV: 1 secured */
+    unsigned int statusSubTlv;   /**< status sub-TLV: 1 secured, 2 not secured */
+    unsigned int userDataSubTlv; /**< user-data sub-TLV: 1 secured, 2 not secured */
     unsigned char CrcTimeFlags; /**< fields that the time CRCs cover; a slave takes received ones */
     unsigned char further341[15];
 } TSynInstanceConfig;
 
 /** AUTOSAR sub-TLVs found in the last received Follow_Up, 24 bytes. */
 typedef struct TSynSubTlvReport {
-    unsigned int count;     /**< recorded entries; only four have a word and a flag */
-    unsigned int words[4];  /**< 0 and 1: time CRCs, 2: status, 3: user data */
-    unsigned char valid[4]; /**< 1: the CRC matched */
+    unsigned int count;       /**< recorded entries; only four have a kind and a flag */
+    unsigned int crcKinds[4]; /**< 0 and 1: time CRCs, 2: status, 3: user data */
+    unsigned char valid[4];   /**< 1: the CRC matched */
 } TSynSubTlvReport;
 
 /** AUTOSAR user data, 4 bytes. */
@@ -79,9 +82,9 @@ int ZebEthTSynInterface_Destroy(void);
 
 /** Writes the number of earlier calls modulo 256 to every output that is not null: a changing
  *  value shows that the library is alive. The handle is not used. Returns 0. */
-int ZebEthTSynInterface_getDaemonStatus(unsigned int handle, unsigned int* status1,
-                                        unsigned int* status2, unsigned int* status3,
-                                        unsigned char* status4);
+int ZebEthTSynInterface_getDaemonStatus(unsigned int handle, unsigned int* callCount1,
+                                        unsigned int* callCount2, unsigned int* callCount3,
+                                        unsigned char* callCountByte);
 
 /** Starts the threads, or resumes them after Stop. The first call blocks for about 1.2 s and
  *  leaves SIGUSR1 blocked in the caller. The names replace the configured ones when
@@ -94,13 +97,13 @@ int ZebEthTSynInterface_Stop(void);
 
 /** Reads the synchronised time: seconds, and nanoseconds within the second.
  *
- *  word: sequenceId of the last Sync; pathDelay: link delay in ns; statusWord: count of rejected
+ *  sequenceId: that of the last Sync; pathDelay: link delay in ns; rejectedSyncs: count of rejected
  *  Sync messages; timeBaseStatus: AUTOSAR status byte. Every pointer may be null. Before Start and
  *  after Stop all numbers are all-ones, the user data are zero, the report is left alone.
  *  Returns the low 32 bits of the time in ns, which is no success indication. */
 int ZebEthTSynInterface_GetCurrentTime(unsigned int handle, unsigned long long* seconds,
-                                       unsigned int* nanoseconds, unsigned short* word,
-                                       unsigned int* pathDelay, unsigned int* statusWord,
+                                       unsigned int* nanoseconds, unsigned short* sequenceId,
+                                       unsigned int* pathDelay, unsigned int* rejectedSyncs,
                                        unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs,
                                        TSynUserData* userData);
 

@@ -12,6 +12,12 @@
 #include <stddef.h>
 #endif
 
+/** Bounds of rateRatio1 in a slave's record: a pair of Sync messages whose ratio lies outside gives
+ *  no time. A slave compares these doubles in 80-bit arithmetic, so that a ratio of exactly 1.00025
+ *  is inside and one of exactly 0.99975 is not. */
+static const double kFastestMasterRate = 1.00025;
+static const double kSlowestMasterRate = 0.99975;
+
 /** Size of the whole segment and offset of the record in it, bytes. */
 enum { kSharedSegmentSize = 260, kSharedRecordOffset = 24 };
 

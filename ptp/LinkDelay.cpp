@@ -6,8 +6,8 @@ namespace {
 
 constexpr int kHistory = 8;
 constexpr long long kLongestDelay = 49999;
-constexpr long double kFitUnit = 0.02L;  // 1 / 50 ns
 constexpr long double kFitUnitNs = 50;
+constexpr long double kFitUnit = 1 / kFitUnitNs;
 
 struct FitSums {
     long long n, x, y, xx, xy;
@@ -48,7 +48,7 @@ bool isDelayInLimits(long long delay) {
 }
 
 int filteredDelay(int filtered, long long delay) {
-    const long long before = filtered == 0 ? delay : filtered;
+    const long long before = filtered == kEmptyFilter ? delay : filtered;
     return static_cast<int>((before + delay) / 2);
 }
 

@@ -19,7 +19,13 @@ long long meanLinkDelay(const PdelayTimes& times, long double ratio);
 /** 1 to 49,999 ns. */
 bool isDelayInLimits(long long delay);
 
-/** Average of the filtered delay and a new one; an empty filter (0) takes the new one as it is. */
+/** The filter's start for a port, ns: its first measurement is averaged with this. */
+inline constexpr int kPresetDelay = 600;
+
+/** The filter after a rejected measurement. */
+inline constexpr int kEmptyFilter = 0;
+
+/** Average of the filtered delay and a new one; an empty filter takes the new one as it is. */
 int filteredDelay(int filtered, long long delay);
 
 /** Result of the line fit through a port's history. */

@@ -9,6 +9,9 @@ namespace {
 
 constexpr unsigned char kTimeSecuredType = 0x28;
 
+// Where an AUTOSAR TLV has its first sub-TLV when it stands alone, in place of the 802.1AS one.
+constexpr int kFirstSubTlv = wire::kFollowUpOrganizationSubType + 3;
+
 constexpr const char* kTypeNames[16] = {"PTP_MSG_SYNC",
                                         "PTP_MSG_DELAY_REQ",
                                         "PTP_MSG_PDELAY_REQ",
@@ -89,7 +92,7 @@ void Dump::header() {
     const unsigned int type = wire::messageType(message_);
     line(1, "*** %s\n", kTypeNames[type]);
     line(1, "    messageType[%xH]: %d\n", type, static_cast<int>(type));
-    line(2, "    versionPTP: %d\n", static_cast<int>(byte(wire::kVersion)));
+    line(2, "    versionPTP: %d\n", static_cast<int>(byte(wire::kVersion) & wire::kVersionMask));
     numberLine<2>(wire::kMessageLength, "    messageLength: %d\n");
     byteLine(wire::kDomainNumber, "    subdomainNumber: %d\n");
     line(wire::kFlags + 2, "    flags: 0x%02hhx%02hhx\n", message_[wire::kFlags],
@@ -111,23 +114,23 @@ void Dump::header() {
 }
 
 void Dump::autosarTime() {
-    line(55, "          Type: 0x%x # AUTOSAR TLV Sub-TLV: Time Secured\n", kTimeSecuredType);
-    byteLine(56, "          CRC_Time_Flags = 0x%x\n");
-    byteLine(57, "          CRC_Time_0     = 0x%x\n");
-    byteLine(58, "          CRC_Time_1     = 0x%x\n");
+    line(kFirstSubTlv + 1, "          Type: 0x%x # AUTOSAR TLV Sub-TLV: Time Secured\n",
+         kTimeSecuredType);
+    byteLine(kFirstSubTlv + 2, "          CRC_Time_Flags = 0x%x\n");
+    byteLine(kFirstSubTlv + 3, "          CRC_Time_0     = 0x%x\n");
+    byteLine(kFirstSubTlv + 4, "          CRC_Time_1     = 0x%x\n");
 }
 
 void Dump::ieeeValues() {
-    constexpr int kPhaseChange = 60;
     numberLine<3>(wire::kFollowUpOrganizationSubType, "       organizationSubType: 0x%x\n");
     numberLine<4>(wire::kCumulativeScaledRateOffset, "       cumulativeScaledRateOffset: %u\n");
-    numberLine<2>(58, "       gmTimeBaseIndicator: %u\n");
-    const unsigned char* const phase = message_ + kPhaseChange;
-    line(kPhaseChange + 12,
+    numberLine<2>(wire::kGmTimeBaseIndicator, "       gmTimeBaseIndicator: %u\n");
+    const unsigned char* const phase = message_ + wire::kLastGmPhaseChange;
+    line(wire::kLastGmPhaseChange + 12,
          "       lastGmPhaseChange: %.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x\n", phase[0],
          phase[1], phase[2], phase[3], phase[4], phase[5], phase[6], phase[7], phase[8], phase[9],
          phase[10], phase[11]);
-    numberLine<4>(72, "       scaledLastGmFreqChange:%u\n");
+    numberLine<4>(wire::kScaledLastGmFreqChange, "       scaledLastGmFreqChange:%u\n");
 }
 
 void Dump::followUpTlv() {
@@ -142,7 +145,7 @@ void Dump::followUpTlv() {
         wire::loadBigEndian<3>(message_ + wire::kFollowUpOrganizationSubType));
     line(wire::kFollowUpOrganizationSubType + 3, "       organizationSubType: 0x%x (%d) \n",
          subType, static_cast<int>(subType));
-    const unsigned int firstSubTlv = byte(wire::kFollowUpOrganizationSubType + 3);
+    const unsigned int firstSubTlv = byte(kFirstSubTlv);
     if (organization == wire::kOrganizationAutosar && firstSubTlv == kTimeSecuredType) {
         autosarTime();
     } else {

@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 
 #include "base/DbgLog.h"
@@ -8,20 +7,17 @@
 #include "base/MutexLock.h"
 #include "platform/i210helper.h"
 #include "ptp/LinkDelay.h"
+#include "ptp/Port.h"
 #include "ptp/clockitems.h"
 #include "ptp/ptpclass.h"
-#include "timebase/osipc.h"
 
 namespace {
 
 constexpr const char* kLogSource = log_source::kMessages;
 constexpr const char* kHandler = "processIncoming";
 constexpr unsigned char kControlOther = 5;
-constexpr int kPlausibleDelay = 600;
 constexpr int kImpossibleTimesLine = 900;
 constexpr useconds_t kTransmitTimeGrace = 100;
-
-unsigned int rejectedDelayCount = 0;
 
 bool isComplete(const ClockItemMembersType& item) {
     return item.t1.ns != 0 && item.t2.ns != 0 && item.t4.ns != 0;
@@ -32,13 +28,11 @@ bool isComplete(const ClockItemMembersType& item) {
  *  to 0 ends it; then the exchange goes on with a round trip of 0. */
 void reportImpossibleTimes(ClockItemMembersType& item) {
     while (item.t4.ns < item.t1.ns) {
-        if (traceLevel() > 0) {
-            char text[256];
-            std::snprintf(text, sizeof text,
-                          "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
-                          "clockItems[item].t1'",
-                          kHandler, kImpossibleTimesLine);
-            printRoleMarked(text);
+        if (reportsFaults()) {
+            reportFault(
+                "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
+                "clockItems[item].t1'",
+                kHandler, kImpossibleTimesLine);
         } else {
             item.t4 = item.t1;
         }
@@ -46,9 +40,9 @@ void reportImpossibleTimes(ClockItemMembersType& item) {
 }
 
 void acceptDelay(const char* interfaceName, const PdelayTimes& times, long long delay,
-                 ClockItemMembersType& item, gPtpTimeDataStruct& record) {
+                 ClockItemMembersType& item, TimeRecord& record) {
     item.measuredDelay = filteredDelay(item.measuredDelay, delay);
-    record.linkDelay = item.measuredDelay;
+    record.publishLinkDelay(item.measuredDelay);
     ZEB_LOG_AS(kHandler, kInfo, "[%s:] T4-T1=%lld-%lld (%lld) | T3-T2=%lld-%lld (%lld) \n",
                interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
                signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
@@ -64,8 +58,7 @@ void rejectDelay(const char* interfaceName, const PdelayTimes& times, long long 
                interfaceName, static_cast<long long>(times.t4), static_cast<long long>(times.t1),
                signedDiff(times.t4, times.t1), static_cast<long long>(times.t3),
                static_cast<long long>(times.t2), signedDiff(times.t3, times.t2), delay);
-    item.measuredDelay = 0;
-    __atomic_fetch_add(&rejectedDelayCount, 1, __ATOMIC_RELAXED);
+    item.measuredDelay = kEmptyFilter;
 }
 
 TimeBaseFit updateFit(long long correctionField, ClockItemMembersType& item) {
@@ -80,22 +73,6 @@ TimeBaseFit updateFit(long long correctionField, ClockItemMembersType& item) {
     item.corrections.shift();
     item.responseTimes.shift();
     return fitTimeBase(corrections, responseTimes);
-}
-
-void publishTimeBase(NetworkService<sock>* service, const TimeBaseFit& fit, unsigned long long t3,
-                     gPtpTimeDataStruct& record) {
-    long long systemTime = 0;
-    long long phcTime = 0;
-    long long offset = 0;
-    long double ratio = 0;
-    service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio);
-    record.pdelayPhcTime = static_cast<unsigned long long>(phcTime);
-    record.pdelaySystemTime = static_cast<unsigned long long>(systemTime);
-    record.pdelayOffset = offset;
-    storeExtended(record.pdelayRatio, ratio);
-    storeExtended(record.fitSlope, static_cast<long double>(fit.slope));
-    record.fitEstimate = fit.estimate;
-    record.pdelayT3 = t3;
 }
 
 }  // namespace
@@ -128,7 +105,7 @@ unsigned int PTPMsgPathDelayReq::processOutgoing() {
     item.t1.ns = toNs(txTime);
     // Tested literally: the preset comes back when the 16-bit counter has wrapped.
     if (sequence_ == 1) {
-        item.measuredDelay = kPlausibleDelay;
+        item.measuredDelay = kPresetDelay;
     }
     return 1;
 }
@@ -158,17 +135,15 @@ unsigned int PTPMsgPathDelayResp::processIncoming() {
 }
 
 unsigned int PTPMsgPathDelayRespFollowUp::processIncoming() {
-    char* const interfaceName = GetInterfaceName(service);
-    gPtpTimeDataStruct* const record = OSipc::instance(interfaceName);
+    Port port = portOf(service);
     ClockItemMembersType& item = clockItemOf(retrievePortIdentity());
     item.t3.ns = getPTPMessageTimestamp();
     if (item.t1.ns == 0) {
+        // The sending thread stores t1 once it has the transmit timestamp, which may be just now.
         usleep(kTransmitTimeGrace);
     }
-    if (!isComplete(item) || record == nullptr) {
-        if (record != nullptr) {
-            record->incompletePdelay = record->incompletePdelay + 1;
-        }
+    if (!isComplete(item)) {
+        port.record.countIncompletePdelay();
         return 0;
     }
     const PdelayTimes times{item.t1.ns, item.t2.ns, item.t3.ns, item.t4.ns};
@@ -177,13 +152,14 @@ unsigned int PTPMsgPathDelayRespFollowUp::processIncoming() {
     ZEB_LOG(kInfo, "neighborRateRatio : %Lf\n", ratio);
     const long long delay = meanLinkDelay(times, ratio);
     if (isDelayInLimits(delay)) {
-        acceptDelay(interfaceName, times, delay, item, *record);
+        acceptDelay(port.name, times, delay, item, port.record);
     } else {
-        rejectDelay(interfaceName, times, delay, item);
+        rejectDelay(port.name, times, delay, item);
     }
-    const auto correctionField =
-        static_cast<long long>(wire::load64(buffer_ + wire::kCorrectionField));
-    publishTimeBase(service, updateFit(correctionField, item), times.t3, *record);
+    const LocalClock local = readLocalClock(service);
+    const TimeBaseFit fit =
+        updateFit(static_cast<long long>(wire::load64(buffer_ + wire::kCorrectionField)), item);
+    port.record.publishTimeBase({fit.slope, fit.estimate, times.t3}, local);
     item.prev_t1 = item.t1;
     item.prev_t2 = item.t2;
     item.prev_t3 = item.t3;

@@ -33,17 +33,3 @@ long double rateRatio(unsigned long long masterNow, unsigned long long masterBef
 bool isRateInRange(long double ratio) {
     return ratio <= kFastestRate && ratio >= kSlowestRate;
 }
-
-unsigned long long referenceTime(long long phcTime, long long offset, long long systemOffset,
-                                 long double rate, long long cpuTime) {
-    const auto phc = static_cast<unsigned long long>(phcTime);
-    const double k = static_cast<double>(rate);
-    const double synchronised =
-        std::fabs(static_cast<double>(signedDiff(phc, static_cast<unsigned long long>(offset))));
-    const double elapsed = static_cast<double>(
-        static_cast<long long>(0 - phc - static_cast<unsigned long long>(systemOffset)));
-    const double scaled = elapsed * k;
-    const double atZero = synchronised + scaled;
-    const double cpu = k * static_cast<double>(cpuTime);
-    return doubleToU64(atZero + cpu);
-}

@@ -19,8 +19,3 @@ long double rateRatio(unsigned long long masterNow, unsigned long long masterBef
 
 /** Within 250 ppm of 1. A ratio that is no number is out of range. */
 bool isRateInRange(long double ratio);
-
-/** The reference record's value |phc - offset| + (-phc - systemOffset) * rate + rate * cpuTime,
- *  every step rounded to double. */
-unsigned long long referenceTime(long long phcTime, long long offset, long long systemOffset,
-                                 long double rate, long long cpuTime);

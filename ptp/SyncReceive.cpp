@@ -2,16 +2,15 @@
 #include <cstring>
 #include <ctime>
 
-#include "api/InterfaceDataManager.h"
 #include "autosar/TLVObject.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
-#include "platform/i210helper.h"
+#include "ptp/Port.h"
 #include "ptp/ReferenceRecord.h"
 #include "ptp/SyncEstimate.h"
 #include "ptp/clockitems.h"
 #include "ptp/ptpclass.h"
-#include "timebase/osipc.h"
+#include "timebase/TimeConversion.h"
 
 namespace {
 
@@ -70,23 +69,13 @@ int millisecondOfWallClock() {
     return static_cast<int>(static_cast<unsigned int>(now.tv_nsec) / kNsPerMillisecond);
 }
 
-struct SyncSample {
-    unsigned int sequenceId;
-    unsigned long long originNs;
-    long long correction;  ///< ns
-    unsigned long long masterNs;
-    unsigned long long localNs;
-    long double rate;
-    long long offset;  ///< local minus master, ns
-};
-
 SyncSample evaluateSample(const unsigned char* followUp, unsigned long long originNs,
-                          const gPtpTimeDataStruct& record, const ClockItemMembersType& item) {
-    const long double recordRate = loadExtended(record.rateRatio1);
+                          const TimeRecord& record, const ClockItemMembersType& item) {
+    const long double recordRate = record.masterRate();
     const long long correction = totalCorrectionNs(
         correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField))),
         masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
-        static_cast<unsigned long long>(record.linkDelay), recordRate == 0 ? 1 : recordRate);
+        static_cast<unsigned long long>(record.linkDelay()), recordRate == 0 ? 1 : recordRate);
     SyncSample sample{};
     sample.sequenceId = wire::sequenceId(followUp);
     sample.originNs = originNs;
@@ -99,55 +88,46 @@ SyncSample evaluateSample(const unsigned char* followUp, unsigned long long orig
     return sample;
 }
 
-/** A cross-timestamp with the rate since the previous one. */
-struct LocalClock {
-    long long systemTime;
-    long long phcTime;
-    long long systemOffset;
-    long double rate;
-};
-
-LocalClock readLocalClock(NetworkService<sock>* service) {
-    LocalClock local{};
-    service->GetLocalSystemCapabilities(local.systemTime, local.phcTime, local.systemOffset,
-                                        local.rate);
-    return local;
-}
-
-/** Publishes a sample in one go: a host may read between any two of these stores. */
-void publishSample(const SyncSample& sample, bool rateInRange, const LocalClock& local,
-                   gPtpTimeDataStruct& record) {
-    if (rateInRange) {
-        storeExtended(record.rateRatio1, sample.rate);
-        record.masterOffset = sample.offset;
-    }
-    record.localTime = sample.localNs;
-    record.systemOffset = local.systemOffset;
-    storeExtended(record.rateRatio2, local.rate);
-    record.originTime = sample.originNs;
-    record.sequenceId = sample.sequenceId;
-}
-
 void noteReferencePair(const SyncSample& sample, const LocalClock& local) {
     const long long cpuTime = processCpuTimeNs();
-    referenceRecord.hardwareTime[0] = referenceTime(
-        local.phcTime, sample.offset, local.systemOffset, sample.rate * local.rate, cpuTime);
+    referenceRecord.hardwareTime[0] = referenceTimeNs(
+        local.phcNs, sample.offset, local.systemOffset, sample.rate * local.rate, cpuTime);
     referenceRecord.cpuTime[0] = static_cast<unsigned long long>(cpuTime);
+}
+
+void shiftHistories(ClockItemMembersType& item) {
+    item.masterTimes.shift();
+    item.spareTimes.shift();
+    item.localTimes.shift();
+}
+
+/** Computes and publishes the time of a completed pair. */
+void useSample(Port& port, const SyncSample& sample, ClockItemMembersType& item) {
+    item.masterTimes.entries[0].ns = sample.masterNs;
+    const bool rateInRange = isRateInRange(sample.rate);
+    if (!rateInRange) {
+        ZEB_LOG_AS(kHandler, kError,
+                   "frequency offset out of range ... t1: %llu t2: %llu correction: %lld "
+                   "ml_freqoffset: %Lf \n",
+                   sample.masterNs, sample.localNs, sample.correction, sample.rate);
+    }
+    const LocalClock local = readLocalClock(port.service);
+    port.record.publishSlaveSample(sample, rateInRange, local);
+    noteReferencePair(sample, local);
+    shiftHistories(item);
 }
 
 }  // namespace
 
 unsigned int PTPMsgSync::processIncoming() {
     const PortKey master = retrievePortIdentity();
-    const InstanceBlock& block = InterfaceDataManager::getInstance()->block;
-    gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
-    if (block.cfg.role != 0) {
+    const InstanceBlock* const block = instanceBlock();
+    Port port = portOf(service);
+    if (block == nullptr || block->cfg.role != 0) {
         return 0;
     }
-    if (!isValidSyncHeader(buffer_) || buffer_[wire::kDomainNumber] != block.cfg.Domain) {
-        if (record != nullptr) {
-            record->rejectedSync = record->rejectedSync + 1;
-        }
+    if (!isValidSyncHeader(buffer_) || buffer_[wire::kDomainNumber] != block->cfg.Domain) {
+        port.record.countRejectedSync();
         return 0;
     }
     const unsigned long long t2 = toNs(rxTimestamp);
@@ -156,33 +136,26 @@ unsigned int PTPMsgSync::processIncoming() {
     item.originTime.ns = 0;
     item.masterTimes.entries[0].ns = 0;
     item.localTimes.entries[0].ns = t2;
-    unsigned long long systemTime = 0;
-    unsigned long long phcTime = 0;
-    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
+    pauseForCrossTimestamp(port.name);
     item.syncSequenceId = static_cast<int>(wire::sequenceId(buffer_));
-    if (record != nullptr) {
-        record->acceptedSync = record->acceptedSync + 1;
-        record->sequenceId = wire::sequenceId(buffer_);
-    }
+    port.record.countAcceptedSync(wire::sequenceId(buffer_));
     return 1;
 }
 
 // A master evaluates a Follow_Up too: it finds no accepted Sync and stops there.
 unsigned int PTPMsgFollowUp::processIncoming() {
-    gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
+    instanceBlock();  // a host that hands messages over before Create gets its instance here
+    Port port = portOf(service);
     const int sequence = static_cast<int>(wire::sequenceId(buffer_));
     const PortKey master = retrievePortIdentity();
-    unsigned long long systemTime = 0;
-    unsigned long long phcTime = 0;
-    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
+    pauseForCrossTimestamp(port.name);
     const int arrivalMark = millisecondOfWallClock();
     if (wire::messageLength(buffer_) > wire::kFollowUpLength && !takeAutosarTlv(*this)) {
         return 1;
     }
-
     ClockItemMembersType& item = clockItemOf(master);
     item.arrivalMark = arrivalMark;
-    if (item.syncSequenceId != sequence || record == nullptr) {
+    if (item.syncSequenceId != sequence) {
         return 1;
     }
     const unsigned long long t1 = getPTPMessageTimestamp();
@@ -194,20 +167,6 @@ unsigned int PTPMsgFollowUp::processIncoming() {
         item.initialised = 1;
         return 1;
     }
-    const SyncSample sample = evaluateSample(buffer_, t1, *record, item);
-    item.masterTimes.entries[0].ns = sample.masterNs;
-    const bool rateInRange = isRateInRange(sample.rate);
-    if (!rateInRange) {
-        ZEB_LOG(kError,
-                "frequency offset out of range ... t1: %llu t2: %llu correction: %lld "
-                "ml_freqoffset: %Lf \n",
-                sample.masterNs, sample.localNs, sample.correction, sample.rate);
-    }
-    const LocalClock local = readLocalClock(service);
-    publishSample(sample, rateInRange, local, *record);
-    noteReferencePair(sample, local);
-    item.masterTimes.shift();
-    item.spareTimes.shift();
-    item.localTimes.shift();
+    useSample(port, evaluateSample(buffer_, t1, port.record, item), item);
     return 1;
 }

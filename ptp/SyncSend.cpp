@@ -1,17 +1,15 @@
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
-#include <string>
+#include <stdexcept>
 
-#include "api/InterfaceDataManager.h"
-#include "autosar/TLVObject.h"
+#include "autosar/SubTlvAttach.h"
 #include "base/DbgLog.h"
-#include "base/Extended80.h"
 #include "platform/i210helper.h"
+#include "ptp/Port.h"
 #include "ptp/ReferenceRecord.h"
 #include "ptp/ptpclass.h"
 #include "timebase/PartialRegressionLine.h"
-#include "timebase/osipc.h"
 
 namespace {
 
@@ -40,42 +38,38 @@ void storeClockIdentity(PTPMessage& message, std::initializer_list<int> offsets)
 }
 
 /** Publishes what a master knows after each Sync. */
-void publishMasterTime(NetworkService<sock>* service, gPtpTimeDataStruct& record) {
-    record.masterOffset = 0;
-    storeExtended(record.rateRatio1,
-                  static_cast<long double>(slope_mN) / static_cast<long double>(slope_mZ));
-    const long long phcNs = i210helper::e1000_ptp_get_time(GetInterfaceName(service));
-    record.originTime = static_cast<unsigned long long>(phcNs);
-    long long systemTime = 0;
-    long long phcTime = 0;
-    long long offset = 0;
-    long double ratio = 0;
-    service->GetLocalSystemCapabilities(systemTime, phcTime, offset, ratio);
-    record.systemTime = static_cast<unsigned long long>(systemTime);
-    record.localTime = static_cast<unsigned long long>(phcTime);
-    record.systemOffset = offset;
-    storeExtended(record.rateRatio2, ratio);
+void publishMasterTime(Port& port) {
+    const long double rate =
+        static_cast<long double>(slope_mN) / static_cast<long double>(slope_mZ);
+    const long long phcNs = i210helper::e1000_ptp_get_time(port.name);
+    port.record.publishMasterTime(rate, phcNs, readLocalClock(port.service));
     referenceRecord.hardwareTime[1] = static_cast<unsigned long long>(phcNs);
     referenceRecord.cpuTime[1] = static_cast<unsigned long long>(processCpuTimeNs());
 }
 
-void append(TLVObject& tlv, PTPMessage& message, unsigned int& end) {
-    std::memcpy(message.data() + end, tlv.bytes, tlv.count);
-    end += tlv.count;
+/** Sends a message whose transmit time nobody needs. */
+void sendUntimed(PTPMessage& message) {
+    ptp_time_t ignoredTime{};
+    message.service->transmit(message.data(), static_cast<int>(wire::messageLength(message.data())),
+                              &ignoredTime);
 }
 
-/** Replaces the Follow_Up information TLV by itself and the AUTOSAR TLV with the sub-TLVs of the
- *  mask. The length comes first, since the CRCs may cover it. */
-void attachAutosarTlv(PTPMessage& followUp, unsigned int mask) {
-    TLVObject headers(kTlvHeaders, nullptr, static_cast<unsigned char>(mask));
-    unsigned int end = wire::kFollowUpTlv;
-    wire::store16(followUp.data() + wire::kMessageLength, end + headers.count + subTlvSize(mask));
-    append(headers, followUp, end);
-    for (const SubTlvKind& kind : kSubTlvKinds) {
-        if ((mask & kind.bit) != 0) {
-            TLVObject subTlv(kind.type, followUp.header(), 0);
-            append(subTlv, followUp, end);
-        }
+void fillFollowUp(PTPMessage& followUp, const unsigned char* sync, const Port& port,
+                  const InstanceBlock& block, ptp_time_t& txTime) {
+    unsigned char* const buffer = followUp.data();
+    std::memcpy(buffer + wire::kSourceClockIdentity, sync + wire::kSourceClockIdentity,
+                wire::kPortIdentitySize);
+    wire::store16(buffer + wire::kSequenceId, wire::sequenceId(sync));
+    if (port.name == nullptr) {
+        // The text that hosts know from the string that was made of the name here.
+        throw std::logic_error("basic_string: construction from null is not valid");
+    }
+    txTime = toPtpTime(toNs(txTime) + static_cast<unsigned long long>(port.record.softOffset()));
+    wire::storeTimestamp(buffer + wire::kTimestamp, txTime);
+    putFollowUpTlv(buffer + wire::kFollowUpTlv);
+    // Any nonzero value attaches, although only 1 holds Sync back.
+    if (block.cfg.EnableAutosarExtensions != 0) {
+        attachSubTlvs(buffer, block, subTlvMask(block.cfg));
     }
 }
 
@@ -128,34 +122,31 @@ PTPMsgAnnounce::PTPMsgAnnounce(unsigned char domain, unsigned short portNumber)
 }
 
 unsigned int PTPMsgSync::processOutgoing() {
-    const InstanceBlock& block = InterfaceDataManager::getInstance()->block;
-    const unsigned int txMode = block.cfg.TxMode;
+    const InstanceBlock* const block = instanceBlock();
+    if (block == nullptr) {
+        return 0;
+    }
+    const unsigned int txMode = block->cfg.TxMode;
     if (txMode == kTxModeOff) {
         return 0;
     }
     if (txMode == kTxModeSend) {
-        if (lacksGlobalTimeBase(block)) {
+        if (lacksGlobalTimeBase(*block)) {
             return 0;
         }
-        gPtpTimeDataStruct* const record = OSipc::instance(GetInterfaceName(service));
+        Port port = portOf(service);
         ++sequence_;
         wire::store16(buffer_ + wire::kSequenceId, sequence_);
-        if (record != nullptr) {
-            record->sequenceId = sequence_;
-        }
+        port.record.noteSentSync(sequence_);
         storeClockIdentity(*this, {wire::kSourceClockIdentity});
         ptp_time_t txTime{};
         service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &txTime);
 
-        PTPMsgFollowUp followUp(block.cfg.Domain);
+        PTPMsgFollowUp followUp(block->cfg.Domain);
         followUp.service = service;
-        followUp.processOutgoing(this, &txTime);
-        ptp_time_t ignoredTime{};
-        service->transmit(followUp.data(), static_cast<int>(wire::messageLength(followUp.data())),
-                          &ignoredTime);
-        if (record != nullptr) {
-            publishMasterTime(service, *record);
-        }
+        fillFollowUp(followUp, buffer_, port, *block, txTime);
+        sendUntimed(followUp);
+        publishMasterTime(port);
     }
     // After a sent Sync as well: log readers count this line to see that a master is alive.
     ZEB_LOG(kError, "Wrong configuration TxMode 0x%x ...\n", txMode);
@@ -163,26 +154,11 @@ unsigned int PTPMsgSync::processOutgoing() {
 }
 
 unsigned int PTPMsgFollowUp::processOutgoing(PTPMessage* sync, ptp_time_t* txTimestamp) {
-    constexpr int kPortIdentitySize = 10;
-    const std::string interfaceName(GetInterfaceName(service));
-    const gPtpTimeDataStruct* const record = OSipc::instance(interfaceName.c_str());
-    std::memcpy(buffer_ + wire::kSourceClockIdentity, sync->data() + wire::kSourceClockIdentity,
-                kPortIdentitySize);
-    wire::store16(buffer_ + wire::kSequenceId, wire::sequenceId(sync->data()));
-    const long long softOffset = record != nullptr ? record->softOffset : 0;
-    *txTimestamp = toPtpTime(toNs(*txTimestamp) + static_cast<unsigned long long>(softOffset));
-    wire::storeTimestamp(buffer_ + wire::kTimestamp, *txTimestamp);
-    wire::store16(buffer_ + wire::kFollowUpTlv, wire::kTlvOrganizationExtension);
-    wire::store16(buffer_ + wire::kFollowUpTlv + 2, wire::kFollowUpTlvLength);
-    wire::storeBigEndian<3>(buffer_ + wire::kFollowUpOrganizationId, wire::kOrganizationIeee8021);
-    wire::storeBigEndian<3>(buffer_ + wire::kFollowUpOrganizationSubType, 1);
-    // Any nonzero value attaches, although only 1 holds Sync back.
-    if (InterfaceDataManager::getInstance()->block.cfg.EnableAutosarExtensions != 0) {
-        const unsigned int mask = getConfigParameterBlockTLVBitmask();
-        if (mask != 0) {
-            attachAutosarTlv(*this, mask);
-        }
+    const InstanceBlock* const block = instanceBlock();
+    if (block == nullptr) {
+        return 0;
     }
+    fillFollowUp(*this, sync->data(), portOf(service), *block, *txTimestamp);
     return 1;
 }
 
@@ -191,7 +167,6 @@ unsigned int PTPMsgAnnounce::processOutgoing() {
     wire::store16(buffer_ + wire::kSequenceId, sequence_);
     storeClockIdentity(
         *this, {wire::kSourceClockIdentity, wire::kGrandmasterIdentity, wire::kPathSequence});
-    ptp_time_t ignoredTime{};
-    service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &ignoredTime);
+    sendUntimed(*this);
     return 1;
 }

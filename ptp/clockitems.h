@@ -27,7 +27,8 @@ struct TimestampHistory {
     }
 };
 
-/** What the daemon keeps per port identity; times in ns of the clock that took them. */
+/** What the daemon keeps per port identity; times in ns of the clock that took them. Hosts find the
+ *  records through the exported table, so members that nothing here reads keep their places. */
 struct ClockItemMembersType {
     unsigned int initialised = 0;      ///< a matched Sync and Follow_Up have primed the histories
     TimestampHistory masterTimes{};    ///< master time at each Sync's t2
@@ -38,12 +39,12 @@ struct ClockItemMembersType {
     TimestampHistory unusedTimes{};
     unsigned long long extTime1 = 0;  ///< system time when the last Pdelay_Resp came
     unsigned long long extTime2 = 0;  ///< PHC time then
-    int unused2456000 = 2456000;
-    int measuredDelay = 0;  ///< filtered mean link delay
-    TimestampRecord t1{};   ///< Pdelay_Req sent
-    TimestampRecord t2{};   ///< Pdelay_Req received by the peer
-    TimestampRecord t3{};   ///< Pdelay_Resp sent by the peer
-    TimestampRecord t4{};   ///< Pdelay_Resp received
+    int unusedWord = 2456000;         ///< the initial value that hosts find at this place
+    int measuredDelay = 0;            ///< filtered mean link delay
+    TimestampRecord t1{};             ///< Pdelay_Req sent
+    TimestampRecord t2{};             ///< Pdelay_Req received by the peer
+    TimestampRecord t3{};             ///< Pdelay_Resp sent by the peer
+    TimestampRecord t4{};             ///< Pdelay_Resp received
     TimestampRecord prev_t1{};
     TimestampRecord prev_t2{};
     TimestampRecord prev_t3{};

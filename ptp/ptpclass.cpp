@@ -10,9 +10,6 @@ namespace {
 constexpr const char* kLogSource = log_source::kMessages;
 constexpr int kNumericTypeTraceLine = 113;
 
-// Shared by every call on purpose; the input pump is its one user.
-ptp_time_t lastMessageTimestamp{};
-
 std::unique_ptr<PTPMessage> emptyMessage(unsigned int type) {
     switch (type) {
     case wire::kSync:
@@ -68,8 +65,7 @@ PortKey PTPMessage::retrievePortIdentity() {
 }
 
 unsigned long long PTPMessage::getPTPMessageTimestamp() {
-    lastMessageTimestamp = wire::loadTimestamp(buffer_ + wire::kTimestamp);
-    return toNs(lastMessageTimestamp);
+    return toNs(wire::loadTimestamp(buffer_ + wire::kTimestamp));
 }
 
 PTPMsgSync::~PTPMsgSync() = default;

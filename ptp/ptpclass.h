@@ -31,8 +31,7 @@ public:
      *  sender's for everything else. */
     PortKey retrievePortIdentity();
 
-    /** The timestamp at offset 34, ns. Not re-entrant: it passes through one process-wide record.
-     */
+    /** The timestamp at offset 34, ns. */
     unsigned long long getPTPMessageTimestamp();
 
     /** Prints header and body, field by field, as far as messageLength covers them. Returns 0. */
@@ -53,8 +52,16 @@ protected:
     unsigned char* buffer_;  ///< owned, wire::kMessageBufferSize bytes, zeroed at creation
 
 public:
+    /** Fills in what the input pump knows of a received frame. */
+    ZEB_INTERNAL void setArrival(NetworkService<sock>* port, const ptp_time_t& rxTime,
+                                 unsigned short payloadLength) {
+        service = port;
+        rxTimestamp = rxTime;
+        frameLength = payloadLength;
+    }
+
     ptp_time_t rxTimestamp{};        ///< hardware receive time of a received frame
-    unsigned short frameLength = 0;  ///< payload length of a received frame
+    unsigned short frameLength = 0;  ///< its payload length, for hosts that replace a handler
 };
 
 class ZEB_EXPORT PTPMsgSync final : public PTPMessage {

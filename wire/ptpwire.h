@@ -18,6 +18,7 @@ inline constexpr int kMessageBufferSize = 256;
 inline constexpr unsigned char kTransportSpecific = 0x10;
 inline constexpr unsigned char kVersionPtp = 2;
 inline constexpr unsigned char kMessageTypeMask = 0x0F;
+inline constexpr unsigned char kVersionMask = 0x0F;
 inline constexpr unsigned char kTwoStepFlag = 0x02;
 inline constexpr unsigned char kPtpTimescaleFlag = 0x08;
 inline constexpr unsigned char kLogIntervalUnknown = 0x7F;
@@ -52,6 +53,9 @@ enum Offset {
     kFollowUpOrganizationId = 48,
     kFollowUpOrganizationSubType = 51,
     kCumulativeScaledRateOffset = 54,
+    kGmTimeBaseIndicator = 58,
+    kLastGmPhaseChange = 60,
+    kScaledLastGmFreqChange = 72,
     kAutosarTlv = 76,
     kGrandmasterPriority1 = 47,
     kClockClass = 48,
@@ -66,6 +70,7 @@ enum Offset {
 };
 
 inline constexpr int kClockIdentitySize = 8;
+inline constexpr int kPortIdentitySize = 10;
 inline constexpr int kSyncLength = 44;
 inline constexpr int kPdelayLength = 54;
 inline constexpr int kFollowUpLength = 76;

@@ -16,16 +16,16 @@ namespace {
 struct Outputs {
     unsigned long long seconds = 1;
     unsigned int nanoseconds = 1;
-    unsigned short word = 1;
-    unsigned int pathDelay = 1, statusWord = 1, timeBaseStatus = 1;
+    unsigned short sequenceId = 1;
+    unsigned int pathDelay = 1, rejectedSyncs = 1, timeBaseStatus = 1;
     TSynSubTlvReport report{77, {1, 2, 3, 4}, {5, 6, 7, 8}};
     TSynUserData userData{};
     int result = 1;
 
     void read() {
         result =
-            ZebEthTSynInterface_GetCurrentTime(0, &seconds, &nanoseconds, &word, &pathDelay,
-                                               &statusWord, &timeBaseStatus, &report, &userData);
+            ZebEthTSynInterface_GetCurrentTime(0, &seconds, &nanoseconds, &sequenceId, &pathDelay,
+                                               &rejectedSyncs, &timeBaseStatus, &report, &userData);
     }
 };
 
@@ -49,9 +49,9 @@ void expectOutputs(const nlohmann::json& expected, const Outputs& outputs) {
     EXPECT_EQ(toU64(expected["seconds"]), outputs.seconds);
     EXPECT_EQ(expected["nanoseconds"].get<unsigned>(), outputs.nanoseconds);
     EXPECT_EQ(expected["return"].get<int>(), outputs.result);
-    EXPECT_EQ(expected["word"].get<int>(), outputs.word);
+    EXPECT_EQ(expected["word"].get<int>(), outputs.sequenceId);
     EXPECT_EQ(expected["pathDelay"].get<unsigned>(), outputs.pathDelay);
-    EXPECT_EQ(expected["statusWord"].get<unsigned>(), outputs.statusWord);
+    EXPECT_EQ(expected["statusWord"].get<unsigned>(), outputs.rejectedSyncs);
 }
 
 TEST(CurrentTime, FollowsTheRecordToTheNanosecond) {
@@ -97,7 +97,7 @@ TEST(CurrentTime, HandsOutTheTimeBaseStatus) {
 TEST(CurrentTime, ReportsSubTlvsAsFarAsTheCountReaches) {
     RunningRecord running;
     for (unsigned i = 0; i < 4; ++i) {
-        running.block->subTlvWords[i] = 0x10 + i;
+        running.block->subTlvCrcKinds[i] = 0x10 + i;
         running.block->subTlvValid[i] = 1;
     }
     for (const unsigned count : {0U, 1U, 2U, 3U, 4U, 6U, 0xFFFFFFFFU}) {
@@ -106,7 +106,7 @@ TEST(CurrentTime, ReportsSubTlvsAsFarAsTheCountReaches) {
         outputs.read();
         EXPECT_EQ(count, outputs.report.count);
         for (unsigned i = 0; i < 4; ++i) {
-            EXPECT_EQ(i < count ? 0x10 + i : i + 1, outputs.report.words[i]);
+            EXPECT_EQ(i < count ? 0x10 + i : i + 1, outputs.report.crcKinds[i]);
             EXPECT_EQ(i < count ? 1U : i + 5, outputs.report.valid[i]);
         }
     }
@@ -129,9 +129,9 @@ void expectNotRunning(const Outputs& outputs) {
     const auto& expected = vectors("GetCurrentTime_not_running")[0];
     EXPECT_EQ(toU64(expected["seconds"]), outputs.seconds);
     EXPECT_EQ(expected["nanoseconds"].get<unsigned>(), outputs.nanoseconds);
-    EXPECT_EQ(expected["word"].get<int>(), outputs.word);
+    EXPECT_EQ(expected["word"].get<int>(), outputs.sequenceId);
     EXPECT_EQ(expected["pathDelay"].get<unsigned>(), outputs.pathDelay);
-    EXPECT_EQ(expected["statusWord"].get<unsigned>(), outputs.statusWord);
+    EXPECT_EQ(expected["statusWord"].get<unsigned>(), outputs.rejectedSyncs);
     EXPECT_EQ(expected["timeBaseStatus"].get<unsigned>(), outputs.timeBaseStatus);
     EXPECT_EQ(expected["return"].get<int>(), outputs.result);
     EXPECT_EQ(expected["userData"].get<std::string>(),

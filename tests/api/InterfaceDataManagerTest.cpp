@@ -90,9 +90,9 @@ TEST(InstanceRegistry, AHostsStructIsTheRecordByteForByte) {
     for (unsigned char i = 0; i < 16; ++i) {
         config.DataIDList[i] = static_cast<unsigned char>(0x10 + i);
     }
-    config.selector1 = 1;
-    config.selector2 = 2;
-    config.selector3 = 2;
+    config.timeSubTlv = 1;
+    config.statusSubTlv = 2;
+    config.userDataSubTlv = 2;
     config.CrcTimeFlags = 0x3F;
     EXPECT_EQ(vectors("config_record")[0]["bytes"].get<std::string>(),
               toHex(reinterpret_cast<const unsigned char*>(&config), sizeof config));

@@ -31,9 +31,9 @@ bool awaitPrinted(const StdoutCapture& output, const std::string& part, int time
 /** Time, status and user data secured, with every field of the header under the time CRCs. */
 TSynInstanceConfig secured(TSynInstanceConfig config) {
     config.EnableAutosarExtensions = 1;
-    config.selector1 = 1;
-    config.selector2 = 1;
-    config.selector3 = 1;
+    config.timeSubTlv = 1;
+    config.statusSubTlv = 1;
+    config.userDataSubTlv = 1;
     config.CrcTimeFlags = 0x3F;
     for (unsigned int i = 0; i < sizeof config.DataIDList; ++i) {
         config.DataIDList[i] = static_cast<unsigned char>(0x30 + 5 * i);
@@ -105,7 +105,7 @@ protected:
 
     static void corruptFollowUps(std::uint32_t byte) {
         virtual_i210::FaultOrder order;
-        order.fault = virtual_i210::Fault::FrameCorrupted;
+        order.fault = virtual_i210::Fault::kFrameCorrupted;
         order.count = virtual_i210::kUntilCleared;
         order.messageType = kFollowUpType;
         order.byte = byte;

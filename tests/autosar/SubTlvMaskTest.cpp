@@ -23,10 +23,11 @@ namespace {
 
 class SubTlvMask : public AutosarInstance {
 protected:
-    unsigned int maskOf(unsigned int selector1, unsigned int selector2, unsigned int selector3) {
-        block.cfg.selector1 = selector1;
-        block.cfg.selector2 = selector2;
-        block.cfg.selector3 = selector3;
+    unsigned int maskOf(unsigned int timeSubTlv, unsigned int statusSubTlv,
+                        unsigned int userDataSubTlv) {
+        block.cfg.timeSubTlv = timeSubTlv;
+        block.cfg.statusSubTlv = statusSubTlv;
+        block.cfg.userDataSubTlv = userDataSubTlv;
         return getConfigParameterBlockTLVBitmask();
     }
 };

@@ -23,7 +23,8 @@ protected:
     std::string words() const {
         std::string text;
         for (unsigned int i = 0; i < std::min(4U, block.subTlvCount); ++i) {
-            text += std::to_string(block.subTlvWords[i]) + (block.subTlvValid[i] != 0 ? "+" : "-");
+            text +=
+                std::to_string(block.subTlvCrcKinds[i]) + (block.subTlvValid[i] != 0 ? "+" : "-");
         }
         return text;
     }
@@ -43,7 +44,7 @@ protected:
 void expectEntries(const nlohmann::json& out, const InstanceBlock& block) {
     EXPECT_EQ(out.at("count").get<unsigned int>(), block.subTlvCount);
     for (std::size_t i = 0; i < std::min<std::size_t>(4, out.at("words").size()); ++i) {
-        EXPECT_EQ(out.at("words")[i].get<unsigned int>(), block.subTlvWords[i]) << i;
+        EXPECT_EQ(out.at("words")[i].get<unsigned int>(), block.subTlvCrcKinds[i]) << i;
         EXPECT_EQ(out.at("valid")[i].get<unsigned int>(), block.subTlvValid[i]) << i;
     }
 }
@@ -246,7 +247,7 @@ TEST_F(ReportToHost, HoldsWhatTheFollowUpCarried) {
     ask();
     EXPECT_EQ(4U, report->count);
     for (unsigned int i = 0; i < 4; ++i) {
-        EXPECT_EQ(i, report->words[i]);
+        EXPECT_EQ(i, report->crcKinds[i]);
         EXPECT_EQ(1, report->valid[i]);
     }
     EXPECT_EQ(1U, status);
@@ -265,7 +266,7 @@ TEST_F(ReportToHost, CopiesAtMostFourEntriesAndThreeUserBytes) {
     process();
     ask();
     EXPECT_EQ(5U, report->count);
-    EXPECT_EQ(2U, report->words[3]);
+    EXPECT_EQ(2U, report->crcKinds[3]);
     EXPECT_EQ(200, userData->length);
     EXPECT_EQ("a1a2a3", toHex(userData->bytes, 3));
 }

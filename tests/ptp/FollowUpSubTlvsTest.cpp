@@ -21,9 +21,9 @@ protected:
     }
 
     void select(unsigned int mask) {
-        block.cfg.selector1 = mask & 1U;
-        block.cfg.selector2 = (mask >> 1 & 1U) + 2 * (mask >> 2 & 1U);
-        block.cfg.selector3 = (mask >> 3 & 1U) + 2 * (mask >> 4 & 1U);
+        block.cfg.timeSubTlv = mask & 1U;
+        block.cfg.statusSubTlv = (mask >> 1 & 1U) + 2 * (mask >> 2 & 1U);
+        block.cfg.userDataSubTlv = (mask >> 3 & 1U) + 2 * (mask >> 4 & 1U);
     }
 
     void configure(const nlohmann::json& vector) {
@@ -138,9 +138,9 @@ TEST_F(SubTlvSend, LengthIsThatOfEveryMaskVector) {
     PTPMsgSync sync(0, kPort);
     for (const nlohmann::json& vector : vectors("tlv_mask")) {
         const nlohmann::json& selectors = vector.at("selectors");
-        block.cfg.selector1 = selectors.at(0);
-        block.cfg.selector2 = selectors.at(1);
-        block.cfg.selector3 = selectors.at(2);
+        block.cfg.timeSubTlv = selectors.at(0);
+        block.cfg.statusSubTlv = selectors.at(1);
+        block.cfg.userDataSubTlv = selectors.at(2);
         send(sync);
         EXPECT_EQ(vector.at("messageLength").get<std::size_t>(), platform().sent.at(1).size())
             << vector;

@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 
-#include "api/DaemonState.h"
 #include "base/DbgLog.h"
 #include "ptp/ReferenceRecord.h"
 #include "tests/support/StdoutCapture.h"
@@ -29,9 +28,6 @@ gPtpTimeDataStruct& freshRecord() {
 void resetGlobals() {
     DbgTraceLevel = 0;
     MasterOrSlave = '?';
-    runningState = 0;
-    bSuppressPDelay = 0;
-    override_portstate = 0;
     slope_x = slope_y = 0;
     slope_mZ = slope_mN = 1;
     clockItems.clear();

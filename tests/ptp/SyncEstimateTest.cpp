@@ -96,23 +96,4 @@ TEST(TotalCorrection, IsTruncatedOnceAtTheEnd) {
     EXPECT_EQ(0, totalCorrectionNs(-1, 1.0L, 1, 0.5L));
 }
 
-TEST(ReferenceTime, OfEveryVector) {
-    for (const nlohmann::json& vector : vectors("reference_pair")) {
-        EXPECT_EQ(toU64(vector.at("R")),
-                  referenceTime(toS64(vector.at("P")), toS64(vector.at("O")), toS64(vector.at("S")),
-                                fromX87(vector.at("K")), toS64(vector.at("U"))))
-            << vector;
-    }
-}
-
-TEST(ReferenceTime, SetsTheTopBitFrom2ToThe63On) {
-    constexpr long long kLargest = std::numeric_limits<long long>::max();
-    EXPECT_EQ(0x8000000000000000ULL, referenceTime(kLargest, -1, 0, 0.0L, 0));
-    EXPECT_EQ(0x8000000000001000ULL, referenceTime(0, 0, -4096, 1.0L, kLargest));
-}
-
-TEST(ReferenceTime, TakesTheMagnitudeOfPhcTimeLessOffset) {
-    EXPECT_EQ(3005U, referenceTime(1000, 4000, -1000, 1.0L, 5));
-}
-
 }  // namespace

@@ -7,6 +7,7 @@
 #include "tests/ptp/Handlers.h"
 #include "tests/support/Packed.h"
 #include "tests/support/Vectors.h"
+#include "timebase/TimeConversion.h"
 
 namespace {
 
@@ -250,7 +251,7 @@ TEST_F(SlaveSequence, NotesTheReferencePairOfEverySampleInRangeOrNot) {
     const long long cpuTime = static_cast<long long>(referenceRecord.cpuTime[0]);
     EXPECT_NE(0, cpuTime);
     EXPECT_EQ(
-        referenceTime(5128000000, toS64(out.at("O")), 37000000000, fromX87(out.at("q")), cpuTime),
+        referenceTimeNs(5128000000, toS64(out.at("O")), 37000000000, fromX87(out.at("q")), cpuTime),
         referenceRecord.hardwareTime[0]);
     EXPECT_EQ(0U, referenceRecord.hardwareTime[1]);
 }

@@ -28,7 +28,7 @@ TEST_F(ClockItems, AnUnknownPortGetsARecordOfInitialValues) {
     EXPECT_EQ(1, item.respPortNumber);
     EXPECT_EQ(-1, item.syncSequenceId);
     EXPECT_EQ(-1, item.unusedSequenceId);
-    EXPECT_EQ(2456000, item.unused2456000);
+    EXPECT_EQ(2456000, item.unusedWord);
     EXPECT_EQ(0U, item.pdelaySeqNo);
 }
 

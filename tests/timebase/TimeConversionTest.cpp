@@ -1,9 +1,11 @@
+#include "timebase/TimeConversion.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 
 #include "base/Extended80.h"
-#include "include/gPtpTimeData.h"
 #include "tests/support/Vectors.h"
 
 namespace {
@@ -86,6 +88,26 @@ TEST(TimeConversion, ReadsTenBytesOfARateOnly) {
     record.rateRatio1[10] = 0xFF;
     record.rateRatio2[11] = 0xFF;
     EXPECT_EQ(5000U, get_1AS_time(&record, 5000));
+}
+
+TEST(ReferenceTime, OfEveryVector) {
+    for (const nlohmann::json& vector : vectors("reference_pair")) {
+        EXPECT_EQ(
+            toU64(vector.at("R")),
+            referenceTimeNs(toS64(vector.at("P")), toS64(vector.at("O")), toS64(vector.at("S")),
+                            fromX87(vector.at("K")), toS64(vector.at("U"))))
+            << vector;
+    }
+}
+
+TEST(ReferenceTime, SetsTheTopBitFrom2ToThe63On) {
+    constexpr long long kLargest = std::numeric_limits<long long>::max();
+    EXPECT_EQ(0x8000000000000000ULL, referenceTimeNs(kLargest, -1, 0, 0.0L, 0));
+    EXPECT_EQ(0x8000000000001000ULL, referenceTimeNs(0, 0, -4096, 1.0L, kLargest));
+}
+
+TEST(ReferenceTime, TakesTheMagnitudeOfPhcTimeLessOffset) {
+    EXPECT_EQ(3005U, referenceTimeNs(1000, 4000, -1000, 1.0L, 5));
 }
 
 }  // namespace

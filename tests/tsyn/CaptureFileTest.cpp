@@ -1,4 +1,4 @@
-#include "tools/tsyn/CaptureFile.h"
+#include "tools/tsyn/check/CaptureFile.h"
 
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "tests/support/Vectors.h"
-#include "tools/tsyn/CheckCommand.h"
+#include "tools/tsyn/check/CheckCommand.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/tsyn/FollowUpChecker.h"
+#include "tools/tsyn/check/FollowUpChecker.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <set>
 
 #include "tests/support/Vectors.h"
-#include "tools/tsyn/CheckReport.h"
+#include "tools/tsyn/check/CheckReport.h"
 
 namespace {
 

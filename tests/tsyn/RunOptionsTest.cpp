@@ -1,4 +1,4 @@
-#include "tools/tsyn/RunOptions.h"
+#include "tools/tsyn/run/RunOptions.h"
 
 #include <gtest/gtest.h>
 
@@ -50,9 +50,9 @@ TEST(RunOptions, EveryAutosarOptionReachesItsField) {
     EXPECT_EQ(0x01, config.DataIDList[1]);
     EXPECT_EQ(0xFF, config.DataIDList[15]);
     EXPECT_EQ(0U, config.TxCrcMode);
-    EXPECT_EQ(1U, config.selector1);
-    EXPECT_EQ(2U, config.selector2);
-    EXPECT_EQ(1U, config.selector3);
+    EXPECT_EQ(1U, config.timeSubTlv);
+    EXPECT_EQ(2U, config.statusSubTlv);
+    EXPECT_EQ(1U, config.userDataSubTlv);
     EXPECT_EQ(127, config.CrcTimeFlags);
 }
 

@@ -1,4 +1,4 @@
-#include "tools/tsyn/SubTlvTracker.h"
+#include "tools/tsyn/run/SubTlvTracker.h"
 
 #include <gtest/gtest.h>
 

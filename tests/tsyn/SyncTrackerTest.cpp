@@ -1,4 +1,4 @@
-#include "tools/tsyn/SyncTracker.h"
+#include "tools/tsyn/run/SyncTracker.h"
 
 #include <gtest/gtest.h>
 
@@ -90,6 +90,16 @@ TEST(SyncTracker, RatioOutOfRangeNeverSynchronises) {
     for (unsigned int sync = 2; sync < 6; ++sync) {
         tracker.update(recordAfter(sync, sync - 1, 1.0003L), sync * kIntervalS);
         EXPECT_EQ(SyncState::kPriming, tracker.state(sync * kIntervalS));
+    }
+}
+
+/** The daemon takes the one and refuses the other, so that tsyn must not say otherwise. */
+TEST(SyncTracker, OfTheTwoExactLimitsOnlyTheFastOneSynchronises) {
+    for (const auto& [ratio, state] : {std::pair{1.00025L, SyncState::kSynchronised},
+                                       std::pair{0.99975L, SyncState::kPriming}}) {
+        SyncTracker tracker = slaveAfter(2);
+        tracker.update(recordAfter(3, 2, ratio), 3 * kIntervalS);
+        EXPECT_EQ(state, tracker.state(3 * kIntervalS)) << static_cast<double>(ratio);
     }
 }
 

@@ -65,10 +65,10 @@ class Network(unittest.TestCase):
         for file in pathlib.Path("/dev/shm").iterdir():
             file.unlink()
 
-    def start(self, *words, build=None, program="tsyn", wrapper=()):
+    def start(self, *words, build=None, program="tsyn", wrapper=(), cards=True):
         build = build or BUILD
         # Set for the program alone: a wrapper may be of the other ABI.
-        preload = ("env", f"LD_PRELOAD={build / 'libvirtual_i210.so'}")
+        preload = ("env", f"LD_PRELOAD={build / 'libvirtual_i210.so'}") if cards else ()
         child = subprocess.Popen([*wrapper, *preload, str(build / program), *words],
                                  env=environment(), text=True, bufsize=1,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -142,6 +142,21 @@ class WrongUse(Network):
         child = self.start("run", SLAVE_IF, "--role", "slave", "--truth", "nocard",
                            "--samples", "/dev/shm/samples.csv")
         self.assert_one_error(child, 1, "nocard", "VIRTUAL_I210")
+
+
+    def test_truth_without_the_preloaded_card(self):
+        child = self.start("run", SLAVE_IF, "--role", "slave", "--truth", MASTER_IF,
+                           "--samples", "/dev/shm/samples.csv", cards=False)
+        self.assert_one_error(child, 1, f"--truth {MASTER_IF}", "LD_PRELOAD", "libvirtual_i210.so")
+        self.assertFalse(pathlib.Path("/dev/shm/samples.csv").exists())
+
+
+class Symbols(unittest.TestCase):
+    def test_program_holds_nothing_of_the_virtual_card(self):
+        names = subprocess.run(["nm", "-C", str(BUILD / "tsyn")], capture_output=True, text=True,
+                               check=True).stdout
+        self.assertIn("tsyn::runCommand", names)
+        self.assertNotIn("virtual_i210", names)
 
 
 class RefusedInterface(Network):

@@ -56,7 +56,7 @@ protected:
 };
 
 TEST_F(CardFault, LosesTransmitTimestamps) {
-    order(Fault::TxTimestampLost, 2);
+    order(Fault::kTxTimestampLost, 2);
     for (unsigned i = 0; i < 3; ++i) {
         ASSERT_TRUE(sender_->send(ptpFrame(kSync, i)));
         EXPECT_EQ(ptpFrame(kSync, i), nextPtp()->bytes);
@@ -66,7 +66,7 @@ TEST_F(CardFault, LosesTransmitTimestamps) {
 
 TEST_F(CardFault, DelaysATransmitTimestamp) {
     FaultOrder late;
-    late.fault = Fault::TxTimestampLate;
+    late.fault = Fault::kTxTimestampLate;
     late.lateNs = 30'000'000;
     virtual_i210::orderFault("tsm0", late);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
@@ -81,7 +81,7 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
 }
 
 TEST_F(CardFault, DropsAFrameBehindTheCard) {
-    order(Fault::FrameDropped);
+    order(Fault::kFrameDropped);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 2)));
@@ -91,7 +91,7 @@ TEST_F(CardFault, DropsAFrameBehindTheCard) {
 
 TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
     FaultOrder drop;
-    drop.fault = Fault::FrameDropped;
+    drop.fault = Fault::kFrameDropped;
     drop.count = virtual_i210::kUntilCleared;
     drop.messageType = kFollowUp;
     virtual_i210::orderFault("tsm0", drop);
@@ -104,7 +104,7 @@ TEST_F(CardFault, DropsOnlyTheMessageTypeOrdered) {
 }
 
 TEST_F(CardFault, DuplicatesAFrame) {
-    order(Fault::FrameDuplicated);
+    order(Fault::kFrameDuplicated);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     const auto first = nextPtp();
     const auto second = nextPtp();
@@ -117,7 +117,7 @@ TEST_F(CardFault, DuplicatesAFrame) {
 }
 
 TEST_F(CardFault, LetsTheNextFrameOvertake) {
-    order(Fault::FrameReordered);
+    order(Fault::kFrameReordered);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));
     EXPECT_TRUE(sender_->transmitStamp()->hardwareNs);
     EXPECT_FALSE(nextPtp(kAtOnce));
@@ -131,7 +131,7 @@ TEST_F(CardFault, LetsTheNextFrameOvertake) {
 
 TEST_F(CardFault, FlipsTheOrderedBit) {
     FaultOrder corrupt;
-    corrupt.fault = Fault::FrameCorrupted;
+    corrupt.fault = Fault::kFrameCorrupted;
     corrupt.messageType = kFollowUp;
     corrupt.byte = 40;
     corrupt.bit = 6;

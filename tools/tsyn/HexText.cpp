@@ -1,4 +1,4 @@
-#include "HexText.h"
+#include "tools/tsyn/HexText.h"
 
 namespace tsyn {
 

@@ -2,15 +2,21 @@
 #include <cstdio>
 #include <exception>
 
-#include "CheckCommand.h"
-#include "RunCommand.h"
-#include "RunOptions.h"
+#include "tools/tsyn/check/CheckCommand.h"
+#include "tools/tsyn/run/RunCommand.h"
+#include "tools/tsyn/run/RunOptions.h"
 
 namespace {
 
 std::string oneLine(const CLI::App*, const CLI::Error& error) {
     return std::string("tsyn: ") + error.what() +
            "; 'tsyn run --help' and 'tsyn check --help' list the options\n";
+}
+
+CLI::App* addCommand(CLI::App& app, const char* name, const char* description) {
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->failure_message(oneLine);
+    return command;
 }
 
 int parseAndRun(int argc, char** argv) {
@@ -20,18 +26,16 @@ int parseAndRun(int argc, char** argv) {
     app.require_subcommand(1);
     app.failure_message(oneLine);
     tsyn::RunOptions options;
-    CLI::App* run = app.add_subcommand(
-        "run",
+    CLI::App* const run = addCommand(
+        app, "run",
         "Run a master or a slave; one status line a second on standard output, the library's "
         "log on standard error");
-    run->failure_message(oneLine);
     tsyn::addRunOptions(*run, options);
     tsyn::CheckOptions checkOptions;
-    CLI::App* check = app.add_subcommand(
-        "check",
+    CLI::App* const check = addCommand(
+        app, "check",
         "Check the PTP messages of a capture: AUTOSAR CRCs, TLV lengths, sequence ids; status 0: "
         "all right, 1: findings, 2: unreadable");
-    check->failure_message(oneLine);
     tsyn::addCheckOptions(*check, checkOptions);
     try {
         app.parse(argc, argv);

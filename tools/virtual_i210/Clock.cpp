@@ -1,10 +1,11 @@
-#include "Clock.h"
+#include "tools/virtual_i210/Clock.h"
 
 #include <array>
 #include <cstring>
 #include <ctime>
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/Timespec.h"
 
 namespace virtual_i210 {
 
@@ -20,7 +21,7 @@ std::uint64_t magnitude(std::int64_t value) {
     return value < 0 ? 0u - bits : bits;
 }
 
-// a x b / 2^64 with 32 bits of fraction, by halves: a 32-bit build has no 128-bit integers.
+/** a x b / 2^64 with 32 bits of fraction, by halves: a 32-bit build has no 128-bit integers. */
 FineTime multiplyFraction(std::uint64_t a, std::uint64_t b) {
     const std::uint64_t aLow = a & 0xFFFFFFFFu;
     const std::uint64_t aHigh = a >> 32;
@@ -52,7 +53,7 @@ FineTime fromFixed(std::int64_t value) {
     return {value >> 32, static_cast<std::uint32_t>(bits)};
 }
 
-// A wave of peak 1 and period 1 made of two parabolas; its steepest slope is 8.
+/** A wave of peak 1 and period 1 made of two parabolas; its steepest slope is 8. */
 long double parabolicWave(std::uint64_t position, std::uint64_t period) {
     const std::uint64_t half = period / 2;
     const bool positive = position < half;
@@ -67,8 +68,13 @@ long double parabolicWave(std::uint64_t position, std::uint64_t period) {
 std::uint64_t rawNowNs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_RAW, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u +
-           static_cast<std::uint64_t>(now.tv_nsec);
+    return static_cast<std::uint64_t>(toNs(now));
+}
+
+std::int64_t realtimeNowNs() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return toNs(now);
 }
 
 std::int64_t Wander::at(std::uint64_t rawNs) const {
@@ -79,7 +85,8 @@ std::int64_t Wander::at(std::uint64_t rawNs) const {
     long double sumNs = 0.0L;
     for (std::size_t i = 0; i < kWanderPeriodsNs.size(); ++i) {
         const std::uint64_t period = kWanderPeriodsNs[i];
-        const std::uint64_t position = (rawNs + seededRandom(seed, 0, i) % period) % period;
+        const std::uint64_t position =
+            (rawNs + seededRandom(seed, RandomStream::kWanderPhase, i) % period) % period;
         const long double peakNs = share * static_cast<long double>(period) / 8.0L;
         sumNs += peakNs * parabolicWave(position, period);
     }
@@ -179,8 +186,8 @@ ClockLine ClockBoard::lineAt(std::uint64_t rawNs) const {
     }
 }
 
-// A writer owns the slot it fills, since it may be held up while others publish many times. The
-// claim of a process that died in between lapses.
+/** A writer owns the slot it fills, since it may be held up while others publish many times. The
+ *  claim of a process that died in between lapses. */
 std::size_t ClockBoard::claimSlot() {
     constexpr std::uint64_t kLapseNs = 10'000'000'000u;
     for (;;) {

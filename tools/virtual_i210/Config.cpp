@@ -1,4 +1,4 @@
-#include "Config.h"
+#include "tools/virtual_i210/Config.h"
 
 #include <net/if.h>
 
@@ -18,7 +18,8 @@ constexpr std::int64_t kMaxOffsetNs = 4'000'000'000'000'000'000;
 constexpr std::int32_t kMaxPhcIndex = 999;
 constexpr std::int64_t kMaxNs = 1'000'000'000;
 
-// One ';'- or line-separated entry of the text, with what an error message needs to point at it.
+/** One ';'- or line-separated entry of the text, with what an error message needs to point at
+ *  it. */
 struct Segment {
     std::string source;
     unsigned number = 0;
@@ -160,7 +161,7 @@ void readSegment(const Segment& segment, Config& config) {
     }
 }
 
-// The settings of a comment line are no settings, even when it holds a ';'.
+/** The settings of a comment line are no settings, even when it holds a ';'. */
 std::string withoutComments(const std::string& text) {
     std::string result;
     bool inComment = false;

@@ -11,7 +11,7 @@ namespace virtual_i210 {
 constexpr const char* kConfigVariable = "VIRTUAL_I210";
 constexpr std::size_t kMaxCards = 16;
 
-// One line that says what is wrong, where, and what to write instead.
+/** One line that says what is wrong, where, and what to write instead. */
 class ConfigError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -20,7 +20,7 @@ public:
 struct CardConfig {
     std::string ifName;
     std::int32_t phcIndex = 0;
-    std::int64_t ratePpt = 0;  // parts in 10^12
+    std::int64_t ratePpt = 0; /**< parts in 10^12 */
     std::int64_t offsetNs = 0;
     std::uint32_t granularityNs = 8;
     std::uint32_t cableNs = 0;
@@ -38,10 +38,10 @@ struct Config {
     std::vector<CardConfig> cards;
 };
 
-// Reads the inline text, or the file named by a value that begins with '/' or '.'.
+/** Reads the inline text, or the file named by a value that begins with '/' or '.'. */
 Config parseConfig(const std::string& value);
 
-// Reads a number with up to three decimals of parts in 10^9 as parts in 10^12.
+/** Reads a number with up to three decimals of parts in 10^9 as parts in 10^12. */
 std::optional<std::int64_t> parsePpb(const std::string& text);
 
 }  // namespace virtual_i210

@@ -1,13 +1,14 @@
-#include "ControlMessages.h"
+#include "tools/virtual_i210/ControlMessages.h"
 
 #include <algorithm>
 #include <cstring>
+
+#include "tools/virtual_i210/Timespec.h"
 
 namespace virtual_i210 {
 
 namespace {
 
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
 constexpr std::size_t kSoftware = 0;
 constexpr std::size_t kHardware = 2;
 
@@ -74,14 +75,6 @@ void ControlWriter::put(int level, int type, const void* data, std::size_t lengt
     used_ += std::min<std::size_t>(left, CMSG_SPACE(length));
 }
 
-timespec toTimespec(std::int64_t ns) {
-    const std::int64_t below = (ns % kNsPerSecond + kNsPerSecond) % kNsPerSecond;
-    timespec time{};
-    time.tv_sec = static_cast<time_t>((ns - below) / kNsPerSecond);
-    time.tv_nsec = static_cast<long>(below);
-    return time;
-}
-
 std::optional<std::int64_t> softwareStampNs(msghdr& received) {
     const cmsghdr* header = findStamps(received);
     if (header == nullptr) {
@@ -91,7 +84,7 @@ std::optional<std::int64_t> softwareStampNs(msghdr& received) {
     if (!isSet(time)) {
         return std::nullopt;
     }
-    return static_cast<std::int64_t>(time.tv_sec) * kNsPerSecond + time.tv_nsec;
+    return toNs(time);
 }
 
 int deliverControl(msghdr& received, const StampReport& report, msghdr& target) {

@@ -9,8 +9,8 @@
 
 namespace virtual_i210 {
 
-// Appends control messages to a buffer as the kernel does for recvmsg: what does not fit is cut
-// and told by MSG_CTRUNC.
+/** Appends control messages to a buffer as the kernel does for recvmsg: what does not fit is cut
+ *  and told by MSG_CTRUNC. */
 class ControlWriter {
 public:
     ControlWriter(void* buffer, std::size_t capacity);
@@ -26,9 +26,7 @@ private:
     bool truncated_ = false;
 };
 
-timespec toTimespec(std::int64_t ns);
-
-// The kernel's own timestamp of a received message, in ns of CLOCK_REALTIME.
+/** The kernel's own timestamp of a received message, in ns of CLOCK_REALTIME. */
 std::optional<std::int64_t> softwareStampNs(msghdr& received);
 
 struct StampReport {
@@ -36,8 +34,8 @@ struct StampReport {
     bool withSoftware = false;
 };
 
-// Hands the control messages of `received` to the caller's `target`, with the timestamps that the
-// card would have reported. Returns MSG_CTRUNC when they do not fit, else 0.
+/** Hands the control messages of `received` to the caller's `target`, with the timestamps that the
+ *  card would have reported. Returns MSG_CTRUNC when they do not fit, else 0. */
 int deliverControl(msghdr& received, const StampReport& report, msghdr& target);
 
 }  // namespace virtual_i210

@@ -1,4 +1,4 @@
-#include "Descriptors.h"
+#include "tools/virtual_i210/Descriptors.h"
 
 #include <net/if.h>
 
@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "RealFunctions.h"
-#include "VirtualI210.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace virtual_i210 {
 
@@ -15,7 +15,7 @@ namespace {
 
 Descriptor descriptors[kMaxDescriptors];
 
-// A wrong configuration is told at start, not at the first frame.
+/** A wrong configuration is told at start, not at the first frame. */
 __attribute__((constructor)) void attachAtStart() {
     stateForCall();
 }
@@ -46,8 +46,8 @@ Descriptor* descriptorOf(int fd, DescriptorKind kind) {
 
 void forget(int fd) {
     Descriptor* descriptor = descriptorAt(fd);
-    if (descriptor != nullptr && descriptor->kind.load() != DescriptorKind::Foreign) {
-        descriptor->kind.store(DescriptorKind::Foreign, std::memory_order_release);
+    if (descriptor != nullptr && descriptor->kind.load() != DescriptorKind::kForeign) {
+        descriptor->kind.store(DescriptorKind::kForeign, std::memory_order_release);
     }
 }
 

@@ -3,13 +3,13 @@
 #include <atomic>
 #include <cstdint>
 
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 namespace virtual_i210 {
 
-enum class DescriptorKind : std::uint8_t { Foreign, Phc, PacketSocket, GenericNetlink };
+enum class DescriptorKind : std::uint8_t { kForeign, kPhc, kPacketSocket, kGenericNetlink };
 
-// The last of several equal frames that a socket was given, told by the instant of its sending.
+/** The last of several equal frames that a socket was given, told by the instant of its sending. */
 struct LastGiven {
     std::atomic<std::uint64_t> key{0};
     std::atomic<std::uint64_t> rawNs{0};
@@ -17,34 +17,35 @@ struct LastGiven {
 
 constexpr std::size_t kLastGivenEntries = 32;
 
-// What this process holds under one descriptor number.
+/** What this process holds under one descriptor number. */
 struct Descriptor {
-    std::atomic<DescriptorKind> kind{DescriptorKind::Foreign};
-    std::atomic<bool> writable{false};           // Phc
-    std::atomic<std::uint32_t> card{0};          // Phc: index of the card
-    std::atomic<std::uint32_t> stampFlags{0};    // PacketSocket: as given for SO_TIMESTAMPING
-    std::atomic<std::uint64_t> createdRawNs{0};  // PacketSocket
-    // PacketSocket: the last interface index looked up, and its card + 1 (0 for no card).
+    std::atomic<DescriptorKind> kind{DescriptorKind::kForeign};
+    std::atomic<bool> writable{false};          /**< kPhc */
+    std::atomic<std::uint32_t> card{0};         /**< kPhc: index of the card */
+    std::atomic<std::uint32_t> stampFlags{0};   /**< kPacketSocket: as given for SO_TIMESTAMPING */
+    std::atomic<std::uint64_t> createdRawNs{0}; /**< kPacketSocket */
+    /** kPacketSocket: the last interface index looked up, and its card + 1 (0 for no card). */
     std::atomic<std::uint64_t> cardOfInterface{0};
-    LastGiven lastGiven[kLastGivenEntries];  // PacketSocket: by key
+    LastGiven lastGiven[kLastGivenEntries]; /**< kPacketSocket: by key */
 };
 
-// The table covers the numbers that a process normally uses; higher ones are the kernel's alone.
+/** The table covers the numbers that a process normally uses; higher ones are the kernel's
+ *  alone. */
 constexpr int kMaxDescriptors = 4096;
 
 Descriptor* descriptorAt(int fd);
 
-// The entry when it is of this kind, else null. Costs one comparison and one load.
+/** The entry when it is of this kind, else null. Costs one comparison and one load. */
 Descriptor* descriptorOf(int fd, DescriptorKind kind);
 
 void forget(int fd);
 void copyDescriptor(int from, int to);
 
-// The shared state, attached at the first call that could concern a card; null without
-// configuration. Ends the process with one line when the configuration is wrong.
+/** The shared state, attached at the first call that could concern a card; null without
+ *  configuration. Ends the process with one line when the configuration is wrong. */
 SharedState* stateForCall();
 
-// The card of an interface index as the socket's namespace knows it.
+/** The card of an interface index as the socket's namespace knows it. */
 CardState* cardOfInterface(int fd, Descriptor& socket, int interfaceIndex);
 
 }  // namespace virtual_i210

@@ -1,4 +1,4 @@
-#include "EventRing.h"
+#include "tools/virtual_i210/EventRing.h"
 
 #include <algorithm>
 

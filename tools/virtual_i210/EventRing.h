@@ -8,38 +8,39 @@
 
 namespace virtual_i210 {
 
-// One frame as it left a card: an event message, or a general one that the sender wanted stamped.
+/** One frame as it left a card: an event message, or a general one that the sender wanted
+ *  stamped. */
 struct SentEvent {
     std::uint64_t key = 0;
     std::uint64_t rawNs = 0;
     std::uint32_t card = 0;
     std::uint16_t sequenceId = 0;
     std::uint8_t messageType = 0;
-    bool stamped = false;  // a transmit timestamp was asked for
+    bool stamped = false; /**< a transmit timestamp was asked for */
 };
 
-// The last such frames of all cards. Writers never wait; a reader skips an entry that is being
-// written.
+/** The last such frames of all cards. Writers never wait; a reader skips an entry that is being
+ *  written. */
 class EventRing {
 public:
     static constexpr std::size_t kEntries = 4096;
 
     void note(const SentEvent& event);
 
-    // The frame with this key that was sent last before it arrived at arrivalRawNs. When clocks
-    // were stepped in between and none fits, the first one sent after that; never one sent before
-    // sinceRawNs.
+    /** The frame with this key that was sent last before it arrived at arrivalRawNs. When clocks
+     *  were stepped in between and none fits, the first one sent after that; never one sent before
+     *  sinceRawNs. */
     std::optional<SentEvent> find(std::uint64_t key, std::uint64_t arrivalRawNs,
                                   std::uint64_t sinceRawNs) const;
 
-    // Oldest first, at most `most`.
+    /** Oldest first, at most `most`. */
     std::vector<SentEvent> latest(std::size_t most) const;
 
     std::uint64_t count() const { return head_.load(std::memory_order_acquire); }
 
 private:
     struct Entry {
-        std::atomic<std::uint64_t> version;  // 2 x number + 2 when complete
+        std::atomic<std::uint64_t> version; /**< 2 x number + 2 when complete */
         std::atomic<std::uint64_t> key;
         std::atomic<std::uint64_t> rawNs;
         std::atomic<std::uint64_t> details;

@@ -1,4 +1,4 @@
-#include "Faults.h"
+#include "tools/virtual_i210/Faults.h"
 
 namespace virtual_i210 {
 

@@ -8,34 +8,35 @@
 namespace virtual_i210 {
 
 enum class Fault : std::uint32_t {
-    TxTimestampLost,
-    TxTimestampLate,
-    FrameDropped,
-    FrameDuplicated,
-    FrameReordered,
-    FrameCorrupted,
+    kTxTimestampLost,
+    kTxTimestampLate,
+    kFrameDropped,
+    kFrameDuplicated,
+    kFrameReordered,
+    kFrameCorrupted,
 };
 
 constexpr std::size_t kFaultKinds = 6;
 constexpr std::uint32_t kUntilCleared = 0xFFFFFFFFu;
 constexpr std::uint32_t kAnyMessageType = 0xFFFFFFFFu;
 
-// What shall go wrong with the next `count` PTP frames that a card sends.
+/** What shall go wrong with the next `count` PTP frames that a card sends. */
 struct FaultOrder {
-    Fault fault = Fault::TxTimestampLost;
+    Fault fault = Fault::kTxTimestampLost;
     std::uint32_t count = 1;
     std::uint32_t messageType = kAnyMessageType;
-    std::uint64_t lateNs = 0;  // TxTimestampLate
-    std::uint32_t byte = 0;    // FrameCorrupted: byte of the PTP message
-    std::uint32_t bit = 0;     // FrameCorrupted: bit of that byte, 0 is the least
+    std::uint64_t lateNs = 0; /**< kTxTimestampLate */
+    std::uint32_t byte = 0;   /**< kFrameCorrupted: byte of the PTP message */
+    std::uint32_t bit = 0;    /**< kFrameCorrupted: bit of that byte, 0 is the least */
 };
 
-// The standing orders of one card; any process gives them, the sending process carries them out.
+/** The standing orders of one card; any process gives them, the sending process carries them
+ *  out. */
 struct FaultBoard {
     void order(const FaultOrder& order);
     void clear();
 
-    // Uses up one count when an order of this kind stands for this message type.
+    /** Uses up one count when an order of this kind stands for this message type. */
     std::optional<FaultOrder> take(Fault fault, unsigned messageType);
     std::uint32_t remaining(Fault fault) const;
 

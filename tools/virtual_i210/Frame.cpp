@@ -1,8 +1,8 @@
-#include "Frame.h"
+#include "tools/virtual_i210/Frame.h"
 
 #include <algorithm>
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 
@@ -23,7 +23,7 @@ bool isVlanTag(unsigned etherType) {
     return etherType == 0x8100 || etherType == 0x88A8;
 }
 
-// Offset of the EtherType behind the tags, or `length` when the frame ends before it.
+/** Offset of the EtherType behind the tags, or `length` when the frame ends before it. */
 std::size_t findEtherType(const std::uint8_t* frame, std::size_t length) {
     std::size_t offset = kAddressBytes;
     while (offset + 2 <= length && isVlanTag(load16(frame + offset))) {

@@ -1,53 +1,38 @@
 #include <cerrno>
 
-#include "Descriptors.h"
-#include "PhcReading.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/PhcReading.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Timespec.h"
 
-// Dynamic clocks: the kernel derives their number from the descriptor of the open device.
+/** Dynamic clocks: the kernel derives their number from the descriptor of the open device. */
 
 namespace {
 
 using virtual_i210::CardState;
 using virtual_i210::Counter;
 using virtual_i210::Descriptor;
+using virtual_i210::failWith;
+using virtual_i210::kMaxAdjustmentPpb;
+using virtual_i210::kNsPerSecond;
 using virtual_i210::real;
-
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
-constexpr int kMaxAdjustmentPpb = 62'499'999;
 
 Descriptor* phcOfClock(clockid_t clock) {
     if (clock >= 0 || (clock & 7) != 3) {
         return nullptr;
     }
-    return virtual_i210::descriptorOf(~(clock >> 3), virtual_i210::DescriptorKind::Phc);
+    return virtual_i210::descriptorOf(~(clock >> 3), virtual_i210::DescriptorKind::kPhc);
 }
 
 CardState& cardOf(const Descriptor& phc) {
     return virtual_i210::attachedState()->cards[phc.card.load()];
 }
 
-int fail(int errorNumber) {
-    errno = errorNumber;
-    return -1;
-}
-
-void splitNs(std::int64_t ns, timespec& time) {
-    std::int64_t remainder = ns % kNsPerSecond;
-    std::int64_t seconds = ns / kNsPerSecond;
-    if (remainder < 0) {
-        remainder += kNsPerSecond;
-        --seconds;
-    }
-    time.tv_sec = static_cast<time_t>(seconds);
-    time.tv_nsec = static_cast<long>(remainder);
-}
-
 int stepBy(CardState& card, const timex& adjustment) {
     const std::int64_t scale = (adjustment.modes & ADJ_NANO) != 0 ? 1 : 1000;
     const std::int64_t below = static_cast<std::int64_t>(adjustment.time.tv_usec) * scale;
     if (below < 0 || below >= kNsPerSecond) {
-        return fail(EINVAL);
+        return failWith(EINVAL);
     }
     card.stepPhc(static_cast<std::int64_t>(adjustment.time.tv_sec) * kNsPerSecond + below);
     return 0;
@@ -56,7 +41,7 @@ int stepBy(CardState& card, const timex& adjustment) {
 int tuneTo(CardState& card, std::int64_t scaledPpm) {
     const std::int64_t ppb = scaledPpm * 1000 / 65536;
     if (ppb > kMaxAdjustmentPpb || ppb < -kMaxAdjustmentPpb) {
-        return fail(ERANGE);
+        return failWith(ERANGE);
     }
     card.adjust(scaledPpm);
     return 0;
@@ -70,7 +55,7 @@ int adjustPhc(CardState& card, timex& adjustment) {
         return tuneTo(card, adjustment.freq);
     }
     if (adjustment.modes != 0) {
-        return fail(EOPNOTSUPP);
+        return failWith(EOPNOTSUPP);
     }
     adjustment.freq = static_cast<long>(card.clock.current().adjustmentScaledPpm);
     return 0;
@@ -83,7 +68,7 @@ VIRTUAL_I210_EXPORT int clock_gettime(clockid_t clock, timespec* time) noexcept 
     if (phc == nullptr) {
         return real().clockGettime(clock, time);
     }
-    splitNs(virtual_i210::readPhcNs(cardOf(*phc)), *time);
+    *time = virtual_i210::toTimespec(virtual_i210::readPhcNs(cardOf(*phc)));
     return 0;
 }
 
@@ -92,7 +77,7 @@ VIRTUAL_I210_EXPORT int clock_getres(clockid_t clock, timespec* resolution) noex
         return real().clockGetres(clock, resolution);
     }
     if (resolution != nullptr) {
-        splitNs(1, *resolution);
+        *resolution = virtual_i210::toTimespec(1);
     }
     return 0;
 }
@@ -103,14 +88,14 @@ VIRTUAL_I210_EXPORT int clock_settime(clockid_t clock, const timespec* time) noe
         return real().clockSettime(clock, time);
     }
     if (!phc->writable.load()) {
-        return fail(EACCES);
+        return failWith(EACCES);
     }
     if (time->tv_sec < 0 || time->tv_nsec < 0 || time->tv_nsec >= kNsPerSecond) {
-        return fail(EINVAL);
+        return failWith(EINVAL);
     }
     CardState& card = cardOf(*phc);
-    card.setPhc(static_cast<std::int64_t>(time->tv_sec) * kNsPerSecond + time->tv_nsec);
-    card.count(Counter::ClockAdjustments);
+    card.setPhc(virtual_i210::toNs(*time));
+    card.count(Counter::kClockAdjustments);
     return 0;
 }
 
@@ -120,12 +105,12 @@ VIRTUAL_I210_EXPORT int clock_adjtime(clockid_t clock, timex* adjustment) noexce
         return real().clockAdjtime(clock, adjustment);
     }
     if (adjustment->modes != 0 && !phc->writable.load()) {
-        return fail(EACCES);
+        return failWith(EACCES);
     }
     CardState& card = cardOf(*phc);
     const int result = adjustPhc(card, *adjustment);
     if (result == 0 && adjustment->modes != 0) {
-        card.count(Counter::ClockAdjustments);
+        card.count(Counter::kClockAdjustments);
     }
     return result;
 }

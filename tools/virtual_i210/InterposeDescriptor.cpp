@@ -1,3 +1,4 @@
+#include <linux/close_range.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
@@ -5,10 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
-// Opening, copying and closing of descriptors.
+/** Opening, copying and closing of descriptors. */
 
 namespace {
 
@@ -22,7 +23,7 @@ using virtual_i210::real;
 
 constexpr char kPhcPrefix[] = "/dev/ptp";
 
-// The card whose device this path names, or null. Everything but "/dev/ptpN" fails early.
+/** The card whose device this path names, or null. Everything but "/dev/ptpN" fails early. */
 CardState* cardOfPath(const char* path) {
     if (path == nullptr || std::strncmp(path, kPhcPrefix, sizeof kPhcPrefix - 1) != 0) {
         return nullptr;
@@ -37,12 +38,11 @@ CardState* cardOfPath(const char* path) {
     return state == nullptr ? nullptr : state->findPhc(index);
 }
 
-// A real descriptor stands in for the device, so that the kernel gives it a number that is free
-// and copies, closes and inherits it.
+/** A real descriptor stands in for the device, so that the kernel gives it a number that is free
+ *  and copies, closes and inherits it. */
 int openPhc(const CardState& card, int flags) {
     if (card.faults.phcHidden.load() != 0) {
-        errno = ENOENT;
-        return -1;
+        return virtual_i210::failWith(ENOENT);
     }
     const int fd = eventfd(0, ((flags & O_CLOEXEC) != 0 ? EFD_CLOEXEC : 0) |
                                   ((flags & O_NONBLOCK) != 0 ? EFD_NONBLOCK : 0));
@@ -56,7 +56,7 @@ int openPhc(const CardState& card, int flags) {
     }
     descriptor->writable.store((flags & O_ACCMODE) != O_RDONLY);
     descriptor->card.store(virtual_i210::stateForCall()->indexOf(card));
-    descriptor->kind.store(DescriptorKind::Phc, std::memory_order_release);
+    descriptor->kind.store(DescriptorKind::kPhc, std::memory_order_release);
     return fd;
 }
 
@@ -65,8 +65,16 @@ int opened(int fd) {
     return fd;
 }
 
-bool takesMode(int flags) {
-    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+/** The mode behind the flags, which only a call that may create a file is given. */
+mode_t modeOf(int flags, va_list arguments) {
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return creates ? va_arg(arguments, mode_t) : 0;
+}
+
+int openWith(decltype(&::openat) realOpen, int directory, const char* path, int flags,
+             mode_t mode) {
+    const CardState* card = cardOfPath(path);
+    return card != nullptr ? openPhc(*card, flags) : opened(realOpen(directory, path, flags, mode));
 }
 
 int copied(int from, int to) {
@@ -76,63 +84,47 @@ int copied(int from, int to) {
     return to;
 }
 
-bool copies(int command) {
-    return command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+int controlWith(decltype(&::fcntl) realControl, int fd, int command, void* argument) {
+    const int result = realControl(fd, command, argument);
+    const bool copies = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    return copies ? copied(fd, result) : result;
 }
 
 }  // namespace
 
 VIRTUAL_I210_EXPORT int open(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    const CardState* card = cardOfPath(path);
-    return card != nullptr ? openPhc(*card, flags) : opened(real().open(path, flags, mode));
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openWith(real().openat, AT_FDCWD, path, flags, mode);
 }
 
 VIRTUAL_I210_EXPORT int open64(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    const CardState* card = cardOfPath(path);
-    return card != nullptr ? openPhc(*card, flags) : opened(real().open64(path, flags, mode));
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openWith(real().openat64, AT_FDCWD, path, flags, mode);
 }
 
 VIRTUAL_I210_EXPORT int openat(int directory, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    const CardState* card = cardOfPath(path);
-    return card != nullptr ? openPhc(*card, flags)
-                           : opened(real().openat(directory, path, flags, mode));
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openWith(real().openat, directory, path, flags, mode);
 }
 
 VIRTUAL_I210_EXPORT int openat64(int directory, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    const CardState* card = cardOfPath(path);
-    return card != nullptr ? openPhc(*card, flags)
-                           : opened(real().openat64(directory, path, flags, mode));
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openWith(real().openat64, directory, path, flags, mode);
 }
 
-// What programs call that were compiled with checks on the arguments of open.
+/** What programs call that were compiled with checks on the arguments of open. */
 VIRTUAL_I210_EXPORT int __open_2(const char* path, int flags) {
     return open(path, flags);
 }
@@ -156,7 +148,7 @@ VIRTUAL_I210_EXPORT int close(int fd) {
 
 VIRTUAL_I210_EXPORT int close_range(unsigned first, unsigned last, int flags) noexcept {
     const int result = real().closeRange(first, last, flags);
-    const bool closes = (static_cast<unsigned>(flags) & 4u) == 0;  // not CLOSE_RANGE_CLOEXEC
+    const bool closes = (static_cast<unsigned>(flags) & CLOSE_RANGE_CLOEXEC) == 0;
     for (unsigned fd = first; result == 0 && closes && fd <= last; ++fd) {
         if (fd >= static_cast<unsigned>(virtual_i210::kMaxDescriptors)) {
             break;
@@ -183,8 +175,7 @@ VIRTUAL_I210_EXPORT int fcntl(int fd, int command, ...) {
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    const int result = real().fcntl(fd, command, argument);
-    return copies(command) ? copied(fd, result) : result;
+    return controlWith(real().fcntl, fd, command, argument);
 }
 
 VIRTUAL_I210_EXPORT int fcntl64(int fd, int command, ...) {
@@ -192,6 +183,5 @@ VIRTUAL_I210_EXPORT int fcntl64(int fd, int command, ...) {
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    const int result = real().fcntl64(fd, command, argument);
-    return copies(command) ? copied(fd, result) : result;
+    return controlWith(real().fcntl64, fd, command, argument);
 }

@@ -8,47 +8,39 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "PhcReading.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/PhcReading.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Timespec.h"
 
-// What the card's driver answers to requests about its clock and its interface.
+/** What the card's driver answers to requests about its clock and its interface. */
 
 namespace {
 
 using virtual_i210::CardState;
 using virtual_i210::Descriptor;
+using virtual_i210::failWith;
 using virtual_i210::real;
 
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
-constexpr int kMaxAdjustmentPpb = 62'499'999;
-
-int fail(int errorNumber) {
-    errno = errorNumber;
-    return -1;
+ptp_clock_time toPtpTime(std::int64_t ns) {
+    const virtual_i210::SplitTime parts = virtual_i210::split(ns);
+    ptp_clock_time time{};
+    time.sec = parts.seconds;
+    time.nsec = static_cast<__u32>(parts.ns);
+    return time;
 }
 
 ptp_clock_time systemTime() {
-    timespec now{};
-    real().clockGettime(CLOCK_REALTIME, &now);
-    ptp_clock_time time{};
-    time.sec = now.tv_sec;
-    time.nsec = static_cast<__u32>(now.tv_nsec);
-    return time;
+    return toPtpTime(virtual_i210::realtimeNowNs());
 }
 
 ptp_clock_time phcTime(CardState& card) {
-    const std::int64_t ns = virtual_i210::readPhcNs(card);
-    const std::int64_t below = (ns % kNsPerSecond + kNsPerSecond) % kNsPerSecond;
-    ptp_clock_time time{};
-    time.sec = (ns - below) / kNsPerSecond;
-    time.nsec = static_cast<__u32>(below);
-    return time;
+    return toPtpTime(virtual_i210::readPhcNs(card));
 }
 
 int answerCapabilities(void* argument) {
     ptp_clock_caps capabilities{};
-    capabilities.max_adj = kMaxAdjustmentPpb;
+    capabilities.max_adj = virtual_i210::kMaxAdjustmentPpb;
     std::memcpy(argument, &capabilities, sizeof capabilities);
     return 0;
 }
@@ -56,7 +48,7 @@ int answerCapabilities(void* argument) {
 int answerOffset(CardState& card, void* argument) {
     auto& request = *static_cast<ptp_sys_offset*>(argument);
     if (request.n_samples > PTP_MAX_SAMPLES) {
-        return fail(EINVAL);
+        return failWith(EINVAL);
     }
     ptp_clock_time* time = request.ts;
     for (unsigned i = 0; i < request.n_samples; ++i) {
@@ -70,7 +62,7 @@ int answerOffset(CardState& card, void* argument) {
 int answerExtendedOffset(CardState& card, void* argument) {
     auto& request = *static_cast<ptp_sys_offset_extended*>(argument);
     if (request.n_samples > PTP_MAX_SAMPLES) {
-        return fail(EINVAL);
+        return failWith(EINVAL);
     }
     for (unsigned i = 0; i < request.n_samples; ++i) {
         request.ts[i][0] = systemTime();
@@ -94,9 +86,9 @@ int phcIoctl(const Descriptor& phc, unsigned long request, void* argument) {
         return answerExtendedOffset(card, argument);
     case PTP_SYS_OFFSET_PRECISE:
     case PTP_SYS_OFFSET_PRECISE2:
-        return fail(EOPNOTSUPP);
+        return failWith(EOPNOTSUPP);
     default:
-        return fail(ENOTTY);
+        return failWith(ENOTTY);
     }
 }
 
@@ -118,7 +110,7 @@ int ethtoolIoctl(int fd, ifreq& request, CardState& card) {
     std::memcpy(&command, request.ifr_data, sizeof command);
     const auto refusal = static_cast<int>(card.faults.ethtoolErrno.load());
     if (refusal != 0) {
-        return fail(refusal);
+        return failWith(refusal);
     }
     const int result = real().ioctl(fd, SIOCETHTOOL, &request);
     if (result != 0) {
@@ -133,7 +125,7 @@ int ethtoolIoctl(int fd, ifreq& request, CardState& card) {
     return result;
 }
 
-// The card's filter for a wish, or nothing: it stamps either event messages or every frame.
+/** The card's filter for a wish, or nothing: it stamps either event messages or every frame. */
 bool chooseFilter(int wish, int& filter) {
     if (wish == HWTSTAMP_FILTER_NONE || wish == HWTSTAMP_FILTER_ALL) {
         filter = wish;
@@ -148,11 +140,11 @@ int setStamping(CardState& card, void* data) {
     std::memcpy(&config, data, sizeof config);
     int filter = 0;
     if (config.flags != 0) {
-        return fail(EINVAL);
+        return failWith(EINVAL);
     }
     if ((config.tx_type != HWTSTAMP_TX_OFF && config.tx_type != HWTSTAMP_TX_ON) ||
         !chooseFilter(config.rx_filter, filter)) {
-        return fail(ERANGE);
+        return failWith(ERANGE);
     }
     config.rx_filter = filter;
     card.txType.store(static_cast<std::uint32_t>(config.tx_type));
@@ -169,8 +161,8 @@ int getStamping(const CardState& card, void* data) {
     return 0;
 }
 
-// The kernel looks at the caller's rights and at the interface before it asks the driver, which
-// here is one that cannot stamp: that refusal alone is overruled.
+/** The kernel looks at the caller's rights and at the interface before it asks the driver, which
+ *  here is one that cannot stamp: that refusal alone is overruled. */
 int stampingIoctl(int fd, unsigned long request, ifreq& interface, CardState& card) {
     hwtstamp_config probe{};
     ifreq probing = interface;
@@ -183,7 +175,7 @@ int stampingIoctl(int fd, unsigned long request, ifreq& interface, CardState& ca
         return getStamping(card, interface.ifr_data);
     }
     const auto refusal = static_cast<int>(card.faults.hwtstampErrno.load());
-    return refusal != 0 ? fail(refusal) : setStamping(card, interface.ifr_data);
+    return refusal != 0 ? failWith(refusal) : setStamping(card, interface.ifr_data);
 }
 
 bool concernsCards(unsigned long request) {
@@ -197,7 +189,8 @@ VIRTUAL_I210_EXPORT int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (const Descriptor* phc = virtual_i210::descriptorOf(fd, virtual_i210::DescriptorKind::Phc)) {
+    if (const Descriptor* phc =
+            virtual_i210::descriptorOf(fd, virtual_i210::DescriptorKind::kPhc)) {
         return phcIoctl(*phc, request, argument);
     }
     auto* state = concernsCards(request) ? virtual_i210::stateForCall() : nullptr;

@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ControlMessages.h"
-#include "Descriptors.h"
-#include "Frame.h"
-#include "RealFunctions.h"
-#include "Stamping.h"
+#include "tools/virtual_i210/ControlMessages.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/Frame.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Stamping.h"
 
-// Calls that receive frames, and transmit timestamps from the error queue.
+/** Calls that receive frames, and transmit timestamps from the error queue. */
 
 namespace {
 
@@ -22,7 +22,7 @@ using virtual_i210::real;
 using virtual_i210::SeenFrame;
 using virtual_i210::StampReport;
 
-// What the kernel shall tell beside the bytes, whatever the caller has room for.
+/** What the kernel shall tell beside the bytes, whatever the caller has room for. */
 struct Reception {
     Reception() {
         message.msg_name = &name;
@@ -102,7 +102,7 @@ ssize_t receiveFrame(int fd, Descriptor& socket, msghdr& target, int flags) {
     return received;
 }
 
-// The frame comes back from the kernel as it was sent, perhaps disguised.
+/** The frame comes back from the kernel as it was sent, perhaps disguised. */
 ssize_t receiveTransmitStamp(int fd, const Descriptor& socket, msghdr& target, int flags) {
     std::uint8_t bytes[virtual_i210::kMaxFrameBytes];
     iovec whole{bytes, sizeof bytes};
@@ -156,26 +156,26 @@ ssize_t receiveBytes(int fd, Descriptor& socket, void* data, std::size_t length,
 }  // namespace
 
 VIRTUAL_I210_EXPORT ssize_t recvmsg(int fd, msghdr* message, int flags) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? receiveOnPacketSocket(fd, *socket, *message, flags)
                              : real().recvmsg(fd, message, flags);
 }
 
 VIRTUAL_I210_EXPORT ssize_t recvfrom(int fd, void* data, size_t length, int flags, sockaddr* name,
                                      socklen_t* nameLength) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? receiveBytes(fd, *socket, data, length, flags, name, nameLength)
                              : real().recvfrom(fd, data, length, flags, name, nameLength);
 }
 
 VIRTUAL_I210_EXPORT ssize_t recv(int fd, void* data, size_t length, int flags) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? receiveBytes(fd, *socket, data, length, flags, nullptr, nullptr)
                              : real().recv(fd, data, length, flags);
 }
 
 VIRTUAL_I210_EXPORT ssize_t read(int fd, void* data, size_t length) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? receiveBytes(fd, *socket, data, length, 0, nullptr, nullptr)
                              : real().read(fd, data, length);
 }

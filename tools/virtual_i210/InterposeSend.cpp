@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
-#include "Transmission.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Transmission.h"
 
-// Calls that send: frames on packet sockets, and ethtool's first question.
+/** Calls that send: frames on packet sockets, and ethtool's first question. */
 
 namespace {
 
@@ -19,7 +19,7 @@ using virtual_i210::descriptorOf;
 using virtual_i210::OutgoingFrame;
 using virtual_i210::real;
 
-// False when the message is larger than any frame.
+/** False when the message is larger than any frame. */
 bool gather(const msghdr& message, OutgoingFrame& frame) {
     for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
         const iovec& part = message.msg_iov[i];
@@ -45,8 +45,8 @@ int interfaceOf(int fd, const OutgoingFrame& frame) {
     return bound ? address.sll_ifindex : 0;
 }
 
-// Timestamp flags that a control message sets for this frame alone; false when there are other
-// control messages too, which only the kernel understands.
+/** Timestamp flags that a control message sets for this frame alone; false when there are other
+ *  control messages too, which only the kernel understands. */
 bool readPacketFlags(const msghdr& message, std::uint32_t& flags) {
     msghdr copy = message;
     for (cmsghdr* header = CMSG_FIRSTHDR(&copy); header != nullptr;
@@ -105,8 +105,8 @@ ssize_t sendBytes(int fd, Descriptor& socket, const void* data, std::size_t leng
     return sendOnPacketSocket(fd, socket, message, flags);
 }
 
-// Where ethtool asks for the number of the kernel's "ethtool" netlink family, the name is spoilt:
-// the tool then asks by ioctl, which the card answers.
+/** Where ethtool asks for the number of the kernel's "ethtool" netlink family, the name is spoilt:
+ *  the tool then asks by ioctl, which the card answers. */
 class FamilyQuestion {
 public:
     FamilyQuestion(const void* data, std::size_t length) {
@@ -137,10 +137,10 @@ private:
 
 VIRTUAL_I210_EXPORT ssize_t sendto(int fd, const void* data, size_t length, int flags,
                                    const sockaddr* name, socklen_t nameLength) {
-    if (Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket)) {
+    if (Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket)) {
         return sendBytes(fd, *socket, data, length, flags, name, nameLength);
     }
-    if (descriptorOf(fd, DescriptorKind::GenericNetlink) != nullptr) {
+    if (descriptorOf(fd, DescriptorKind::kGenericNetlink) != nullptr) {
         const FamilyQuestion question(data, length);
         return real().sendto(fd, question.concerns() ? question.bytes() : data, length, flags, name,
                              nameLength);
@@ -149,19 +149,19 @@ VIRTUAL_I210_EXPORT ssize_t sendto(int fd, const void* data, size_t length, int 
 }
 
 VIRTUAL_I210_EXPORT ssize_t send(int fd, const void* data, size_t length, int flags) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendBytes(fd, *socket, data, length, flags, nullptr, 0)
                              : real().send(fd, data, length, flags);
 }
 
 VIRTUAL_I210_EXPORT ssize_t write(int fd, const void* data, size_t length) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendBytes(fd, *socket, data, length, 0, nullptr, 0)
                              : real().write(fd, data, length);
 }
 
 VIRTUAL_I210_EXPORT ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-    Descriptor* socket = descriptorOf(fd, DescriptorKind::PacketSocket);
+    Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendOnPacketSocket(fd, *socket, *message, flags)
                              : real().sendmsg(fd, message, flags);
 }

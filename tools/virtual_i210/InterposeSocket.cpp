@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Descriptors.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
-// Sockets that frames or questions about a card go through, and their timestamping options.
+/** Sockets that frames or questions about a card go through, and their timestamping options. */
 
 namespace {
 
@@ -25,14 +25,14 @@ constexpr int kSocketTypeMask = 0xF;
 
 DescriptorKind kindOf(int domain, int type, int protocol) {
     if (domain == AF_PACKET && (type & kSocketTypeMask) == SOCK_RAW) {
-        return DescriptorKind::PacketSocket;
+        return DescriptorKind::kPacketSocket;
     }
     const bool generic = domain == AF_NETLINK && protocol == NETLINK_GENERIC;
-    return generic ? DescriptorKind::GenericNetlink : DescriptorKind::Foreign;
+    return generic ? DescriptorKind::kGenericNetlink : DescriptorKind::kForeign;
 }
 
-// The kernel's software timestamps carry the card's: the flags it needs to report them, without
-// those that would hide the frame that a transmit timestamp belongs to.
+/** The kernel's software timestamps carry the card's: the flags it needs to report them, without
+ *  those that would hide the frame that a transmit timestamp belongs to. */
 std::uint32_t kernelFlags(std::uint32_t wished) {
     if ((wished & kHardwareFlags) == 0) {
         return wished;
@@ -63,7 +63,7 @@ VIRTUAL_I210_EXPORT int socket(int domain, int type, int protocol) noexcept {
     const int fd = real().socket(domain, type, protocol);
     virtual_i210::forget(fd);
     const DescriptorKind kind = kindOf(domain, type, protocol);
-    Descriptor* descriptor = kind == DescriptorKind::Foreign ? nullptr : descriptorAt(fd);
+    Descriptor* descriptor = kind == DescriptorKind::kForeign ? nullptr : descriptorAt(fd);
     if (descriptor != nullptr && virtual_i210::stateForCall() != nullptr) {
         descriptor->stampFlags.store(0);
         descriptor->cardOfInterface.store(0);
@@ -77,7 +77,7 @@ VIRTUAL_I210_EXPORT int setsockopt(int fd, int level, int option, const void* va
                                    socklen_t length) noexcept {
     const bool stamping = level == SOL_SOCKET && option == SO_TIMESTAMPING && value != nullptr &&
                           length >= sizeof(std::uint32_t);
-    Descriptor* socket = stamping ? descriptorOf(fd, DescriptorKind::PacketSocket) : nullptr;
+    Descriptor* socket = stamping ? descriptorOf(fd, DescriptorKind::kPacketSocket) : nullptr;
     return socket != nullptr ? setStampFlags(fd, *socket, value, length)
                              : real().setsockopt(fd, level, option, value, length);
 }
@@ -87,7 +87,7 @@ VIRTUAL_I210_EXPORT int getsockopt(int fd, int level, int option, void* value,
     const int result = real().getsockopt(fd, level, option, value, length);
     const bool stamping = result == 0 && level == SOL_SOCKET && option == SO_TIMESTAMPING &&
                           *length >= sizeof(std::uint32_t);
-    const Descriptor* socket = stamping ? descriptorOf(fd, DescriptorKind::PacketSocket) : nullptr;
+    const Descriptor* socket = stamping ? descriptorOf(fd, DescriptorKind::kPacketSocket) : nullptr;
     if (socket != nullptr) {
         const std::uint32_t wished = socket->stampFlags.load();
         std::memcpy(value, &wished, sizeof wished);

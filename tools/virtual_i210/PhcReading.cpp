@@ -1,20 +1,20 @@
-#include "PhcReading.h"
+#include "tools/virtual_i210/PhcReading.h"
 
-#include "Random.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 
 std::int64_t readPhcNs(CardState& card) {
     const std::uint64_t startRawNs = rawNowNs();
     const std::uint64_t number =
-        card.counters[static_cast<std::size_t>(Counter::ClockReadings)].fetch_add(1);
-    const std::uint64_t extra =
-        seededRandom(card.seed, 2, number) % (std::uint64_t{card.readJitterNs} + 1);
+        card.counters[static_cast<std::size_t>(Counter::kClockReadings)].fetch_add(1);
+    const std::uint64_t extra = seededRandom(card.seed, RandomStream::kReadDuration, number) %
+                                (std::uint64_t{card.readJitterNs} + 1);
     const std::uint64_t durationNs = card.readNs + extra;
     // The fixed part of a read across the bus has its latch in the middle; what congestion adds
     // falls on either side of it.
     const std::uint64_t latchNs =
-        card.readNs / 2 + seededRandom(card.seed, 3, number) % (extra + 1);
+        card.readNs / 2 + seededRandom(card.seed, RandomStream::kReadLatch, number) % (extra + 1);
     const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
     while (rawNowNs() < startRawNs + durationNs) {
     }

@@ -4,7 +4,7 @@
 
 namespace virtual_i210 {
 
-// Mixes all bits of a 64-bit value; the same value gives the same result in every process.
+/** Mixes all bits of a 64-bit value; the same value gives the same result in every process. */
 inline std::uint64_t mixBits(std::uint64_t value) {
     value += 0x9E3779B97F4A7C15u;
     value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9u;
@@ -12,9 +12,18 @@ inline std::uint64_t mixBits(std::uint64_t value) {
     return value ^ (value >> 31);
 }
 
-// The `counter`-th number of one of the independent streams that grow from a seed.
-inline std::uint64_t seededRandom(std::uint64_t seed, std::uint64_t stream, std::uint64_t counter) {
-    return mixBits(mixBits(mixBits(seed) ^ stream) ^ counter);
+/** What random numbers are for; each has an independent stream. */
+enum class RandomStream : std::uint64_t {
+    kWanderPhase,
+    kCardSeed,
+    kReadDuration,
+    kReadLatch,
+    kReceiveJitter,
+};
+
+/** The `counter`-th number of one of the streams that grow from a seed. */
+inline std::uint64_t seededRandom(std::uint64_t seed, RandomStream stream, std::uint64_t counter) {
+    return mixBits(mixBits(mixBits(seed) ^ static_cast<std::uint64_t>(stream)) ^ counter);
 }
 
 }  // namespace virtual_i210

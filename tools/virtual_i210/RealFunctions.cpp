@@ -1,4 +1,4 @@
-#include "RealFunctions.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 #include <dlfcn.h>
 
@@ -12,8 +12,6 @@ void find(Function& function, const char* name) {
 }
 
 void findDescriptorCalls(RealFunctions& functions) {
-    find(functions.open, "open");
-    find(functions.open64, "open64");
     find(functions.openat, "openat");
     find(functions.openat64, "openat64");
     find(functions.close, "close");

@@ -7,12 +7,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace virtual_i210 {
 
-// What the program would have called without this library.
+/** What the program would have called without this library. */
 struct RealFunctions {
-    decltype(&::open) open;
-    decltype(&::open64) open64;
     decltype(&::openat) openat;
     decltype(&::openat64) openat64;
     decltype(&::close) close;
@@ -40,8 +40,14 @@ struct RealFunctions {
     decltype(&::read) read;
 };
 
-// Found at first use: other libraries' constructors may call before ours runs.
+/** Found at first use: other libraries' constructors may call before ours runs. */
 const RealFunctions& real();
+
+/** Ends a call as a system call that failed. */
+inline int failWith(int errorNumber) {
+    errno = errorNumber;
+    return -1;
+}
 
 }  // namespace virtual_i210
 

@@ -1,12 +1,12 @@
-#include "Stamping.h"
+#include "tools/virtual_i210/Stamping.h"
 
 #include <linux/net_tstamp.h>
 
 #include <algorithm>
 
-#include "Frame.h"
-#include "Random.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/Frame.h"
+#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/Timespec.h"
 
 namespace virtual_i210 {
 
@@ -14,24 +14,18 @@ namespace {
 
 constexpr std::uint64_t kSpinNs = 60'000;
 
-std::int64_t realtimeNs() {
-    timespec now{};
-    real().clockGettime(CLOCK_REALTIME, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
-
-// The instant of a kernel timestamp. Not knowing it is taken as now; an error of the two
-// readings makes the instant late, never early.
+/** The instant of a kernel timestamp. Not knowing it is taken as now; an error of the two readings
+ *  makes the instant late, never early. */
 std::uint64_t instantOf(const std::optional<std::int64_t>& softwareNs) {
     if (!softwareNs) {
         return rawNowNs();
     }
-    const std::int64_t agoNs = realtimeNs() - *softwareNs;
+    const std::int64_t agoNs = realtimeNowNs() - *softwareNs;
     return rawNowNs() - static_cast<std::uint64_t>(agoNs);
 }
 
-// The sending of a frame that this socket receives. Equal frames are given in the order of their
-// sending; without a kernel timestamp that order alone tells which one this is.
+/** The sending of a frame that this socket receives. Equal frames are given in the order of their
+ *  sending; without a kernel timestamp that order alone tells which one this is. */
 std::optional<SentEvent> findReceived(Descriptor& socket, const SeenFrame& frame,
                                       const PtpFrame& ptp, std::uint64_t seenRawNs) {
     const std::uint64_t key = eventKey(frame.bytes, ptp);
@@ -51,16 +45,14 @@ std::optional<SentEvent> findReceived(Descriptor& socket, const SeenFrame& frame
 
 std::uint64_t receiveJitterNs(const CardState& card, const SentEvent& sent) {
     const std::uint64_t width = 2 * std::uint64_t{card.jitterNs} + 1;
-    return seededRandom(card.seed, 4, sent.key ^ sent.rawNs) % width;
+    return seededRandom(card.seed, RandomStream::kReceiveJitter, sent.key ^ sent.rawNs) % width;
 }
 
 void waitUntil(std::uint64_t rawNs) {
     std::uint64_t now = rawNowNs();
     if (now + kSpinNs < rawNs) {
         const std::uint64_t sleepNs = rawNs - now - kSpinNs;
-        timespec duration{};
-        duration.tv_sec = static_cast<time_t>(sleepNs / 1'000'000'000u);
-        duration.tv_nsec = static_cast<long>(sleepNs % 1'000'000'000u);
+        const timespec duration = toTimespec(static_cast<std::int64_t>(sleepNs));
         nanosleep(&duration, nullptr);
     }
     while (now < rawNs) {
@@ -84,10 +76,10 @@ std::optional<std::int64_t> receiveStamp(CardState& card, Descriptor& socket,
         return std::nullopt;
     }
     if (!sent) {
-        card.count(Counter::RxFallbacks);
+        card.count(Counter::kRxFallbacks);
         return card.shownPhcNs(seenRawNs);
     }
-    card.count(Counter::RxTimestamps);
+    card.count(Counter::kRxTimestamps);
     return card.shownPhcNs(sent->rawNs + card.cableNs + receiveJitterNs(card, *sent) -
                            card.jitterNs);
 }
@@ -103,7 +95,7 @@ std::optional<std::int64_t> transmitStamp(const Descriptor& socket, const SeenFr
         return std::nullopt;
     }
     CardState& card = attachedState()->cards[sent->card % kMaxCards];
-    card.count(Counter::TxTimestamps);
+    card.count(Counter::kTxTimestamps);
     return card.shownPhcNs(sent->rawNs);
 }
 

@@ -1,4 +1,4 @@
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -7,13 +7,15 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
-#include "Random.h"
+#include "tools/common/OwnDescriptor.h"
+#include "tools/virtual_i210/Random.h"
 
 namespace virtual_i210 {
 
 namespace {
+
+using tools::OwnDescriptor;
 
 constexpr std::uint64_t kMagic = 0x7669323130636172u;
 constexpr std::uint32_t kLayoutVersion = 1;
@@ -32,30 +34,7 @@ std::uint64_t hashText(const std::string& text) {
                       "; choose a writable path with state=/dev/shm/NAME");
 }
 
-std::uint64_t realtimeNs() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u +
-           static_cast<std::uint64_t>(now.tv_nsec);
-}
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-SharedState& mapDescriptor(const Descriptor& descriptor, const std::string& path) {
+SharedState& mapDescriptor(const OwnDescriptor& descriptor, const std::string& path) {
     void* memory =
         mmap(nullptr, sizeof(SharedState), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor.get(), 0);
     if (memory == MAP_FAILED) {
@@ -83,24 +62,26 @@ void initialiseCard(CardState& card, const CardConfig& config, std::uint64_t see
     card.clock.initialise(startAt(phcNs, rates, card.wander(), rawNowNs()));
 }
 
-// The memory is fresh from ftruncate: all atomics begin as zero.
+/** The memory is fresh from ftruncate: all atomics begin as zero. */
 void initialise(SharedState& state, const Config& config) {
     state.magic = kMagic;
     state.version = kLayoutVersion;
     state.cardCount = static_cast<std::uint32_t>(config.cards.size());
     state.size = sizeof(SharedState);
     state.configHash = hashText(config.text);
-    const std::uint64_t epochNs = config.epochNs ? *config.epochNs : realtimeNs();
+    const std::uint64_t epochNs =
+        config.epochNs ? *config.epochNs : static_cast<std::uint64_t>(realtimeNowNs());
     for (std::size_t i = 0; i < config.cards.size(); ++i) {
-        initialiseCard(state.cards[i], config.cards[i], seededRandom(config.seed, 1, i), epochNs);
+        initialiseCard(state.cards[i], config.cards[i],
+                       seededRandom(config.seed, RandomStream::kCardSeed, i), epochNs);
     }
 }
 
-// The file appears under its name only when it is complete; false when another process won.
+/** The file appears under its name only when it is complete; false when another process won. */
 bool createState(const Config& config) {
     std::string temporary = config.statePath + ".XXXXXX";
-    const Descriptor descriptor(mkostemp(temporary.data(), O_CLOEXEC));
-    if (descriptor.get() < 0) {
+    const OwnDescriptor descriptor(mkostemp(temporary.data(), O_CLOEXEC));
+    if (!descriptor.isOpen()) {
         fail(config.statePath, "create");
     }
     bool created = false;
@@ -120,7 +101,7 @@ bool createState(const Config& config) {
     return created;
 }
 
-SharedState& openState(const Descriptor& descriptor, const Config& config) {
+SharedState& openState(const OwnDescriptor& descriptor, const Config& config) {
     struct stat status {};
     if (fstat(descriptor.get(), &status) != 0) {
         fail(config.statePath, "examine");
@@ -199,8 +180,8 @@ const CardState* SharedState::peerOf(const CardState& card) const {
 
 SharedState& mapState(const Config& config) {
     for (;;) {
-        const Descriptor descriptor(open(config.statePath.c_str(), O_RDWR | O_CLOEXEC));
-        if (descriptor.get() >= 0) {
+        const OwnDescriptor descriptor(open(config.statePath.c_str(), O_RDWR | O_CLOEXEC));
+        if (descriptor.isOpen()) {
             return openState(descriptor, config);
         }
         if (errno != ENOENT) {

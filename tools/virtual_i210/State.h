@@ -4,28 +4,28 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Clock.h"
-#include "Config.h"
-#include "EventRing.h"
-#include "Faults.h"
+#include "tools/virtual_i210/Clock.h"
+#include "tools/virtual_i210/Config.h"
+#include "tools/virtual_i210/EventRing.h"
+#include "tools/virtual_i210/Faults.h"
 
 namespace virtual_i210 {
 
 enum class Counter : std::uint32_t {
-    PtpFramesSent,
-    EventFramesSent,
-    TxTimestamps,
-    RxTimestamps,
-    RxFallbacks,
-    FramesSwallowed,
-    ClockReadings,
-    ClockAdjustments,
+    kPtpFramesSent,
+    kEventFramesSent,
+    kTxTimestamps,
+    kRxTimestamps,
+    kRxFallbacks,
+    kFramesSwallowed,
+    kClockReadings,
+    kClockAdjustments,
 };
 
 constexpr std::size_t kCounters = 8;
 
-// Everything the processes that use one virtual card share. Parameters never change after
-// creation; the rest is atomic.
+/** Everything the processes that use one virtual card share. Parameters never change after
+ *  creation; the rest is atomic. */
 struct CardState {
     char ifName[16];
     std::int32_t phcIndex;
@@ -52,9 +52,9 @@ struct CardState {
         return counters[static_cast<std::size_t>(counter)].load(std::memory_order_relaxed);
     }
 
-    // Clock time at an instant, rounded down to a nanosecond.
+    /** Clock time at an instant, rounded down to a nanosecond. */
     std::int64_t phcNs(std::uint64_t rawNs) const;
-    // The same as the card shows it, rounded down to its granularity.
+    /** The same as the card shows it, rounded down to its granularity. */
     std::int64_t shownPhcNs(std::uint64_t rawNs) const;
 
     void setPhc(std::int64_t phcNs);
@@ -86,7 +86,7 @@ struct SharedState {
     std::uint32_t indexOf(const CardState& card) const {
         return static_cast<std::uint32_t>(&card - cards);
     }
-    // The card at the other end of the cable: with exactly two cards, the other one.
+    /** The card at the other end of the cable: with exactly two cards, the other one. */
     const CardState* peerOf(const CardState& card) const;
 };
 
@@ -94,10 +94,11 @@ static_assert(offsetof(SharedState, cards) == 32);
 static_assert(offsetof(SharedState, events) == 32 + kMaxCards * sizeof(CardState));
 static_assert(sizeof(SharedState) == offsetof(SharedState, events) + sizeof(EventRing));
 
-// Maps the state of these cards, creating it when this is the first process. Throws ConfigError.
+/** Maps the state of these cards, creating it when this is the first process. Throws
+ *  ConfigError. */
 SharedState& mapState(const Config& config);
 
-// The state that this process attached to, or null.
+/** The state that this process attached to, or null. */
 SharedState* attachedState();
 
 }  // namespace virtual_i210

@@ -4,9 +4,9 @@
 #include <functional>
 #include <map>
 
-#include "VirtualI210.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
-// Shows the virtual cards of VIRTUAL_I210 and gives orders to them.
+/** Shows the virtual cards of VIRTUAL_I210 and gives orders to them. */
 
 namespace {
 
@@ -14,9 +14,9 @@ using virtual_i210::Fault;
 using virtual_i210::FaultOrder;
 
 const std::map<std::string, Fault> kFaults = {
-    {"stamp-lost", Fault::TxTimestampLost}, {"stamp-late", Fault::TxTimestampLate},
-    {"drop", Fault::FrameDropped},          {"duplicate", Fault::FrameDuplicated},
-    {"reorder", Fault::FrameReordered},     {"corrupt", Fault::FrameCorrupted},
+    {"stamp-lost", Fault::kTxTimestampLost}, {"stamp-late", Fault::kTxTimestampLate},
+    {"drop", Fault::kFrameDropped},          {"duplicate", Fault::kFrameDuplicated},
+    {"reorder", Fault::kFrameReordered},     {"corrupt", Fault::kFrameCorrupted},
 };
 
 void showCard(const virtual_i210::Card& card) {
@@ -52,7 +52,7 @@ void show() {
     }
 }
 
-// What the command line of one call says.
+/** What the command line of one call says. */
 struct Order {
     std::string ifName;
     std::string fault;

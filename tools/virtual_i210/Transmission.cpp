@@ -1,4 +1,4 @@
-#include "Transmission.h"
+#include "tools/virtual_i210/Transmission.h"
 
 #include <linux/net_tstamp.h>
 #include <signal.h>
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <thread>
 
-#include "ControlMessages.h"
-#include "RealFunctions.h"
+#include "tools/virtual_i210/ControlMessages.h"
+#include "tools/virtual_i210/RealFunctions.h"
 
 namespace virtual_i210 {
 
@@ -20,13 +20,13 @@ using FrameCopy = std::unique_ptr<OutgoingFrame>;
 
 std::mutex heldMutex;
 
-// Frames that wait for the next one of their card to overtake them.
+/** Frames that wait for the next one of their card to overtake them. */
 std::array<FrameCopy, kMaxCards>& heldFrames() {
     static auto* const frames = new std::array<FrameCopy, kMaxCards>;
     return *frames;
 }
 
-// A copy that outlives the call, on a descriptor of its own; null when there is none left.
+/** A copy that outlives the call, on a descriptor of its own; null when there is none left. */
 FrameCopy keep(const OutgoingFrame& frame) {
     const int fd = real().fcntl(frame.fd, F_DUPFD_CLOEXEC, 3);
     if (fd < 0) {
@@ -37,8 +37,8 @@ FrameCopy keep(const OutgoingFrame& frame) {
     return copy;
 }
 
-// Hands the bytes to the kernel. It stamps a frame for us only when told so with the frame; a
-// socket-wide option would also report frames that the card does not stamp.
+/** Hands the bytes to the kernel. It stamps a frame for us only when told so with the frame; a
+ *  socket-wide option would also report frames that the card does not stamp. */
 ssize_t emit(OutgoingFrame& frame, bool stamped) {
     iovec data{frame.bytes, frame.length};
     msghdr message{};
@@ -73,7 +73,7 @@ void noteInstant(const OutgoingFrame& frame) {
     event.rawNs = rawNowNs();
     state.events.note(event);
     if (frame.ptp.isEvent()) {
-        frame.card->count(Counter::EventFramesSent);
+        frame.card->count(Counter::kEventFramesSent);
     }
 }
 
@@ -82,9 +82,9 @@ ssize_t emitNoted(OutgoingFrame& frame, bool stamped) {
     return emit(frame, stamped);
 }
 
-// The network loses the frame behind the card: its timestamp still comes.
+/** The network loses the frame behind the card: its timestamp still comes. */
 ssize_t emitStampOnly(OutgoingFrame& frame) {
-    frame.card->count(Counter::FramesSwallowed);
+    frame.card->count(Counter::kFramesSwallowed);
     if (!frame.wantsStamp) {
         return static_cast<ssize_t>(frame.length);
     }
@@ -112,7 +112,7 @@ void startLateStamp(const OutgoingFrame& frame, std::uint64_t delayNs) {
     try {
         std::thread(emitLateStamp, std::move(copy), delayNs).detach();
     } catch (const std::system_error&) {
-        frame.card->count(Counter::FramesSwallowed);
+        frame.card->count(Counter::kFramesSwallowed);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -145,13 +145,13 @@ bool hold(const OutgoingFrame& frame) {
     return true;
 }
 
-// Passes the frame to the network now, its timestamp as ordered.
+/** Passes the frame to the network now, its timestamp as ordered. */
 ssize_t emitWithStampFaults(OutgoingFrame& frame) {
     FaultBoard& faults = frame.card->faults;
-    if (!frame.wantsStamp || faults.take(Fault::TxTimestampLost, frame.ptp.messageType)) {
+    if (!frame.wantsStamp || faults.take(Fault::kTxTimestampLost, frame.ptp.messageType)) {
         return emitNoted(frame, false);
     }
-    const auto late = faults.take(Fault::TxTimestampLate, frame.ptp.messageType);
+    const auto late = faults.take(Fault::kTxTimestampLate, frame.ptp.messageType);
     const ssize_t sent = emitNoted(frame, !late);
     if (late && sent >= 0) {
         startLateStamp(frame, late->lateNs);
@@ -164,23 +164,23 @@ ssize_t emitWithStampFaults(OutgoingFrame& frame) {
 ssize_t transmit(OutgoingFrame& frame) {
     FaultBoard& faults = frame.card->faults;
     const unsigned type = frame.ptp.messageType;
-    frame.card->count(Counter::PtpFramesSent);
+    frame.card->count(Counter::kPtpFramesSent);
     if (isLinkDown(*frame.card)) {
-        frame.card->count(Counter::FramesSwallowed);
+        frame.card->count(Counter::kFramesSwallowed);
         return static_cast<ssize_t>(frame.length);
     }
-    if (const auto order = faults.take(Fault::FrameCorrupted, type)) {
+    if (const auto order = faults.take(Fault::kFrameCorrupted, type)) {
         corrupt(frame, *order);
     }
-    if (faults.take(Fault::FrameDropped, type)) {
+    if (faults.take(Fault::kFrameDropped, type)) {
         return emitStampOnly(frame);
     }
     const FrameCopy overtaken = takeHeld(frame);
-    if (overtaken == nullptr && faults.take(Fault::FrameReordered, type) && hold(frame)) {
+    if (overtaken == nullptr && faults.take(Fault::kFrameReordered, type) && hold(frame)) {
         return emitStampOnly(frame);
     }
     const ssize_t sent = emitWithStampFaults(frame);
-    if (faults.take(Fault::FrameDuplicated, type)) {
+    if (faults.take(Fault::kFrameDuplicated, type)) {
         emitNoted(frame, false);
     }
     if (overtaken != nullptr) {

@@ -1,11 +1,11 @@
-#include "VirtualI210.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
 
-#include "State.h"
+#include "tools/virtual_i210/State.h"
 
 namespace virtual_i210 {
 
@@ -85,14 +85,14 @@ std::vector<Card> cards() {
 Counters counters(const std::string& ifName) {
     const CardState& card = cardNamed(ifName);
     Counters result;
-    result.ptpFramesSent = card.counted(Counter::PtpFramesSent);
-    result.eventFramesSent = card.counted(Counter::EventFramesSent);
-    result.txTimestamps = card.counted(Counter::TxTimestamps);
-    result.rxTimestamps = card.counted(Counter::RxTimestamps);
-    result.rxFallbacks = card.counted(Counter::RxFallbacks);
-    result.framesSwallowed = card.counted(Counter::FramesSwallowed);
-    result.clockReadings = card.counted(Counter::ClockReadings);
-    result.clockAdjustments = card.counted(Counter::ClockAdjustments);
+    result.ptpFramesSent = card.counted(Counter::kPtpFramesSent);
+    result.eventFramesSent = card.counted(Counter::kEventFramesSent);
+    result.txTimestamps = card.counted(Counter::kTxTimestamps);
+    result.rxTimestamps = card.counted(Counter::kRxTimestamps);
+    result.rxFallbacks = card.counted(Counter::kRxFallbacks);
+    result.framesSwallowed = card.counted(Counter::kFramesSwallowed);
+    result.clockReadings = card.counted(Counter::kClockReadings);
+    result.clockAdjustments = card.counted(Counter::kClockAdjustments);
     return result;
 }
 

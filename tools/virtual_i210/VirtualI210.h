@@ -6,26 +6,26 @@
 #include <string>
 #include <vector>
 
-#include "Clock.h"
-#include "Faults.h"
+#include "tools/virtual_i210/Clock.h"
+#include "tools/virtual_i210/Faults.h"
 
 namespace virtual_i210 {
 
-// Makes the cards of a configuration text (or of a file, see README.md) known to this process,
-// creating their shared state when it is the first. Throws std::runtime_error with one line.
-// Repeated calls keep the first configuration.
+/** Makes the cards of a configuration text (or of a file, see README.md) known to this process,
+ *  creating their shared state when it is the first. Throws std::runtime_error with one line.
+ *  Repeated calls keep the first configuration. */
 void attach(const std::string& configText);
 
-// The same with the VIRTUAL_I210 variable; false when it is not set.
+/** The same with the VIRTUAL_I210 variable; false when it is not set. */
 bool attachFromEnvironment();
 
 struct Card {
     std::string ifName;
     std::int32_t phcIndex = 0;
-    double ratePpb = 0.0;        // own rate error now
-    double adjustmentPpb = 0.0;  // set by clock_adjtime
+    double ratePpb = 0.0;       /**< own rate error now */
+    double adjustmentPpb = 0.0; /**< set by clock_adjtime */
     double wanderPpb = 0.0;
-    std::int64_t offsetNs = 0;  // from the epoch at creation
+    std::int64_t offsetNs = 0; /**< from the epoch at creation */
     std::uint32_t granularityNs = 0;
     std::uint32_t cableNs = 0;
     std::uint32_t jitterNs = 0;
@@ -47,29 +47,32 @@ struct Counters {
 };
 
 struct EventFrame {
-    std::string ifName;  // the sender
+    std::string ifName; /**< the sender */
     std::uint64_t rawNs = 0;
     unsigned messageType = 0;
     unsigned sequenceId = 0;
 };
 
-// All of these attach by the environment when attach was not called, and throw
-// std::runtime_error for an interface that is no card.
+/** All of these attach by the environment when attach was not called, and throw std::runtime_error
+ *  for an interface that is no card. */
 std::vector<Card> cards();
 Counters counters(const std::string& ifName);
-// Of all cards, oldest first.
+/** Of all cards, oldest first. */
 std::vector<EventFrame> latestEventFrames(std::size_t most);
 
-// The exact clock time of a card at an instant of CLOCK_MONOTONIC_RAW, without granularity or
-// jitter; nothing for an interface that is no card.
+/** The exact clock time of a card at an instant of CLOCK_MONOTONIC_RAW, without granularity or
+ *  jitter; nothing for an interface that is no card. */
 std::optional<std::uint64_t> truePhcNs(const char* ifName, std::uint64_t rawNs);
 
 void orderFault(const std::string& ifName, const FaultOrder& order);
 std::uint32_t remainingFaults(const std::string& ifName, Fault fault);
 void setLink(const std::string& ifName, bool up);
 void hidePhc(const std::string& ifName, bool hidden);
-void refuseHwtstamp(const std::string& ifName, int errorNumber);  // 0 allows it again
+
+/** Lets the driver's answers fail with this errno; 0 allows them again. */
+void refuseHwtstamp(const std::string& ifName, int errorNumber);
 void refuseEthtool(const std::string& ifName, int errorNumber);
+
 void clearFaults(const std::string& ifName);
 
 void stepPhc(const std::string& ifName, std::int64_t deltaNs);

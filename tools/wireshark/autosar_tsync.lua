@@ -1,6 +1,9 @@
 -- Wireshark dissector of the AUTOSAR time-sync sub-TLVs in PTP Follow_Up messages, with a check of
 -- their CRCs. It adds a tree of its own behind Wireshark's PTP tree.
 --
+-- An implementation of its own beside the library's and that of tsyn check, on purpose: a fault in
+-- the library's tables must not hide itself.
+--
 -- Wireshark: copy it to the personal Lua plugins folder (Help, About, Folders).
 -- tshark:    tshark -X lua_script:autosar_tsync.lua \
 --                -o autosar_tsync.data_id_list:101112131415161718191a1b1c1d1e1f -r FILE -V

@@ -1,0 +1,1 @@
+// The precompiled header belongs to a target; this one has nothing else.

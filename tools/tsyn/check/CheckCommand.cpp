@@ -1,0 +1,49 @@
+#include "tools/tsyn/check/CheckCommand.h"
+
+#include <cstdio>
+
+#include "tools/tsyn/check/CaptureFile.h"
+#include "tools/tsyn/check/CheckReport.h"
+
+namespace tsyn {
+namespace {
+
+constexpr int kAllRight = 0;
+constexpr int kFindings = 1;
+constexpr int kUnreadable = 2;
+
+int fail(const std::string& problem) {
+    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
+    return kUnreadable;
+}
+
+}  // namespace
+
+int checkCommand(const CheckOptions& options) {
+    CaptureFile capture;
+    const std::string problem = capture.open(options.file);
+    if (!problem.empty()) {
+        return fail(problem);
+    }
+    FollowUpChecker checker(options.dataIds());
+    CaptureFrame frame;
+    while (capture.next(frame)) {
+        checker.add(frame);
+    }
+    const CheckResult& result = checker.result();
+    if (options.json) {
+        std::printf("%s\n", checkJson(options.file, result).c_str());
+    } else {
+        for (const Finding& finding : result.findings) {
+            std::printf("%s\n", findingLine(finding).c_str());
+        }
+        std::printf("%s\n", checkSummary(options.file, result).c_str());
+    }
+    // What stood before the damage has been checked all the same.
+    if (!capture.error().empty()) {
+        return fail(capture.error());
+    }
+    return result.findings.empty() ? kAllRight : kFindings;
+}
+
+}  // namespace tsyn

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "tools/tsyn/check/FollowUpTlvs.h"
+
+namespace CLI {
+class App;
+}
+
+namespace tsyn {
+
+/** What `tsyn check` was asked to do. */
+struct CheckOptions {
+    std::string file;
+    std::string dataIdList;
+    bool json = false;
+
+    DataIdList dataIds() const;
+};
+
+/** Declares the options of `tsyn check` on its subcommand; parsing fills the record. */
+void addCheckOptions(CLI::App& command, CheckOptions& options);
+
+}  // namespace tsyn

@@ -1,0 +1,189 @@
+#include "tools/tsyn/run/StatusReport.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "base/Extended80.h"
+#include "tools/tsyn/Abi.h"
+
+namespace tsyn {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+std::string formatted(const char* format, ...) {
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+double ratePpm(const gPtpTimeDataStruct& record) {
+    const long double ratio = loadExtended(record.rateRatio1);
+    return ratio == 0.0L ? 0.0 : static_cast<double>((ratio - 1.0L) * 1e6L);
+}
+
+std::string timeText(const Status& status) {
+    return status.hasTime ? formatted("%llu.%09u", status.seconds, status.nanoseconds) : "-";
+}
+
+Json secondsOrNull(const std::optional<double>& value) {
+    return value ? Json(*value) : Json(nullptr);
+}
+
+bool hasSubTlvs(const SubTlvTracker* tracker) {
+    return tracker != nullptr && tracker->last();
+}
+
+std::string userDataText(const TSynUserData& userData) {
+    std::string text;
+    for (std::size_t i = 0; i < std::min<std::size_t>(userData.length, sizeof userData.bytes);
+         ++i) {
+        text += formatted("%02x", userData.bytes[i]);
+    }
+    return text;
+}
+
+std::string subTlvText(const SubTlvTracker& tracker) {
+    const SubTlvReading& last = *tracker.last();
+    const std::string userData = userDataText(last.userData);
+    return formatted("  tlv %s (%lu of %lu valid) status 0x%02x user data %s",
+                     allCrcsValid(last) ? "valid" : "WRONG CRC", tracker.allValid(),
+                     tracker.followUps(), last.status, userData.empty() ? "-" : userData.c_str());
+}
+
+Json subTlvJson(const SubTlvTracker& tracker) {
+    const SubTlvReading& last = *tracker.last();
+    Json valid = Json::object();
+    for (unsigned int i = 0; i < recordedCrcs(last); ++i) {
+        const unsigned int kind = last.report.crcKinds[i];
+        if (kind < kCrcFieldCount) {
+            valid[crcFieldName(static_cast<CrcField>(kind))] = last.report.valid[i] == 1;
+        }
+    }
+    return {{"count", static_cast<unsigned int>(last.report.count)},
+            {"valid", valid},
+            {"status", last.status},
+            {"user_data", userDataText(last.userData)},
+            {"follow_ups", tracker.followUps()},
+            {"all_valid", tracker.allValid()}};
+}
+
+std::optional<double> validAfterSync(const RunSummary& summary) {
+    if (!summary.firstSyncS || !summary.firstValidS) {
+        return {};
+    }
+    return *summary.firstValidS - *summary.firstSyncS;
+}
+
+}  // namespace
+
+std::string statusLine(const Status& status) {
+    std::string line = formatted("%6.1f s  %-12s  time %s", status.elapsedS,
+                                 stateName(status.state), timeText(status).c_str());
+    if (status.record) {
+        const gPtpTimeDataStruct& record = *status.record;
+        line += formatted("  seq %u", record.sequenceId);
+        if (!status.master) {
+            line += formatted(
+                "  offset %lld ns  rate %+.3f ppm  link %lld ns  sync %u accepted %u rejected",
+                record.masterOffset, ratePpm(record), record.linkDelay, record.acceptedSync,
+                record.rejectedSync);
+        }
+    }
+    if (hasSubTlvs(status.subTlvs)) {
+        line += subTlvText(*status.subTlvs);
+    }
+    if (status.truthErrorNs) {
+        line += formatted("  error %+lld ns", *status.truthErrorNs);
+    }
+    return line;
+}
+
+std::string statusJson(const std::string& interfaceName, const Status& status) {
+    Json json = {{"event", "status"},
+                 {"interface", interfaceName},
+                 {"role", status.master ? "master" : "slave"},
+                 {"t_s", status.elapsedS},
+                 {"state", stateName(status.state)},
+                 {"seconds", nullptr},
+                 {"nanoseconds", nullptr}};
+    if (status.hasTime) {
+        json["seconds"] = status.seconds;
+        json["nanoseconds"] = status.nanoseconds;
+    }
+    if (status.record) {
+        const gPtpTimeDataStruct& record = *status.record;
+        // Converted first: no reference may be bound to a member of the packed record.
+        json["sequence_id"] = static_cast<unsigned int>(record.sequenceId);
+        json["offset_ns"] = static_cast<long long>(record.masterOffset);
+        json["rate_ppm"] = ratePpm(record);
+        json["link_delay_ns"] = static_cast<long long>(record.linkDelay);
+        json["sync_accepted"] = static_cast<unsigned int>(record.acceptedSync);
+        json["sync_rejected"] = static_cast<unsigned int>(record.rejectedSync);
+    }
+    if (hasSubTlvs(status.subTlvs)) {
+        json["subtlv"] = subTlvJson(*status.subTlvs);
+    }
+    if (status.truthErrorNs) {
+        json["error_ns"] = *status.truthErrorNs;
+    }
+    json["rss_kib"] = residentKib();
+    return json.dump();
+}
+
+std::string summaryLine(const RunSummary& summary) {
+    std::string line =
+        formatted("end after %.1f s, %s", summary.durationS, stateName(summary.state));
+    if (!summary.master && summary.firstValidS) {
+        line += formatted(", valid after %.3f s (%.3f s after the first Sync)",
+                          *summary.firstValidS, validAfterSync(summary).value_or(0.0));
+    }
+    return line + formatted(", %ld KiB resident", residentKib());
+}
+
+std::string summaryJson(const std::string& interfaceName, const RunSummary& summary) {
+    Json json = {{"event", "end"},
+                 {"interface", interfaceName},
+                 {"role", summary.master ? "master" : "slave"},
+                 {"abi", abiName()},
+                 {"duration_s", summary.durationS},
+                 {"state", stateName(summary.state)},
+                 {"first_sync_s", secondsOrNull(summary.firstSyncS)},
+                 {"first_valid_s", secondsOrNull(summary.firstValidS)},
+                 {"first_valid_after_sync_s", secondsOrNull(validAfterSync(summary))},
+                 {"samples", summary.samples},
+                 {"rss_kib", residentKib()}};
+    if (summary.record) {
+        json["link_delay_ns"] = static_cast<long long>(summary.record->linkDelay);
+        json["sync_accepted"] = static_cast<unsigned int>(summary.record->acceptedSync);
+    }
+    if (hasSubTlvs(summary.subTlvs)) {
+        json["subtlv"] = subTlvJson(*summary.subTlvs);
+    }
+    return json.dump();
+}
+
+long residentKib() {
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/proc/self/status", "re"),
+                                                     std::fclose);
+    constexpr char kField[] = "VmRSS:";
+    char line[256];
+    while (file && std::fgets(line, sizeof line, file.get()) != nullptr) {
+        if (std::strncmp(line, kField, sizeof kField - 1) == 0) {
+            return std::strtol(line + sizeof kField - 1, nullptr, 10);
+        }
+    }
+    return 0;
+}
+
+}  // namespace tsyn

@@ -1,0 +1,100 @@
+#include "tools/tsyn/run/SyncTracker.h"
+
+#include "base/Extended80.h"
+
+namespace tsyn {
+namespace {
+
+constexpr double kStaleIntervals = 3.0;
+constexpr unsigned int kPairsUntilValid = 2;
+/** Corrections of bridges on the way stay below this; a refused pair is off by far more. */
+constexpr unsigned long long kConsistentNs = 1000000;
+
+bool rateInRange(long double ratio) {
+    return ratio >= kSlowestMasterRate && ratio <= kFastestMasterRate;
+}
+
+}  // namespace
+
+const char* stateName(SyncState state) {
+    switch (state) {
+    case SyncState::kStarting:
+        return "starting";
+    case SyncState::kNoSync:
+        return "no sync yet";
+    case SyncState::kPriming:
+        return "priming";
+    case SyncState::kSynchronised:
+        return "synchronised";
+    case SyncState::kRefused:
+        return "rate refused";
+    case SyncState::kStale:
+        return "stale";
+    case SyncState::kSending:
+        return "sending";
+    case SyncState::kSilent:
+        return "not sending";
+    }
+    return "unknown";
+}
+
+SyncTracker::SyncTracker(bool master, double syncIntervalMs)
+    : master_(master), staleAfterS_(kStaleIntervals * syncIntervalMs / 1000.0) {}
+
+void SyncTracker::update(const gPtpTimeDataStruct& record, double nowS) {
+    const bool newPair = record.localTime != record_.localTime;
+    const bool newSync = master_ ? record.sequenceId != record_.sequenceId
+                                 : record.acceptedSync != record_.acceptedSync;
+    seen_ = true;
+    record_ = record;
+    if (newSync && !firstSyncS_) {
+        firstSyncS_ = nowS;
+    }
+    if (newPair) {
+        ++evaluatedPairs_;
+    }
+    if (newPair || (newSync && (master_ || evaluatedPairs_ == 0))) {
+        lastProgressS_ = nowS;
+    }
+    if (!firstValidS_ && state(nowS) == SyncState::kSynchronised) {
+        firstValidS_ = nowS;
+    }
+}
+
+SyncState SyncTracker::state(double nowS) const {
+    if (!seen_) {
+        return SyncState::kStarting;
+    }
+    const bool stale = nowS - lastProgressS_ > staleAfterS_;
+    if (!master_) {
+        return slaveState(stale);
+    }
+    if (!firstSyncS_) {
+        return SyncState::kSilent;
+    }
+    return stale ? SyncState::kStale : SyncState::kSending;
+}
+
+SyncState SyncTracker::slaveState(bool stale) const {
+    if (record_.acceptedSync == 0) {
+        return SyncState::kNoSync;
+    }
+    if (stale) {
+        return SyncState::kStale;
+    }
+    if (evaluatedPairs_ >= kPairsUntilValid && lastPairWasTaken()) {
+        return SyncState::kSynchronised;
+    }
+    return firstValidS_ ? SyncState::kRefused : SyncState::kPriming;
+}
+
+/** A refused pair moves localTime and originTime but not masterOffset, so that they disagree. */
+bool SyncTracker::lastPairWasTaken() const {
+    const unsigned long long masterTime =
+        record_.localTime - static_cast<unsigned long long>(record_.masterOffset);
+    const unsigned long long difference = masterTime - record_.originTime;
+    const unsigned long long distance = difference >> 63 ? 0 - difference : difference;
+    return rateInRange(loadExtended(record_.rateRatio1)) && distance <= kConsistentNs;
+}
+
+}  // namespace tsyn

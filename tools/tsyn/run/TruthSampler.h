@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tsyn {
+
+/** Compares the daemon's time with the true PHC time of a virtual i210 and writes one CSV line a
+ *  comparison: t_s, error_ns (daemon minus truth), bracket_ns (width of the interval of raw
+ *  monotonic time in which the daemon was asked), valid (1 from the first real rate ratio on). */
+class TruthSampler {
+public:
+    explicit TruthSampler(std::string cardName) : cardName_(std::move(cardName)) {}
+
+    /** Finds the card, which the preloaded library of the virtual i210 knows. Returns what went
+     *  wrong, empty on success; to be called before the others. */
+    std::string findCard();
+
+    /** Creates the CSV file. Returns what went wrong, empty on success. */
+    std::string open(const std::string& path);
+
+    /** Compares once; a daemon that gives no time yet is not sampled. */
+    void sample(double nowS, bool valid);
+
+    /** Of the latest valid sample. */
+    std::optional<long long> lastErrorNs() const { return lastErrorNs_; }
+    unsigned long count() const { return count_; }
+
+private:
+    std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
+
+    std::string cardName_;
+    int (*trueTime_)(const char*, std::uint64_t, std::uint64_t*) = nullptr;
+    std::unique_ptr<FILE, int (*)(FILE*)> file_{nullptr, std::fclose};
+    std::optional<long long> lastErrorNs_;
+    unsigned long count_ = 0;
+};
+
+}  // namespace tsyn
