@@ -154,7 +154,7 @@ TEST(NetworkServiceWire, DomainVlanAndPriorityStayThoseOfTheStart) {
 TEST(NetworkServiceWire, OneLateStampPutsEveryLaterFrameOneBehind) {
     Cable cable(-1);
     virtual_i210::FaultOrder late;
-    late.fault = virtual_i210::Fault::TxTimestampLate;
+    late.fault = virtual_i210::Fault::kTxTimestampLate;
     late.lateNs = kLateBeyondAnyWaitNs;
     virtual_i210::orderFault("tsm0", late);
     ptp_time_t time{5, 5};
