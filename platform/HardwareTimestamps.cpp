@@ -2,23 +2,37 @@
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <x86intrin.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "base/DbgLog.h"
+#include "platform/CycleCounter.h"
 #include "platform/Descriptors.h"
 #include "platform/i210helper.h"
+#include "wire/EthernetFrame.h"
 
 namespace {
 
 constexpr const char* kLogSource = log_source::kHardwareClock;
+
+// In cycles of the time-stamp counter, so the duration depends on the processor: some 20 ms at
+// 2.5 GHz, which is many times what the card takes and far below a Sync period.
 constexpr unsigned long long kTxTimestampCycles = 50000000;
+constexpr useconds_t kTxFirstPauseMicroseconds = 1;
 constexpr useconds_t kTxPollMicroseconds = 50;
+// Before the one reading that still counts once the cycles are used up: they may have passed while
+// this thread was off the processor.
 constexpr useconds_t kTxGraceMicroseconds = 1000;
-constexpr int kMacAddressesSize = 12;
-constexpr int kVlanTagSize = 4;
+
+// The kernel adds three times, an error report and the stripped tag, in all below 200 bytes on
+// either ABI. A host may switch more on for the process-wide socket; what does not fit is cut off,
+// and the stamp with it when it comes last.
+constexpr std::size_t kErrorQueueControlSize = 524;
+constexpr std::size_t kReceiveControlSize = 512;
+// Of the sent frame, which comes back with its stamp. Nobody looks at it, so it may be cut.
+constexpr std::size_t kSentFrameSize = 256;
 
 struct Timestamping {
     timespec software, transformed, hardware;
@@ -73,31 +87,25 @@ bool receiveFromErrorQueue(int socket, msghdr* header, std::size_t controlSize) 
     return recvmsg(socket, header, MSG_ERRQUEUE) >= 0;
 }
 
-/** Puts the VLAN tag that the kernel moved into the auxiliary data back behind the addresses. */
-int reinsertVlanTag(const tpacket_auxdata& aux, unsigned char* frame, int length) {
+/** The frame's length once a VLAN tag that the kernel moved into the auxiliary data is back. */
+int withItsTag(const tpacket_auxdata& aux, unsigned char* frame, int length) {
     constexpr unsigned int kTagPresent = TP_STATUS_VLAN_VALID | TP_STATUS_VLAN_TPID_VALID;
-    if ((aux.tp_status & kTagPresent) == 0 || aux.tp_vlan_tpid == 0 || length < kMacAddressesSize) {
+    if ((aux.tp_status & kTagPresent) == 0 || aux.tp_vlan_tpid == 0) {
         return length;
     }
-    unsigned char* const tag = frame + kMacAddressesSize;
-    std::memmove(tag + kVlanTagSize, tag, static_cast<std::size_t>(length - kMacAddressesSize));
-    tag[0] = static_cast<unsigned char>(aux.tp_vlan_tpid >> 8);
-    tag[1] = static_cast<unsigned char>(aux.tp_vlan_tpid);
-    tag[2] = static_cast<unsigned char>(aux.tp_vlan_tci >> 8);
-    tag[3] = static_cast<unsigned char>(aux.tp_vlan_tci);
-    return length + kVlanTagSize;
+    return ethernet::putTagBack(frame, length, aux.tp_vlan_tpid, aux.tp_vlan_tci);
 }
 
 }  // namespace
 
 unsigned long long getTxTimestamp(int socket) {
-    unsigned char discarded[256];
-    ReceivedMessage<524> message(discarded, sizeof discarded);
+    unsigned char sentFrame[kSentFrameSize];
+    ReceivedMessage<kErrorQueueControlSize> message(sentFrame, sizeof sentFrame);
     sched_yield();
-    const unsigned long long start = __rdtsc();
-    usleep(1);
+    const unsigned long long start = cycleCount();
+    usleep(kTxFirstPauseMicroseconds);
     for (;;) {
-        const unsigned long long now = __rdtsc();
+        const unsigned long long now = cycleCount();
         if (receiveFromErrorQueue(socket, &message.header, sizeof message.control)) {
             break;
         }
@@ -121,9 +129,9 @@ unsigned long long getTxTimestamp(int socket) {
 }
 
 unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length) {
-    const auto capacity = static_cast<std::size_t>(*length);
+    const auto capacity = static_cast<std::size_t>(std::max(*length, 0));
     std::memset(buffer, 0, capacity);
-    ReceivedMessage<512> message(buffer, capacity);
+    ReceivedMessage<kReceiveControlSize> message(buffer, capacity);
     ssize_t received = -1;
     do {
         *length = 0;
@@ -139,7 +147,7 @@ unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* 
             rxNs = toNs(times->hardware);
         } else if (const auto* aux =
                        controlValue<tpacket_auxdata>(control, SOL_PACKET, PACKET_AUXDATA)) {
-            *length = reinsertVlanTag(*aux, buffer, *length);
+            *length = withItsTag(*aux, buffer, *length);
         }
     });
     return rxNs;

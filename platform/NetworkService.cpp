@@ -16,21 +16,17 @@
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "platform/PtpFilter.h"
+#include "wire/EthernetFrame.h"
 #include "wire/FrameTrace.h"
 
 namespace {
 
 constexpr const char* kLogSource = log_source::kNetwork;
-constexpr int kMacSize = 6;
 constexpr int kMessageSize = 256;
 constexpr int kMaxPayload = 2048;
 constexpr int kReceiveWaitMilliseconds = 5;
 constexpr useconds_t kSecondTryMicroseconds = 150;
 constexpr useconds_t kThirdTryMicroseconds = 450;
-constexpr unsigned int kTpid = 0x8100;
-constexpr unsigned int kPtpEtherType = 0x88F7;
-constexpr unsigned int kVlanIdMask = 0xFFF;
-constexpr unsigned char kGptpAddress[kMacSize] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x0E};
 
 unsigned char clockIdentity[8];
 
@@ -38,20 +34,42 @@ unsigned char clockIdentity[8];
 unsigned long long previousSystemTime = 0;
 unsigned long long previousPhcTime = 0;
 
-unsigned char* putBigEndian16(unsigned char* at, unsigned int value) {
-    at[0] = static_cast<unsigned char>(value >> 8);
-    at[1] = static_cast<unsigned char>(value);
-    return at + 2;
-}
-
 sockaddr_ll gptpAddressOn(int interfaceIndex) {
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(kPtpEtherType);
+    address.sll_protocol = htons(ethernet::kPtpProtocol);
     address.sll_ifindex = interfaceIndex;
-    address.sll_halen = kMacSize;
-    std::memcpy(address.sll_addr, kGptpAddress, kMacSize);
+    address.sll_halen = ethernet::kMacSize;
+    std::copy(std::begin(ethernet::kGptpAddress), std::end(ethernet::kGptpAddress),
+              address.sll_addr);
     return address;
+}
+
+void initBpf(int socket, int vlanId, unsigned char domain) {
+    std::array<sock_filter, kPtpFilterLength> filter = ptpFilter(vlanId, domain);
+    const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
+    const int result = setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+    const int reason = errno;
+    ZEB_LOG(kDebug, "setsockopt() returned: %d ...\n", result);
+    if (result < 0) {
+        ZEB_LOG(kError, "setsockopt() failed ... Reason is:%s\n", strerror(reason));
+    }
+}
+
+/** The address that a caller handed over. Callers that tell no length mean a whole sockaddr_ll. */
+sockaddr_ll linkLayerAddress(sockaddr const* given, unsigned int givenLength) {
+    sockaddr_ll address{};
+    const std::size_t length =
+        givenLength == 0 ? sizeof address : std::min<std::size_t>(givenLength, sizeof address);
+    std::memcpy(&address, given, length);
+    return address;
+}
+
+/** Reads the PHC for what the read leaves behind: the first one opens the clock, which
+ *  cross-timestamps find open or do without, and hosts that keep the pointer to the process-wide
+ *  reading see the time of the latest frame there. */
+void readPhcBeforeSend(const char* interfaceName) {
+    i210helper::e1000_ptp_get_time(interfaceName);
 }
 
 /** Waits for a frame. A pending transmit timestamp raises only POLLERR, which is no frame. */
@@ -64,12 +82,11 @@ bool waitForFrame(int socket) {
 
 template <typename Backend>
 NetworkService<Backend>::NetworkService(char const* wantedName)
-    : mac_{}, domain_(0), vlanId_(0), vlanPriority_(0), interface_{} {
+    : mac_{}, domain_(0), vlan_{}, interface_{} {
     // A missing name fails like the name of no interface, one step later.
     const char* const interfaceName = wantedName != nullptr ? wantedName : "";
     if (const InterfaceDataManager* instance = InterfaceDataManager::getInstance()) {
-        vlanId_ = instance->block.cfg.VlanID;
-        vlanPriority_ = static_cast<int>(instance->block.cfg.VlanPrio);
+        vlan_ = {instance->block.cfg.VlanID, static_cast<int>(instance->block.cfg.VlanPrio)};
         domain_ = instance->block.cfg.Domain;
     }
     ZEB_LOG(kDebug, "Creating network service ...\n");
@@ -85,7 +102,7 @@ NetworkService<Backend>::NetworkService(char const* wantedName)
     ioctl(interface_.s, SIOCGIFINDEX, &request);
     interface_.index = request.ifr_ifindex;
     macaddress(interfaceName, mac_);
-    initBpf();
+    initBpf(interface_.s, vlan_.id, domain_);
 }
 
 template <typename Backend>
@@ -97,47 +114,18 @@ const char* NetworkService<Backend>::what() const noexcept {
 }
 
 template <typename Backend>
-void NetworkService<Backend>::initBpf() {
-    std::array<sock_filter, kPtpFilterLength> filter = ptpFilter(vlanId_, domain_);
-    const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
-    const int result =
-        setsockopt(interface_.s, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
-    const int reason = errno;
-    ZEB_LOG(kDebug, "setsockopt() returned: %d ...\n", result);
-    if (result < 0) {
-        ZEB_LOG(kError, "setsockopt() failed ... Reason is:%s\n", strerror(reason));
-    }
-}
-
-template <typename Backend>
-int NetworkService<Backend>::buildFrame(const unsigned char* destination, void const* payload,
-                                        int length, unsigned char* frame) const {
-    unsigned char* at = std::copy_n(destination, kMacSize, frame);
-    at = std::copy_n(mac_, kMacSize, at);
-    if (vlanId_ >= 0) {
-        at = putBigEndian16(at, kTpid);
-        // Unmasked: an id or priority beyond its field spills into the neighbouring bits.
-        at = putBigEndian16(at, (static_cast<unsigned int>(vlanPriority_) << 13) |
-                                    static_cast<unsigned int>(vlanId_));
-    }
-    at = putBigEndian16(at, kPtpEtherType);
-    std::memcpy(at, payload, static_cast<std::size_t>(length));
-    return headerLength() + length;
-}
-
-template <typename Backend>
 int NetworkService<Backend>::sendto(void const* payload, int length, int /*flags*/,
-                                    sockaddr const* destination,
-                                    unsigned int /*destinationLength*/) {
+                                    sockaddr const* destination, unsigned int destinationLength) {
     if (length < 0 || length > kMaxPayload) {
         errno = EMSGSIZE;
         return -1;
     }
-    unsigned char frame[18 + kMaxPayload];
-    sockaddr_ll target{};
-    std::memcpy(&target, destination, sizeof target);
-    const int frameLength = buildFrame(target.sll_addr, payload, length, frame);
-    i210helper::e1000_ptp_get_time(interface_.name);
+    unsigned char frame[ethernet::kTaggedHeaderSize + kMaxPayload];
+    const sockaddr_ll target = linkLayerAddress(destination, destinationLength);
+    const int headerSize = ethernet::writeHeader(frame, target.sll_addr, mac_, vlan_);
+    std::memcpy(frame + headerSize, payload, static_cast<std::size_t>(length));
+    const int frameLength = headerSize + length;
+    readPhcBeforeSend(interface_.name);
     const sockaddr_ll link = gptpAddressOn(interface_.index);
     const auto send = [&] {
         return static_cast<int>(::sendto(interface_.s, frame, static_cast<size_t>(frameLength), 0,
@@ -168,32 +156,25 @@ int NetworkService<Backend>::transmit(unsigned char const* payload, int length,
 }
 
 template <typename Backend>
-bool NetworkService<Backend>::isForeignVlan(const unsigned char* frame) const {
-    const unsigned int tpid = (static_cast<unsigned int>(frame[12]) << 8) | frame[13];
-    const unsigned int tci = (static_cast<unsigned int>(frame[14]) << 8) | frame[15];
-    return tpid != kTpid || static_cast<int>(tci & kVlanIdMask) != vlanId_;
-}
-
-template <typename Backend>
 int NetworkService<Backend>::receive(unsigned char* buffer, int capacity, ptp_time_t* rxTime) {
     if (!waitForFrame(interface_.s)) {
         return 0;
     }
     int length = capacity;
     const unsigned long long rxNs = getRxTimestampedData(interface_.s, buffer, &length);
-    if (vlanId_ >= 0 && isForeignVlan(buffer)) {
+    if (vlan_.isTagged() && ethernet::isForeignVlan(buffer, vlan_)) {
         *rxTime = ptp_time_t{};
         return 0;
     }
     *rxTime = toPtpTime(rxNs);
-    if (std::equal(mac_, mac_ + kMacSize, buffer + kMacSize)) {
+    if (ethernet::isFrom(buffer, mac_)) {
         return 0;
     }
-    const int payloadLength = length - headerLength();
+    const int payloadLength = length - vlan_.headerSize();
     if (payloadLength <= 0) {
         return 0;
     }
-    std::memmove(buffer, buffer + headerLength(), static_cast<std::size_t>(payloadLength));
+    std::memmove(buffer, buffer + vlan_.headerSize(), static_cast<std::size_t>(payloadLength));
     DisplayIOData(interface_.name, rxTime, ">>", buffer, length);
     return payloadLength;
 }
@@ -236,7 +217,7 @@ int macaddress(char const* interfaceName, unsigned char* mac) {
         // The query socket stays open: a caller that looks errno up must find the ioctl's.
         return result;
     }
-    std::memcpy(mac, request.ifr_hwaddr.sa_data, kMacSize);
+    std::memcpy(mac, request.ifr_hwaddr.sa_data, ethernet::kMacSize);
     return close(query);
 }
 

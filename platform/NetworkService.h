@@ -7,6 +7,7 @@
 #include "base/Exports.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "wire/EthernetFrame.h"
 
 /** Tag of the packet-socket service; never defined. */
 struct ZEB_EXPORT sock;
@@ -23,7 +24,8 @@ public:
     const char* what() const noexcept override;
 
     /** Frames and sends a payload of at most 2048 bytes to the six address bytes of a
-     *  sockaddr_ll. Returns the bytes sent or -1; a full queue (ENOMSG) is tried three times. */
+     *  sockaddr_ll, of which destinationLength bytes are read (all for 0). Returns the bytes
+     *  sent or -1; a full queue (ENOMSG) is tried three times. */
     int sendto(void const* payload, int length, int flags, sockaddr const* destination,
                unsigned int destinationLength);
 
@@ -31,8 +33,9 @@ public:
      *  PHC time, zero when there is none. Always 0. */
     int transmit(unsigned char const* payload, int length, ptp_time_t* txTime);
 
-    /** Waits up to 5 ms for one frame. buffer holds capacity + 4 bytes. Returns the payload length,
-     *  0 for nothing, a foreign VLAN or an own frame; rxTime is PHC time. */
+    /** Waits up to 5 ms for one frame. buffer holds capacity + ethernet::kVlanTagSize bytes.
+     *  Returns the payload length, 0 for nothing, a foreign VLAN or an own frame; rxTime is PHC
+     *  time. */
     int receive(unsigned char* buffer, int capacity, ptp_time_t* rxTime);
 
     /** Cross-timestamp, ns: system time, PHC time, their difference, and PHC rate over system rate
@@ -47,16 +50,9 @@ private:
     friend char* GetInterfaceName(NetworkService<sock>* service);
     friend unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service);
 
-    ZEB_INTERNAL void initBpf();
-    ZEB_INTERNAL int headerLength() const { return vlanId_ >= 0 ? 18 : 14; }
-    ZEB_INTERNAL int buildFrame(const unsigned char* destination, void const* payload, int length,
-                                unsigned char* frame) const;
-    ZEB_INTERNAL bool isForeignVlan(const unsigned char* frame) const;
-
-    unsigned char mac_[6];
+    unsigned char mac_[ethernet::kMacSize];
     unsigned char domain_;
-    int vlanId_;        ///< negative: untagged
-    int vlanPriority_;  ///< PCP of sent tags
+    ethernet::VlanTag vlan_;
     UInterface interface_;
 };
 

@@ -1,5 +1,7 @@
 #include "platform/PtpFilter.h"
 
+#include "wire/EthernetFrame.h"
+
 namespace {
 
 constexpr unsigned short kLoadHalf = BPF_LD | BPF_H | BPF_ABS;
@@ -7,10 +9,7 @@ constexpr unsigned short kLoadByte = BPF_LD | BPF_B | BPF_ABS;
 constexpr unsigned short kJumpIfEqual = BPF_JMP | BPF_JEQ | BPF_K;
 constexpr unsigned short kReturn = BPF_RET | BPF_K;
 
-constexpr unsigned int kTpid = 0x8100;
-constexpr unsigned int kPtpEtherType = 0x88F7;
 constexpr unsigned int kPriority7 = 0xE000;
-constexpr unsigned int kVlanIdMask = 0xFFF;
 constexpr unsigned int kWholeFrame = 0xFFFFFFFF;
 
 }  // namespace
@@ -29,17 +28,18 @@ constexpr unsigned int kWholeFrame = 0xFFFFFFFF;
 // 11  ret whole frame
 // 12  ret nothing
 std::array<sock_filter, kPtpFilterLength> ptpFilter(int vlanId, unsigned char domain) {
-    const unsigned int tag = kPriority7 | (static_cast<unsigned int>(vlanId) & kVlanIdMask);
+    const unsigned int tag =
+        kPriority7 | (static_cast<unsigned int>(vlanId) & ethernet::kVlanIdMask);
     return {{
         {kLoadHalf, 0, 0, 12},
-        {kJumpIfEqual, 0, 6, kTpid},
+        {kJumpIfEqual, 0, 6, ethernet::kVlanProtocol},
         {kLoadHalf, 0, 0, 14},
         {kJumpIfEqual, 0, 5, tag},
         {kLoadHalf, 0, 0, 16},
-        {kJumpIfEqual, 0, 6, kPtpEtherType},
+        {kJumpIfEqual, 0, 6, ethernet::kPtpProtocol},
         {kLoadByte, 0, 0, 22},
         {kJumpIfEqual, 3, 4, domain},
-        {kJumpIfEqual, 0, 3, kPtpEtherType},
+        {kJumpIfEqual, 0, 3, ethernet::kPtpProtocol},
         {kLoadByte, 0, 0, 18},
         {kJumpIfEqual, 0, 1, domain},
         {kReturn, 0, 0, kWholeFrame},

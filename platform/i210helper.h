@@ -35,9 +35,9 @@ ZEB_EXPORT int EnableI210Timestamping(char const* interfaceName);
  *  tens of milliseconds. Timestamps are not matched to frames: one sender at a time. */
 ZEB_EXPORT unsigned long long getTxTimestamp(int socket);
 
-/** Receives one frame, blocking. length: in the capacity (the buffer has 4 bytes more, for a VLAN
- *  tag that the kernel stripped), out the frame length. Returns the receive timestamp, PHC ns, 0
- *  when the frame has none. */
+/** Receives one frame, blocking. length: in the capacity (the buffer has ethernet::kVlanTagSize
+ *  bytes more, for a tag that the kernel stripped), out the frame length. Returns the receive
+ *  timestamp, PHC ns, 0 when the frame has none. */
 ZEB_EXPORT unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length);
 
 /** Ends the process with status 0: receive timestamps come with the frame. */

@@ -224,8 +224,11 @@ bool i210helper::e1000_ptp_get_ext_time(char const* /*interfaceName*/,
                                         unsigned long long* phcTime) {
     ptp_sys_offset offset{};
     offset.n_samples = kCrossTimestampSamples;
-    // A refused request leaves the readings 0, and so both results.
-    ioctl(phcDescriptor, PTP_SYS_OFFSET, &offset);
+    // A clock that is not open leaves the readings 0, as a refused request does. Descriptor 0 is
+    // the host's.
+    if (phcDescriptor > 0) {
+        ioctl(phcDescriptor, PTP_SYS_OFFSET, &offset);
+    }
     const ptp_ext_time_t best = narrowestBracket(offset.ts, kCrossTimestampSamples);
     *systemTime = best.systemTime;
     *phcTime = best.phcTime;

@@ -302,7 +302,7 @@ TEST_F(SpyProvider, ReportsAReplyThatCannotBeSentAndTriesAgain) {
     const SpyTool tool;
     DbgTraceLevel = 1;
     KernelSeam kernel;
-    kernel.sendto = [](int, const void*, std::size_t size, const sockaddr*) {
+    kernel.sendto = [](int, const void*, std::size_t size, int, const sockaddr*) {
         return size == kRecordSize ? std::optional<ssize_t>(KernelSeam::refuse(ENETUNREACH))
                                    : std::nullopt;
     };

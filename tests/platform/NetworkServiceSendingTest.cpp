@@ -2,6 +2,7 @@
 #include <net/if.h>
 
 #include <cerrno>
+#include <cstddef>
 
 #include "tests/platform/ServiceOnCard.h"
 
@@ -17,12 +18,36 @@ TEST(NetworkServiceSending, UntaggedFramesHaveAFourteenByteHeader) {
     EXPECT_EQ(framed("0180c200000e02000000000188f7", kPayload), card.sent[0]);
 }
 
-TEST(NetworkServiceSending, GoesToTheGptpAddressOfTheInterface) {
+TEST(NetworkServiceSending, FramesNameTheGivenAddressButGoToTheGptpOne) {
     ServiceOnCard card;
-    card.send(kPayload);
+    card.send(kPayload, "0a0b0c0d0e0f");
+    EXPECT_EQ(framed("0a0b0c0d0e0f02000000000188f7", kPayload), card.sent.at(0));
     EXPECT_EQ(static_cast<int>(if_nametoindex("tsm0")), card.link.sll_ifindex);
     EXPECT_EQ(6, card.link.sll_halen);
     EXPECT_EQ("0180c200000e", toHex(card.link.sll_addr, 6));
+}
+
+TEST(NetworkServiceSending, PassesNoFlagsOn) {
+    ServiceOnCard card;
+    card.send(kPayload);
+    EXPECT_EQ(0, card.sendFlags);
+}
+
+TEST(NetworkServiceSending, ReadsNoMoreOfTheDestinationThanItsLength) {
+    constexpr unsigned int kUpToTheAddress = offsetof(sockaddr_ll, sll_addr);
+    const struct {
+        unsigned int length;
+        const char* destination;
+    } cases[] = {{kUpToTheAddress, "000000000000"},
+                 {kUpToTheAddress + 3, "0a0b0c000000"},
+                 {sizeof(sockaddr_ll), "0a0b0c0d0e0f"},
+                 {0, "0a0b0c0d0e0f"},
+                 {0xFFFFFFFF, "0a0b0c0d0e0f"}};
+    ServiceOnCard card;
+    for (const auto& one : cases) {
+        card.send(kPayload, "0a0b0c0d0e0f", one.length);
+        EXPECT_EQ(one.destination, toHex(card.sent.back().data(), 6)) << one.length;
+    }
 }
 
 class TagOf : public testing::TestWithParam<std::size_t> {};
@@ -48,7 +73,7 @@ TEST(NetworkServiceSending, ReadsThePhcBeforeEverySend) {
         }
         return std::nullopt;
     };
-    card.kernel.sendto = [&](int, const void*, std::size_t size, const sockaddr*) {
+    card.kernel.sendto = [&](int, const void*, std::size_t size, int, const sockaddr*) {
         calls.push_back("send");
         return static_cast<ssize_t>(size);
     };
@@ -57,10 +82,21 @@ TEST(NetworkServiceSending, ReadsThePhcBeforeEverySend) {
     EXPECT_EQ((Texts{"phc", "send", "phc", "send"}), calls);
 }
 
+TEST(NetworkServiceSending, ReadsThePhcBeforeEverySendWhichOpensItForCrossTimestamps) {
+    ServiceOnCard card;
+    unsigned long long systemNs = 0;
+    unsigned long long phcNs = 0;
+    i210helper::e1000_ptp_get_ext_time("tsm0", &systemNs, &phcNs);
+    EXPECT_EQ(0ULL, phcNs);
+    card.send(kPayload);
+    i210helper::e1000_ptp_get_ext_time("tsm0", &systemNs, &phcNs);
+    EXPECT_NE(0ULL, phcNs);
+}
+
 /** Errors of successive sends; 0 lets one succeed. */
 struct RefusedSends {
     RefusedSends(ServiceOnCard& card, std::vector<int> errors) {
-        card.kernel.sendto = [this, errors](int, const void*, std::size_t size,
+        card.kernel.sendto = [this, errors](int, const void*, std::size_t size, int,
                                             const sockaddr*) -> std::optional<ssize_t> {
             when.push_back(Clock::now());
             const int error = errors.at(when.size() - 1);

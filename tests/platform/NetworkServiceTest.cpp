@@ -1,5 +1,6 @@
 #include "platform/NetworkService.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/ptp_clock.h>
 #include <net/if.h>
@@ -66,6 +67,16 @@ TEST(NetworkServiceConstruction, CompletesWithoutAnInterface) {
                                  sizeof to));
 }
 
+TEST(NetworkServiceConstruction, AFailedSetUpIsNotRepeated) {
+    const Sandbox sandbox;
+    const StdoutCapture output;
+    DbgTraceLevel = 0;
+    const Service first("absent0");
+    const Service second("absent0");
+    EXPECT_EQ(1, output.count("Enable I210 Timestamping"));
+    EXPECT_EQ(3, output.count("Socket fd uif.s: -1 ...\n"));
+}
+
 TEST(NetworkServiceConstruction, KeepsTheNameBoundedAndInside) {
     const Sandbox sandbox;
     const StdoutCapture output;
@@ -118,6 +129,27 @@ TEST(NetworkServiceReceiving, VlanId4096NeverMatches) {
               card.receive(framed("0180c200000e0200000000028100100088f7", kPayload), buffer, time));
 }
 
+TEST(NetworkServiceReceiving, VlanId0IsAVlan) {
+    ServiceOnCard card(0, 0);
+    Bytes buffer;
+    ptp_time_t time{};
+    const std::string addresses = "0180c200000e020000000002";
+    EXPECT_EQ(5, card.receive(framed(addresses + "8100e00088f7", kPayload), buffer, time));
+    EXPECT_EQ(toHex(kPayload), toHex(buffer.data(), 5));
+    EXPECT_EQ(0, card.receive(framed(addresses + "8100000188f7", kPayload), buffer, time));
+    EXPECT_EQ(0, card.receive(framed(addresses + "88f7", kPayload), buffer, time));
+}
+
+TEST(NetworkServiceReceiving, AnUntaggedPortTakesTheTagOfAFrameForItsPayload) {
+    ServiceOnCard card(-1);
+    Bytes buffer;
+    ptp_time_t time{};
+    EXPECT_EQ(9,
+              card.receive(framed("0180c200000e0200000000028100e00588f7", kPayload), buffer, time));
+    EXPECT_EQ("e00588f7" + toHex(kPayload), toHex(buffer.data(), 9));
+    EXPECT_EQ(1700000000ULL, time.seconds);
+}
+
 TEST(NetworkServiceReceiving, OwnFramesAreIgnoredButTimed) {
     ServiceOnCard card;
     Bytes buffer;
@@ -147,9 +179,22 @@ TEST(NetworkServiceReceiving, WaitsFiveMillisecondsForNothing) {
     EXPECT_EQ(3ULL, time.seconds);
 }
 
+TEST(NetworkServiceReceiving, WaitsOnItsSocketNoLongerThanFiveMilliseconds) {
+    ServiceOnCard card;
+    std::vector<std::pair<int, int>> waits;
+    card.kernel.poll = [&](pollfd* descriptor, int milliseconds) {
+        waits.emplace_back(descriptor->fd, milliseconds);
+        return 0;
+    };
+    Bytes buffer(2052);
+    ptp_time_t time{};
+    EXPECT_EQ(0, card.service->receive(buffer.data(), 2048, &time));
+    EXPECT_EQ((std::vector<std::pair<int, int>>{{i210helper::e1000_getsockid(""), 5}}), waits);
+}
+
 TEST(NetworkServiceReceiving, APendingTransmitTimestampIsNoFrame) {
     ServiceOnCard card;
-    card.kernel.poll = [](pollfd* descriptor) {
+    card.kernel.poll = [](pollfd* descriptor, int) {
         EXPECT_EQ(POLLIN, descriptor->events);
         descriptor->revents = POLLERR;
         return 1;
@@ -165,28 +210,54 @@ TEST(NetworkServiceReceiving, APendingTransmitTimestampIsNoFrame) {
     EXPECT_EQ(0, reads);
 }
 
+/** The rate ratio of a cross-timestamp of these readings. */
+long double ratioAt(ServiceOnCard& card, long long systemNs, long long phcNs) {
+    card.kernel.ioctl = [=](int, unsigned long, void* argument) -> std::optional<int> {
+        auto& offset = *static_cast<ptp_sys_offset*>(argument);
+        for (int i = 0; i < 51; ++i) {
+            const long long ns = i % 2 == 0 ? systemNs + i : phcNs;
+            offset.ts[i].sec = ns / 1000000000;
+            offset.ts[i].nsec = static_cast<unsigned>(ns % 1000000000);
+        }
+        return 0;
+    };
+    long long systemTime = 0, phcTime = 0, difference = 0;
+    long double ratio = 0;
+    EXPECT_TRUE(card.service->GetLocalSystemCapabilities(systemTime, phcTime, difference, ratio));
+    EXPECT_EQ(systemNs, systemTime);
+    EXPECT_EQ(phcNs, phcTime);
+    EXPECT_EQ(systemNs - phcNs, difference);
+    card.kernel.ioctl = nullptr;
+    return ratio;
+}
+
+/** A service on a card whose clock is open. */
+struct ServiceWithClock : ServiceOnCard {
+    ServiceWithClock() { i210helper::e1000_ptp_get_time("tsm0"); }
+};
+
 TEST(NetworkServiceCapabilities, RatioIsThatSinceThePreviousCall) {
-    ServiceOnCard card;
+    ServiceWithClock card;
     for (const auto& vector : vectors("local_capabilities")) {
-        card.kernel.ioctl = [&](int, unsigned long, void* argument) -> std::optional<int> {
-            auto& offset = *static_cast<ptp_sys_offset*>(argument);
-            for (int i = 0; i < 51; ++i) {
-                const long long ns =
-                    i % 2 == 0 ? toS64(vector["systemTime"]) + i : toS64(vector["phcTime"]);
-                offset.ts[i].sec = ns / 1000000000;
-                offset.ts[i].nsec = static_cast<unsigned>(ns % 1000000000);
-            }
-            return 0;
-        };
-        long long systemTime = 0, phcTime = 0, difference = 0;
-        long double ratio = 0;
-        EXPECT_TRUE(
-            card.service->GetLocalSystemCapabilities(systemTime, phcTime, difference, ratio));
-        EXPECT_EQ(toS64(vector["systemTime"]), systemTime);
-        EXPECT_EQ(toS64(vector["phcTime"]), phcTime);
-        EXPECT_EQ(toS64(vector["offset"]), difference);
-        EXPECT_EQ(vector["ratio"]["x87"].get<std::string>(), toX87(ratio));
+        EXPECT_EQ(vector["ratio"]["x87"].get<std::string>(),
+                  toX87(ratioAt(card, toS64(vector["systemTime"]), toS64(vector["phcTime"]))));
     }
+}
+
+TEST(NetworkServiceCapabilities, RatioIsOneAfterAReadingOfZeroOnEitherClock) {
+    ServiceWithClock card;
+    EXPECT_EQ(1.0L, ratioAt(card, 1000, 0));
+    EXPECT_EQ(1.0L, ratioAt(card, 2000, 1000));
+    EXPECT_EQ(2.0L, ratioAt(card, 3000, 3000));
+    EXPECT_EQ(-1.0L, ratioAt(card, 0, 6000));
+    EXPECT_EQ(1.0L, ratioAt(card, 2000, 8000));
+}
+
+TEST(NetworkServiceCapabilities, RatioOfAClockThatWasSetBackIsNegative) {
+    ServiceWithClock card;
+    ratioAt(card, 1000, 5000);
+    EXPECT_EQ(-2.0L, ratioAt(card, 2000, 3000));
+    EXPECT_EQ(-0.5L, ratioAt(card, 1000, 3500));
 }
 
 TEST(NetworkServiceIdentity, IsTheAddressWithFFFEInTheMiddle) {
@@ -205,6 +276,46 @@ TEST(NetworkServiceIdentity, IsTheAddressWithFFFEInTheMiddle) {
         EXPECT_EQ(vector["identity"].get<std::string>(), toHex(identity, 8));
         EXPECT_EQ(identity, BuildPTPClockIdentityFromMacAdress(card.service.get()));
     }
+}
+
+/** Notes the descriptor that the hardware address is asked on. */
+struct AddressQuery {
+    AddressQuery() {
+        kernel.ioctl = [this](int queried, unsigned long request,
+                              void* argument) -> std::optional<int> {
+            if (request == SIOCGIFHWADDR) {
+                descriptor = queried;
+                family = static_cast<ifreq*>(argument)->ifr_addr.sa_family;
+            }
+            return std::nullopt;
+        };
+    }
+
+    bool isOpen() const { return fcntl(descriptor, F_GETFD) != -1; }
+
+    KernelSeam kernel;
+    int descriptor = -1;
+    int family = -1;
+};
+
+TEST(NetworkServiceIdentity, TheQueriesSocketIsClosedOnSuccess) {
+    const CardSandbox sandbox;
+    const AddressQuery query;
+    unsigned char mac[6] = {};
+    EXPECT_EQ(0, macaddress("tsm0", mac));
+    EXPECT_GT(query.descriptor, 2);
+    EXPECT_EQ(2, query.family);
+    EXPECT_FALSE(query.isOpen());
+}
+
+TEST(NetworkServiceIdentity, TheQueriesSocketStaysOpenOnFailure) {
+    const Sandbox sandbox;
+    const AddressQuery query;
+    unsigned char mac[6] = {};
+    errno = 0;
+    EXPECT_EQ(-1, macaddress("absent0", mac));
+    EXPECT_EQ(ENODEV, errno);
+    EXPECT_TRUE(query.isOpen());
 }
 
 TEST(NetworkServiceIdentity, AddressOfTheInterface) {

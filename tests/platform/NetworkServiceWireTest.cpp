@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
+#include "tools/virtual_i210/Faults.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
@@ -55,6 +57,15 @@ Bytes syncFrame(const std::string& header, unsigned char sequence, unsigned char
     frame[start + 4] = domain;
     frame[start + 31] = sequence;
     return frame;
+}
+
+/** On every processor longer than transmit waits for a stamp. */
+constexpr std::uint64_t kLateBeyondAnyWaitNs = 300'000'000;
+
+/** True when a stamp waits on the socket's error queue. */
+bool isStampPending() {
+    pollfd raw{i210helper::e1000_getsockid("tsm0"), 0, 0};
+    return poll(&raw, 1, 0) > 0 && (raw.revents & POLLERR) != 0;
 }
 
 const char* const kFromPeer = "0180c200000e02000000000288f7";
@@ -119,6 +130,43 @@ TEST(NetworkServiceWire, SkipsFramesOfOtherVlans) {
     ASSERT_TRUE(cable.peer.send(syncFrame("0180c200000e0200000000028100e00588f7", 3)));
     ptp_time_t time{};
     EXPECT_EQ(syncFrame("", 3), cable.nextPayload(time));
+}
+
+TEST(NetworkServiceWire, DomainVlanAndPriorityStayThoseOfTheStart) {
+    Cable cable(5, 3);
+    TSynInstanceConfig later = masterConfig();
+    later.VlanID = 6;
+    later.VlanPrio = 4;
+    later.Domain = 1;
+    InterfaceDataManager::getInstance(&later);
+    ptp_time_t time{};
+    cable.service->transmit(syncFrame("", 9).data(), 44, &time);
+    const auto frame = cable.peer.awaitType(0);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ("8100600588f7", toHex(frame->bytes.data() + 12, 6));
+    ASSERT_TRUE(cable.peer.send(syncFrame("0180c200000e0200000000028100600688f7", 1, 1)));
+    ASSERT_TRUE(cable.peer.send(syncFrame("0180c200000e0200000000028100600688f7", 2)));
+    ASSERT_TRUE(cable.peer.send(syncFrame("0180c200000e0200000000028100600588f7", 3, 1)));
+    ASSERT_TRUE(cable.peer.send(syncFrame("0180c200000e0200000000028100600588f7", 4)));
+    EXPECT_EQ(syncFrame("", 4), cable.nextPayload(time));
+}
+
+TEST(NetworkServiceWire, OneLateStampPutsEveryLaterFrameOneBehind) {
+    Cable cable(-1);
+    virtual_i210::FaultOrder late;
+    late.fault = virtual_i210::Fault::kTxTimestampLate;
+    late.lateNs = kLateBeyondAnyWaitNs;
+    virtual_i210::orderFault("tsm0", late);
+    ptp_time_t time{5, 5};
+    cable.service->transmit(syncFrame("", 1).data(), 44, &time);
+    EXPECT_EQ(0ULL, toNs(time));
+    EXPECT_EQ(1, cable.output.count("Timestamp still missing!"));
+    ASSERT_TRUE(eventually(isStampPending));
+    for (unsigned char sequence = 2; sequence < 6; ++sequence) {
+        cable.service->transmit(syncFrame("", sequence).data(), 44, &time);
+        const auto noted = virtual_i210::latestEventFrames(2);
+        EXPECT_EQ(*virtual_i210::truePhcNs("tsm0", noted.at(0).rawNs) / 8 * 8, toNs(time));
+    }
 }
 
 TEST(NetworkServiceWire, TheKernelDropsOtherDomainsAndProtocols) {

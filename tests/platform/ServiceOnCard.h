@@ -27,9 +27,11 @@ struct ServiceOnCard {
         config.Domain = domain;
         InterfaceDataManager::getInstance(&config);
         service = std::make_unique<Service>("tsm0");
-        kernel.sendto = [this](int, const void* data, std::size_t size, const sockaddr* to) {
+        kernel.sendto = [this](int, const void* data, std::size_t size, int flags,
+                               const sockaddr* to) {
             const auto* bytes = static_cast<const unsigned char*>(data);
             sent.emplace_back(bytes, bytes + size);
+            sendFlags = flags;
             std::memcpy(&link, to, sizeof link);
             return static_cast<ssize_t>(size);
         };
@@ -37,7 +39,7 @@ struct ServiceOnCard {
 
     /** Lets the next receive see a frame. */
     int receive(const Bytes& frame, Bytes& buffer, ptp_time_t& time) {
-        kernel.poll = [](pollfd* descriptor) {
+        kernel.poll = [](pollfd* descriptor, int) {
             descriptor->revents = POLLIN;
             return 1;
         };
@@ -57,12 +59,13 @@ struct ServiceOnCard {
         return service->receive(buffer.data(), 2048, &time);
     }
 
-    int send(const Bytes& payload) {
+    int send(const Bytes& payload, const std::string& address = "0180c200000e",
+             unsigned int addressLength = sizeof(sockaddr_ll)) {
         sockaddr_ll to{};
-        const unsigned char address[] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x0E};
-        std::copy(std::begin(address), std::end(address), to.sll_addr);
+        const Bytes bytes = fromHex(address);
+        std::copy(bytes.begin(), bytes.end(), to.sll_addr);
         return service->sendto(payload.data(), static_cast<int>(payload.size()), 99,
-                               reinterpret_cast<const sockaddr*>(&to), sizeof to);
+                               reinterpret_cast<const sockaddr*>(&to), addressLength);
     }
 
     StdoutCapture output;
@@ -71,6 +74,7 @@ struct ServiceOnCard {
     std::unique_ptr<Service> service;
     std::vector<Bytes> sent;
     sockaddr_ll link{};
+    int sendFlags = -1;
 };
 
 inline Bytes framed(const std::string& header, const Bytes& payload) {

@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/i210helper.h"
@@ -33,13 +35,13 @@ int intOption(int socket, int level, int option) {
     return value;
 }
 
-bool isPromiscuous(const char* name) {
+short flagsOf(const char* name) {
     ifreq request{};
     std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
     const int query = socket(AF_INET, SOCK_DGRAM, 0);
     ioctl(query, SIOCGIFFLAGS, &request);
     close(query);
-    return (request.ifr_flags & IFF_PROMISC) != 0;
+    return request.ifr_flags;
 }
 
 /** The set-up fails with these lines and leaves -1 behind. */
@@ -74,7 +76,37 @@ TEST(TimestampingSetUp, TurnsOnCardAndSocketTimestamps) {
     EXPECT_EQ(1, intOption(socket, SOL_SOCKET, SO_TIMESTAMPNS));
     EXPECT_EQ(1, intOption(socket, SOL_PACKET, PACKET_AUXDATA));
     EXPECT_EQ(1, intOption(socket, SOL_SOCKET, SO_REUSEADDR));
-    EXPECT_TRUE(isPromiscuous("tsm0"));
+    EXPECT_NE(0, flagsOf("tsm0") & IFF_PROMISC);
+}
+
+TEST(TimestampingSetUp, KeepsTheOtherFlagsOfTheInterface) {
+    const CardSandbox sandbox;
+    const StdoutCapture output;
+    const short before = flagsOf("tsm0");
+    ASSERT_NE(0, before & IFF_UP);
+    EnableI210Timestamping("tsm0");
+    EXPECT_EQ(before | IFF_PROMISC, flagsOf("tsm0"));
+}
+
+TEST(TimestampingSetUp, TakesEveryProtocolOfTheInterface) {
+    const CardSandbox sandbox;
+    const StdoutCapture output;
+    KernelSeam kernel;
+    int opened = -1;
+    sockaddr_ll bound{};
+    kernel.socket = [&](int domain, int, int protocol) -> std::optional<int> {
+        opened = domain == AF_PACKET ? protocol : opened;
+        return std::nullopt;
+    };
+    kernel.bind = [&](int, const sockaddr* address) -> std::optional<int> {
+        std::memcpy(&bound, address, sizeof bound);
+        return std::nullopt;
+    };
+    EnableI210Timestamping("tsm0");
+    EXPECT_EQ(0x0300, opened);
+    EXPECT_EQ(AF_PACKET, bound.sll_family);
+    EXPECT_EQ(0x0300, bound.sll_protocol);
+    EXPECT_EQ(static_cast<int>(if_nametoindex("tsm0")), bound.sll_ifindex);
 }
 
 TEST(TimestampingSetUp, AsksTheKernelInOrder) {
@@ -89,7 +121,7 @@ TEST(TimestampingSetUp, AsksTheKernelInOrder) {
     kernel.socket = [&](int domain, int type, int) {
         return note("socket " + std::to_string(domain) + " " + std::to_string(type));
     };
-    kernel.bind = [&](int) { return note("bind"); };
+    kernel.bind = [&](int, const sockaddr*) { return note("bind"); };
     kernel.ioctl = [&](int, unsigned long request, void*) {
         return note("ioctl " + std::to_string(request & 0xFF));
     };
@@ -133,7 +165,7 @@ TEST(TimestampingSetUp, FailsWhenBindingIsRefused) {
     const CardSandbox sandbox;
     const StdoutCapture output;
     KernelSeam kernel;
-    kernel.bind = [](int) { return KernelSeam::refuse(ENETDOWN); };
+    kernel.bind = [](int, const sockaddr*) { return KernelSeam::refuse(ENETDOWN); };
     expectFailure(output, {kFirstLine, bindingLine(), "errno: Network is down"});
 }
 
@@ -153,7 +185,7 @@ TEST(TimestampingSetUp, FailsWhenTheCardRefusesAndLeavesItPromiscuous) {
     const StdoutCapture output;
     virtual_i210::refuseHwtstamp("tsm0", ERANGE);
     expectFailure(output, {kFirstLine, bindingLine(), "errno: Numerical result out of range"});
-    EXPECT_TRUE(isPromiscuous("tsm0"));
+    EXPECT_NE(0, flagsOf("tsm0") & IFF_PROMISC);
 }
 
 class RefusedOption : public testing::TestWithParam<int> {};
@@ -185,7 +217,7 @@ TEST(TimestampingSetUp, AFailureClosesTheSocket) {
     const StdoutCapture output;
     int bound = -1;
     KernelSeam kernel;
-    kernel.bind = [&](int socket) {
+    kernel.bind = [&](int socket, const sockaddr*) {
         bound = socket;
         return KernelSeam::refuse(ENETDOWN);
     };
@@ -203,15 +235,26 @@ TEST(TimestampingSetUp, ADescriptorOfZeroIsMovedAway) {
     EXPECT_EQ(-1, fcntl(0, F_GETFD));
 }
 
+int refusedSocket = -1;
+
+void tellWhetherTheSocketIsClosed() {
+    std::fputs(fcntl(refusedSocket, F_GETFD) == -1 ? "closed at exit" : "open at exit", stderr);
+}
+
 TEST(TimestampingSetUpDeathTest, ARefusedReuseOfTheAddressEndsTheProcessWithOne) {
     const CardSandbox sandbox;
     KernelSeam kernel;
-    kernel.setsockopt = [](int, int, int option) -> std::optional<int> {
+    kernel.setsockopt = [](int socket, int, int option) -> std::optional<int> {
+        refusedSocket = socket;
         return option == SO_REUSEADDR ? std::optional<int>(KernelSeam::refuse(EPERM))
                                       : std::nullopt;
     };
-    EXPECT_EXIT(EnableI210Timestamping("tsm0"), testing::ExitedWithCode(1),
-                "setsockopt: Operation not permitted");
+    EXPECT_EXIT(
+        {
+            std::atexit(tellWhetherTheSocketIsClosed);
+            EnableI210Timestamping("tsm0");
+        },
+        testing::ExitedWithCode(1), "setsockopt: Operation not permitted\nclosed at exit");
 }
 
 }  // namespace

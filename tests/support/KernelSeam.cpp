@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -120,7 +121,7 @@ int socket(int domain, int type, int protocol) noexcept {
 
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept {
     static const auto real = next(&bind, "bind");
-    const auto faked = answer(&KernelSeam::bind, descriptor);
+    const auto faked = answer(&KernelSeam::bind, descriptor, address);
     return faked ? *faked : real(descriptor, address, length);
 }
 
@@ -140,7 +141,7 @@ int getsockopt(int descriptor, int level, int option, void* value, socklen_t* le
 ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
     static const auto real = next(&sendto, "sendto");
-    const auto faked = answer(&KernelSeam::sendto, descriptor, data, size, address);
+    const auto faked = answer(&KernelSeam::sendto, descriptor, data, size, flags, address);
     return faked ? *faked : real(descriptor, data, size, flags, address, length);
 }
 
@@ -152,8 +153,14 @@ ssize_t recvmsg(int descriptor, msghdr* message, int flags) {
 
 int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
     static const auto real = next(&poll, "poll");
-    const auto faked = answer(&KernelSeam::poll, descriptors);
+    const auto faked = answer(&KernelSeam::poll, descriptors, milliseconds);
     return faked ? *faked : real(descriptors, count, milliseconds);
+}
+
+int sched_yield() noexcept {
+    static const auto real = next(&sched_yield, "sched_yield");
+    const auto faked = answer(&KernelSeam::schedYield);
+    return faked ? *faked : real();
 }
 
 int usleep(useconds_t microseconds) {

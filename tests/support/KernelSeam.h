@@ -23,13 +23,15 @@ struct KernelSeam {
     std::function<std::optional<int>(int, unsigned long, void*)> ioctl;
     std::function<std::optional<int>(const char*)> open;
     std::function<std::optional<int>(int, int, int)> socket;
-    std::function<std::optional<int>(int)> bind;
+    std::function<std::optional<int>(int, const sockaddr*)> bind;
     std::function<std::optional<int>(int, int, int)> setsockopt;
     std::function<std::optional<int>(int, int, int)> getsockopt;
-    std::function<std::optional<ssize_t>(int, const void*, std::size_t, const sockaddr*)> sendto;
+    std::function<std::optional<ssize_t>(int, const void*, std::size_t, int, const sockaddr*)>
+        sendto;
     std::function<std::optional<ssize_t>(int, msghdr*, int)> recvmsg;
-    std::function<std::optional<int>(pollfd*)> poll;
+    std::function<std::optional<int>(pollfd*, int)> poll;
     std::function<std::optional<int>()> pthreadSigmask;
+    std::function<std::optional<int>()> schedYield;
     std::function<std::optional<int>(useconds_t)> usleep;
     std::function<std::optional<int>()> pthreadCreate;  ///< answers with an error, not with errno
     std::function<std::optional<unsigned>(const char*)> ifNametoindex;

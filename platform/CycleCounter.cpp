@@ -1,0 +1,7 @@
+#include "platform/CycleCounter.h"
+
+#include <x86intrin.h>
+
+unsigned long long cycleCount() {
+    return __rdtsc();
+}
