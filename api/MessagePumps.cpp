@@ -10,6 +10,7 @@
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
+#include "wire/EthernetFrame.h"
 
 namespace {
 
@@ -17,7 +18,6 @@ constexpr const char* kLogSource = log_source::kControl;
 constexpr useconds_t kPausedPollMicroseconds = 100;
 constexpr useconds_t kIdlePollMicroseconds = 1000;
 constexpr int kReceiveCapacity = 2048;
-constexpr int kVlanTagSpare = 4;
 
 // mutexInputThreader and mutexOutputThreader are locked and unlocked plainly: one that is held when
 // its pump is cancelled stays locked, so that no second sender meets a half-sent exchange.
@@ -35,9 +35,7 @@ void handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned sho
     if (message == nullptr) {
         return;
     }
-    message->frameLength = length;
-    message->rxTimestamp = rxTime;
-    message->service = pump.service;
+    message->setArrival(pump.service, rxTime, length);
     message->processIncoming();
 }
 
@@ -93,7 +91,7 @@ void wakeSenders() {
 
 void* InputThreader(void* record) {
     const auto& pump = *static_cast<InputPumpRecord*>(record);
-    unsigned char buffer[kReceiveCapacity + kVlanTagSpare];
+    unsigned char buffer[kReceiveCapacity + ethernet::kVlanTagSize];
     ptp_time_t rxTime{};
     noteDaemonThread();
     atomic_add(&threadCount, 1);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <limits>
 
 #include "api/DaemonState.h"
@@ -15,10 +16,11 @@
 #include "api/StackEnvironment.h"
 #include "api/ThreadHandle.h"
 #include "base/DbgLog.h"
-#include "base/Extended80.h"
 #include "base/FieldText.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "timebase/TimeConversion.h"
+#include "timebase/TimeRecord.h"
 #include "timebase/osipc.h"
 
 namespace {
@@ -36,7 +38,6 @@ constexpr unsigned long long kMaxSoftSeconds = 4611686018ULL;  // times 10^9 sta
 constexpr unsigned char kMaxUserData = 3;
 constexpr unsigned char kSettableStatusBits = 0x0C;
 constexpr int kGlobalTimeBaseShift = 3;
-constexpr unsigned int kReportEntries = 4;
 
 unsigned int statusCalls = 0;
 
@@ -78,33 +79,10 @@ void fillWithOnes(Value* output) {
     putIfWanted(output, std::numeric_limits<Value>::max());
 }
 
-/** Grandmaster time at a system time, in two truncated steps as peers of this system compute it. */
-long long currentTimeNs(const gPtpTimeDataStruct& record, unsigned long long systemNs) {
-    const unsigned long long reference = record.localTime;
-    const auto systemOffset = static_cast<unsigned long long>(record.systemOffset);
-    const auto masterOffset = static_cast<unsigned long long>(record.masterOffset);
-    const long long elapsed = signedDiff(systemNs, reference + systemOffset);
-    const long long scaled =
-        toS64(static_cast<long double>(elapsed) * loadExtended(record.rateRatio2));
-    const long long sinceSync =
-        toS64(static_cast<long double>(scaled) * loadExtended(record.rateRatio1));
-    return static_cast<long long>(reference - masterOffset +
-                                  static_cast<unsigned long long>(sinceSync) +
-                                  static_cast<unsigned long long>(record.softOffset));
-}
-
 void putSeconds(long long time, unsigned long long* seconds, unsigned int* nanoseconds) {
     constexpr long long kSecond = kNsPerSecond;
     putIfWanted(seconds, static_cast<unsigned long long>(time / kSecond));
     putIfWanted(nanoseconds, static_cast<unsigned int>(time % kSecond));
-}
-
-/** The delay for the host; a configured one also replaces the measurement in the record. */
-unsigned int pathDelayFor(const InstanceBlock& block, gPtpTimeDataStruct& record) {
-    if (block.cfg.PropagationDelay != 0) {
-        record.linkDelay = block.cfg.PropagationDelay;
-    }
-    return static_cast<unsigned int>(record.linkDelay);
 }
 
 void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
@@ -112,7 +90,7 @@ void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
         return;
     }
     report->count = block.subTlvCount;
-    const unsigned int entries = std::min(block.subTlvCount, kReportEntries);
+    const unsigned int entries = std::min<unsigned int>(block.subTlvCount, std::size(block.subTlvValid));
     for (unsigned int i = 0; i < entries; ++i) {
         report->crcKinds[i] = block.subTlvCrcKinds[i];
         report->valid[i] = block.subTlvValid[i];
@@ -269,7 +247,9 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     const long long time = currentTimeNs(*record, toNs(now));
     putSeconds(time, seconds, nanoseconds);
     putIfWanted(sequenceId, static_cast<unsigned short>(record->sequenceId));
-    block->lastPathDelay = pathDelayFor(*block, *record);
+    // A configured delay also replaces the measured one in the record, where a slave looks it up.
+    TimeRecord(record).useFixedDelay(block->cfg.PropagationDelay);
+    block->lastPathDelay = static_cast<unsigned int>(record->linkDelay);
     putIfWanted<unsigned int>(pathDelay, block->lastPathDelay);
     putIfWanted<unsigned int>(rejectedSyncs, record->rejectedSync);
     putIfWanted<unsigned int>(timeBaseStatus, block->timeBaseStatus);
@@ -321,7 +301,7 @@ ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned
         return -1;
     }
     const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
-    record->softOffset = hardware > 0 && target > 0 ? target - hardware : 0;
+    TimeRecord(record).setSoftOffset(hardware > 0 && target > 0 ? target - hardware : 0);
     return 0;
 }
 
