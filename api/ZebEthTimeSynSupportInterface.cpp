@@ -90,7 +90,8 @@ void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
         return;
     }
     report->count = block.subTlvCount;
-    const unsigned int entries = std::min<unsigned int>(block.subTlvCount, std::size(block.subTlvValid));
+    const unsigned int entries =
+        std::min<unsigned int>(block.subTlvCount, std::size(block.subTlvValid));
     for (unsigned int i = 0; i < entries; ++i) {
         report->crcKinds[i] = block.subTlvCrcKinds[i];
         report->valid[i] = block.subTlvValid[i];
