@@ -91,7 +91,7 @@ void DisableUsrSignals() {
     usleep(kAfterBlockingSignals);
 }
 
-ZEB_EXPORT void* MainEntryPointSharedLibrary(void* record) {
+ZEB_ENTRY void* MainEntryPointSharedLibrary(void* record) {
     noteDaemonThread();
     const PendingStartEnd pending;
     const auto& block = *static_cast<const InstanceBlock*>(record);

@@ -4,7 +4,7 @@
 #include "include/ZebEthTimeSynSupportInterface.h"
 
 /** Blocks SIGUSR1 in the calling thread and sleeps one second; returns at once when that fails. */
-ZEB_EXPORT void DisableUsrSignals();
+ZEB_ENTRY void DisableUsrSignals();
 
 namespace daemon_threads {
 

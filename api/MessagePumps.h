@@ -21,11 +21,11 @@ struct OutputPumpRecord {
 
 /** Receives frames and lets each handle itself, one after another, while runningState is set.
  *  Ends by cancellation only. */
-ZEB_EXPORT void* InputThreader(void* record);
+ZEB_ENTRY void* InputThreader(void* record);
 
 /** Sends one message each period while runningState is set; the first one at once when it is set
  *  on entry. Ends by cancellation only. */
-ZEB_EXPORT void* OutputThreader(void* record);
+ZEB_ENTRY void* OutputThreader(void* record);
 
 /** Ends the wait of every sender, so that each transmits at once and begins its period anew. One
  *  that is transmitting at that moment notices nothing. Any thread. */

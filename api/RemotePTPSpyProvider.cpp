@@ -75,7 +75,7 @@ void sendRecord(int spy, const gPtpTimeDataStruct& live, const sockaddr_in& peer
 
 }  // namespace
 
-ZEB_EXPORT void* RemotePTPSpyProvider(void* /*unused*/) {
+ZEB_ENTRY void* RemotePTPSpyProvider(void* /*unused*/) {
     noteDaemonThread();
     if (abortsOnTrace()) {
         fatalTraceLine("RemotePTPSpyProvider", kEntryTraceLine);

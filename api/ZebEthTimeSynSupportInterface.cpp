@@ -129,7 +129,7 @@ void wakeSendersIf(unsigned char notify) {
 
 }  // namespace
 
-ZEB_EXPORT int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
+ZEB_ENTRY int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
     if (cfg == nullptr) {
         return -1;
     }
@@ -156,7 +156,7 @@ ZEB_EXPORT int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
     return result;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_Destroy(void) {
+ZEB_ENTRY int ZebEthTSynInterface_Destroy(void) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     ZEB_LOG(kAlways, "Destroying threads ...\n");
     if (cfg.role != 0) {
@@ -170,11 +170,10 @@ ZEB_EXPORT int ZebEthTSynInterface_Destroy(void) {
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/,
-                                                   unsigned int* callCount1,
-                                                   unsigned int* callCount2,
-                                                   unsigned int* callCount3,
-                                                   unsigned char* callCountByte) {
+ZEB_ENTRY int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/, unsigned int* callCount1,
+                                                  unsigned int* callCount2,
+                                                  unsigned int* callCount3,
+                                                  unsigned char* callCountByte) {
     requireInstance();
     const auto calls =
         static_cast<unsigned char>(__atomic_fetch_add(&statusCalls, 1, __ATOMIC_RELAXED));
@@ -185,8 +184,8 @@ ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/,
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent,
-                                         const char* ifName) {
+ZEB_ENTRY int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* stackIdent,
+                                        const char* ifName) {
     InstanceBlock& block = instanceBlock();
     if (block.cfg.argumentCount > 1) {
         if (stackIdent != nullptr) {
@@ -214,7 +213,7 @@ ZEB_EXPORT int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* st
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_Stop(void) {
+ZEB_ENTRY int ZebEthTSynInterface_Stop(void) {
     InstanceBlock& block = instanceBlock();
     ZEB_LOG(kAlways, "Stopping threads ...\n");
     block.userDataLength = 0;
@@ -223,7 +222,7 @@ ZEB_EXPORT int ZebEthTSynInterface_Stop(void) {
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
+ZEB_ENTRY int ZebEthTSynInterface_GetCurrentTime(
     unsigned int /*handle*/, unsigned long long* seconds, unsigned int* nanoseconds,
     unsigned short* sequenceId, unsigned int* pathDelay, unsigned int* rejectedSyncs,
     unsigned int* timeBaseStatus, TSynSubTlvReport* subTlvs, TSynUserData* userData) {
@@ -259,9 +258,9 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     return static_cast<int>(static_cast<unsigned int>(time));
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/,
-                                                 unsigned long long* seconds,
-                                                 unsigned int* nanoseconds) {
+ZEB_ENTRY int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/,
+                                                unsigned long long* seconds,
+                                                unsigned int* nanoseconds) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     // Exactly 1, narrower than the role test elsewhere: hosts use it to tell plain masters.
     if (cfg.role != 1) {
@@ -273,8 +272,8 @@ ZEB_EXPORT int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/,
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
-                                               unsigned int nanoseconds, unsigned char notify) {
+ZEB_ENTRY int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
+                                              unsigned int nanoseconds, unsigned char notify) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     wakeSendersIf(notify);
     const StackScope scope(fieldText(cfg.ethStackIdent).c_str());
@@ -283,8 +282,8 @@ ZEB_EXPORT int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long seconds,
-                                               unsigned int nanoseconds, unsigned char notify) {
+ZEB_ENTRY int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned long long seconds,
+                                              unsigned int nanoseconds, unsigned char notify) {
     if (seconds > kMaxSoftSeconds) {
         ZEB_LOG(kError, "Too big time as secons to set %llu ...\n", seconds);
         return -1;
@@ -306,9 +305,9 @@ ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
-                                           unsigned int nanoseconds, unsigned char notify,
-                                           const unsigned char* userData) {
+ZEB_ENTRY int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
+                                          unsigned int nanoseconds, unsigned char notify,
+                                          const unsigned char* userData) {
     requireInstance();
     if (userData != nullptr && !storeUserData(userData)) {
         ZEB_LOG(kError, "Wrong user data length ...\n");
@@ -317,7 +316,7 @@ ZEB_EXPORT int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long lo
     return ZebEthTSynInterface_SetSoftTime(handle, seconds, nanoseconds, notify);
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
+ZEB_ENTRY int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
     InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if (status > 1) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
@@ -333,8 +332,7 @@ ZEB_EXPORT int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned c
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/,
-                                                     unsigned char status) {
+ZEB_ENTRY int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/, unsigned char status) {
     InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if ((status & ~kSettableStatusBits) != 0) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
@@ -350,7 +348,7 @@ ZEB_EXPORT int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/,
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
+ZEB_ENTRY int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
     requireInstance();
     if (data == nullptr) {
         return 0;
@@ -362,8 +360,8 @@ ZEB_EXPORT int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const un
     return 0;
 }
 
-ZEB_EXPORT int ZebEthTSynInterface_SetTxMode(unsigned int /*handle*/, unsigned int txMode,
-                                             unsigned int txCrcMode) {
+ZEB_ENTRY int ZebEthTSynInterface_SetTxMode(unsigned int /*handle*/, unsigned int txMode,
+                                            unsigned int txCrcMode) {
     InstanceBlock& block = instanceBlock();
     if (block.cfg.role != 0) {
         block.cfg.TxMode = txMode;

@@ -6,6 +6,15 @@
 /** A function, variable, class or class member that hosts see. */
 #define ZEB_EXPORT __attribute__((visibility("default")))
 
+/** A function that hosts call or run as a thread. Hosts built for i386 may keep their stacks
+ * aligned to 4 bytes only, while the C library wants 16: such a function aligns the stack for all
+ * that it calls. */
+#ifdef __i386__
+#define ZEB_ENTRY ZEB_EXPORT __attribute__((force_align_arg_pointer))
+#else
+#define ZEB_ENTRY ZEB_EXPORT
+#endif
+
 /** A member of an exported class that hosts do not see. */
 #define ZEB_INTERNAL __attribute__((visibility("hidden")))
 

@@ -80,7 +80,7 @@ int ZebEthTSynInterface_getDaemonStatus(unsigned int handle, unsigned int* callC
                                         unsigned int* callCount2, unsigned int* callCount3,
                                         unsigned char* callCountByte);
 
-/** Starts the threads, or resumes them after Stop. The first call blocks for about 1.2 s and
+/** Starts the threads, or resumes them after Stop. The first call blocks for about 1.1 s and
  *  leaves SIGUSR1 blocked in the caller. The names replace the configured ones when
  *  argumentCount is above 1; longer ones are cut to 191 and 63 characters. Returns 0 even when
  *  the interface does not exist. */

@@ -81,21 +81,6 @@ TEST(StartUp, ASlaveLogsItsStepsInOrder) {
             "Port index: " + index, "PropagationDelay: 0", "tdata -> idelay: 1000"));
 }
 
-TEST(StartUp, LinesCarryTheirLevels) {
-    const StdoutCapture output;
-    const CardSandbox sandbox;
-    const RunningDaemon daemon(masterConfig(), RunningDaemon::kMasterThreads);
-    ASSERT_TRUE(output.await("tdata_m -> idelay: 1000\n"));
-    for (const LogLine& line : output.lines()) {
-        const bool debug = line.text.rfind("Port index", 0) == 0 ||
-                           line.text.rfind("EnableAutosar", 0) == 0 ||
-                           line.text.rfind("PropagationDelay", 0) == 0;
-        if (debug || line.function == "MasterThread") {
-            EXPECT_EQ(debug ? "DEBUG" : "ALWAYS", line.level) << line.text;
-        }
-    }
-}
-
 TEST(StartUp, AMasterSetsItsClockToSystemTime) {
     const StdoutCapture output;
     const CardSandbox sandbox("tsm0", "phc=0 offset_ns=1000000000000000");

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <string>
+#include <thread>
 
 #include "tests/support/KernelSeam.h"
 
@@ -22,4 +23,10 @@ struct QuickKernel : KernelSeam {
             return microseconds >= kLong ? std::optional<int>(0) : std::nullopt;
         };
     }
+
+    /** Whether this is the thread of the test. The daemon's get their names only while they run. */
+    bool isHost() const { return std::this_thread::get_id() == host_; }
+
+private:
+    const std::thread::id host_ = std::this_thread::get_id();
 };

@@ -71,11 +71,12 @@ public:
     unsigned short port() const { return port_; }
 
 private:
+    /** Not the address of localhost, since the provider serves every address. */
     static sockaddr_in loopback(unsigned short port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
         return address;
     }
 
@@ -207,7 +208,7 @@ TEST_F(SpyProvider, ReportsDatagramsAboveTraceLevel0Alone) {
     ASSERT_EQ(kRecordSize, tool.receive().size());
     DbgTraceLevel = 1;
     tool.send("loud");
-    EXPECT_TRUE(awaitPrinted(output_, "2Received packet from 127.0.0.1:" +
+    EXPECT_TRUE(awaitPrinted(output_, "2Received packet from 127.0.0.2:" +
                                           std::to_string(tool.port()) + "\nData: loud\n\n\n"));
     EXPECT_EQ(0, output_.count("silent"));
     DbgTraceLevel = 0;
@@ -223,7 +224,7 @@ TEST_F(SpyProvider, CutsTheReportOfALongDatagramThatHasNoEnd) {
     const RunningProvider provider;
     ASSERT_TRUE(eventually(isPortTaken));
     tool.send(std::string(256, 'x'));
-    const std::string head = "Received packet from 127.0.0.1:40000\nData: ";
+    const std::string head = "Received packet from 127.0.0.2:40000\nData: ";
     EXPECT_TRUE(awaitPrinted(output_, "2" + head + std::string(255 - head.size(), 'x') + "\n"));
     EXPECT_EQ(kRecordSize, tool.receive().size());
 }

@@ -42,7 +42,7 @@ TEST_P(RoleOfSock, GivesTheHostsValueBackWhenItsSocketsAreOpen) {
     };
     std::string atTheEnd;
     kernel.usleep = [&](useconds_t) {
-        if (ownThreadName() == "TSyn_Main" && runningState != 0) {
+        if (!kernel.isHost() && runningState != 0) {
             atTheEnd = sockNow();
         }
         return std::optional<int>(0);

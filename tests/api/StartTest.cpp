@@ -31,14 +31,21 @@ int start() {
     return ZebEthTSynInterface_Start(0, nullptr, nullptr);
 }
 
+/** Ends the daemon before what its threads refer to goes. */
+void destroy() {
+    ZebEthTSynInterface_Destroy();
+    eventually([] { return daemonThreads().empty(); }, std::chrono::seconds(2));
+}
+
 TEST(Start, EightAtOnceMakeOneDaemon) {
     constexpr int kStarts = 8;
+    static thread_local bool inStart = false;
     const StdoutCapture output;
     const CardSandbox sandbox;
     QuickKernel kernel;
     kernel.usleep = [&](useconds_t microseconds) -> std::optional<int> {
         // The one that creates sleeps until all others had their turn.
-        if (microseconds == 1000000 && ownThreadName() != "TSyn_Main") {
+        if (microseconds == 1000000 && inStart) {
             EXPECT_TRUE(output.await(kStillRunning, kStarts - 1));
             return 0;
         }
@@ -48,7 +55,10 @@ TEST(Start, EightAtOnceMakeOneDaemon) {
     std::atomic<int> results{0};
     std::vector<std::thread> hosts;
     for (int i = 0; i < kStarts; ++i) {
-        hosts.emplace_back([&] { results += start(); });
+        hosts.emplace_back([&] {
+            inStart = true;
+            results += start();
+        });
     }
     for (std::thread& host : hosts) {
         host.join();
@@ -57,7 +67,7 @@ TEST(Start, EightAtOnceMakeOneDaemon) {
     EXPECT_EQ(1, output.count(kCreating));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() >= 4; }));
     EXPECT_EQ(4U, daemonThreads().size());
-    ZebEthTSynInterface_Destroy();
+    destroy();
 }
 
 TEST(Start, StoppedWhileItIsUnderWayIsARestartForTheNext) {
@@ -65,7 +75,7 @@ TEST(Start, StoppedWhileItIsUnderWayIsARestartForTheNext) {
     const CardSandbox sandbox;
     QuickKernel kernel;
     kernel.usleep = [&](useconds_t microseconds) -> std::optional<int> {
-        if (microseconds == 1000000 && ownThreadName() != "TSyn_Main") {
+        if (microseconds == 1000000 && kernel.isHost()) {
             ZebEthTSynInterface_Stop();
             std::thread([] { EXPECT_EQ(0, start()); }).join();
         }
@@ -76,7 +86,7 @@ TEST(Start, StoppedWhileItIsUnderWayIsARestartForTheNext) {
     EXPECT_EQ(1, output.count(kCreating));
     EXPECT_EQ(1, output.count(kRestarting));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() == 3; }));
-    ZebEthTSynInterface_Destroy();
+    destroy();
 }
 
 TEST(Start, IsNoLongerPendingOnceItsThreadWasDestroyed) {
@@ -84,7 +94,7 @@ TEST(Start, IsNoLongerPendingOnceItsThreadWasDestroyed) {
     const CardSandbox sandbox;
     QuickKernel kernel;
     kernel.usleep = [&](useconds_t) -> std::optional<int> {
-        return ownThreadName() == "TSyn_Main" ? std::nullopt : std::optional<int>(0);
+        return kernel.isHost() ? std::optional<int>(0) : std::nullopt;
     };
     create(masterConfig());
     start();
@@ -114,7 +124,7 @@ TEST(Start, WithoutAThreadToBeHadLeavesNothingPending) {
     EXPECT_EQ(3, output.count(kCreating));
     EXPECT_EQ(0, output.count(kStillRunning));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() == 3; }));
-    ZebEthTSynInterface_Destroy();
+    destroy();
 }
 
 /** Which of the pumps, in the order of their creation, get no thread; the role as a master. */
@@ -197,13 +207,13 @@ TEST(Start, RunsOnlyOnceTheSignalsAreSettled) {
         if (microseconds < QuickKernel::kLong) {
             return std::nullopt;
         }
-        if (ownThreadName() == "TSyn_Main" && detached < 0) {
+        if (!kernel.isHost() && detached < 0) {
             running.push_back(runningState);
             pthread_attr_t attributes;
             pthread_getattr_np(pthread_self(), &attributes);
             pthread_attr_getdetachstate(&attributes, &detached);
             pthread_attr_destroy(&attributes);
-        } else if (ownThreadName() != "TSyn_Main") {
+        } else if (kernel.isHost()) {
             sleeps.push_back(microseconds);
         }
         return 0;
@@ -222,7 +232,7 @@ TEST(Start, AHostThatWaitsOnCondvarLearnsOfTheRolesEnd) {
     std::mutex mutex;
     bool waiting = false;
     kernel.usleep = [&](useconds_t) {
-        if (ownThreadName() == "TSyn_Main") {
+        if (!kernel.isHost()) {
             eventually([&] {
                 const std::lock_guard<std::mutex> lock(mutex);
                 return waiting;
