@@ -141,7 +141,14 @@ TEST(NetworkServiceSending, PayloadsBeyondTheBufferAreRefused) {
     ServiceOnCard card;
     EXPECT_EQ(2048 + 14, card.send(Bytes(2048)));
     EXPECT_EQ(-1, card.send(Bytes(2049)));
+    EXPECT_EQ(EMSGSIZE, errno);
     EXPECT_EQ(1U, card.sent.size());
+}
+
+TEST(NetworkServiceSending, AnEmptyPayloadIsAHeaderAlone) {
+    ServiceOnCard card;
+    EXPECT_EQ(14, card.send({}));
+    EXPECT_EQ("0180c200000e02000000000188f7", toHex(card.sent.at(0)));
 }
 
 TEST(NetworkServiceSending, TransmitReturnsZeroEvenWhenTheSendFailed) {

@@ -86,6 +86,7 @@ TEST(ReceiveTimestamp, TriesAgainWhenInterrupted) {
         EXPECT_EQ(kSocket, socket);
         EXPECT_EQ(0, flags);
         EXPECT_EQ(512U, message->msg_controllen);
+        EXPECT_EQ(16U, message->msg_namelen);
         message->msg_controllen = 0;
         return ++calls < 3 ? KernelSeam::refuse(EINTR) : Reply{frameOf(20), {}}.fill(message);
     };

@@ -44,6 +44,7 @@ TEST(TransmitTimestamp, IsReadFromTheErrorQueueOfTheGivenSocket) {
         EXPECT_EQ(MSG_ERRQUEUE, flags);
         EXPECT_EQ(256U, message->msg_iov->iov_len);
         EXPECT_EQ(524U, message->msg_controllen);
+        EXPECT_EQ(16U, message->msg_namelen);
         message->msg_controllen = 0;
         return ++calls < 4 ? KernelSeam::refuse(EAGAIN)
                            : Reply{{}, {}}.withTimes(timeOf(0, 0), timeOf(3, 3)).fill(message);
