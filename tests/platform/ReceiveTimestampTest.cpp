@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/i210helper.h"
 #include "tests/platform/SocketReply.h"
@@ -54,6 +55,14 @@ TEST(ReceiveTimestamp, IsZeroWhenTheControlMessageIsCutShort) {
     EXPECT_EQ(0ULL, receiveOnce(reply).ns);
     reply.control.resize(sizeof(cmsghdr) - 1);
     EXPECT_EQ(0ULL, receiveOnce(reply).ns);
+}
+
+TEST(ReceiveTimestamp, IgnoresItsTypeOnOtherLevelsAndOtherTypesOnItsLevel) {
+    const timespec times[3] = {timeOf(5, 5), timeOf(5, 5), timeOf(5, 5)};
+    for (const auto& [level, type] : {std::pair(SOL_PACKET, SCM_TIMESTAMPING),
+                                      std::pair(SOL_SOCKET, SCM_TIMESTAMPING_PKTINFO)}) {
+        EXPECT_EQ(0ULL, receiveOnce(Reply{frameOf(58), {}}.with(level, type, times)).ns) << level;
+    }
 }
 
 TEST(ReceiveTimestamp, IgnoresAHeaderShorterThanItself) {

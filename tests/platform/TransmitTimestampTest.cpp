@@ -164,12 +164,15 @@ TEST(TransmitTimestamp, OfAServiceIsReadFromTheProcessWideSocket) {
     EXPECT_EQ(std::vector<int>{raw}, sockets);
 }
 
-TEST(TransmitTimestamp, IsClearedWhenNoneCame) {
+TEST(TransmitTimestamp, IsClearedWhileItIsAwaitedAndWhenNoneCame) {
     const StdoutCapture output;
     KernelSeam kernel;
-    kernel.recvmsg = [](int, msghdr*, int) { return KernelSeam::refuse(EAGAIN); };
-    UInterface interface {};
     ptp_time_t time{99, 99};
+    kernel.recvmsg = [&](int, msghdr*, int) {
+        EXPECT_EQ(0ULL, toNs(time));
+        return KernelSeam::refuse(EAGAIN);
+    };
+    UInterface interface {};
     EXPECT_TRUE(i210helper::retrieve_TX_timestamp(interface, nullptr, &time));
     EXPECT_EQ(0ULL, time.seconds);
     EXPECT_EQ(0U, time.nanoseconds);
