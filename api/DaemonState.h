@@ -20,20 +20,20 @@ ZEB_EXPORT extern std::string EthStackIdent;
 ZEB_EXPORT extern std::string netifname;
 ZEB_EXPORT extern std::string devname;
 
-ZEB_EXPORT extern std::condition_variable condvar;
+ZEB_EXPORT extern std::condition_variable condvar;  ///< notified when the role has ended
 ZEB_EXPORT extern std::condition_variable cvpd;
-ZEB_EXPORT extern std::condition_variable cvout;
-ZEB_EXPORT extern std::condition_variable cv;  ///< every output pump waits on it for its period
+ZEB_EXPORT extern std::condition_variable cvout;  ///< in the record of the Sync or request sender
+ZEB_EXPORT extern std::condition_variable cv;     ///< every output pump waits on it for its period
 ZEB_EXPORT extern std::condition_variable cv1;
 ZEB_EXPORT extern std::condition_variable cv2;
-ZEB_EXPORT extern std::condition_variable cv_announce;
+ZEB_EXPORT extern std::condition_variable cv_announce;  ///< in the record of the Announce sender
 
 ZEB_EXPORT extern pthread_mutex_t mutexInputThreader;   ///< held around each receive and dispatch
 ZEB_EXPORT extern pthread_mutex_t mutexOutputThreader;  ///< held around each transmission
 ZEB_EXPORT extern pthread_mutex_t th_mutex[14];         ///< by message type, used with cv
 ZEB_EXPORT extern pthread_mutex_t pMutex;
 
-/** Hooks around threadCount, empty on purpose: a host that wants to count replaces them. */
+/** Hooks around threadCount, empty: a host that wants to count its threads replaces them. */
 ZEB_EXPORT void atomic_add(volatile unsigned* counter, unsigned amount);
 ZEB_EXPORT void atomic_sub(volatile unsigned* counter, unsigned amount);
 

@@ -3,31 +3,25 @@
 #include "base/Exports.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
-/** Role bodies for one interface; return when the role could not start or its pumps have ended. */
-ZEB_EXPORT void MasterThread(char* ifName);
-ZEB_EXPORT void SlaveThread(char* ifName);
-
 /** Blocks SIGUSR1 in the calling thread and sleeps one second; returns at once when that fails. */
 ZEB_EXPORT void DisableUsrSignals();
 
-/** Sets SOCK back to the value found when the main thread started, if there was one. */
-void restoreSavedSock();
-
 namespace daemon_threads {
 
-/** True once the main thread has been created; stays so. */
-bool wasStarted();
+/** What a Start finds. */
+enum class StartClaim {
+    kCreate,        ///< nothing yet; the caller is the one that creates the main thread
+    kStillRunning,  ///< the threads run, or another Start is about to create them
+    kRestart        ///< the threads were made before and are paused or gone
+};
+StartClaim claimStart();
 
-/** True from the creation of the main thread until it sets runningState, ends, or Stop comes. */
-bool isStartPending();
-void clearStartPending();
+/** Creates the detached main thread for an instance block, after a claim to create. Without a
+ *  thread to be had the claim is given back. */
+void createMain(void* record);
 
-/** Creates the detached main thread for an instance block. */
-void start(void* record);
-
-enum class Thread { kMain, kInput, kSender, kAnnounce };
-
-/** Cancels a thread if it was created and has not ended. */
-void cancel(Thread thread);
+/** A start is pending from its claim until the main thread sets runningState, the main thread ends
+ *  or Stop comes. */
+void endPendingStart();
 
 }  // namespace daemon_threads

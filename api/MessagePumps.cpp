@@ -6,10 +6,11 @@
 #include <memory>
 
 #include "api/DaemonState.h"
-#include "api/DaemonThreads.h"
+#include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
+#include "wire/EthernetFrame.h"
 
 namespace {
 
@@ -17,10 +18,9 @@ constexpr const char* kLogSource = log_source::kControl;
 constexpr useconds_t kPausedPollMicroseconds = 100;
 constexpr useconds_t kIdlePollMicroseconds = 1000;
 constexpr int kReceiveCapacity = 2048;
-constexpr int kVlanTagSpare = 4;
 
-// The pump mutexes are locked and unlocked plainly: one that is held when its pump is cancelled
-// stays locked, so that no second sender meets a half-sent exchange.
+// mutexInputThreader and mutexOutputThreader are locked and unlocked plainly: one that is held when
+// its pump is cancelled stays locked, so that no second sender meets a half-sent exchange.
 
 void waitWhilePaused() {
     while (!isRunning()) {
@@ -35,9 +35,7 @@ void handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned sho
     if (message == nullptr) {
         return;
     }
-    message->frameLength = length;
-    message->rxTimestamp = rxTime;
-    message->service = pump.service;
+    message->setArrival(pump.service, rxTime, length);
     message->processIncoming();
 }
 
@@ -52,14 +50,15 @@ timespec monotonicDeadline(int periodMs) {
     return result;
 }
 
-/** Waits for the period or until cv is notified, whichever is first. */
+/** Waits for the period or until wakeSenders, whichever is first. Senders that were paused share
+ *  one mutex, which a cancelled wait takes again before it unwinds: left locked, it would hold the
+ *  other senders for ever, hence the scope. */
 void waitForPeriod(int lastType, int periodMs) {
     pthread_mutex_t& mutex = th_mutex[lastType];
-    lockOrThrow(mutex);
+    const MutexLock lock(mutex);
     const timespec deadline = monotonicDeadline(periodMs);
     // Several pumps wait on cv with different mutexes, which the C library allows in practice.
     pthread_cond_clockwait(cv.native_handle(), &mutex, CLOCK_MONOTONIC, &deadline);
-    pthread_mutex_unlock(&mutex);
 }
 
 /** Sends the message once and returns its type. */
@@ -86,9 +85,13 @@ int sendOnce(PTPMessage& message) {
 
 }  // namespace
 
+void wakeSenders() {
+    cv.notify_all();
+}
+
 void* InputThreader(void* record) {
     const auto& pump = *static_cast<InputPumpRecord*>(record);
-    unsigned char buffer[kReceiveCapacity + kVlanTagSpare];
+    unsigned char buffer[kReceiveCapacity + ethernet::kVlanTagSize];
     ptp_time_t rxTime{};
     noteDaemonThread();
     atomic_add(&threadCount, 1);
@@ -116,7 +119,7 @@ void* OutputThreader(void* record) {
     noteDaemonThread();
     atomic_add(&threadCount, 1);
     pump.message->service = pump.service;
-    restoreSavedSock();
+    stack_environment::restore();
     int lastType = 0;
     bool sendFirst = isRunning();
     for (;;) {

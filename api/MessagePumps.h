@@ -15,7 +15,7 @@ struct InputPumpRecord {
 struct OutputPumpRecord {
     NetworkService<sock>* service;
     PTPMessage* message;
-    std::condition_variable* condition;  ///< carried for debuggers; pumps wait on cv
+    std::condition_variable* condition;  ///< for a host that puts its own OutputThreader in place
     int periodMs;
 };
 
@@ -26,3 +26,7 @@ ZEB_EXPORT void* InputThreader(void* record);
 /** Sends one message each period while runningState is set; the first one at once when it is set
  *  on entry. Ends by cancellation only. */
 ZEB_EXPORT void* OutputThreader(void* record);
+
+/** Ends the wait of every sender, so that each transmits at once and begins its period anew. One
+ *  that is transmitting at that moment notices nothing. Any thread. */
+void wakeSenders();

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/DbgLog.h"
+#include "base/Undestroyed.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 #include "timebase/osipc.h"
 
@@ -21,23 +22,17 @@ constexpr std::size_t kDatagramSize = 256;
 // Spy tools know the record under this name; it does not follow the configured interface.
 constexpr const char* kSpyRecordName = "wm0";
 
-void report(const char* text) {
-    if (traceLevel() > 0) {
-        printRoleMarked(text);
-    }
-}
-
 int openSpySocket() {
     const int spy = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (spy < 0) {
-        report("socket");
+        reportFault("socket");
     }
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(kSpyPort);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     if (bind(spy, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0) {
-        report("bind is buggy ");
+        reportFault("bind is buggy ");
     }
     return spy;
 }
@@ -59,12 +54,8 @@ void receiveDatagram(int spy, sockaddr_in& peer) {
     datagram[received] = '\0';
     char dotted[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &sender.sin_addr, dotted, sizeof dotted);
-    char text[kDatagramSize];
-    // A long datagram is cut by the size of the text.
-    if (std::snprintf(text, sizeof text, "Received packet from %s:%d\nData: %s\n\n", dotted,
-                      ntohs(sender.sin_port), datagram) > 0) {
-        report(text);
-    }
+    reportFault("Received packet from %s:%d\nData: %s\n\n", dotted, ntohs(sender.sin_port),
+                datagram);
 }
 
 bool isReadableWithinPeriod(int spy) {
@@ -76,7 +67,7 @@ void sendRecord(int spy, const gPtpTimeDataStruct& live, const sockaddr_in& peer
     const gPtpTimeDataStruct copy = live;
     if (sendto(spy, &copy, sizeof copy, 0, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) <
         0) {
-        report("sendto() is buggy ");
+        reportFault("sendto() is buggy ");
     } else if (abortsOnTrace()) {
         fatalTraceLine("RemotePTPSpyProvider", kReplyTraceLine);
     }
@@ -85,6 +76,7 @@ void sendRecord(int spy, const gPtpTimeDataStruct& live, const sockaddr_in& peer
 }  // namespace
 
 ZEB_EXPORT void* RemotePTPSpyProvider(void* /*unused*/) {
+    noteDaemonThread();
     if (abortsOnTrace()) {
         fatalTraceLine("RemotePTPSpyProvider", kEntryTraceLine);
     }

@@ -3,43 +3,61 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <iterator>
 #include <limits>
-#include <optional>
 
 #include "api/DaemonState.h"
 #include "api/DaemonThreads.h"
 #include "api/InterfaceDataManager.h"
+#include "api/MessagePumps.h"
+#include "api/Pauses.h"
+#include "api/StackEnvironment.h"
+#include "api/ThreadHandle.h"
 #include "base/DbgLog.h"
-#include "base/Extended80.h"
 #include "base/FieldText.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "timebase/TimeConversion.h"
+#include "timebase/TimeRecord.h"
 #include "timebase/osipc.h"
 
 namespace {
 
 constexpr const char* kLogSource = log_source::kControl;
 
-using daemon_threads::Thread;
+using daemon_threads::StartClaim;
 
 constexpr int kCreateLogLine = 1297;  // log readers look for this line number
 constexpr double kShortestSyncInterval = 125.0;
 constexpr int kMaxVlanId = 4096;
 constexpr unsigned int kMaxVlanPriority = 7;
 constexpr unsigned int kMaxDomain = 15;
-constexpr useconds_t kSettleMicroseconds = 120757;
 constexpr unsigned long long kMaxSoftSeconds = 4611686018ULL;  // times 10^9 stays below 2^62
 constexpr unsigned char kMaxUserData = 3;
 constexpr unsigned char kSettableStatusBits = 0x0C;
 constexpr int kGlobalTimeBaseShift = 3;
-constexpr unsigned int kReportEntries = 4;
 
 unsigned int statusCalls = 0;
 
 InstanceBlock& instanceBlock() {
     return InterfaceDataManager::getInstance()->block;
+}
+
+/** Also where nothing is read of it: whichever function a host calls first makes the instance, and
+ *  ends the process when the trace level is too high. */
+void requireInstance() {
+    InterfaceDataManager::getInstance();
+}
+
+/** The interface's shared record, null without one: exhausted memory must not throw into a host. */
+gPtpTimeDataStruct* sharedRecord(const TSynInstanceConfig& cfg) {
+    try {
+        return OSipc::instance(fieldText(cfg.interfaceName).c_str());
+    } catch (const std::exception&) {
+        return nullptr;
+    }
 }
 
 /** The low 32 bits of the interval's representation: what the refusal line has always shown. */
@@ -61,33 +79,10 @@ void fillWithOnes(Value* output) {
     putIfWanted(output, std::numeric_limits<Value>::max());
 }
 
-/** Grandmaster time at a system time, in two truncated steps as peers of this system compute it. */
-long long currentTimeNs(const gPtpTimeDataStruct& record, unsigned long long systemNs) {
-    const unsigned long long reference = record.localTime;
-    const auto systemOffset = static_cast<unsigned long long>(record.systemOffset);
-    const auto masterOffset = static_cast<unsigned long long>(record.masterOffset);
-    const long long elapsed = signedDiff(systemNs, reference + systemOffset);
-    const long long scaled =
-        toS64(static_cast<long double>(elapsed) * loadExtended(record.rateRatio2));
-    const long long sinceSync =
-        toS64(static_cast<long double>(scaled) * loadExtended(record.rateRatio1));
-    return static_cast<long long>(reference - masterOffset +
-                                  static_cast<unsigned long long>(sinceSync) +
-                                  static_cast<unsigned long long>(record.softOffset));
-}
-
 void putSeconds(long long time, unsigned long long* seconds, unsigned int* nanoseconds) {
     constexpr long long kSecond = kNsPerSecond;
     putIfWanted(seconds, static_cast<unsigned long long>(time / kSecond));
     putIfWanted(nanoseconds, static_cast<unsigned int>(time % kSecond));
-}
-
-/** The delay for the host; a configured one also replaces the measurement in the record. */
-unsigned int pathDelayFor(const InstanceBlock& block, gPtpTimeDataStruct& record) {
-    if (block.cfg.PropagationDelay != 0) {
-        record.linkDelay = block.cfg.PropagationDelay;
-    }
-    return static_cast<unsigned int>(record.linkDelay);
 }
 
 void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
@@ -95,7 +90,8 @@ void putSubTlvReport(const InstanceBlock& block, TSynSubTlvReport* report) {
         return;
     }
     report->count = block.subTlvCount;
-    const unsigned int entries = std::min(block.subTlvCount, kReportEntries);
+    const unsigned int entries =
+        std::min<unsigned int>(block.subTlvCount, std::size(block.subTlvValid));
     for (unsigned int i = 0; i < entries; ++i) {
         report->crcKinds[i] = block.subTlvCrcKinds[i];
         report->valid[i] = block.subTlvValid[i];
@@ -111,11 +107,6 @@ void putUserData(const InstanceBlock& block, TSynUserData* userData) {
     userData->length = block.userDataLength;
 }
 
-std::optional<std::string> environmentSock() {
-    const char* const value = std::getenv("SOCK");
-    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-}
-
 /** Applies user data as a host gives it: a length byte and three bytes. */
 bool storeUserData(const unsigned char* data) {
     if (data[0] > kMaxUserData) {
@@ -129,9 +120,10 @@ bool storeUserData(const unsigned char* data) {
     return true;
 }
 
-void notifySenders(unsigned char notify) {
+/** As asked for by a host that sets the time. */
+void wakeSendersIf(unsigned char notify) {
     if (notify != 0) {
-        cv.notify_all();
+        wakeSenders();
     }
 }
 
@@ -168,13 +160,13 @@ ZEB_EXPORT int ZebEthTSynInterface_Destroy(void) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     ZEB_LOG(kAlways, "Destroying threads ...\n");
     if (cfg.role != 0) {
-        daemon_threads::cancel(Thread::kSender);
-        daemon_threads::cancel(Thread::kAnnounce);
+        ThreadHandle::cancel(ThreadKind::kSender);
+        ThreadHandle::cancel(ThreadKind::kAnnounce);
     } else if (cfg.PropagationDelay == 0) {
-        daemon_threads::cancel(Thread::kSender);
+        ThreadHandle::cancel(ThreadKind::kSender);
     }
-    daemon_threads::cancel(Thread::kInput);
-    daemon_threads::cancel(Thread::kMain);
+    ThreadHandle::cancel(ThreadKind::kInput);
+    ThreadHandle::cancel(ThreadKind::kMain);
     return 0;
 }
 
@@ -183,7 +175,7 @@ ZEB_EXPORT int ZebEthTSynInterface_getDaemonStatus(unsigned int /*handle*/,
                                                    unsigned int* callCount2,
                                                    unsigned int* callCount3,
                                                    unsigned char* callCountByte) {
-    InterfaceDataManager::getInstance();
+    requireInstance();
     const auto calls =
         static_cast<unsigned char>(__atomic_fetch_add(&statusCalls, 1, __ATOMIC_RELAXED));
     putIfWanted<unsigned int>(callCount1, calls);
@@ -204,19 +196,21 @@ ZEB_EXPORT int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* st
             setFieldText(block.cfg.interfaceName, ifName);
         }
     }
-    if (daemon_threads::wasStarted()) {
-        if (isRunning() || daemon_threads::isStartPending()) {
-            ZEB_LOG(kAlways, "Threads are still running...\n");
-            return 0;
-        }
+    switch (daemon_threads::claimStart()) {
+    case StartClaim::kStillRunning:
+        ZEB_LOG(kAlways, "Threads are still running...\n");
+        break;
+    case StartClaim::kRestart:
         ZEB_LOG(kAlways, "Restarting threads ...\n");
         setRunning(true);
-        return 0;
+        break;
+    case StartClaim::kCreate:
+        ZEB_LOG(kAlways, "Creating and starting threads ...\n");
+        DisableUsrSignals();
+        daemon_threads::createMain(&block);
+        usleep(kSettle);
+        break;
     }
-    ZEB_LOG(kAlways, "Creating and starting threads ...\n");
-    DisableUsrSignals();
-    daemon_threads::start(&block);
-    usleep(kSettleMicroseconds);
     return 0;
 }
 
@@ -224,7 +218,7 @@ ZEB_EXPORT int ZebEthTSynInterface_Stop(void) {
     InstanceBlock& block = instanceBlock();
     ZEB_LOG(kAlways, "Stopping threads ...\n");
     block.userDataLength = 0;
-    daemon_threads::clearStartPending();
+    daemon_threads::endPendingStart();
     setRunning(false);
     return 0;
 }
@@ -237,7 +231,7 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     InstanceBlock* block = nullptr;
     if (isRunning()) {
         block = &instanceBlock();
-        record = OSipc::instance(fieldText(block->cfg.interfaceName).c_str());
+        record = sharedRecord(block->cfg);
     }
     if (record == nullptr) {
         fillWithOnes(seconds);
@@ -254,7 +248,9 @@ ZEB_EXPORT int ZebEthTSynInterface_GetCurrentTime(
     const long long time = currentTimeNs(*record, toNs(now));
     putSeconds(time, seconds, nanoseconds);
     putIfWanted(sequenceId, static_cast<unsigned short>(record->sequenceId));
-    block->lastPathDelay = pathDelayFor(*block, *record);
+    // A configured delay also replaces the measured one in the record, where a slave looks it up.
+    TimeRecord(record).useFixedDelay(block->cfg.PropagationDelay);
+    block->lastPathDelay = static_cast<unsigned int>(record->linkDelay);
     putIfWanted<unsigned int>(pathDelay, block->lastPathDelay);
     putIfWanted<unsigned int>(rejectedSyncs, record->rejectedSync);
     putIfWanted<unsigned int>(timeBaseStatus, block->timeBaseStatus);
@@ -280,14 +276,10 @@ ZEB_EXPORT int ZebEthTSynInterface_GetMasterTime(unsigned int /*handle*/,
 ZEB_EXPORT int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned long long seconds,
                                                unsigned int nanoseconds, unsigned char notify) {
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
-    notifySenders(notify);
-    const std::optional<std::string> saved = environmentSock();
-    setenv("SOCK", fieldText(cfg.ethStackIdent).c_str(), 1);
+    wakeSendersIf(notify);
+    const StackScope scope(fieldText(cfg.ethStackIdent).c_str());
     i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0,
                                    static_cast<unsigned int>(seconds), nanoseconds);
-    if (saved.has_value()) {
-        setenv("SOCK", saved->c_str(), 1);
-    }
     return 0;
 }
 
@@ -298,11 +290,10 @@ ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned
         return -1;
     }
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
-    const std::string interfaceName = fieldText(cfg.interfaceName);
-    gPtpTimeDataStruct* const record = OSipc::instance(interfaceName.c_str());
-    notifySenders(notify);
+    gPtpTimeDataStruct* const record = sharedRecord(cfg);
+    wakeSendersIf(notify);
     i210helper::set_stack_Id(fieldText(cfg.ethStackIdent).c_str());
-    const long long hardware = i210helper::e1000_ptp_get_time(interfaceName.c_str());
+    const long long hardware = i210helper::e1000_ptp_get_time(fieldText(cfg.interfaceName).c_str());
     if (hardware == 0) {
         ZEB_LOG(kError, "... i210helper::e1000_ptp_get_time() failed! \n");
         return -1;
@@ -311,14 +302,14 @@ ZEB_EXPORT int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned
         return -1;
     }
     const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
-    record->softOffset = hardware > 0 && target > 0 ? target - hardware : 0;
+    TimeRecord(record).setSoftOffset(hardware > 0 && target > 0 ? target - hardware : 0);
     return 0;
 }
 
 ZEB_EXPORT int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long long seconds,
                                            unsigned int nanoseconds, unsigned char notify,
                                            const unsigned char* userData) {
-    InterfaceDataManager::getInstance();
+    requireInstance();
     if (userData != nullptr && !storeUserData(userData)) {
         ZEB_LOG(kError, "Wrong user data length ...\n");
         return -1;
@@ -327,11 +318,11 @@ ZEB_EXPORT int ZebEthTSynInterface_SetTime(unsigned int handle, unsigned long lo
 }
 
 ZEB_EXPORT int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned char status) {
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if (status > 1) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
         return -1;
     }
-    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if (instance == nullptr) {
         ZEB_LOG(kError, "Invalid InterfaceDataManager ... \n");
         return -1;
@@ -344,11 +335,11 @@ ZEB_EXPORT int ZebEthTSynInterface_SetStatus(unsigned int /*handle*/, unsigned c
 
 ZEB_EXPORT int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/,
                                                      unsigned char status) {
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if ((status & ~kSettableStatusBits) != 0) {
         ZEB_LOG(kError, "Setting Invalid Status :0x%x ... \n", status);
         return -1;
     }
-    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
     if (instance == nullptr) {
         ZEB_LOG(kError, "Invalid InterfaceDataManager ... \n");
         return -1;
@@ -360,6 +351,7 @@ ZEB_EXPORT int ZebEthTSynInterface_SetTimeBaseStatus(unsigned int /*handle*/,
 }
 
 ZEB_EXPORT int ZebEthTSynInterface_SetUserData(unsigned int /*handle*/, const unsigned char* data) {
+    requireInstance();
     if (data == nullptr) {
         return 0;
     }

@@ -3,12 +3,10 @@
 #include <cstdarg>
 #include <cstdlib>
 
-#include "include/ZebEthTimeSynSupportInterface.h"
+ZEB_EXPORT int DbgTraceLevel = 4;
 
-int DbgTraceLevel = 4;
-
-const char* dbgMsgType[9] = {"DISABLED", "DEACTIVATED", "ALWAYS",  "INFO", "DEBUG",
-                             "NOTICE",   "ALERT",       "WARNING", "ERROR"};
+ZEB_EXPORT const char* dbgMsgType[9] = {"DISABLED", "DEACTIVATED", "ALWAYS",  "INFO", "DEBUG",
+                                        "NOTICE",   "ALERT",       "WARNING", "ERROR"};
 
 char MasterOrSlave = '?';
 

@@ -4,13 +4,7 @@
 #include <ctime>
 
 #include "base/Exports.h"
-
-/* The trace level and the level names are part of the control interface, whose header says what
- * they are for; declared here too, so that a change of that header rebuilds no room. */
-extern "C" {
-ZEB_EXPORT extern int DbgTraceLevel;
-ZEB_EXPORT extern const char* dbgMsgType[9];
-}
+#include "include/ZebEthTimeSynTrace.h"
 
 /** '?' before a role started, then '1' master or '2' slave: the mark of role-marked lines. */
 ZEB_EXPORT extern char MasterOrSlave;

@@ -2,12 +2,25 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <string>
 
-/** Text of a character field that may lack its terminator. */
+/** Text of a character field that may lack its terminator. A copy on the stack: the control
+ *  functions allocate nothing, so that exhausted memory cannot throw into a host. */
 template <std::size_t Size>
-std::string fieldText(const char (&field)[Size]) {
-    return {field, std::find(field, field + Size, '\0')};
+class FieldText {
+public:
+    explicit FieldText(const char (&field)[Size]) : text_{} {
+        std::copy(field, std::find(field, field + Size, '\0'), text_);
+    }
+    const char* c_str() const { return text_; }
+    char* data() { return text_; }
+
+private:
+    char text_[Size + 1];
+};
+
+template <std::size_t Size>
+FieldText<Size> fieldText(const char (&field)[Size]) {
+    return FieldText<Size>(field);
 }
 
 /** Copies text into a field, cut to what fits before the terminator. */

@@ -9,10 +9,12 @@
  *
  *  The library exports global variables with short names: a host must not define globals called
  *  cv, cv1, cv2, condvar, cvpd, cvout, cv_announce, pMutex, th_mutex, mutexInputThreader,
- *  mutexOutputThreader, slope_x, slope_y, slope_mN, slope_mZ, clockItems, i210TimeOffset, netifname,
- *  devname, shm_name, EthStackIdent, runningState, threadCount, bSuppressPDelay,
+ *  mutexOutputThreader, slope_x, slope_y, slope_mN, slope_mZ, clockItems, i210TimeOffset,
+ *  netifname, devname, shm_name, EthStackIdent, runningState, threadCount, bSuppressPDelay,
  *  override_portstate or MasterOrSlave. */
 #pragma once
+
+#include "ZebEthTimeSynTrace.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -64,14 +66,6 @@ static_assert(sizeof(TSynInstanceConfig) == 356, "the configuration record is 35
 static_assert(sizeof(TSynSubTlvReport) == 24, "the sub-TLV report is 24 bytes");
 static_assert(sizeof(TSynUserData) == 4, "the user data record is 4 bytes");
 #endif
-
-/** Trace level, initially 4. Hosts set it to 2 or lower before the first call: above 2 the first
- *  call prints a trace line and aborts the process. Above 0 it turns on the reports of rejected
- *  AUTOSAR data and of impossible peer-delay times. */
-extern int DbgTraceLevel;
-
-/** Names of the log levels 0 to 8; a host may replace entries. */
-extern const char* dbgMsgType[9];
 
 /** Stores a configuration. Returns 0, or -1 when a value is out of range (or cfg is null); a
  *  refused configuration is stored all the same and Start would run it. */

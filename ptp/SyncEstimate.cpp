@@ -1,14 +1,7 @@
 #include "ptp/SyncEstimate.h"
 
 #include "base/Extended80.h"
-
-namespace {
-
-// Double constants compared in extended precision: an exact 1.00025 passes, 0.99975 does not.
-constexpr double kFastestRate = 1.00025;
-constexpr double kSlowestRate = 0.99975;
-
-}  // namespace
+#include "include/gPtpTimeData.h"
 
 long long correctionNs(long long correctionField) {
     return (correctionField < 0 ? correctionField + 0xFFFF : correctionField) >> 16;
@@ -31,5 +24,6 @@ long double rateRatio(unsigned long long masterNow, unsigned long long masterBef
 }
 
 bool isRateInRange(long double ratio) {
-    return ratio <= kFastestRate && ratio >= kSlowestRate;
+    // Doubles compared in extended precision: an exact 1.00025 passes, an exact 0.99975 does not.
+    return ratio <= kFastestMasterRate && ratio >= kSlowestMasterRate;
 }

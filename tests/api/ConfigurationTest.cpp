@@ -151,8 +151,9 @@ TEST(Create, ReportsTheIntervalBesideOneOfTheOthers) {
 }
 
 TEST(Create, PrintsErrorsAtTraceLevelZero) {
-    EXPECT_EQ(0, DbgTraceLevel = 0);
-    EXPECT_EQ("ERROR", withDomain(16).lines.at(1).level);
+    const auto refused = withDomain(16);
+    EXPECT_EQ(0, DbgTraceLevel);
+    EXPECT_EQ("ERROR", refused.lines.at(1).level);
 }
 
 TEST(Create, ReadsANameWithoutTerminatorNoFurtherThanItsField) {

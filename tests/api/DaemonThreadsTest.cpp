@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "api/DaemonState.h"
+#include "api/Roles.h"
 #include "base/DbgLog.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "api/DaemonState.h"
+#include "tests/api/QuickKernel.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
@@ -22,13 +23,15 @@ using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr int kSync = 0;
+constexpr int kPdelayReq = 2;
 constexpr int kAnnounce = 11;
+constexpr int kOddType = 5;
 const std::string kUnknown = ">Unknown message ...\n";
 
 /** A message of a type that no pump sends; every attempt shows as one log line. */
 class OddMessage final : public PTPMessage {
 public:
-    int getMsgNumericType() override { return 5; }
+    int getMsgNumericType() override { return kOddType; }
     unsigned int processIncoming() override { return 0; }
 };
 
@@ -58,6 +61,11 @@ public:
         });
     }
 
+    /** Waits until the pump polls of its own accord, when its wait is over. */
+    bool awaitPeriodsEnd() {
+        return eventually([&] { return idlePolls_ > 2; });
+    }
+
     const StdoutCapture output;
 
 private:
@@ -79,6 +87,7 @@ TEST(OutputPump, ReportsAnUnknownTypeEachPeriodAndGoesOn) {
     const OddPump pump(20);
     EXPECT_TRUE(pump.output.await(kUnknown, 4));
     EXPECT_EQ("ERROR", pump.output.lines().at(0).level);
+    EXPECT_EQ("OutputThreader", pump.output.lines().at(0).function);
 }
 
 TEST(OutputPump, WaitsAFullPeriodBetweenMessages) {
@@ -112,6 +121,22 @@ TEST(OutputPump, WaitsAPeriodBeforeTheFirstMessageAfterARestart) {
     __atomic_store_n(&runningState, 1, __ATOMIC_RELAXED);
     ASSERT_TRUE(pump.output.await(kUnknown, before + 1));
     EXPECT_GE(Clock::now() - restarted, Milliseconds(300));
+}
+
+TEST(OutputPump, AStopDuringTheWaitSendsNothing) {
+    runningState = 1;
+    OddPump pump(300);
+    ASSERT_TRUE(pump.output.await(kUnknown));
+    __atomic_store_n(&runningState, 0, __ATOMIC_RELAXED);
+    EXPECT_TRUE(pump.awaitPeriodsEnd());
+    EXPECT_EQ(1, pump.output.count(kUnknown));
+}
+
+TEST(OutputPump, WaitsWithTheFirstMutexAfterAnUnknownMessage) {
+    runningState = 1;
+    pthread_mutex_lock(&th_mutex[kOddType]);
+    const OddPump pump(20);
+    EXPECT_TRUE(pump.output.await(kUnknown, 3));
 }
 
 TEST(OutputPump, ANotificationEndsTheWait) {
@@ -283,8 +308,70 @@ TEST_P(NotifyingSetter, MakesEverySenderTransmitAtOnce) {
     peer.drain();
     EXPECT_EQ(0, GetParam().call(0));
     EXPECT_FALSE(peer.awaitType(kSync, Milliseconds(300)));
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    // The next Announce is a second away now; wake-ups that meet a transmission are lost.
+    const Clock::time_point woken = Clock::now();
+    ASSERT_TRUE(eventually([] { return pthread_mutex_trylock(&mutexOutputThreader) == 0; }));
+    pthread_mutex_unlock(&mutexOutputThreader);
     EXPECT_EQ(0, GetParam().call(1));
-    EXPECT_TRUE(peer.awaitType(kSync));
+    const auto first = peer.receive();
+    ASSERT_TRUE(first);
+    const auto announce =
+        first->ptpType() == kAnnounce ? first : peer.awaitType(kAnnounce, Milliseconds(2000));
+    ASSERT_TRUE(announce);
+    EXPECT_LT(announce->when - woken, Milliseconds(900));
+    EXPECT_TRUE(first->ptpType() == kSync || peer.awaitType(kSync));
+}
+
+TEST_P(NotifyingSetter, MakesASlaveAskForTheDelayAtOnce) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    TSynInstanceConfig config = slaveConfig();
+    config.syncInterval = 3600000.0;
+    const RunningDaemon daemon(config, RunningDaemon::kSlaveThreads);
+    ASSERT_TRUE(peer.awaitType(kPdelayReq));
+    EXPECT_TRUE(eventually([&] {
+        EXPECT_EQ(0, GetParam().call(1));
+        return peer.awaitType(kPdelayReq, Milliseconds(100)).has_value();
+    }));
+}
+
+TEST(Senders, AreWokenBeforeTheHardwareClockIsSet) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    KernelSeam kernel;
+    bool syncWithTheOldTime = false;
+    kernel.clockSettime = [&](clockid_t, const timespec* time) {
+        syncWithTheOldTime =
+            time->tv_sec == 1700000000 && peer.awaitType(kSync, Milliseconds(2000)).has_value();
+        return 0;
+    };
+    TSynInstanceConfig config = masterConfig();
+    config.syncInterval = 3600000.0;
+    const RunningDaemon daemon(config, RunningDaemon::kMasterThreads);
+    ASSERT_TRUE(output.await(">Wrong configuration TxMode "));
+    peer.drain();
+    EXPECT_EQ(0, ZebEthTSynInterface_SetHardTime(0, 1700000000, 0, 1));
+    EXPECT_TRUE(syncWithTheOldTime);
+}
+
+TEST(InputPump, SleepsAMillisecondWithItsMutexWhenNothingCame) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    KernelSeam kernel;
+    std::atomic<int> held{0}, idle{0};
+    kernel.usleep = [&](useconds_t microseconds) -> std::optional<int> {
+        if (microseconds == 1000 && ownThreadName() == "TSyn_SInp_tsm0") {
+            held += pthread_mutex_trylock(&mutexInputThreader) == EBUSY ? 1 : 0;
+            ++idle;
+        }
+        return std::nullopt;
+    };
+    const RunningDaemon daemon(slaveConfig(), RunningDaemon::kSlaveThreads);
+    EXPECT_TRUE(eventually([&] { return idle >= 3; }));
+    EXPECT_GE(held, 3);
 }
 
 int setHardTime(unsigned char notify) {

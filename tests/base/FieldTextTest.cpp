@@ -8,12 +8,12 @@ namespace {
 
 TEST(FieldText, EndsAtTheTerminator) {
     const char field[8] = {'e', 't', 'h', '1', '\0', 'x', 'y', 'z'};
-    EXPECT_EQ("eth1", fieldText(field));
+    EXPECT_STREQ("eth1", fieldText(field).c_str());
 }
 
 TEST(FieldText, EndsAtTheFieldWithoutATerminator) {
     const char field[4] = {'e', 't', 'h', '1'};
-    EXPECT_EQ("eth1", fieldText(field));
+    EXPECT_STREQ("eth1", fieldText(field).c_str());
 }
 
 TEST(FieldText, CutsWhatDoesNotFit) {

@@ -35,10 +35,7 @@ FakePlatform& platform() {
 
 template <typename Backend>
 NetworkService<Backend>::NetworkService(char const* wantedName)
-    : mac_{0x00, 0x1B, 0x21, 0xAA, 0xBB, 0xCC},
-      domain_(0),
-      vlan_{-1, 0},
-      interface_{} {
+    : mac_{0x00, 0x1B, 0x21, 0xAA, 0xBB, 0xCC}, domain_(0), vlan_{-1, 0}, interface_{} {
     std::strncpy(interface_.name, wantedName, sizeof interface_.name - 1);
 }
 

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <net/if.h>
+#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -171,5 +173,18 @@ int pthread_sigmask(int how, const sigset_t* set, sigset_t* old) noexcept {
     static const auto real = next(&pthread_sigmask, "pthread_sigmask");
     const auto faked = answer(&KernelSeam::pthreadSigmask);
     return faked ? *faked : real(how, set, old);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument) noexcept {
+    static const auto real = next(&pthread_create, "pthread_create");
+    const auto faked = answer(&KernelSeam::pthreadCreate);
+    return faked ? *faked : real(thread, attributes, body, argument);
+}
+
+unsigned if_nametoindex(const char* name) noexcept {
+    static const auto real = next(&if_nametoindex, "if_nametoindex");
+    const auto faked = answer(&KernelSeam::ifNametoindex, name);
+    return faked ? *faked : real(name);
 }
 }

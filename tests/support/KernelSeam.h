@@ -33,6 +33,8 @@ struct KernelSeam {
     std::function<std::optional<int>()> pthreadSigmask;
     std::function<std::optional<int>()> schedYield;
     std::function<std::optional<int>(useconds_t)> usleep;
+    std::function<std::optional<int>()> pthreadCreate;  ///< answers with an error, not with errno
+    std::function<std::optional<unsigned>(const char*)> ifNametoindex;
 
     /** CLOCK_REALTIME stands still at these nanoseconds. */
     void fixRealtime(long long ns);

@@ -1,0 +1,90 @@
+#include "api/ThreadHandle.h"
+
+#include <cstddef>
+#include <cstdio>
+
+namespace {
+
+constexpr std::size_t kNameSize = 16;
+
+pthread_mutex_t listMutex = PTHREAD_MUTEX_INITIALIZER;
+ThreadHandle* first = nullptr;  // every thread that was created and not joined
+
+/** Never throws: Destroy takes it in a host's thread. */
+class ListLock {
+public:
+    ListLock() { pthread_mutex_lock(&listMutex); }
+    ~ListLock() { pthread_mutex_unlock(&listMutex); }
+    ListLock(const ListLock&) = delete;
+    ListLock& operator=(const ListLock&) = delete;
+};
+
+}  // namespace
+
+/** Marks the thread as ended when its body is left, by return or by cancellation. */
+class ThreadHandle::EndMark {
+public:
+    explicit EndMark(ThreadHandle& thread) : thread_(thread) {}
+    ~EndMark() {
+        const ListLock lock;
+        thread_.alive_ = false;
+    }
+    EndMark(const EndMark&) = delete;
+    EndMark& operator=(const EndMark&) = delete;
+
+private:
+    ThreadHandle& thread_;
+};
+
+void* ThreadHandle::run(void* self) {
+    auto& thread = *static_cast<ThreadHandle*>(self);
+    const EndMark mark(thread);
+    return thread.plan_.body(thread.plan_.argument);
+}
+
+bool ThreadHandle::create(const Plan& plan, const char* ifName, bool detached) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    if (detached) {
+        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    }
+    plan_ = plan;
+    {
+        // Held across the creation, so that the thread cannot end before it is listed.
+        const ListLock lock;
+        created_ = pthread_create(&handle_, &attributes, run, this) == 0;
+        if (created_) {
+            alive_ = true;
+            next_ = first;
+            first = this;
+            char name[kNameSize];
+            static_cast<void>(std::snprintf(name, sizeof name, plan.nameFormat, ifName));
+            pthread_setname_np(handle_, name);
+        }
+    }
+    pthread_attr_destroy(&attributes);
+    return created_;
+}
+
+void ThreadHandle::join() {
+    if (!created_) {
+        return;
+    }
+    pthread_join(handle_, nullptr);
+    const ListLock lock;
+    created_ = false;
+    ThreadHandle** link = &first;
+    while (*link != this) {
+        link = &(*link)->next_;
+    }
+    *link = next_;
+}
+
+void ThreadHandle::cancel(ThreadKind kind) {
+    const ListLock lock;
+    for (ThreadHandle* thread = first; thread != nullptr; thread = thread->next_) {
+        if (thread->plan_.kind == kind && thread->alive_) {
+            pthread_cancel(thread->handle_);
+        }
+    }
+}
