@@ -123,6 +123,16 @@ TEST(NetworkServiceSending, ASecondTryThatSucceedsEndsIt) {
     EXPECT_EQ(2U, sends.when.size());
 }
 
+TEST(NetworkServiceSending, ASecondTryThatSendsNothingIsNotRefused) {
+    ServiceOnCard card;
+    int tries = 0;
+    card.kernel.sendto = [&](int, const void*, std::size_t, int, const sockaddr*) -> ssize_t {
+        return ++tries == 1 ? KernelSeam::refuse(ENOMSG) : 0;
+    };
+    EXPECT_EQ(0, card.send(kPayload));
+    EXPECT_EQ(2, tries);
+}
+
 TEST(NetworkServiceSending, AThirdTryFollowsWhateverTheSecondErrorIs) {
     ServiceOnCard card;
     const RefusedSends sends(card, {ENOMSG, ENETDOWN, 0});
@@ -141,7 +151,24 @@ TEST(NetworkServiceSending, PayloadsBeyondTheBufferAreRefused) {
     ServiceOnCard card;
     EXPECT_EQ(2048 + 14, card.send(Bytes(2048)));
     EXPECT_EQ(-1, card.send(Bytes(2049)));
+    EXPECT_EQ(EMSGSIZE, errno);
     EXPECT_EQ(1U, card.sent.size());
+}
+
+TEST(NetworkServiceSending, AnEmptyPayloadIsAHeaderAlone) {
+    ServiceOnCard card;
+    EXPECT_EQ(14, card.send({}));
+    EXPECT_EQ("0180c200000e02000000000188f7", toHex(card.sent.at(0)));
+}
+
+TEST(NetworkServiceSending, TransmitOfNoLengthSendsAHeaderAlone) {
+    ServiceOnCard card;
+    card.kernel.recvmsg = [](int, msghdr*, int) { return 0; };
+    ptp_time_t time{};
+    for (const int length : {0, -1}) {
+        card.service->transmit(kPayload.data(), length, &time);
+        EXPECT_EQ(14U, card.sent.back().size());
+    }
 }
 
 TEST(NetworkServiceSending, TransmitReturnsZeroEvenWhenTheSendFailed) {

@@ -7,6 +7,8 @@
 #include <sys/ioctl.h>
 
 #include <cerrno>
+#include <cstring>
+#include <set>
 
 #include "tests/platform/ServiceOnCard.h"
 
@@ -25,7 +27,9 @@ TEST(NetworkServiceConstruction, LogsEachStep) {
     EXPECT_EQ("Socket fd uif.s: " + std::to_string(i210helper::e1000_getsockid("")) + " ...",
               lines[5]);
     EXPECT_EQ("setsockopt() returned: 0 ...", lines[6]);
-    EXPECT_EQ("DEBUG", card.output.lines()[0].level);
+    for (const std::size_t own : {0, 1, 5, 6}) {
+        EXPECT_EQ("DEBUG", card.output.lines()[own].level) << own;
+    }
     EXPECT_EQ("NetworkService", card.output.lines()[0].function);
     EXPECT_EQ("initBpf", card.output.lines()[6].function);
 }
@@ -81,9 +85,17 @@ TEST(NetworkServiceConstruction, KeepsTheNameBoundedAndInside) {
     const Sandbox sandbox;
     const StdoutCapture output;
     DbgTraceLevel = 0;
+    KernelSeam kernel;
+    std::set<std::string> asked;
+    kernel.ioctl = [&](int, unsigned long, void* argument) -> std::optional<int> {
+        const char* const name = static_cast<ifreq*>(argument)->ifr_name;
+        asked.emplace(name, strnlen(name, IFNAMSIZ));
+        return std::nullopt;
+    };
     const std::string name(200, 'x');
     Service service(name.c_str());
     EXPECT_EQ(std::string(47, 'x'), GetInterfaceName(&service));
+    EXPECT_EQ(std::set<std::string>{std::string(15, 'x')}, asked);
 }
 
 TEST(NetworkServiceReceiving, LosesFourteenBytesUntagged) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/i210helper.h"
 #include "tests/platform/SocketReply.h"
@@ -56,6 +57,14 @@ TEST(ReceiveTimestamp, IsZeroWhenTheControlMessageIsCutShort) {
     EXPECT_EQ(0ULL, receiveOnce(reply).ns);
 }
 
+TEST(ReceiveTimestamp, IgnoresItsTypeOnOtherLevelsAndOtherTypesOnItsLevel) {
+    const timespec times[3] = {timeOf(5, 5), timeOf(5, 5), timeOf(5, 5)};
+    for (const auto& [level, type] : {std::pair(SOL_PACKET, SCM_TIMESTAMPING),
+                                      std::pair(SOL_SOCKET, SCM_TIMESTAMPING_PKTINFO)}) {
+        EXPECT_EQ(0ULL, receiveOnce(Reply{frameOf(58), {}}.with(level, type, times)).ns) << level;
+    }
+}
+
 TEST(ReceiveTimestamp, IgnoresAHeaderShorterThanItself) {
     Reply reply{frameOf(58), {}};
     reply.withTimes(timeOf(1, 1), timeOf(2, 2));
@@ -86,6 +95,7 @@ TEST(ReceiveTimestamp, TriesAgainWhenInterrupted) {
         EXPECT_EQ(kSocket, socket);
         EXPECT_EQ(0, flags);
         EXPECT_EQ(512U, message->msg_controllen);
+        EXPECT_EQ(16U, message->msg_namelen);
         message->msg_controllen = 0;
         return ++calls < 3 ? KernelSeam::refuse(EINTR) : Reply{frameOf(20), {}}.fill(message);
     };

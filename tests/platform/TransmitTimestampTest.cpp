@@ -44,6 +44,7 @@ TEST(TransmitTimestamp, IsReadFromTheErrorQueueOfTheGivenSocket) {
         EXPECT_EQ(MSG_ERRQUEUE, flags);
         EXPECT_EQ(256U, message->msg_iov->iov_len);
         EXPECT_EQ(524U, message->msg_controllen);
+        EXPECT_EQ(16U, message->msg_namelen);
         message->msg_controllen = 0;
         return ++calls < 4 ? KernelSeam::refuse(EAGAIN)
                            : Reply{{}, {}}.withTimes(timeOf(0, 0), timeOf(3, 3)).fill(message);
@@ -163,12 +164,15 @@ TEST(TransmitTimestamp, OfAServiceIsReadFromTheProcessWideSocket) {
     EXPECT_EQ(std::vector<int>{raw}, sockets);
 }
 
-TEST(TransmitTimestamp, IsClearedWhenNoneCame) {
+TEST(TransmitTimestamp, IsClearedWhileItIsAwaitedAndWhenNoneCame) {
     const StdoutCapture output;
     KernelSeam kernel;
-    kernel.recvmsg = [](int, msghdr*, int) { return KernelSeam::refuse(EAGAIN); };
-    UInterface interface {};
     ptp_time_t time{99, 99};
+    kernel.recvmsg = [&](int, msghdr*, int) {
+        EXPECT_EQ(0ULL, toNs(time));
+        return KernelSeam::refuse(EAGAIN);
+    };
+    UInterface interface {};
     EXPECT_TRUE(i210helper::retrieve_TX_timestamp(interface, nullptr, &time));
     EXPECT_EQ(0ULL, time.seconds);
     EXPECT_EQ(0U, time.nanoseconds);

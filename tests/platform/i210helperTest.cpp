@@ -112,6 +112,11 @@ TEST(PhcReading, ADeviceThatDoesNotOpenIsNeverTriedAgain) {
     EXPECT_EQ(0, set_ptp_hardware_clock_phc("tsm0", 0, 1, 1));
     EXPECT_EQ(1, opened);
     EXPECT_EQ(2, card.output.count(">Failed to open PTP clock device\n"));
+    for (const auto& line : card.output.lines()) {
+        if (line.text == "Failed to open PTP clock device") {
+            EXPECT_EQ("ERROR", line.level);
+        }
+    }
 }
 
 TEST(PhcReading, ADescriptorOfZeroIsMovedAway) {

@@ -25,6 +25,12 @@ std::vector<unsigned char> frameWith(const std::string& rest) {
     return fromHex("0180c200000e021122334455" + rest);
 }
 
+TEST(EthernetHeader, IsFourBytesLongerWithATag) {
+    EXPECT_EQ(14, kUntagged.headerSize());
+    EXPECT_EQ(18, kVlan5.headerSize());
+    EXPECT_EQ(18, (VlanTag{0, 0}).headerSize());
+}
+
 TEST(EthernetHeader, UntaggedEndsWithThePtpEtherType) {
     EXPECT_EQ("0180c200000e02112233445588f7eeeeeeeeeeee", headerFor(kUntagged));
 }
