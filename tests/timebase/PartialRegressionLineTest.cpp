@@ -106,6 +106,12 @@ TEST(FittedLine, PrintsWhatItWasBeforeTheSample) {
     EXPECT_EQ("t_org=800 u_org=7400  slope_y=7000 m=-0.000000\nm=2\n", feed({800, 7400}));
 }
 
+TEST(FittedLine, FlushesWhatItPrints) {
+    const StdoutCapture output;
+    PartialRegressionLine(500, 900);
+    EXPECT_NE(std::string::npos, output.writtenText().find("m=1\n"));
+}
+
 TEST(FittedLine, PrintsNoNumberForTheSignificandOfANearOne) {
     slope_mZ = 9999;
     slope_mN = 10000;
@@ -178,8 +184,25 @@ TEST_F(FullRing, Discards24001Ns) {
 }
 
 TEST_F(FullRing, AReadingBeforeTheOriginIsAnOutlier) {
-    feed({999000000, 4999000000});
+    // 10 us off the line, which calls for a refit where the distance is signed.
+    feed({999000000, 4999010000});
     EXPECT_TRUE(isUnchanged());
+}
+
+TEST_F(FullRing, JudgesReadingsOfTheOtherClockUnsigned) {
+    slope_y = 18446744073709551615U - 10000;
+    feed({1000000000, 18446744073709551615U - 10000 + 4000});
+    EXPECT_NE(18446744073709551615U - 10000, slope_y) << "no refit";
+}
+
+TEST_F(FullRing, JudgesWithMoreDigitsThanADoubleHas) {
+    // 3,000 ns at a distance of 2^62 ns, where doubles are 512 ns apart.
+    slope_x = 0;
+    slope_y = 0;
+    feed({4611686018427387904, 4611686018427387904 + 2999});
+    EXPECT_EQ(0U, slope_y);
+    feed({4611686018427387904, 4611686018427387904 + 3000});
+    EXPECT_NE(0U, slope_y);
 }
 
 TEST_F(FullRing, ADiscardedSampleIsOverwrittenByTheNext) {
