@@ -1,5 +1,6 @@
 /* A time slave on the interface given as argument: prints the synchronised time ten times.
- * cc -m32 -std=c99 -Iinclude examples/host.c -Lbuild/i386 -lZebEthTimeSynDaemon -o host */
+ *     cc -m32 -std=c99 -Iinclude examples/host.c -Lbuild/i386 -lZebEthTimeSynDaemon -o host
+ *     LD_LIBRARY_PATH=build/i386 ./host eth1 */
 #include <stdio.h>
 #include <unistd.h>
 
