@@ -86,6 +86,7 @@ TEST_F(MalformedTlv, EveryLengthFieldReadsAsFarAsItAnnounces) {
 }
 
 TEST_F(MalformedTlv, UnknownTypesAreSkippedByTheirLengthByte) {
+    const StdoutCapture output;
     for (unsigned int type = 0; type < 256; ++type) {
         const bool known = type == 0x28 || (type & 0xFEU) == 0x50 || (type & 0xFEU) == 0x60;
         if (known) {
@@ -98,10 +99,11 @@ TEST_F(MalformedTlv, UnknownTypesAreSkippedByTheirLengthByte) {
             const Bytes status = {0x50, 0x02, 0x01, 0x71};
             subTlvs.insert(subTlvs.end(), status.begin(), status.end());
             setSubTlvs(subTlvs, subTlvs.size());
-            EXPECT_EQ("", printedBy([&] { EXPECT_EQ(Verdict(1), run()); })) << type;
+            EXPECT_EQ(Verdict(1), run()) << type << ' ' << +length;
             EXPECT_EQ(1U, block.subTlvCount) << type << ' ' << +length;
         }
     }
+    EXPECT_EQ("", output.text());
 }
 
 TEST_F(MalformedTlv, EveryLengthByteOfAnUnknownTypeIsSkippedOrEndsTheTlv) {
