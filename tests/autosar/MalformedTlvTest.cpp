@@ -53,6 +53,19 @@ TEST_F(MalformedTlv, CutAnywhereEndsWithWhatWasWholeBefore) {
     EXPECT_EQ(Verdict(1), run());
 }
 
+TEST_F(MalformedTlv, CutInsideASubTlvKeepsWhatCameBeforeTheCrc) {
+    tlv.count = 13;
+    EXPECT_EQ(Verdict(), run());
+    EXPECT_EQ(0x3F, block.cfg.CrcTimeFlags);
+    tlv.count = 18;
+    EXPECT_EQ(Verdict(), run());
+    EXPECT_EQ(1, block.timeBaseStatus);
+    tlv.count = 23;
+    EXPECT_EQ(Verdict(), run());
+    EXPECT_EQ(2, block.userDataLength);
+    EXPECT_EQ("110000", toHex(block.userBytes, 3));
+}
+
 TEST_F(MalformedTlv, CutTellsOfItOnlyAboveTraceLevel0) {
     tlv.count = 12;
     EXPECT_EQ("", printedBy([&] { EXPECT_EQ(Verdict(), run()); }));
