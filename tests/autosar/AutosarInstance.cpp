@@ -73,12 +73,6 @@ Bytes securedMessage() {
         "000300161a75fb60567628033f8afd50020171600502112200d7");
 }
 
-std::string printedBy(const std::function<void()>& action) {
-    const StdoutCapture output;
-    action();
-    return output.text();
-}
-
 void configure(InstanceBlock& block, const nlohmann::json& vector) {
     const Bytes ids = fromHex(vector.at("DataIDList"));
     std::copy(ids.begin(), ids.end(), block.cfg.DataIDList);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,9 +47,6 @@ protected:
 
 /** Follow_Up of sequenceId 0x0123 with the secured time, status and user data sub-TLVs. */
 Bytes securedMessage();
-
-/** What an action prints on standard output. */
-std::string printedBy(const std::function<void()>& action);
 
 /** Sets everything that a vector says about the instance. */
 void configure(InstanceBlock& block, const nlohmann::json& vector);

@@ -4,7 +4,6 @@
 
 #include "base/DbgLog.h"
 #include "ptp/ReferenceRecord.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 #include "timebase/PartialRegressionLine.h"
 #include "timebase/osipc.h"
@@ -77,21 +76,6 @@ unsigned int Handlers::handleWithExtTime(const std::vector<unsigned char>& frame
                                          unsigned long long rxNs) {
     platform().extTimes.push_back({});
     return handle(frame, rxNs);
-}
-
-std::string printedBy(const std::function<void()>& action) {
-    const StdoutCapture output;
-    action();
-    return output.text();
-}
-
-int occurrences(const std::string& text, const std::string& part) {
-    int count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos;
-         at = text.find(part, at + part.size())) {
-        ++count;
-    }
-    return count;
 }
 
 void setField(std::vector<unsigned char>& message, std::size_t offset, std::size_t width,

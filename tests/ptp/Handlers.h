@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "ptp/ptpclass.h"
 #include "tests/ptp/FakePlatform.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/StdoutCapture.h"
 
 /** Message handlers on the fake platform, with an empty port table, a zeroed instance block and a
  *  zeroed record in a shared segment of the test's own. */
@@ -38,12 +38,6 @@ protected:
     gPtpTimeDataStruct& record;
     NetworkService<sock> service;
 };
-
-/** What an action prints on standard output. */
-std::string printedBy(const std::function<void()>& action);
-
-/** How often a text occurs. */
-int occurrences(const std::string& text, const std::string& part);
 
 /** Writes a big-endian field into a message. */
 void setField(std::vector<unsigned char>& message, std::size_t offset, std::size_t width,

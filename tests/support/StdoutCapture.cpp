@@ -62,6 +62,21 @@ std::vector<LogLine> logLines(const std::string& text) {
     return result;
 }
 
+int occurrences(const std::string& text, const std::string& part) {
+    int times = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos;
+         at = text.find(part, at + part.size())) {
+        ++times;
+    }
+    return times;
+}
+
+std::string printedBy(const std::function<void()>& action) {
+    const StdoutCapture output;
+    action();
+    return output.text();
+}
+
 StdoutCapture::StdoutCapture(int descriptor) : descriptor_(descriptor) {
     std::fflush(nullptr);
     char path[] = "/tmp/zeb-output-XXXXXX";
@@ -108,13 +123,7 @@ std::vector<std::string> StdoutCapture::texts() const {
 }
 
 int StdoutCapture::count(const std::string& part) const {
-    const std::string all = text();
-    int times = 0;
-    for (std::size_t at = all.find(part); at != std::string::npos;
-         at = all.find(part, at + part.size())) {
-        ++times;
-    }
-    return times;
+    return occurrences(text(), part);
 }
 
 bool StdoutCapture::await(const std::string& part, int times,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@ struct LogLine {
 
 /** The lines of text that have the log's prefix, in order. */
 std::vector<LogLine> logLines(const std::string& text);
+
+/** How often a part occurs in a text, without overlaps. */
+int occurrences(const std::string& text, const std::string& part);
+
+/** What an action prints on standard output. */
+std::string printedBy(const std::function<void()>& action);
 
 /** While it lives, standard output (or another descriptor) goes to a file of its own. */
 class StdoutCapture {
