@@ -244,7 +244,8 @@ TEST(InputPump, DropsAFrameWhoseHandlingThrowsAndGoesOn) {
     const PeerSocket peer("tsm0peer");
     QuickKernel kernel;
     std::atomic<int> failures{0};
-    kernel.sendto = [&](int, const void*, std::size_t, const sockaddr*) -> std::optional<ssize_t> {
+    kernel.sendto = [&](int, const void*, std::size_t, int,
+                        const sockaddr*) -> std::optional<ssize_t> {
         if (ownThreadName() == "TSyn_SInp_tsm0" && failures < 2) {
             ++failures;
             throw std::runtime_error("no answer");
