@@ -205,6 +205,7 @@ protected:
     }
 
     std::vector<std::string> dynamicTexts(ElfW(Sxword) tag) const {
+        // The dynamic section holds addresses as numbers. NOLINTNEXTLINE(performance-no-int-to-ptr)
         const auto* const table = reinterpret_cast<const char*>(dynamicValues(DT_STRTAB).at(0));
         std::vector<std::string> texts;
         for (const ElfW(Addr) offset : dynamicValues(tag)) {

@@ -95,7 +95,7 @@ TEST(NetworkServiceSending, ReadsThePhcBeforeEverySendWhichOpensItForCrossTimest
 
 /** Errors of successive sends; 0 lets one succeed. */
 struct RefusedSends {
-    RefusedSends(ServiceOnCard& card, std::vector<int> errors) {
+    RefusedSends(ServiceOnCard& card, const std::vector<int>& errors) {
         card.kernel.sendto = [this, errors](int, const void*, std::size_t size, int,
                                             const sockaddr*) -> std::optional<ssize_t> {
             when.push_back(Clock::now());

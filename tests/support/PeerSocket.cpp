@@ -150,7 +150,7 @@ std::optional<PeerFrame> PeerSocket::transmitStamp(Milliseconds patience) const 
 std::optional<PeerFrame> PeerSocket::awaitType(int type, Milliseconds patience) const {
     const Clock::time_point deadline = Clock::now() + patience;
     for (;;) {
-        const std::optional<PeerFrame> frame = receive(leftUntil(deadline));
+        std::optional<PeerFrame> frame = receive(leftUntil(deadline));
         if (!frame || frame->ptpType() == type) {
             return frame;
         }

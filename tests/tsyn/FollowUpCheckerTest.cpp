@@ -11,7 +11,6 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-using tsyn::Defect;
 using tsyn::DefectKind;
 using tsyn::Finding;
 
