@@ -34,8 +34,8 @@ ZEB_EXPORT extern pthread_mutex_t th_mutex[14];         ///< by message type, us
 ZEB_EXPORT extern pthread_mutex_t pMutex;
 
 /** Hooks around threadCount, empty: a host that wants to count its threads replaces them. */
-ZEB_EXPORT void atomic_add(volatile unsigned* counter, unsigned amount);
-ZEB_EXPORT void atomic_sub(volatile unsigned* counter, unsigned amount);
+ZEB_ENTRY void atomic_add(volatile unsigned* counter, unsigned amount);
+ZEB_ENTRY void atomic_sub(volatile unsigned* counter, unsigned amount);
 
 inline bool isRunning() {
     return __atomic_load_n(&runningState, __ATOMIC_RELAXED) != 0;

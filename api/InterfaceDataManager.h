@@ -59,11 +59,11 @@ class InterfaceDataManager {
 public:
     /** The instance, or null when memory is exhausted. Above trace level 2 the first call prints
      *  its trace line and aborts. The very first call must come from one thread. */
-    ZEB_EXPORT static InterfaceDataManager* getInstance();
+    ZEB_ENTRY static InterfaceDataManager* getInstance();
 
     /** As getInstance, then copies the host's record over the start of the block: as many bytes as
      *  its own size field says, at most the whole block. */
-    ZEB_EXPORT static InterfaceDataManager* getInstance(const TSynInstanceConfig* cfg);
+    ZEB_ENTRY static InterfaceDataManager* getInstance(const TSynInstanceConfig* cfg);
 
     ZEB_EXPORT static InterfaceDataManager* m_pInstance;
 

@@ -57,10 +57,10 @@ class ZEB_EXPORT TLVObject {
 public:
     /** Builds the headers (type 0, sized by the mask) or one sub-TLV of a filled Follow_Up header
      *  from the configuration and the host's status and user data. */
-    TLVObject(int type, ptpv2hdr_t* followUpHeader, unsigned char mask);
-    TLVObject();
+    ZEB_ENTRY TLVObject(int type, ptpv2hdr_t* followUpHeader, unsigned char mask);
+    ZEB_ENTRY TLVObject();
     // Exported, hence not defaulted here. NOLINTNEXTLINE(performance-trivially-destructible)
-    ~TLVObject();
+    ZEB_ENTRY ~TLVObject();
     TLVObject(const TLVObject&) = default;
     TLVObject& operator=(const TLVObject&) = default;
 
@@ -71,23 +71,22 @@ public:
 /** CRC-8H2F as the AUTOSAR routine of this name: a first call ignores startValue, a further one
  *  continues from it. With TxCrcMode 0 (or a wrong one, logged) a master gets 0x00, a slave 0xFF.
  */
-ZEB_EXPORT unsigned char Crc_CalculateCRC8H2F(unsigned char const* data, unsigned int length,
-                                              unsigned char startValue, bool isFirstCall);
+ZEB_ENTRY unsigned char Crc_CalculateCRC8H2F(unsigned char const* data, unsigned int length,
+                                             unsigned char startValue, bool isFirstCall);
 
 /** Mask of the sub-TLVs that the configuration asks for. */
-ZEB_EXPORT unsigned int getConfigParameterBlockTLVBitmask();
+ZEB_ENTRY unsigned int getConfigParameterBlockTLVBitmask();
 
 /** Checks a received AUTOSAR TLV and reports its content into the instance block. Returns 1, or 0
  *  when a CRC is wrong at trace level 0. Throws the const char* "No more data" for truncated data
  *  and, above trace level 0, for a wrong CRC. */
-ZEB_EXPORT unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv,
-                                                         ptpv2hdr_t* followUpHeader);
+ZEB_ENTRY unsigned int ProcessIncomingAutoSARTLVObjects(TLVObject* tlv, ptpv2hdr_t* followUpHeader);
 
 /** For hosts: a frame that is no Follow_Up is passed on through the two outputs; a Follow_Up is
  *  copied to the address given as destination itself, with 86 at bytes 58 and 59. Returns 0. */
-ZEB_EXPORT int SyncFollowUpAttachAutoSARTLV(char* frame, int length, char** destination,
-                                            int* newLength);
+ZEB_ENTRY int SyncFollowUpAttachAutoSARTLV(char* frame, int length, char** destination,
+                                           int* newLength);
 
 /** Kept in the interface; does nothing and returns 0. */
-ZEB_EXPORT int SyncFollowUpDetachAutoSARTLV(char* frame, int length, char* destination,
-                                            int* newLength);
+ZEB_ENTRY int SyncFollowUpDetachAutoSARTLV(char* frame, int length, char* destination,
+                                           int* newLength);

@@ -3,12 +3,12 @@
 /* The library is built with hidden visibility: a name is the library's own unless it says here that
  * hosts may see it. No name is bound inside (-Bsymbolic stays off), so hosts can replace hooks. */
 
-/** A function, variable, class or class member that hosts see. */
+/** A variable or class that hosts see. */
 #define ZEB_EXPORT __attribute__((visibility("default")))
 
-/** A function that hosts call or run as a thread. Hosts built for i386 may keep their stacks
- * aligned to 4 bytes only, while the C library wants 16: such a function aligns the stack for all
- * that it calls. */
+/** A function or class member that hosts call or run as a thread. Hosts built for i386 may keep
+ * their stacks aligned to 4 bytes only, while the C library wants 16: such a function aligns the
+ * stack for all that it calls. */
 #ifdef __i386__
 #define ZEB_ENTRY ZEB_EXPORT __attribute__((force_align_arg_pointer))
 #else

@@ -18,24 +18,24 @@ class ZEB_EXPORT PTPMessage {
 public:
     PTPMessage(const PTPMessage&) = delete;
     PTPMessage& operator=(const PTPMessage&) = delete;
-    virtual ~PTPMessage();
+    ZEB_ENTRY virtual ~PTPMessage();
 
     /** messageType code of the class. The base version marks a programming error: above trace
      *  level 2 it ends the process. */
-    virtual int getMsgNumericType();
+    ZEB_ENTRY virtual int getMsgNumericType();
 
     /** Handles a received message. Returns 1 when handled, 0 when rejected or ignored. */
-    virtual unsigned int processIncoming() = 0;
+    ZEB_ENTRY virtual unsigned int processIncoming() = 0;
 
     /** The port that this message is filed under: the requester's for responses to Pdelay_Req, the
      *  sender's for everything else. */
-    PortKey retrievePortIdentity();
+    ZEB_ENTRY PortKey retrievePortIdentity();
 
     /** The timestamp at offset 34, ns. */
-    unsigned long long getPTPMessageTimestamp();
+    ZEB_ENTRY unsigned long long getPTPMessageTimestamp();
 
     /** Prints header and body, field by field, as far as messageLength covers them. Returns 0. */
-    unsigned int msgDebugHeader();
+    ZEB_ENTRY unsigned int msgDebugHeader();
 
     unsigned char* data() { return buffer_; }
     ptpv2hdr_t* header() { return reinterpret_cast<ptpv2hdr_t*>(buffer_); }
@@ -67,13 +67,13 @@ public:
 class ZEB_EXPORT PTPMsgSync final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgSync() = default;
-    ~PTPMsgSync() override;
+    ZEB_ENTRY ~PTPMsgSync() override;
     ZEB_INTERNAL PTPMsgSync(unsigned char domain, unsigned short portNumber);
-    int getMsgNumericType() override;
-    unsigned int processIncoming() override;
+    ZEB_ENTRY int getMsgNumericType() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
 
     /** Sends one Sync and its Follow_Up and refreshes the published record. Always 0. */
-    unsigned int processOutgoing();
+    ZEB_ENTRY unsigned int processOutgoing();
 
 private:
     unsigned short sequence_ = 0;
@@ -82,24 +82,24 @@ private:
 class ZEB_EXPORT PTPMsgFollowUp final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgFollowUp() = default;
-    ~PTPMsgFollowUp() override;
+    ZEB_ENTRY ~PTPMsgFollowUp() override;
     ZEB_INTERNAL explicit PTPMsgFollowUp(unsigned char domain);
-    int getMsgNumericType() override;
-    unsigned int processIncoming() override;
+    ZEB_ENTRY int getMsgNumericType() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
 
     /** Fills the Follow_Up of a Sync sent at *txTimestamp, which becomes the distributed time.
      *  Returns 1. Throws std::logic_error without an interface name. */
-    unsigned int processOutgoing(PTPMessage* sync, ptp_time_t* txTimestamp);
+    ZEB_ENTRY unsigned int processOutgoing(PTPMessage* sync, ptp_time_t* txTimestamp);
 };
 
 class ZEB_EXPORT PTPMsgAnnounce final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgAnnounce() = default;
-    ~PTPMsgAnnounce() override;
+    ZEB_ENTRY ~PTPMsgAnnounce() override;
     ZEB_INTERNAL PTPMsgAnnounce(unsigned char domain, unsigned short portNumber);
-    int getMsgNumericType() override;
-    unsigned int processIncoming() override;
-    unsigned int processOutgoing();
+    ZEB_ENTRY int getMsgNumericType() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
+    ZEB_ENTRY unsigned int processOutgoing();
 
 private:
     unsigned short sequence_ = 0;
@@ -108,15 +108,15 @@ private:
 class ZEB_EXPORT PTPMsgPathDelayReq final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgPathDelayReq() = default;
-    ~PTPMsgPathDelayReq() override;
+    ZEB_ENTRY ~PTPMsgPathDelayReq() override;
     ZEB_INTERNAL PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber);
-    int getMsgNumericType() override;
+    ZEB_ENTRY int getMsgNumericType() override;
 
     /** Answers a peer's request with Pdelay_Resp and Pdelay_Resp_Follow_Up. */
-    unsigned int processIncoming() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
 
     /** Sends the next request and notes its transmit time. Returns 1. */
-    unsigned int processOutgoing();
+    ZEB_ENTRY unsigned int processOutgoing();
 
 private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
@@ -126,16 +126,16 @@ private:
 class ZEB_EXPORT PTPMsgPathDelayResp final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgPathDelayResp() = default;
-    ~PTPMsgPathDelayResp() override;
+    ZEB_ENTRY ~PTPMsgPathDelayResp() override;
     ZEB_INTERNAL explicit PTPMsgPathDelayResp(unsigned char domain);
-    int getMsgNumericType() override;
+    ZEB_ENTRY int getMsgNumericType() override;
 
     /** Takes t2 and t4 of the outstanding request. 1 when accepted, 0 when stale or repeated. A
      *  receive time before the transmit time is reported for ever at trace level 1 and above. */
-    unsigned int processIncoming() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
 
     /** Fills the answer to a request received at *rxTimestamp. Returns 1. */
-    unsigned int processOutgoing(PTPMessage* request, ptp_time_t* rxTimestamp);
+    ZEB_ENTRY unsigned int processOutgoing(PTPMessage* request, ptp_time_t* rxTimestamp);
 
 private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
@@ -144,15 +144,15 @@ private:
 class ZEB_EXPORT PTPMsgPathDelayRespFollowUp final : public PTPMessage {
 public:
     ZEB_INTERNAL PTPMsgPathDelayRespFollowUp() = default;
-    ~PTPMsgPathDelayRespFollowUp() override;
+    ZEB_ENTRY ~PTPMsgPathDelayRespFollowUp() override;
     ZEB_INTERNAL explicit PTPMsgPathDelayRespFollowUp(unsigned char domain);
-    int getMsgNumericType() override;
+    ZEB_ENTRY int getMsgNumericType() override;
 
     /** Completes the exchange: link delay, time base. 0 when a timestamp is missing. */
-    unsigned int processIncoming() override;
+    ZEB_ENTRY unsigned int processIncoming() override;
 
     /** Fills the follow-up of a response sent at *txTimestamp. Returns 1. */
-    unsigned int processOutgoing(PTPMessage* response, ptp_time_t* txTimestamp);
+    ZEB_ENTRY unsigned int processOutgoing(PTPMessage* response, ptp_time_t* txTimestamp);
 };
 
 /** Turns received frames into message objects. */
@@ -161,5 +161,5 @@ public:
     /** A new object that the caller owns, or null for a type that is not handled. At least
      *  messageLength bytes (at most 255) of the frame are read; a longer length is logged and
      *  leaves the object's buffer empty. */
-    PTPMessage* getPTPMessageInstance(ptpv2hdr_t* frame);
+    ZEB_ENTRY PTPMessage* getPTPMessageInstance(ptpv2hdr_t* frame);
 };

@@ -119,7 +119,7 @@ void refit(int samples) {
 
 }  // namespace
 
-ZEB_EXPORT void PartialRegressionLine(unsigned long long t, unsigned long long u) {
+ZEB_ENTRY void PartialRegressionLine(unsigned long long t, unsigned long long u) {
     printCall(t, u);
     tSamples[sampleIndex] = (t + kUnitNs / 2) / kUnitNs;
     uSamples[sampleIndex] = (u + kUnitNs / 2) / kUnitNs;

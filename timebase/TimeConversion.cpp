@@ -28,15 +28,15 @@ double timeAtSystemZero(const gPtpTimeDataStruct& data, long double rate) {
 
 }  // namespace
 
-ZEB_EXPORT unsigned long long get_1AS_time(gPtpTimeDataStruct* data, long long systemTimeNs) {
+ZEB_ENTRY unsigned long long get_1AS_time(gPtpTimeDataStruct* data, long long systemTimeNs) {
     const long double rate = effectiveRate(*data);
     const double base = timeAtSystemZero(*data, rate);
     const double scaled = static_cast<double>(rate) * static_cast<double>(systemTimeNs);
     return doubleToU64(base + scaled);
 }
 
-ZEB_EXPORT unsigned long long get_1AS_time_invers(gPtpTimeDataStruct* data,
-                                                  unsigned long long asTimeNs) {
+ZEB_ENTRY unsigned long long get_1AS_time_invers(gPtpTimeDataStruct* data,
+                                                 unsigned long long asTimeNs) {
     const long double rate = effectiveRate(*data);
     const double base = timeAtSystemZero(*data, rate);
     const double difference = static_cast<double>(asTimeNs) - base;

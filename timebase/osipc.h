@@ -18,7 +18,7 @@ public:
     /** The record mapped for a name, or null when the segment cannot be had (above trace level 2
      *  it is tried without end instead). The segment is the one that shm_name tells at the first
      *  call for each name, and every such mapping zeroes it. Any thread. */
-    ZEB_EXPORT static gPtpTimeDataStruct* instance(char const* name);
+    ZEB_ENTRY static gPtpTimeDataStruct* instance(char const* name);
 
     ZEB_EXPORT static std::map<std::string, gPtpTimeDataStruct*> map;
     ZEB_EXPORT static void* global_master_offset_buffer;  ///< most recently mapped segment
@@ -32,4 +32,4 @@ ZEB_EXPORT extern std::string shm_name;
 void nameSegment(const std::string& name);
 
 /** Kept in the interface; does nothing. */
-ZEB_EXPORT void getTime(timespec* time);
+ZEB_ENTRY void getTime(timespec* time);
