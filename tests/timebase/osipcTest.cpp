@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -39,6 +40,7 @@ Failure openFailure;
 Failure resizeFailure;
 Failure mapFailure;
 Failure ownerFailure;
+std::function<void()> whenOpened;
 
 }  // namespace
 
@@ -49,6 +51,9 @@ void* __real_mmap(void* address, size_t length, int protection, int flags, int d
                   off_t offset);
 
 int __wrap_shm_open(const char* name, int flags, mode_t mode) {
+    if (whenOpened) {
+        whenOpened();
+    }
     return openFailure.strikes() ? -1 : __real_shm_open(name, flags, mode);
 }
 
@@ -198,7 +203,7 @@ TEST_F(SharedSegment, StaysWhenItsUserIsGone) {
 
 TEST_F(SharedSegment, BelongsToWhoMapsIt) {
     const int descriptor = open("/dev/shm/eth1", O_CREAT | O_WRONLY, 0666);
-    const bool given = fchown(descriptor, getuid() + 1, getgid() + 1) == 0;
+    const bool given = setgid(getgid() + 1) == 0 && fchown(descriptor, getuid() + 1, 0) == 0;
     close(descriptor);
     if (!given) {
         GTEST_SKIP() << "no other user to own the file";
@@ -225,6 +230,22 @@ TEST_F(SharedSegment, MappingLogsTheSegmentName) {
     EXPECT_EQ("timebase/osipc.cpp", output.lines()[0].file);
     EXPECT_EQ("instance", output.lines()[0].function);
     EXPECT_EQ("shm_name.c_str(): /eth1", output.lines()[0].text);
+}
+
+TEST_F(SharedSegment, IsNamedInTheLogBeforeItIsOpened) {
+    const StdoutCapture output;
+    whenOpened = [&] { EXPECT_EQ(1U, output.lines().size()); };
+    OSipc::instance("eth1");
+    whenOpened = nullptr;
+}
+
+TEST_F(SharedSegment, IsMappedByAHostWithoutStandardInput) {
+    close(0);
+    EXPECT_NE(nullptr, OSipc::instance("eth1"));
+    OSipc::map.clear();
+    resizeFailure = {1, EFBIG};
+    EXPECT_EQ(nullptr, OSipc::instance("eth1"));
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "left open";
 }
 
 TEST_F(SharedSegment, KeepsNoDescriptorOpen) {
