@@ -90,6 +90,10 @@ class Kinds(unittest.TestCase):
         self.assert_made_in_body("r.a = b;\nr.c = b;", [
             ("deleted statement", ";\nr.c = b;"), ("deleted statement", "r.a = b;\n;")])
 
+    def test_a_cast_is_no_call_whose_order_may_show(self):
+        made = mutants_of_text(body("r.a = static_cast<int>(b);\nr.c = static_cast<int>(d);"))
+        self.assertNotIn("swapped statements", [kind for kind, _ in made])
+
     def test_log_levels_are_exchanged(self):
         made = mutants_of_text(body("return ZEB_LOG(kInfo, kText);"))
         self.assertIn(("log level", body("return ZEB_LOG(kError, kText);")), made)
