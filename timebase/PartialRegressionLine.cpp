@@ -53,10 +53,6 @@ void printCall(unsigned long long t, unsigned long long u) {
     std::cout << "m=" << quotient(slope_mN, slope_mZ) << std::endl;
 }
 
-long long wrappingAbs(long long value) {
-    return value < 0 ? static_cast<long long>(0 - static_cast<unsigned long long>(value)) : value;
-}
-
 long long wrappingDivide(long long a, long long b) {
     return b == -1 ? static_cast<long long>(0 - static_cast<unsigned long long>(a)) : a / b;
 }
@@ -67,15 +63,16 @@ long long wrappingRemainder(long long a, long long b) {
 
 /** Greatest common divisor with the sign of the denominator. */
 long long signedGcd(long long numerator, long long denominator) {
-    long long a = wrappingAbs(denominator);
-    long long b = wrappingAbs(numerator);
+    long long a = denominator;
+    long long b = numerator;
     while (b != 0) {
         const long long remainder = wrappingRemainder(a, b);
         a = b;
         b = remainder;
     }
-    const bool negative = denominator < 0;
-    return (a < 0) != negative ? static_cast<long long>(0 - static_cast<unsigned long long>(a)) : a;
+    return (a < 0) != (denominator < 0)
+               ? static_cast<long long>(0 - static_cast<unsigned long long>(a))
+               : a;
 }
 
 Gate judge(unsigned long long t, unsigned long long u) {
@@ -124,12 +121,7 @@ ZEB_ENTRY void PartialRegressionLine(unsigned long long t, unsigned long long u)
     tSamples[sampleIndex] = (t + kUnitNs / 2) / kUnitNs;
     uSamples[sampleIndex] = (u + kUnitNs / 2) / kUnitNs;
     sampleIndex = (sampleIndex + 1) % kRingSize;
-    if (sampleCount < kRingSize) {
-        ++sampleCount;
-        if (sampleCount < 2) {
-            return;
-        }
-    }
+    sampleCount = std::min(sampleCount + 1, kRingSize);
     if (sampleCount < kRingSize) {
         refit(sampleCount);
         return;

@@ -48,6 +48,12 @@ private:
     mode_t saved_;
 };
 
+int openForEveryone(const std::string& name) {
+    const OpenFileMask openMask;
+    ZEB_LOG_AS("instance", kDebug, "shm_name.c_str(): %s\n", name.c_str());
+    return shm_open(name.c_str(), O_CREAT | O_RDWR, 0777);
+}
+
 MapStep sizeAndMap(int descriptor, void** segment) {
     // The owner only matters to other users of the machine; the access mode lets them in anyway.
     if (fchown(descriptor, getuid(), getgid()) != 0) {
@@ -99,13 +105,7 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         if (known != map.end()) {
             return known->second;
         }
-        const std::string path = segmentName();
-        int descriptor = -1;
-        {
-            const OpenFileMask openMask;
-            ZEB_LOG(kDebug, "shm_name.c_str(): %s\n", path.c_str());
-            descriptor = shm_open(path.c_str(), O_CREAT | O_RDWR, 0777);
-        }
+        const int descriptor = openForEveryone(segmentName());
         void* segment = nullptr;
         const MapStep failed = descriptor < 0 ? MapStep::kOpen : sizeAndMap(descriptor, &segment);
         if (failed == MapStep::kDone) {

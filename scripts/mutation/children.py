@@ -4,9 +4,12 @@ import os
 import signal
 import subprocess
 import threading
+import time
 
 # A fault may print or allocate without end.
 LIMITED = ["sh", "-c", 'ulimit -c 0; ulimit -f 131072; exec "$@"', "sh"]
+# A build passes the request to end on to its compilers, which it puts into groups of their own.
+SECONDS_TO_END = 2
 
 
 class Stopped(Exception):
@@ -57,11 +60,16 @@ class Children:
         with self.lock:
             self.stopping = True
             for child in self.running:
+                self._kill(child, signal.SIGTERM)
+            give_up = time.monotonic() + SECONDS_TO_END
+            while time.monotonic() < give_up and not all(map(self.has_ended, self.running)):
+                time.sleep(0.01)
+            for child in self.running:
                 self._kill(child)
 
     @staticmethod
-    def _kill(child):
+    def _kill(child, number=signal.SIGKILL):
         try:
-            os.killpg(child.pid, signal.SIGKILL)
+            os.killpg(child.pid, number)
         except ProcessLookupError:
             pass  # it ended by itself just now

@@ -15,6 +15,7 @@ LEVELS = {"kAlways": "kDebug", "kInfo": "kError", "kDebug": "kAlways", "kError":
 SYMMETRIC = {"min", "max", "minmax"}
 NO_CALL = {"if", "for", "while", "switch", "return", "sizeof", "catch", "defined"}
 INTEGER = re.compile(r"(0[xX])?([\da-fA-F]+)([uUlL]*)\Z")
+CAST = re.compile(r"\w+_cast<[^()]*>\(")
 REAL = re.compile(r"(\d+)(\.\d*)([fFlL]?)\Z")
 
 
@@ -156,10 +157,9 @@ def depend(source, one, other):
     """Whether the order of two statements may show: both call something, or one stores what the
     other uses."""
     words = [[source.tokens[i] for i in range(s.first, s.last)] for s in (one, other)]
-    called = [any(t.text == "(" for t in tokens) for tokens in words]
-    if all(called):
-        return True
     texts = ["".join(t.text for t in tokens) for tokens in words]
+    if all("(" in CAST.sub("", text) for text in texts):
+        return True
     stores = [re.match(r"([\w.\[\]>-]+?)(?:[-+|&*/]|<<|>>)?=(?!=)", text) for text in texts]
     if all(stores):
         return stores[0].group(1) in texts[1] or stores[1].group(1) in texts[0]

@@ -61,7 +61,7 @@ class Report:
     def write(self, path, seconds, spent):
         killed, total = self.score()
         with open(path, "w", encoding="utf-8") as file:
-            json.dump({"seed": self.seed, "killed": killed, "total": total,
+            json.dump({"seed": self.seed, "wanted": self.wanted, "killed": killed, "total": total,
                        "percent": round(self.percent(), 1), "apart": self.apart,
                        "seconds": round(seconds, 1),
                        "spent": {name: round(value, 1) for name, value in spent.items()},

@@ -22,8 +22,16 @@ ROOM_TESTS = {
     "profile": ["profile", "ptp", "api"],
     "api": ["api", "ptp"],
 }
+# Namespaces and sleeps take most of a case's time, hence more cases at a time than processors; the
+# daemons of the control interface hardly do anything else.
+CASES_AT_A_TIME = 8
+CASES_AT_A_TIME_OF = {"api": 16}
 LEAST_SECONDS = 10
 TIMES_AS_LONG = 4
+
+
+def at_a_time(room):
+    return CASES_AT_A_TIME_OF.get(room, CASES_AT_A_TIME)
 
 
 class Case:

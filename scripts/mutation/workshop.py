@@ -5,7 +5,7 @@ import os
 import shutil
 import time
 
-from mutation.suite import ROOM_TESTS, Run, cases_of
+from mutation.suite import ROOM_TESTS, Run, at_a_time, cases_of
 
 # As optimised code is shipped, but neither debug data nor the slow passes.
 CONFIGURATION = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O1",
@@ -18,14 +18,13 @@ class Unusable(Exception):
 
 
 class Workshop:
-    def __init__(self, folder, children, suites, compilers, parallel):
+    def __init__(self, folder, children, suites, compilers):
         self.tree = os.path.join(folder, "tree")
         self.build = os.path.join(folder, "build")
         self.pristine = os.path.join(folder, "pristine")
         self.children = children
         self.suites = suites
         self.compilers = compilers
-        self.parallel = parallel
         self.cases = {}
         self.outputs = {}  # path below the build -> modification time
         self.spent = {"building": 0.0, "testing": 0.0}
@@ -100,8 +99,8 @@ class Workshop:
 
     def check(self):
         """Name of a case that fails in the unchanged tree, or None."""
-        for cases in self.cases.values():
-            failed = Run(self.children, self.suites, self.parallel).first_failure(cases)
+        for room, cases in self.cases.items():
+            failed = Run(self.children, self.suites, at_a_time(room)).first_failure(cases)
             if failed:
                 return failed
         return None
@@ -139,7 +138,7 @@ class Workshop:
                 return "same code", ""
             began = time.monotonic()
             cases = self.suites.in_order(self.cases[tests], mutant.file)
-            failed = Run(self.children, self.suites, self.parallel).first_failure(cases)
+            failed = Run(self.children, self.suites, at_a_time(tests)).first_failure(cases)
             self.spent["testing"] += time.monotonic() - began
             if failed:
                 with self.suites.lock:

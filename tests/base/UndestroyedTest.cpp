@@ -1,47 +1,73 @@
 #include "base/Undestroyed.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <thread>
 
 namespace {
 
-struct Counting {
-    Counting() { ++constructed; }
-    ~Counting() { ++destroyed; }
-    static int constructed;
-    static int destroyed;
-};
-int Counting::constructed = 0;
-int Counting::destroyed = 0;
-
-TEST(Undestroyed, IsDestroyedInAProcessWithoutADaemon) {
-    {
-        Undestroyed<Counting> storage;
-        EXPECT_EQ(1, Counting::constructed);
+/** Tells standard error when it is destroyed. */
+template <char Name>
+struct Told {
+    Told() { ++constructed; }
+    ~Told() {
+        const char name = Name;
+        if (write(STDERR_FILENO, &name, 1) == 1) {
+            ++destroyed;
+        }
     }
-    EXPECT_EQ(1, Counting::destroyed);
+    static inline int constructed = 0;
+    static inline int destroyed = 0;
+};
+
+/** What the library's shared objects are: maps and strings, then condition variables. */
+void defineSharedObjects() {
+    static Undestroyed<Told<'a'>> first;
+    static Undestroyed<Told<'b'>> second;
+    static ZeroInitialised<Told<'c'>> third;
+    static ZeroInitialised<Told<'d'>> fourth;
 }
 
-TEST(Undestroyed, OutlivesADaemonThread) {
+TEST(Undestroyed, IsConstructedWithItsStorage) {
     noteDaemonThread();
-    { Undestroyed<Counting> storage; }
-    EXPECT_EQ(0, Counting::destroyed);
+    const Undestroyed<Told<'a'>> storage;
+    EXPECT_EQ(1, Told<'a'>::constructed);
+}
+
+TEST(ProcessEnd, DestroysSharedObjectsInReverseOrderWithoutADaemon) {
+    EXPECT_EXIT(
+        {
+            defineSharedObjects();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "^dcba$");
+}
+
+TEST(ProcessEnd, DestroysNoSharedObjectOnceADaemonThreadRan) {
+    EXPECT_EXIT(
+        {
+            defineSharedObjects();
+            std::thread(noteDaemonThread).join();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "^$");
+}
+
+TEST(DaemonThreads, HaveRunOnceOneIsNoted) {
+    EXPECT_FALSE(daemonThreadsRan());
+    noteDaemonThread();
+    EXPECT_TRUE(daemonThreadsRan());
+    noteDaemonThread();
+    EXPECT_TRUE(daemonThreadsRan());
 }
 
 TEST(ZeroInitialised, IsAllZeroBytesAndNeedsNoConstructor) {
-    static ZeroInitialised<Counting> storage;
-    EXPECT_EQ(0, Counting::constructed);
+    static ZeroInitialised<Told<'a'>> storage;
+    EXPECT_EQ(0, Told<'a'>::constructed);
     EXPECT_TRUE(std::all_of(std::begin(storage.bytes), std::end(storage.bytes),
                             [](unsigned char byte) { return byte == 0; }));
-}
-
-TEST(ZeroInitialised, IsDestroyedInAProcessWithoutADaemonOnly) {
-    { ZeroInitialised<Counting> storage; }
-    EXPECT_EQ(1, Counting::destroyed);
-    noteDaemonThread();
-    { ZeroInitialised<Counting> storage; }
-    EXPECT_EQ(1, Counting::destroyed);
 }
 
 }  // namespace

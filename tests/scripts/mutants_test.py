@@ -1,6 +1,8 @@
 """Which faults scripts/mutants makes of literal snippets."""
 
 import os
+import select
+import signal
 import subprocess
 import sys
 import unittest
@@ -88,6 +90,10 @@ class Kinds(unittest.TestCase):
         self.assert_made_in_body("r.a = b;\nr.c = b;", [
             ("deleted statement", ";\nr.c = b;"), ("deleted statement", "r.a = b;\n;")])
 
+    def test_a_cast_is_no_call_whose_order_may_show(self):
+        made = mutants_of_text(body("r.a = static_cast<int>(b);\nr.c = static_cast<int>(d);"))
+        self.assertNotIn("swapped statements", [kind for kind, _ in made])
+
     def test_log_levels_are_exchanged(self):
         made = mutants_of_text(body("return ZEB_LOG(kInfo, kText);"))
         self.assertIn(("log level", body("return ZEB_LOG(kError, kText);")), made)
@@ -140,6 +146,28 @@ class ChildProcesses(unittest.TestCase):
         self.assertEqual("", child.stdout.read())
         child.stdout.close()
         self.assertRaises(Stopped, children.start, ["true"])
+
+    def test_stopping_lets_a_build_end_what_it_put_into_other_groups(self):
+        children = Children()
+        child = children.start(
+            ["bash", "-c", "set -m; sleep 60 & trap 'kill $!; exit' TERM; echo started; wait"],
+            stdout=subprocess.PIPE, text=True)
+        self.assertEqual("started\n", child.stdout.readline())
+        children.stop()
+        child.wait()
+        # The pipe ends once no descendant holds it.
+        ended, _, _ = select.select([child.stdout], [], [], 10)
+        self.assertEqual([child.stdout], ended)
+        child.stdout.close()
+
+    def test_stopping_ends_what_does_not_heed_the_request(self):
+        children = Children()
+        child = children.start(["sh", "-c", "trap '' TERM; echo started; while :; do sleep 1; done"],
+                               stdout=subprocess.PIPE, text=True)
+        self.assertEqual("started\n", child.stdout.readline())
+        children.stop()
+        self.assertEqual(-signal.SIGKILL, child.wait())
+        child.stdout.close()
 
 
 if __name__ == "__main__":

@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
+#include <thread>
 
 #include "api/DaemonState.h"
 #include "base/DbgLog.h"
@@ -36,6 +39,8 @@ struct Failure {
 Failure openFailure;
 Failure resizeFailure;
 Failure mapFailure;
+Failure ownerFailure;
+std::function<void()> whenOpened;
 
 }  // namespace
 
@@ -46,11 +51,20 @@ void* __real_mmap(void* address, size_t length, int protection, int flags, int d
                   off_t offset);
 
 int __wrap_shm_open(const char* name, int flags, mode_t mode) {
+    if (whenOpened) {
+        whenOpened();
+    }
     return openFailure.strikes() ? -1 : __real_shm_open(name, flags, mode);
 }
 
 int __wrap_ftruncate(int descriptor, off_t length) {
     return resizeFailure.strikes() ? -1 : __real_ftruncate(descriptor, length);
+}
+
+int __real_fchown(int descriptor, uid_t owner, gid_t group);
+
+int __wrap_fchown(int descriptor, uid_t owner, gid_t group) {
+    return ownerFailure.strikes() ? -1 : __real_fchown(descriptor, owner, group);
 }
 
 void* __wrap_mmap(void* address, size_t length, int protection, int flags, int descriptor,
@@ -74,7 +88,7 @@ protected:
         shm_unlink("/eth1");
     }
 
-    ~SharedSegment() override { openFailure = resizeFailure = mapFailure = {}; }
+    ~SharedSegment() override { openFailure = resizeFailure = mapFailure = ownerFailure = {}; }
 
     /** The segment as other processes see it. */
     static std::vector<unsigned char> segmentBytes() {
@@ -84,6 +98,13 @@ protected:
         close(descriptor);
         bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
         return bytes;
+    }
+
+    /** The descriptor that the next opened file gets. */
+    static int nextDescriptor() {
+        const int next = dup(0);
+        close(next);
+        return next;
     }
 
     /** Null is returned and standard error says so. */
@@ -171,10 +192,34 @@ TEST_F(SharedSegment, AnOlderSegmentIsResizedAndZeroed) {
 }
 
 TEST_F(SharedSegment, StaysWhenItsUserIsGone) {
-    const StdoutCapture output;
-    OSipc::instance("eth1")->linkDelay = 1;
-    { const OSipc user; }
-    EXPECT_EQ(1, segmentBytes().at(24));
+    EXPECT_EXIT(
+        {
+            OSipc::instance("eth1")->linkDelay = 1;
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(std::string(48, '0') + "01" + std::string(470, '0'), toHex(segmentBytes()));
+}
+
+TEST_F(SharedSegment, BelongsToWhoMapsIt) {
+    const int descriptor = open("/dev/shm/eth1", O_CREAT | O_WRONLY, 0666);
+    const bool given = setgid(getgid() + 1) == 0 && fchown(descriptor, getuid() + 1, 0) == 0;
+    close(descriptor);
+    if (!given) {
+        GTEST_SKIP() << "no other user to own the file";
+    }
+    OSipc::instance("eth1");
+    struct stat status {};
+    ASSERT_EQ(0, stat("/dev/shm/eth1", &status));
+    EXPECT_EQ(getuid(), status.st_uid);
+    EXPECT_EQ(getgid(), status.st_gid);
+}
+
+TEST_F(SharedSegment, IsMappedWhereItsOwnerCannotBeChanged) {
+    ownerFailure = {1, EPERM};
+    EXPECT_NE(nullptr, OSipc::instance("eth1"));
+    EXPECT_EQ(0, ownerFailure.times);
+    EXPECT_EQ(0, errno);
 }
 
 TEST_F(SharedSegment, MappingLogsTheSegmentName) {
@@ -187,13 +232,63 @@ TEST_F(SharedSegment, MappingLogsTheSegmentName) {
     EXPECT_EQ("shm_name.c_str(): /eth1", output.lines()[0].text);
 }
 
-TEST_F(SharedSegment, KeepsNoDescriptorOpen) {
-    const int before = dup(0);
-    close(before);
+TEST_F(SharedSegment, IsNamedInTheLogBeforeItIsOpened) {
+    const StdoutCapture output;
+    whenOpened = [&] { EXPECT_EQ(1U, output.lines().size()); };
     OSipc::instance("eth1");
-    const int after = dup(0);
-    close(after);
-    EXPECT_EQ(before, after);
+    whenOpened = nullptr;
+}
+
+TEST_F(SharedSegment, IsMappedByAHostWithoutStandardInput) {
+    close(0);
+    EXPECT_NE(nullptr, OSipc::instance("eth1"));
+    OSipc::map.clear();
+    resizeFailure = {1, EFBIG};
+    EXPECT_EQ(nullptr, OSipc::instance("eth1"));
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "left open";
+}
+
+TEST_F(SharedSegment, KeepsNoDescriptorOpen) {
+    const int before = nextDescriptor();
+    OSipc::instance("eth1");
+    EXPECT_EQ(before, nextDescriptor());
+}
+
+TEST_F(SharedSegment, KeepsNoDescriptorOpenWhenItCannotBeHad) {
+    const int before = nextDescriptor();
+    for (Failure* const failure : {&openFailure, &resizeFailure, &mapFailure}) {
+        *failure = {1, ENOMEM};
+        EXPECT_EQ(nullptr, OSipc::instance("eth1"));
+        EXPECT_EQ(before, nextDescriptor());
+    }
+}
+
+TEST_F(SharedSegment, KeepsTheDescriptorOfEachFailedRoundAboveTraceLevel2) {
+    DbgTraceLevel = 3;
+    resizeFailure = mapFailure = {2, EFBIG};
+    const int before = nextDescriptor();
+    EXPECT_NE(nullptr, OSipc::instance("eth1"));
+    EXPECT_EQ(before + 4, nextDescriptor());
+}
+
+TEST_F(SharedSegment, CanBeNamedWhileATracedProcessTriesForEver) {
+    alarm(20);  // ends a case that waits for the name's lock
+    DbgTraceLevel = 3;
+    shm_name = "/" + std::string(300, 'x');
+    const StdoutCapture output;
+    gPtpTimeDataStruct* record = nullptr;
+    std::thread trying([&] { record = OSipc::instance("eth1"); });
+    EXPECT_TRUE(output.await("instance  trace line 120\n", 2));
+    nameSegment("/eth1");
+    trying.join();
+    EXPECT_NE(nullptr, record);
+    EXPECT_EQ(260U, segmentBytes().size());
+}
+
+TEST(SegmentName, IsTheOneGivenLast) {
+    nameSegment("/eth1");
+    nameSegment("/wm0");
+    EXPECT_EQ("/wm0", shm_name);
 }
 
 TEST_F(SharedSegment, ANameIsNeeded) {
