@@ -193,6 +193,14 @@ TEST(MessageDump, CutResponsesAndAnnouncesStopLikewise) {
     }
 }
 
+TEST(MessageDump, ShowsTheVersionWithoutItsMinorPart) {
+    std::vector<unsigned char> bytes = message("10002c", kFollowUpTime);
+    for (const unsigned char version : {0x12, 0xF2}) {
+        bytes[1] = version;
+        EXPECT_EQ("    versionPTP: 2", dumpOf(bytes).at(2));
+    }
+}
+
 TEST(MessageDump, LengthsBeyondTheBufferShowWhatIsThere) {
     std::vector<unsigned char> bytes = message("18004c", std::string(kFollowUpTime) + kInformation);
     setField(bytes, 2, 2, 65535);

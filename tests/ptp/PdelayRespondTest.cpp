@@ -71,6 +71,15 @@ TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponse) {
     EXPECT_EQ(0xFD, answer.data()[6]);
 }
 
+TEST_F(PdelayRespond, AnswersAreFilledWithResult1) {
+    const std::unique_ptr<PTPMessage> request = received(fromHex(kRequest));
+    PTPMsgPathDelayResp response(0);
+    response.service = &service;
+    ptp_time_t rx = {1, 5};
+    EXPECT_EQ(1U, response.processOutgoing(request.get(), &rx));
+    EXPECT_EQ("00000000000100000005", toHex(response.data() + 34, 10));
+}
+
 TEST_F(PdelayRespond, LogMessageIntervalIsUnknownInBothAnswers) {
     for (const std::vector<unsigned char>& answer : answersTo(fromHex(kRequest), 1, 2)) {
         EXPECT_EQ(0x7F, answer.at(33));
