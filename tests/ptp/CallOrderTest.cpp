@@ -81,6 +81,16 @@ TEST_F(CallOrder, AReaderNeverMeetsATimeOfTheNewSyncWithTheOffsetOfTheLast) {
     EXPECT_NE(before, image(record));
 }
 
+TEST_F(CallOrder, ASyncIsNotedOnceItsCrossTimestampIsOver) {
+    platform().onCall = [this](PlatformCall) {
+        EXPECT_EQ(0U, valueOf(record.acceptedSync));
+        EXPECT_EQ(-1, clockItems.at(kPortKey).syncSequenceId);
+        EXPECT_EQ(1000U, valueOf(clockItems.at(kPortKey).syncReceiveTime.ns));
+    };
+    handleWithExtTime(syncMessage(1), 1000);
+    EXPECT_EQ(1U, valueOf(record.acceptedSync));
+}
+
 /** Nothing uses the reading, but its time is part of the handling time, after which the system
  *  offset is measured. */
 class CrossTimestampPause : public CallOrder {

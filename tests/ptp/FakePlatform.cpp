@@ -90,7 +90,8 @@ char* GetInterfaceName(NetworkService<sock>* service) {
     return platform().isNameless ? nullptr : service->interface_.name;
 }
 
-unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* /*service*/) {
+unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service) {
+    EXPECT_NE(nullptr, service);
     return platform().clockIdentity.data();
 }
 

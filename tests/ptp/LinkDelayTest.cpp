@@ -95,9 +95,12 @@ TEST(TimeBaseFit, OfNoCorrectionIs0) {
 }
 
 TEST(TimeBaseFit, OfOneCorrectionHasNoSlope) {
-    const TimeBaseFit fit = fitTimeBase({0, 700}, {5000, 4000});
-    EXPECT_EQ(0.0, fit.slope);
-    EXPECT_EQ(4300, fit.estimate);
+    const TimeBaseFit earlier = fitTimeBase({0, 700}, {5000, 4000});
+    EXPECT_EQ(0.0, earlier.slope);
+    EXPECT_EQ(4300, earlier.estimate);
+    const TimeBaseFit latest = fitTimeBase({700}, {5000});
+    EXPECT_EQ(0.0, latest.slope);
+    EXPECT_EQ(4300, latest.estimate);
 }
 
 TEST(TimeBaseFit, OfEqualTimesHasNoSlope) {

@@ -61,14 +61,16 @@ TEST_F(PdelayRespond, TwoStepFlagStandsAloneInTheResponseAndIsClearInTheFollowUp
     EXPECT_EQ("0008", toHex(&answers[1].at(6), 2));
 }
 
-TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponse) {
+TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponseButNotItsInterval) {
     PTPMsgPathDelayResp response(0);
     response.data()[6] = 0xFF;
+    response.data()[33] = 5;
     PTPMsgPathDelayRespFollowUp answer(0);
     answer.service = &service;
     ptp_time_t tx{};
     EXPECT_EQ(1U, answer.processOutgoing(&response, &tx));
     EXPECT_EQ(0xFD, answer.data()[6]);
+    EXPECT_EQ(0x7F, answer.data()[33]);
 }
 
 TEST_F(PdelayRespond, AnswersAreFilledWithResult1) {

@@ -102,9 +102,9 @@ TEST_F(SyncReceive, MakesTheSharedRecordOfAMasterToo) {
 }
 
 TEST_F(SyncReceive, StoresReceiveTimeAndSequenceId) {
-    block.cfg.Domain = 4;
+    block.cfg.Domain = 15;
     std::vector<unsigned char> message = syncMessage(0xFEDC);
-    message[4] = 4;
+    message[4] = 15;
     EXPECT_EQ(1U, handleWithExtTime(message, 1700000000000001550ULL));
     const ClockItemMembersType& item = clockItems.at(kPortKey);
     EXPECT_EQ(1700000000000001550ULL, valueOf(item.syncReceiveTime.ns));
