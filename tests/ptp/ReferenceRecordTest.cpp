@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <ctime>
 
 #include "base/ptptime.h"
@@ -23,6 +24,12 @@ TEST(ProcessCpuTime, IsThatOfAllThreadsOfThisProcess) {
     platform().clocks[CLOCK_THREAD_CPUTIME_ID] = {0, 1};
     platform().clocks[CLOCK_PROCESS_CPUTIME_ID] = {3, 5};
     EXPECT_EQ(-1294967291, processCpuTimeNs());
+}
+
+/** Whoever reads a core dump counts bytes. */
+TEST(ReferencePairs, AreTwoClockReadingsAndTheirTwoCpuTimes) {
+    EXPECT_EQ(16U, offsetof(ReferenceRecord, cpuTime));
+    EXPECT_EQ(32U, sizeof(ReferenceRecord));
 }
 
 }  // namespace
