@@ -1,6 +1,7 @@
 #include "tests/ptp/FakePlatform.h"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -19,6 +20,12 @@ Answer next(std::deque<Answer>& answers, const char* call) {
     Answer answer = answers.front();
     answers.pop_front();
     return answer;
+}
+
+void tellOf(PlatformCall call) {
+    if (platform().onCall) {
+        platform().onCall(call);
+    }
 }
 
 }  // namespace
@@ -50,6 +57,7 @@ const char* NetworkService<Backend>::what() const noexcept {
 template <typename Backend>
 int NetworkService<Backend>::transmit(unsigned char const* payload, int length,
                                       ptp_time_t* txTime) {
+    tellOf(PlatformCall::kTransmit);
     platform().sent.emplace_back(payload, payload + length);
     *txTime = toPtpTime(next(platform().txTimes, "transmit"));
     return 0;
@@ -59,6 +67,7 @@ template <typename Backend>
 bool NetworkService<Backend>::GetLocalSystemCapabilities(long long& systemTime, long long& phcTime,
                                                          long long& offset,
                                                          long double& rateRatio) {
+    tellOf(PlatformCall::kCapabilities);
     const LocalCapabilities answer = next(platform().capabilities, "GetLocalSystemCapabilities");
     systemTime = answer.systemTime;
     phcTime = answer.phcTime;
@@ -70,22 +79,28 @@ bool NetworkService<Backend>::GetLocalSystemCapabilities(long long& systemTime, 
 template class NetworkService<sock>;
 
 char* GetInterfaceName(NetworkService<sock>* service) {
-    return service == nullptr ? nullptr : service->interface_.name;
+    if (service == nullptr) {
+        ADD_FAILURE() << "the name of no service";
+        return nullptr;
+    }
+    return platform().isNameless ? nullptr : service->interface_.name;
 }
 
-unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* /*service*/) {
-    static unsigned char identity[] = {0x00, 0x1B, 0x21, 0xFF, 0xFE, 0xAA, 0xBB, 0xCC};
-    return identity;
+unsigned char* BuildPTPClockIdentityFromMacAdress(NetworkService<sock>* service) {
+    EXPECT_NE(nullptr, service);
+    return platform().clockIdentity.data();
 }
 
 long long i210helper::e1000_ptp_get_time(char const* interfaceName) {
     EXPECT_STREQ(kInterface, interfaceName);
+    tellOf(PlatformCall::kPhcTime);
     return next(platform().phcTimes, "e1000_ptp_get_time");
 }
 
 bool i210helper::e1000_ptp_get_ext_time(char const* interfaceName, unsigned long long* systemTime,
                                         unsigned long long* phcTime) {
     EXPECT_STREQ(kInterface, interfaceName);
+    tellOf(PlatformCall::kExtTime);
     const ptp_ext_time_t answer = next(platform().extTimes, "e1000_ptp_get_ext_time");
     *systemTime = answer.systemTime;
     *phcTime = answer.phcTime;
@@ -100,4 +115,14 @@ extern "C" int usleep(useconds_t microseconds) {
         meanwhile();
     }
     return 0;
+}
+
+/** Takes the place of the C library's: a clock that a case sets stands still. */
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const auto given = platform().clocks.find(clock);
+    if (given != platform().clocks.end()) {
+        *time = given->second;
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }

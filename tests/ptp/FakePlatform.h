@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
+#include <ctime>
 #include <deque>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,12 +19,19 @@ struct LocalCapabilities {
     long double ratio;
 };
 
+/** Calls of the network service and the card, as FakePlatform::onCall names them. */
+enum class PlatformCall { kTransmit, kPhcTime, kExtTime, kCapabilities };
+
 struct FakePlatform {
-    std::deque<unsigned long long> txTimes;        ///< of transmit, ns
-    std::deque<long long> phcTimes;                ///< of e1000_ptp_get_time, ns
-    std::deque<ptp_ext_time_t> extTimes;           ///< of e1000_ptp_get_ext_time
-    std::deque<LocalCapabilities> capabilities;    ///< of GetLocalSystemCapabilities
-    std::deque<std::function<void()>> sleeps;      ///< what happens during each usleep
+    std::deque<unsigned long long> txTimes;      ///< of transmit, ns
+    std::deque<long long> phcTimes;              ///< of e1000_ptp_get_time, ns
+    std::deque<ptp_ext_time_t> extTimes;         ///< of e1000_ptp_get_ext_time
+    std::deque<LocalCapabilities> capabilities;  ///< of GetLocalSystemCapabilities
+    std::deque<std::function<void()>> sleeps;    ///< what happens during each usleep
+    std::map<clockid_t, timespec> clocks;        ///< readings in place of the system's
+    std::function<void(PlatformCall)> onCall;    ///< looks on before each answer
+    bool isNameless = false;                     ///< the service gives no interface name
+    std::array<unsigned char, 8> clockIdentity{0x00, 0x1B, 0x21, 0xFF, 0xFE, 0xAA, 0xBB, 0xCC};
     bool answersEverything = false;                ///< gives zero instead of failing the test
     std::vector<std::vector<unsigned char>> sent;  ///< payloads of transmit
     unsigned int lastSleep = 0;                    ///< microseconds
@@ -33,6 +43,5 @@ struct FakePlatform {
 /** The one of this process. */
 FakePlatform& platform();
 
-/** What the fake interface is called and its clock identity, of MAC 00-1B-21-AA-BB-CC. */
+/** What the fake interface is called. */
 inline constexpr char kInterface[] = "eth1";
-inline constexpr char kClockIdentity[] = "001b21fffeaabbcc";

@@ -78,17 +78,14 @@ unsigned int Handlers::handleWithExtTime(const std::vector<unsigned char>& frame
     return handle(frame, rxNs);
 }
 
-void setField(std::vector<unsigned char>& message, std::size_t offset, std::size_t width,
-              unsigned long long value) {
-    for (std::size_t i = width; i-- > 0;) {
-        message.at(offset + i) = static_cast<unsigned char>(value);
-        value >>= 8;
-    }
-}
-
-void setTimestamp(std::vector<unsigned char>& message, unsigned long long ns) {
-    setField(message, 34, 6, ns / 1000000000);
-    setField(message, 40, 4, ns % 1000000000);
+void expectError(const std::string& output, const std::string& function, const std::string& text) {
+    const std::vector<LogLine> lines = logLines(output);
+    ASSERT_EQ(1U, lines.size()) << output;
+    EXPECT_EQ(1, occurrences(output, "\n"));
+    EXPECT_EQ("ERROR", lines[0].level);
+    EXPECT_EQ("ptp/ptpclass.cpp", lines[0].file);
+    EXPECT_EQ(function, lines[0].function);
+    EXPECT_EQ(text, lines[0].text);
 }
 
 std::string image(const gPtpTimeDataStruct& record) {

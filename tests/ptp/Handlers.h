@@ -11,6 +11,7 @@
 #include "ptp/clockitems.h"
 #include "ptp/ptpclass.h"
 #include "tests/ptp/FakePlatform.h"
+#include "tests/ptp/Messages.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/StdoutCapture.h"
 
@@ -39,12 +40,8 @@ protected:
     NetworkService<sock> service;
 };
 
-/** Writes a big-endian field into a message. */
-void setField(std::vector<unsigned char>& message, std::size_t offset, std::size_t width,
-              unsigned long long value);
-
-/** Writes seconds and nanoseconds at offset 34. */
-void setTimestamp(std::vector<unsigned char>& message, unsigned long long ns);
+/** Expects one log line and nothing else: an error of a message handler or constructor. */
+void expectError(const std::string& output, const std::string& function, const std::string& text);
 
 /** The 236 bytes of a record. */
 std::string image(const gPtpTimeDataStruct& record);

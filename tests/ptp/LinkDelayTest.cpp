@@ -95,9 +95,12 @@ TEST(TimeBaseFit, OfNoCorrectionIs0) {
 }
 
 TEST(TimeBaseFit, OfOneCorrectionHasNoSlope) {
-    const TimeBaseFit fit = fitTimeBase({0, 700}, {5000, 4000});
-    EXPECT_EQ(0.0, fit.slope);
-    EXPECT_EQ(4300, fit.estimate);
+    const TimeBaseFit earlier = fitTimeBase({0, 700}, {5000, 4000});
+    EXPECT_EQ(0.0, earlier.slope);
+    EXPECT_EQ(4300, earlier.estimate);
+    const TimeBaseFit latest = fitTimeBase({700}, {5000});
+    EXPECT_EQ(0.0, latest.slope);
+    EXPECT_EQ(4300, latest.estimate);
 }
 
 TEST(TimeBaseFit, OfEqualTimesHasNoSlope) {
@@ -119,6 +122,11 @@ TEST(TimeBaseFit, CountsInUnitsOf50NsTruncatedTowardZero) {
     EXPECT_EQ(-1.0, fitTimeBase({1000 - 99, 1000}, {2099, 2000}).slope);
 }
 
+TEST(TimeBaseFit, DividesBy50InExtendedPrecision) {
+    // The quotient of a double 0.02 would be 3 more and round to another double.
+    EXPECT_EQ(1e17, fitTimeBase({5000000000000000349, 1}, {2050, 2000}).slope);
+}
+
 TEST(TimeBaseFit, AddsTheInterceptInNs) {
     // x = 0, 100, 200 and y = 0, 0, 200: slope 1, intercept -100/3.
     const TimeBaseFit fit = fitTimeBase({10100, 100, 100}, {11000, 6000, 1000});
@@ -126,17 +134,17 @@ TEST(TimeBaseFit, AddsTheInterceptInNs) {
     EXPECT_EQ(11000 - 8433, fit.estimate);
 }
 
-TEST(TimeBaseFit, TakesValuesOfAnySizeWithoutOverflow) {
-    std::mt19937_64 random = seededGenerator();
-    for (int round = 0; round < 2000; ++round) {
-        long long corrections[8];
-        unsigned long long times[8];
-        for (int i = 0; i < 8; ++i) {
-            corrections[i] = static_cast<long long>(random());
-            times[i] = random();
-        }
-        EXPECT_FALSE(std::isnan(fitTimeBase(corrections, times).slope));
-    }
+TEST(TimeBaseFit, SquaresWrapAt64Bits) {
+    // x = 0, 2^32 and y = 0, 1: the sum of squares is 0, so (2 * 2^32 - 2^32) / (0 - 2^64).
+    constexpr unsigned long long kFar = 50ULL << 32;
+    EXPECT_EQ(-1.0 / 4294967296.0, fitTimeBase({1050, 1000}, {kFar + 2000, 2000}).slope);
+}
+
+TEST(TimeBaseFit, SumsWrapAt64Bits) {
+    // Four times x = 2^31 and y = 1 beside the origin: (5 * 2^33 - 2^33 * 4) / (0 - 2^66).
+    constexpr unsigned long long kFar = (50ULL << 31) + 2000;
+    EXPECT_EQ(-1.0 / 8589934592.0,
+              fitTimeBase({1050, 1050, 1050, 1050, 1000}, {kFar, kFar, kFar, kFar, 2000}).slope);
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ Lines withBody(Lines lines, const Lines& body) {
     return lines;
 }
 
-const char kTimeAndPort[] = "0000000000070000000ad00fcafe000000010009";
+const char kTimeAndPort[] = "0000000000070000000ad00fcafe123456780009";
 
 TEST(MessageDump, IsAsEveryVectorTells) {
     for (const nlohmann::json& vector : vectors("message_dump")) {
@@ -76,7 +76,7 @@ TEST(MessageDump, OfPdelayReqShowsTheHeaderAlone) {
 TEST(MessageDump, OfResponsesShowsTheTimestampAndTheRequestingPort) {
     const auto body = [](const std::string& name) {
         return Lines{"    " + name + "(seconds): 7", "    " + name + "(nanoseconds): 10",
-                     "    requestingSourcePortIdentity: d0-0f-ca-fe-00-00-00-01",
+                     "    requestingSourcePortIdentity: d0-0f-ca-fe-12-34-56-78",
                      "    requestingSourcePortId: 9"};
     };
     EXPECT_EQ(
@@ -190,6 +190,14 @@ TEST(MessageDump, CutResponsesAndAnnouncesStopLikewise) {
             EXPECT_EQ(length >= (std::string(type) == "1b" ? 46U : 40U), count > 12) << length;
             before = count;
         }
+    }
+}
+
+TEST(MessageDump, ShowsTheVersionWithoutItsMinorPart) {
+    std::vector<unsigned char> bytes = message("10002c", kFollowUpTime);
+    for (const unsigned char version : {0x12, 0xF2}) {
+        bytes[1] = version;
+        EXPECT_EQ("    versionPTP: 2", dumpOf(bytes).at(2));
     }
 }
 

@@ -1,71 +1,12 @@
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <thread>
-
-#include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "ptp/LinkDelay.h"
-#include "tests/ptp/Handlers.h"
+#include "tests/ptp/PdelayExchange.h"
 #include "tests/support/Packed.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 
 namespace {
 
-constexpr unsigned short kPort = 3;
-const PortKey kSelf{7637207744166860LL, kPort};
-const char kReport[] =
-    "?@processIncoming(900): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
-    "clockItems[item].t1'\n";
-
-struct Exchange {
-    unsigned long long t1, t2, t3, t4;
-};
-
-class PdelayRequest : public Handlers {
-protected:
-    void request(PTPMsgPathDelayReq& message, unsigned long long t1) {
-        message.service = &service;
-        platform().phcTimes = {1700000000123456789LL};
-        platform().txTimes = {t1};
-        EXPECT_EQ(1U, message.processOutgoing());
-    }
-
-    std::vector<unsigned char> answer(unsigned char type, unsigned int sequenceId,
-                                      unsigned long long time, unsigned short port = kPort) {
-        std::vector<unsigned char> message = fromHex(
-            "1302003600000208000000000000000000000000022233fffe4455aa00070001057f0000000000000000"
-            "0000001b21fffeaabbcc0000");
-        message[0] = static_cast<unsigned char>(0x10 | type);
-        setField(message, 30, 2, sequenceId);
-        setTimestamp(message, time);
-        setField(message, 52, 2, port);
-        return message;
-    }
-
-    unsigned int respond(unsigned int sequenceId, unsigned long long t2, unsigned long long t4,
-                         unsigned short port = kPort) {
-        return handleWithExtTime(answer(3, sequenceId, t2, port), t4);
-    }
-
-    unsigned int followUp(unsigned int sequenceId, unsigned long long t3,
-                          unsigned short port = kPort) {
-        return handle(answer(10, sequenceId, t3, port));
-    }
-
-    /** A whole exchange of a request object; returns what its follow-up prints. */
-    std::string exchange(PTPMsgPathDelayReq& message, const Exchange& times,
-                         unsigned short port = kPort) {
-        request(message, times.t1);
-        const unsigned int sequence = clockItemOf({kSelf.first, port}).pdelaySeqNo;
-        EXPECT_EQ(1U, respond(sequence, times.t2, times.t4, port));
-        platform().capabilities = {
-            {1700000037000000000LL, 1700000000000000000LL, 37000000000LL, 1.5L}};
-        return printedBy([&] { EXPECT_EQ(1U, followUp(sequence, times.t3, port)); });
-    }
-};
+class PdelayRequest : public PdelayExchange {};
 
 TEST_F(PdelayRequest, FirstRequestStandsInTheVectors) {
     int found = 0;
@@ -83,7 +24,7 @@ TEST_F(PdelayRequest, FirstRequestStandsInTheVectors) {
 }
 
 TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
-    ClockItemMembersType& item = clockItemOf(kSelf);
+    ClockItemMembersType& item = clockItemOf(kPortKey);
     item.t1.ns = item.t2.ns = item.t3.ns = item.t4.ns = 9;
     item.prev_t3.ns = 8;
     PTPMsgPathDelayReq message(0, kPort);
@@ -95,6 +36,15 @@ TEST_F(PdelayRequest, NotesTransmitTimeAndSequenceAndClearsTheExchange) {
     EXPECT_EQ(600, item.measuredDelay);
 }
 
+TEST_F(PdelayRequest, EveryOneNamesTheAddressThatTheCardHasThen) {
+    PTPMsgPathDelayReq message(0, kPort);
+    request(message, 5);
+    platform().clockIdentity[0] = 0x02;
+    request(message, 6);
+    EXPECT_EQ("021b21fffeaabbcc0003", toHex(&platform().sent.at(1).at(20), 10));
+    EXPECT_EQ(6U, valueOf(clockItems.at(PortKey(0x021B21FFFEAABBCCLL, kPort)).t1.ns));
+}
+
 TEST_F(PdelayRequest, CounterAndPresetFollowTheVectors) {
     platform().answersEverything = true;
     PTPMsgPathDelayReq message(0, kPort);
@@ -102,10 +52,10 @@ TEST_F(PdelayRequest, CounterAndPresetFollowTheVectors) {
     int requests = 0;
     for (const nlohmann::json& vector : vectors("pdelay_sequence_counter")) {
         for (; requests < vector.at("requests").get<int>(); ++requests) {
-            clockItemOf(kSelf).measuredDelay = 1;
+            clockItemOf(kPortKey).measuredDelay = 1;
             message.processOutgoing();
         }
-        const ClockItemMembersType& item = clockItemOf(kSelf);
+        const ClockItemMembersType& item = clockItemOf(kPortKey);
         EXPECT_EQ(vector.at("sequenceId").get<unsigned int>(), item.pdelaySeqNo) << vector;
         EXPECT_EQ(vector.at("preset600").get<bool>(), item.measuredDelay == 600) << vector;
         EXPECT_EQ(item.pdelaySeqNo, wire::load16(&platform().sent.back().at(30))) << vector;
@@ -124,7 +74,7 @@ protected:
         const std::string output = exchange(
             message, {toU64(times[0]), toU64(times[1]), toU64(times[2]), toU64(times[3])}, port);
         EXPECT_EQ(out.at("measuredDelay").get<int>(),
-                  clockItemOf({kSelf.first, port}).measuredDelay)
+                  clockItemOf({kPortKey.first, port}).measuredDelay)
             << vector;
         EXPECT_EQ(toS64(out.at("record0")), valueOf(record.linkDelay)) << vector;
         EXPECT_EQ(out.at("accepted").get<bool>() ? 0 : 1, occurrences(output, "out of limits"))
@@ -152,12 +102,12 @@ TEST_F(PdelayVectors, OfOtherPortsStartAnew) {
 }
 
 TEST_F(PdelayRequest, PureResultsFollowTheVectors) {
-    Exchange before{};
+    Times before{};
     for (const nlohmann::json& vector : vectors("pdelay_requester")) {
         const nlohmann::json& times = vector.at("t1..t4");
         const PdelayTimes now{toU64(times[0]), toU64(times[1]), toU64(times[2]), toU64(times[3])};
         // Ports of their own start at the same time again.
-        before = now.t1 > before.t1 ? before : Exchange{};
+        before = now.t1 > before.t1 ? before : Times{};
         const long double ratio = neighbourRateRatio(now.t3, before.t3, now.t4, before.t4);
         const nlohmann::json& out = vector.at("out");
         EXPECT_EQ(out.at("ratio").at("x87"), toX87(ratio)) << vector;
@@ -193,9 +143,9 @@ TEST_F(PdelayRequest, LogsARejectedDelay) {
 TEST_F(PdelayRequest, ARejectionMakesTheNextDelayStandAlone) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 2000000000000, 2000000100000, 1000000100000});
-    EXPECT_EQ(0, clockItemOf(kSelf).measuredDelay);
+    EXPECT_EQ(0, clockItemOf(kPortKey).measuredDelay);
     exchange(message, {1001000000000, 2001000000400, 2001000100400, 1001000100800});
-    EXPECT_EQ(399, clockItemOf(kSelf).measuredDelay);
+    EXPECT_EQ(399, clockItemOf(kPortKey).measuredDelay);
     EXPECT_EQ(399, valueOf(record.linkDelay));
 }
 
@@ -219,7 +169,7 @@ TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
         const unsigned long long t1 = 1000000000ULL + 100000ULL * i;
         request(message, t1);
         respond(i + 1, 7000, t1 + 50000);
-        std::vector<unsigned char> late = answer(10, i + 1, 56000);
+        std::vector<unsigned char> late = pdelayAnswer(10, i + 1, 56000);
         setField(late, 8, 8, static_cast<unsigned long long>(corrections[i]));
         platform().capabilities = {{}};
         printedBy([&] { handle(late); });
@@ -231,7 +181,7 @@ TEST_F(PdelayRequest, FitsTheCorrectionsOfTheFollowUps) {
 TEST_F(PdelayRequest, KeepsTheExchangeForTheNextRatioAndClearsIt) {
     PTPMsgPathDelayReq message(0, kPort);
     exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    const ClockItemMembersType& item = clockItemOf(kSelf);
+    const ClockItemMembersType& item = clockItemOf(kPortKey);
     EXPECT_EQ(1000000000000U, valueOf(item.prev_t1.ns));
     EXPECT_EQ(5000000000500U, valueOf(item.prev_t2.ns));
     EXPECT_EQ(5000000100500U, valueOf(item.prev_t3.ns));
@@ -239,130 +189,6 @@ TEST_F(PdelayRequest, KeepsTheExchangeForTheNextRatioAndClearsIt) {
     EXPECT_EQ(1000000000000U, valueOf(item.t1.ns));
     EXPECT_EQ(0U, valueOf(item.t2.ns));
     EXPECT_EQ(0U, valueOf(item.t4.ns));
-}
-
-class PdelayResponse : public PdelayRequest {};
-
-TEST_F(PdelayResponse, NotesItsSenderAndBothClocks) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    platform().extTimes = {{111, 222}};
-    EXPECT_EQ(1U, handle(answer(3, 1, 5000), 2000));
-    const ClockItemMembersType& item = clockItemOf(kSelf);
-    EXPECT_EQ(7, item.respPortNumber);
-    EXPECT_EQ(111U, valueOf(item.extTime1));
-    EXPECT_EQ(222U, valueOf(item.extTime2));
-    EXPECT_EQ(5000U, valueOf(item.t2.ns));
-    EXPECT_EQ(2000U, valueOf(item.t4.ns));
-}
-
-TEST_F(PdelayResponse, OfAnotherSequenceIsReportedAndIgnored) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    const std::string output = printedBy([&] { EXPECT_EQ(0U, respond(9, 5000, 2000)); });
-    EXPECT_EQ(2, occurrences(output, "[ERROR] "));
-    EXPECT_LT(output.find(">clockItems[item].pdelaySeqNo: 1\n"),
-              output.find(">ptpdata->sequenceId: 9\n"));
-    EXPECT_EQ(0U, valueOf(clockItemOf(kSelf).t2.ns));
-    EXPECT_EQ(0U, valueOf(clockItemOf(kSelf).t4.ns));
-    EXPECT_EQ(7, clockItemOf(kSelf).respPortNumber);
-}
-
-TEST_F(PdelayResponse, TheSecondToARequestIsIgnoredSilently) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    EXPECT_EQ(1U, respond(1, 5000, 2000));
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, respond(1, 6000, 3000)); }));
-    EXPECT_EQ(5000U, valueOf(clockItemOf(kSelf).t2.ns));
-    EXPECT_EQ(2000U, valueOf(clockItemOf(kSelf).t4.ns));
-}
-
-TEST_F(PdelayResponse, BeforeItsRequestTakesTheRequestTimeAtTraceLevel0) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(1U, respond(1, 5000, 999)); }));
-    EXPECT_EQ(1000U, valueOf(clockItemOf(kSelf).t4.ns));
-}
-
-TEST_F(PdelayResponse, AtTheTimeOfItsRequestIsNotReported) {
-    DbgTraceLevel = 1;
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(1U, respond(1, 5000, 1000)); }));
-}
-
-TEST_F(PdelayResponse, BeforeItsRequestIsReportedUntilTheTraceLevelDropsTo0) {
-    DbgTraceLevel = 1;
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    const StdoutCapture output;
-    std::thread handler([&] { EXPECT_EQ(1U, respond(1, 5000, 999)); });
-    EXPECT_TRUE(output.await("\n", 3));
-    __atomic_store_n(&DbgTraceLevel, 0, __ATOMIC_RELAXED);
-    handler.join();
-    EXPECT_EQ(0U, output.text().find(std::string(kReport) + kReport + kReport));
-    EXPECT_EQ(1000U, valueOf(clockItemOf(kSelf).t4.ns));
-}
-
-TEST_F(PdelayResponse, BeforeItsRequestHoldsTheProcessUntilItIsKilled) {
-    DbgTraceLevel = 2;
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    const StdoutCapture output;
-    const pid_t child = fork();
-    if (child == 0) {
-        respond(1, 5000, 999);
-        _exit(0);
-    }
-    // Any lines end the wait: were they not the report, the loop would fill the disk meanwhile.
-    EXPECT_TRUE(output.await("\n", 3));
-    int status = 0;
-    EXPECT_EQ(0, waitpid(child, &status, WNOHANG));
-    kill(child, SIGKILL);
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(0U, output.text().find(std::string(kReport) + kReport + kReport));
-}
-
-class PdelayFollowUp : public PdelayRequest {};
-
-TEST_F(PdelayFollowUp, WithoutAResponseCountsAsIncomplete) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 1000);
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0U, followUp(1, 6000)); }));
-    EXPECT_EQ(1U, valueOf(record.incompletePdelay));
-    EXPECT_EQ(6000U, valueOf(clockItemOf(kSelf).t3.ns));
-    EXPECT_EQ(0U, valueOf(clockItemOf(kSelf).prev_t3.ns));
-    EXPECT_EQ(0U, valueOf(record.pdelayT3));
-}
-
-TEST_F(PdelayFollowUp, ASecondOneCountsAsIncomplete) {
-    PTPMsgPathDelayReq message(0, kPort);
-    exchange(message, {1000000000000, 5000000000500, 5000000100500, 1000000101000});
-    EXPECT_EQ(0U, followUp(1, 5000000100500));
-    EXPECT_EQ(1U, valueOf(record.incompletePdelay));
-    EXPECT_EQ(550, clockItemOf(kSelf).measuredDelay);
-}
-
-TEST_F(PdelayFollowUp, BeforeTheTransmitTimeWaits100MicrosecondsOnce) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 0);
-    respond(1, 5000, 2000);
-    platform().sleeps = {nullptr};
-    EXPECT_EQ(0U, followUp(1, 6000));
-    EXPECT_EQ(100U, platform().lastSleep);
-    EXPECT_EQ(1U, valueOf(record.incompletePdelay));
-}
-
-TEST_F(PdelayFollowUp, GoesOnWhenTheTransmitTimeComesMeanwhile) {
-    PTPMsgPathDelayReq message(0, kPort);
-    request(message, 0);
-    respond(1, 5000, 2000);
-    platform().sleeps = {[] { clockItemOf(kSelf).t1.ns = 1000; }};
-    platform().capabilities = {{}};
-    printedBy([&] { EXPECT_EQ(1U, followUp(1, 5400)); });
-    EXPECT_EQ(0U, valueOf(record.incompletePdelay));
-    EXPECT_EQ(450, clockItemOf(kSelf).measuredDelay);
 }
 
 }  // namespace

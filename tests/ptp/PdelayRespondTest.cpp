@@ -61,14 +61,25 @@ TEST_F(PdelayRespond, TwoStepFlagStandsAloneInTheResponseAndIsClearInTheFollowUp
     EXPECT_EQ("0008", toHex(&answers[1].at(6), 2));
 }
 
-TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponse) {
+TEST_F(PdelayRespond, FollowUpKeepsTheOtherFlagsOfItsResponseButNotItsInterval) {
     PTPMsgPathDelayResp response(0);
     response.data()[6] = 0xFF;
+    response.data()[33] = 5;
     PTPMsgPathDelayRespFollowUp answer(0);
     answer.service = &service;
     ptp_time_t tx{};
     EXPECT_EQ(1U, answer.processOutgoing(&response, &tx));
     EXPECT_EQ(0xFD, answer.data()[6]);
+    EXPECT_EQ(0x7F, answer.data()[33]);
+}
+
+TEST_F(PdelayRespond, AnswersAreFilledWithResult1) {
+    const std::unique_ptr<PTPMessage> request = received(fromHex(kRequest));
+    PTPMsgPathDelayResp response(0);
+    response.service = &service;
+    ptp_time_t rx = {1, 5};
+    EXPECT_EQ(1U, response.processOutgoing(request.get(), &rx));
+    EXPECT_EQ("00000000000100000005", toHex(response.data() + 34, 10));
 }
 
 TEST_F(PdelayRespond, LogMessageIntervalIsUnknownInBothAnswers) {

@@ -83,8 +83,7 @@ TEST_F(MessageFactory, CopiesALengthOf255) {
 TEST_F(MessageFactory, ReportsALengthOf256AndLeavesTheBufferEmpty) {
     std::unique_ptr<PTPMessage> message;
     const std::string output = printedBy([&] { message = received(frameOfType(0, 256)); });
-    EXPECT_EQ(1, occurrences(output, "<ptp/ptpclass.cpp/"));
-    EXPECT_EQ(1, occurrences(output, ">Invalid messageLength received: 256 ...\n"));
+    expectError(output, "getPTPMessageInstance", "Invalid messageLength received: 256 ...");
     ASSERT_NE(nullptr, message);
     EXPECT_TRUE(std::all_of(message->data(), message->data() + 256,
                             [](unsigned char byte) { return byte == 0; }));
@@ -157,8 +156,7 @@ TEST_F(MessagePreset, ReportsADomainAbove15AndKeepsIt) {
     std::string output = printedBy([] { EXPECT_EQ(15, PTPMsgSync(15, 3).data()[4]); });
     EXPECT_EQ("", output);
     output = printedBy([] { EXPECT_EQ(16, PTPMsgSync(16, 3).data()[4]); });
-    EXPECT_EQ(1, occurrences(output, "[ERROR] "));
-    EXPECT_EQ(1, occurrences(output, "->PTPMessage()>Invalid domain number ... :16 \n"));
+    expectError(output, "PTPMessage", "Invalid domain number ... :16 ");
 }
 
 TEST_F(MessagePreset, OfResponsesNamesPort1AndTheDomain) {
@@ -213,7 +211,11 @@ TEST_F(HostileMessages, OfAnyLengthAndContentAreHandledOrRefused) {
             for (const unsigned char type : {0, 2, 3, 8, 10, 11}) {
                 const std::vector<unsigned char> frame =
                     randomFrame(type, length, random(), random);
-                EXPECT_LE(handle(frame, random()), 1U) << toHex(frame);
+                const unsigned int accepted = record.acceptedSync;
+                const unsigned int result = handle(frame, random());
+                const bool isAnswer = type == 3 || type == 10;
+                EXPECT_TRUE(isAnswer || result == (type == 0 ? record.acceptedSync - accepted : 1))
+                    << toHex(frame);
                 syncs += type == 0 ? 1 : 0;
             }
         }
@@ -230,7 +232,9 @@ TEST_F(HostileMessages, LongerThanTheBufferReachTheHandlersEmpty) {
         for (const unsigned char type : {0, 2, 3, 8, 10, 11}) {
             std::vector<unsigned char> frame = randomFrame(type, 64, random(), random);
             setField(frame, 2, 2, 256 + random() % 65280);
-            EXPECT_LE(handle(frame, random()), 1U) << toHex(frame);
+            // An empty Sync has no transport bit, an empty exchange no times.
+            const bool needsContent = type == 0 || type == 10;
+            EXPECT_EQ(needsContent ? 0U : 1U, handle(frame, random())) << toHex(frame);
         }
     });
     EXPECT_EQ(6, occurrences(output, "Invalid messageLength received: "));
