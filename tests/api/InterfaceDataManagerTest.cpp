@@ -9,22 +9,9 @@
 #include <new>
 
 #include "tests/support/Daemon.h"
+#include "tests/support/MemorySeam.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
-
-namespace {
-
-bool memoryExhausted = false;
-
-}  // namespace
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return memoryExhausted ? nullptr : ::operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
 
 namespace {
 

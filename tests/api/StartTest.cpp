@@ -54,6 +54,7 @@ TEST(Start, EightAtOnceMakeOneDaemon) {
     create(masterConfig());
     std::atomic<int> results{0};
     std::vector<std::thread> hosts;
+    hosts.reserve(kStarts);
     for (int i = 0; i < kStarts; ++i) {
         hosts.emplace_back([&] {
             inStart = true;

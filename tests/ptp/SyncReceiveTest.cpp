@@ -19,7 +19,7 @@ protected:
     }
 
     std::string refuse(const std::vector<unsigned char>& message) {
-        const std::string output = printedBy([&] { EXPECT_EQ(0U, handle(message, 1000)); });
+        std::string output = printedBy([&] { EXPECT_EQ(0U, handle(message, 1000)); });
         EXPECT_EQ(1U, valueOf(record.rejectedSync));
         EXPECT_EQ(0U, valueOf(record.acceptedSync));
         EXPECT_TRUE(clockItems.empty());

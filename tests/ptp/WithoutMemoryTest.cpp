@@ -2,22 +2,8 @@
 #include <utility>
 
 #include "tests/ptp/Handlers.h"
+#include "tests/support/MemorySeam.h"
 #include "tests/support/Vectors.h"
-
-namespace {
-
-bool memoryExhausted = false;
-
-}  // namespace
-
-/** Takes the place of the language runtime's: the instance is the only user in this program. */
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return memoryExhausted ? nullptr : ::operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
 
 namespace {
 

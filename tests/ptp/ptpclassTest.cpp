@@ -1,7 +1,8 @@
 #include "ptp/ptpclass.h"
 
 #include <algorithm>
-#include <typeinfo>
+#include <cstddef>
+#include <cstring>
 
 #include "base/DbgLog.h"
 #include "tests/ptp/Handlers.h"
@@ -184,6 +185,30 @@ TEST_F(MessagePreset, BaseTypeEndsTheProcessAboveTraceLevel2) {
             message.getMsgNumericType();
         },
         ::testing::KilledBySignal(SIGABRT), "^getMsgNumericType  trace line 113\n");
+}
+
+/** Position of a virtual method in its class's table, in front of which the destructors stand. */
+template <typename Method>
+std::ptrdiff_t slotOf(Method method) {
+    struct {
+        std::ptrdiff_t offsetPlus1, adjustment;
+    } parts{};
+    static_assert(sizeof parts == sizeof method, "as this C++ ABI has it");
+    std::memcpy(&parts, &method, sizeof parts);
+    return (parts.offsetPlus1 - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST_F(MessagePreset, SlotsAndMembersStandWhereHostsThatReplaceAHandlerFindThem) {
+    EXPECT_EQ(2, slotOf(&PTPMessage::getMsgNumericType));
+    EXPECT_EQ(3, slotOf(&PTPMessage::processIncoming));
+    PTPMsgSync sync;
+    const auto* const object = reinterpret_cast<unsigned char*>(&sync);
+    const unsigned char* buffer = nullptr;
+    std::memcpy(&buffer, object + 2 * sizeof(void*), sizeof buffer);
+    EXPECT_EQ(object + sizeof(void*), reinterpret_cast<unsigned char*>(&sync.service));
+    EXPECT_EQ(sync.data(), buffer);
+    EXPECT_EQ(object + 3 * sizeof(void*), reinterpret_cast<unsigned char*>(&sync.rxTimestamp));
+    EXPECT_EQ(object + 3 * sizeof(void*) + 12, reinterpret_cast<unsigned char*>(&sync.frameLength));
 }
 
 /** One frame with random content; the length field is the frame's or any other. */
