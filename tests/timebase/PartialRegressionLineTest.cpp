@@ -205,7 +205,14 @@ TEST_F(FullRing, JudgesWithMoreDigitsThanADoubleHas) {
     EXPECT_NE(0U, slope_y);
 }
 
+TEST_F(FullRing, JudgesByTheSlope) {
+    slope_mZ = 2;
+    feed({1001000000, 5002004000});
+    EXPECT_NE(2, slope_mZ) << "no refit";
+}
+
 TEST_F(FullRing, ADiscardedSampleIsOverwrittenByTheNext) {
+    feedOffBy(0);
     feedOffBy(1000000);
     feedOffBy(0);
     // Had the outlier stayed, this refit would show it.
