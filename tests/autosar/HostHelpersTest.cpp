@@ -44,9 +44,11 @@ TEST(SyncFollowUpAttach, CopiesAFollowUpToTheGivenAddressWith86AtByte58) {
         int length = -7;
         EXPECT_EQ(0, SyncFollowUpAttachAutoSARTLV(frame.data(), 90, asDestination(copy), &length));
         EXPECT_EQ(-7, length) << "stays as it was";
-        frame[58] = 0;
-        frame[59] = 86;
-        EXPECT_EQ(frame, copy);
+        std::vector<char> expected = frameOf(90, type);
+        EXPECT_EQ(expected, frame);
+        expected[58] = 0;
+        expected[59] = 86;
+        EXPECT_EQ(expected, copy);
     }
 }
 
@@ -57,11 +59,12 @@ TEST(SyncFollowUpAttach, WritesOnlyInsideFramesThatAreShort) {
         int length = 0;
         SyncFollowUpAttachAutoSARTLV(frame.data(), static_cast<int>(size), asDestination(copy),
                                      &length);
+        std::vector<char> expected = frameOf(size, 0x18);
         if (size >= 60) {
-            frame[58] = 0;
-            frame[59] = 86;
+            expected[58] = 0;
+            expected[59] = 86;
         }
-        EXPECT_EQ(frame, copy) << size;
+        EXPECT_EQ(expected, copy) << size;
     }
 }
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <functional>
 #include <new>
 
@@ -71,13 +72,24 @@ private:
 
 SplitTlv* SplitTlv::current_ = nullptr;
 
-/** A good TLV, before whose byte `split` the host acts. */
+/** A good TLV, before one of whose bytes the host acts. */
 class HostMeanwhile : public AutosarInstance {
 protected:
-    Verdict processSplit(std::size_t split, const std::function<void()>& meanwhile) {
+    Verdict processSplit(std::size_t byte, const std::function<void()>& meanwhile) {
         FollowUp followUp(securedMessage());
-        const SplitTlv tlv(followUp.receivedTlv(), split, meanwhile);
-        return ProcessIncomingAutoSARTLVObjects(tlv.get(), followUp.header());
+        TLVObject tlv = followUp.receivedTlv();
+        // A sub-TLV of an unknown type in front moves the byte to where an aligned object may be
+        // split.
+        constexpr std::size_t kAlignment = alignof(TLVObject);
+        const std::size_t split = (byte + 2 + kAlignment - 1) / kAlignment * kAlignment;
+        const auto moved = static_cast<unsigned int>(split - byte);
+        std::memmove(tlv.bytes + 10 + moved, tlv.bytes + 10, tlv.count - 10);
+        tlv.bytes[10] = 0x7F;
+        tlv.bytes[11] = static_cast<unsigned char>(moved - 2);
+        wire::store16(tlv.bytes + 2, wire::load16(tlv.bytes + 2) + moved);
+        tlv.count += moved;
+        const SplitTlv received(tlv, split, meanwhile);
+        return ProcessIncomingAutoSARTLVObjects(received.get(), followUp.header());
     }
 };
 
