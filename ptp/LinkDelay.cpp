@@ -82,7 +82,7 @@ TimeBaseFit fitTimeBase(const long long (&corrections)[8],
     const double denominator = n * static_cast<double>(sums.xx) - sx * sx;
     double slope = 0;
     double intercept = 0;
-    if (sums.n >= 2 && denominator != 0) {
+    if (denominator != 0) {
         slope = (n * static_cast<double>(sums.xy) - sx * sy) / denominator;
         intercept = (sy - slope * sx) / n;
     }

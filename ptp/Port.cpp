@@ -1,17 +1,6 @@
 #include "ptp/Port.h"
 
 #include "platform/i210helper.h"
-#include "timebase/osipc.h"
-
-Port portOf(NetworkService<sock>* service) {
-    char* const name = service != nullptr ? GetInterfaceName(service) : nullptr;
-    return {service, name, TimeRecord(name != nullptr ? OSipc::instance(name) : nullptr)};
-}
-
-InstanceBlock* instanceBlock() {
-    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
-    return instance != nullptr ? &instance->block : nullptr;
-}
 
 LocalClock readLocalClock(NetworkService<sock>* service) {
     LocalClock local{};

@@ -3,6 +3,7 @@
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
 #include "timebase/TimeRecord.h"
+#include "timebase/osipc.h"
 
 /** What the handling of one frame works on, fetched once. */
 struct Port {
@@ -11,10 +12,16 @@ struct Port {
     TimeRecord record;  ///< maps the segment on its first use in the process
 };
 
-Port portOf(NetworkService<sock>* service);
+inline Port portOf(NetworkService<sock>* service) {
+    char* const name = service != nullptr ? GetInterfaceName(service) : nullptr;
+    return {service, name, TimeRecord(name != nullptr ? OSipc::instance(name) : nullptr)};
+}
 
 /** The configuration and run-time block, or null when memory is exhausted. */
-InstanceBlock* instanceBlock();
+inline InstanceBlock* instanceBlock() {
+    InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
+    return instance != nullptr ? &instance->block : nullptr;
+}
 
 /** A cross-timestamp for publication; also sets the base of the next one's rate. */
 LocalClock readLocalClock(NetworkService<sock>* service);

@@ -8,8 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -26,25 +25,19 @@ int checked(int descriptor, const char* action) {
 
 /** Takes "[level] [s.nnnnnnnnn] <file/line->function()>text" apart; false for any other line. */
 bool parsePrefix(const std::string& line, LogLine& parsed) {
-    char level[32];
-    char nanoseconds[16];
-    char place[256];
-    char function[128];
-    int end = 0;
-    const int fields =
-        std::sscanf(line.c_str(), "[%31[^]]] [%lld.%15[0-9]] <%255[^>-]->%127[^(]()>%n", level,
-                    &parsed.seconds, nanoseconds, place, function, &end);
-    const std::string path = fields == 5 ? place : "";
-    const std::size_t slash = path.rfind('/');
-    if (end == 0 || std::strlen(nanoseconds) != 9 || slash == std::string::npos || path[0] == '/') {
+    static const std::regex prefix(
+        R"(^\[([^\]]+)\] \[(-?\d+)\.(\d{9})\] <([^/>-][^>-]*)/(\d+)->([^(]+)\(\)>)");
+    std::smatch parts;
+    if (!std::regex_search(line, parts, prefix)) {
         return false;
     }
-    parsed.level = level;
-    parsed.nanoseconds = std::atoll(nanoseconds);
-    parsed.file = path.substr(0, slash);
-    parsed.line = std::atoi(path.c_str() + slash + 1);
-    parsed.function = function;
-    parsed.text = line.substr(static_cast<std::size_t>(end));
+    parsed.level = parts[1];
+    parsed.seconds = std::stoll(parts[2]);
+    parsed.nanoseconds = std::stoll(parts[3]);
+    parsed.file = parts[4];
+    parsed.line = std::stoi(parts[5]);
+    parsed.function = parts[6];
+    parsed.text = parts.suffix();
     return true;
 }
 
