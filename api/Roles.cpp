@@ -150,8 +150,9 @@ void MasterThread(char* ifName) {
     role.input.join();
     role.sender.join();
     role.announce.join();
+    std::unique_ptr<Role> ended(&role);  // nobody else uses it now
     usleep(kSettle);
-    delete &role;
+    ended.reset();
     waitForCountedThreads();
 }
 
