@@ -123,7 +123,7 @@ int NetworkService<Backend>::sendto(void const* payload, int length, int /*flags
     unsigned char frame[ethernet::kTaggedHeaderSize + kMaxPayload];
     const sockaddr_ll target = linkLayerAddress(destination, destinationLength);
     const int headerSize = ethernet::writeHeader(frame, target.sll_addr, mac_, vlan_);
-    std::memcpy(frame + headerSize, payload, static_cast<std::size_t>(length));
+    std::copy_n(static_cast<const unsigned char*>(payload), length, frame + headerSize);
     const int frameLength = headerSize + length;
     readPhcBeforeSend(interface_.name);
     const sockaddr_ll link = gptpAddressOn(interface_.index);

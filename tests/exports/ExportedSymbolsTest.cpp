@@ -265,11 +265,11 @@ std::vector<std::string> definedNames(const char* library) {
     return names;
 }
 
-/** True for what the C++ runtime shares between libraries: tables and names of types, and members
- *  of the standard library that the compiler wrote here too. */
+/** True for what the C++ runtime shares between libraries: tables and names of types, members of
+ *  the standard library that the compiler wrote here too, and the marks of AddressSanitizer. */
 bool belongsToTheRuntime(const std::string& name) {
-    const char* const prefixes[] = {"_ZTV",  "_ZTI",   "_ZTS", "_ZSt",
-                                    "_ZNSt", "_ZNKSt", "_ZNS", "_ZZ"};
+    const char* const prefixes[] = {"_ZTV",   "_ZTI", "_ZTS", "_ZSt",       "_ZNSt",
+                                    "_ZNKSt", "_ZNS", "_ZZ",  "__odr_asan."};
     return std::any_of(std::begin(prefixes), std::end(prefixes),
                        [&](const char* prefix) { return name.rfind(prefix, 0) == 0; });
 }
