@@ -64,3 +64,4 @@ build/%/tests-built: build/%/testable FORCE
 build/lint/configured: $(foreach set,build test bench lint,build/packages/$(set)) FORCE
 	@test -f build/lint/build.ninja || scripts/configure x86_64 -B build/lint -DZEB_TESTS=ON \
 		-DZEB_BENCH=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+	@cmake --build build/lint --target build.ninja >/dev/null

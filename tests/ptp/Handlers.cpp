@@ -47,6 +47,8 @@ void Handlers::SetUpTestSuite() {
     static const Sandbox sandbox;
 }
 
+// The service derives from an exception, which it is not here.
+// NOLINTNEXTLINE(bugprone-throw-keyword-missing)
 Handlers::Handlers() : block(freshBlock()), record(freshRecord()), service(kInterface) {}
 
 Handlers::~Handlers() {

@@ -57,6 +57,7 @@ TEST_F(ClockItems, OrderIsThatOfTheSignedIdentityThenThePort) {
         clockItemOf(key);
     }
     std::vector<PortKey> keys;
+    keys.reserve(clockItems.size());
     for (const auto& entry : clockItems) {
         keys.push_back(entry.first);
     }
