@@ -18,11 +18,11 @@
 #include "platform/PtpFilter.h"
 #include "wire/EthernetFrame.h"
 #include "wire/FrameTrace.h"
+#include "wire/ptpwire.h"
 
 namespace {
 
 constexpr const char* kLogSource = log_source::kNetwork;
-constexpr int kMessageSize = 256;
 constexpr int kMaxPayload = 2048;
 constexpr int kReceiveWaitMilliseconds = 5;
 constexpr useconds_t kSecondTryMicroseconds = 150;
@@ -147,7 +147,7 @@ template <typename Backend>
 int NetworkService<Backend>::transmit(unsigned char const* payload, int length,
                                       ptp_time_t* txTime) {
     const sockaddr_ll destination = gptpAddressOn(interface_.index);
-    sendto(payload, std::clamp(length, 0, kMessageSize), 0,
+    sendto(payload, std::clamp(length, 0, wire::kMessageBufferSize), 0,
            reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
     i210helper::retrieve_TX_timestamp(
         interface_, reinterpret_cast<ptpv2hdr_t*>(const_cast<unsigned char*>(payload)), txTime);
