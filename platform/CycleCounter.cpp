@@ -3,5 +3,5 @@
 #include <x86intrin.h>
 
 unsigned long long cycleCount() {
-    return __rdtsc();
+    return zebCycleCounter != nullptr ? zebCycleCounter() : __rdtsc();
 }

@@ -4,8 +4,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/State.h"
 #include "tools/virtual_i210/Timespec.h"
+#include "tools/virtual_i210/simulated/Random.h"
 
 namespace virtual_i210 {
 
@@ -66,12 +67,18 @@ long double parabolicWave(std::uint64_t position, std::uint64_t period) {
 }  // namespace
 
 std::uint64_t rawNowNs() {
+    if (const Conductor* conductor = attachedConductor()) {
+        return conductor->nowNs();
+    }
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_RAW, &now);
     return static_cast<std::uint64_t>(toNs(now));
 }
 
 std::int64_t realtimeNowNs() {
+    if (const Conductor* conductor = attachedConductor()) {
+        return static_cast<std::int64_t>(conductor->nowNs()) + conductor->realtimeOffsetNs();
+    }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     return toNs(now);

@@ -6,7 +6,8 @@
 
 namespace virtual_i210 {
 
-/** CLOCK_MONOTONIC_RAW in nanoseconds: the time that every card's oscillator is described in. */
+/** CLOCK_MONOTONIC_RAW in nanoseconds, of the simulated machine in a simulated run: the time that
+ *  every card's oscillator is described in. */
 std::uint64_t rawNowNs();
 
 /** CLOCK_REALTIME in nanoseconds. */

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::int64_t kMaxRatePpt = 100'000'000'000;
 constexpr std::int64_t kMaxOffsetNs = 4'000'000'000'000'000'000;
+/** Into the year 2262, where the nanoseconds of a clock end. */
+constexpr std::int64_t kMaxEpochNs = 9'200'000'000'000'000'000;
 constexpr std::int32_t kMaxPhcIndex = 999;
 constexpr std::int64_t kMaxNs = 1'000'000'000;
 
@@ -74,6 +76,26 @@ std::pair<std::string, std::string> splitAssignment(const Segment& segment,
     return {word.substr(0, equals), word.substr(equals + 1)};
 }
 
+bool readCost(const Segment& segment, const std::string& word, SimulatedCosts& costs) {
+    struct Cost {
+        const char* name;
+        std::uint32_t& value;
+        std::int64_t most;
+    };
+    const auto [name, value] = splitAssignment(segment, word);
+    for (const Cost& cost :
+         {Cost{"load", costs.loadPercent, 100}, Cost{"cost_clock_ns", costs.clockNs, kMaxNs},
+          Cost{"cost_call_ns", costs.callNs, kMaxNs}, Cost{"cost_wake_ns", costs.wakeNs, kMaxNs},
+          Cost{"cost_notify_ns", costs.notifyNs, kMaxNs},
+          Cost{"cost_wake_jitter_ns", costs.wakeJitterNs, kMaxNs}}) {
+        if (name == cost.name) {
+            cost.value = static_cast<std::uint32_t>(integerIn(segment, word, value, 0, cost.most));
+            return true;
+        }
+    }
+    return false;
+}
+
 void readGlobal(const Segment& segment, const std::string& word, Config& config) {
     const auto [name, value] = splitAssignment(segment, word);
     if (name == "state") {
@@ -86,9 +108,25 @@ void readGlobal(const Segment& segment, const std::string& word, Config& config)
         config.seed = static_cast<std::uint64_t>(integerIn(segment, word, value, 0, most));
     } else if (name == "epoch_ns") {
         config.epochNs =
-            static_cast<std::uint64_t>(integerIn(segment, word, value, 0, kMaxOffsetNs));
-    } else {
-        fail(segment, word, "unknown setting; known are state, seed, epoch_ns");
+            static_cast<std::uint64_t>(integerIn(segment, word, value, 0, kMaxEpochNs));
+    } else if (name == "clock") {
+        if (value != "real" && value != "simulated") {
+            fail(segment, word, "write clock=real or clock=simulated");
+        }
+        config.simulated = value == "simulated";
+    } else if (name == "capture") {
+        if (value[0] != '/') {
+            fail(segment, word, "write a path that begins with '/', such as /tmp/run.pcapng");
+        }
+        if (value.size() >= kMaxCapturePath) {
+            fail(segment, word,
+                 "a path has at most " + std::to_string(kMaxCapturePath - 1) + " characters");
+        }
+        config.capturePath = value;
+    } else if (!readCost(segment, word, config.costs)) {
+        fail(segment, word,
+             "unknown setting; known are state, seed, epoch_ns, clock, capture, load, "
+             "cost_clock_ns, cost_call_ns, cost_wake_ns, cost_notify_ns, cost_wake_jitter_ns");
     }
 }
 
@@ -116,10 +154,12 @@ void readCardSetting(const Segment& segment, const std::string& word, CardConfig
         card.readNs = nanoseconds(0);
     } else if (name == "read_jitter_ns") {
         card.readJitterNs = nanoseconds(0);
+    } else if (name == "net") {
+        card.net = value;
     } else {
         fail(segment, word,
              "unknown setting; known are phc, rate_ppb, wander_ppb, offset_ns, granularity_ns, "
-             "cable_ns, jitter_ns, read_ns, read_jitter_ns");
+             "cable_ns, jitter_ns, read_ns, read_jitter_ns, net");
     }
 }
 
@@ -137,7 +177,8 @@ void readCard(const Segment& segment, Config& config) {
         if (other.ifName == card.ifName) {
             fail(segment, card.ifName, "named twice; name each interface once");
         }
-        if (other.phcIndex == card.phcIndex) {
+        // In a simulated run each program is a machine of its own, and those count from 0.
+        if (!config.simulated && other.phcIndex == card.phcIndex) {
             fail(segment, "phc=" + std::to_string(card.phcIndex),
                  "taken by " + other.ifName + "; give each card its own index");
         }
@@ -221,6 +262,10 @@ Config parseConfig(const std::string& value) {
     }
     if (config.cards.empty()) {
         throw ConfigError(source + ": no card; name an interface, such as 'tsm0 phc=0'");
+    }
+    if (!config.capturePath.empty() && !config.simulated) {
+        throw ConfigError(source + ": capture=" + config.capturePath +
+                          ": only for clock=simulated; in real time, use a capture program");
     }
     return config;
 }

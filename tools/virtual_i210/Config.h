@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "tools/virtual_i210/simulated/Machine.h"
+
 namespace virtual_i210 {
 
 constexpr const char* kConfigVariable = "VIRTUAL_I210";
-constexpr std::size_t kMaxCards = 16;
+constexpr std::size_t kMaxCapturePath = 256;
 
 /** One line that says what is wrong, where, and what to write instead. */
 class ConfigError : public std::runtime_error {
@@ -28,6 +30,7 @@ struct CardConfig {
     std::int64_t wanderPpt = 0;
     std::uint32_t readNs = 100;
     std::uint32_t readJitterNs = 200;
+    std::string net; /**< cards of one name hear each other */
 };
 
 struct Config {
@@ -35,6 +38,9 @@ struct Config {
     std::string statePath = "/dev/shm/virtual_i210";
     std::uint64_t seed = 1;
     std::optional<std::uint64_t> epochNs;
+    bool simulated = false;
+    SimulatedCosts costs;
+    std::string capturePath; /**< empty: frames are not captured */
     std::vector<CardConfig> cards;
 };
 

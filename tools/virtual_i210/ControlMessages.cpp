@@ -75,6 +75,25 @@ void ControlWriter::put(int level, int type, const void* data, std::size_t lengt
     used_ += std::min<std::size_t>(left, CMSG_SPACE(length));
 }
 
+void simulateKernelStamps(msghdr& received, std::int64_t realtimeNs) {
+    const timespec time = toTimespec(realtimeNs);
+    for (cmsghdr* header = CMSG_FIRSTHDR(&received); header != nullptr;
+         header = CMSG_NXTHDR(&received, header)) {
+        unsigned char* data = CMSG_DATA(header);
+        const std::size_t length = header->cmsg_len - CMSG_LEN(0);
+        if (header->cmsg_level != SOL_SOCKET) {
+            continue;
+        }
+        if (header->cmsg_type == SO_TIMESTAMP && length >= sizeof(timeval)) {
+            const timeval coarse = {time.tv_sec, static_cast<suseconds_t>(time.tv_nsec / 1000)};
+            std::memcpy(data, &coarse, sizeof coarse);
+        } else if ((header->cmsg_type == SO_TIMESTAMPNS || isStamps(*header)) &&
+                   length >= sizeof time) {
+            std::memcpy(data, &time, sizeof time);
+        }
+    }
+}
+
 std::optional<std::int64_t> softwareStampNs(msghdr& received) {
     const cmsghdr* header = findStamps(received);
     if (header == nullptr) {

@@ -29,6 +29,9 @@ private:
 /** The kernel's own timestamp of a received message, in ns of CLOCK_REALTIME. */
 std::optional<std::int64_t> softwareStampNs(msghdr& received);
 
+/** Replaces the kernel's timestamps of a received message by this time, where it has some. */
+void simulateKernelStamps(msghdr& received, std::int64_t realtimeNs);
+
 struct StampReport {
     std::optional<std::int64_t> hardwareNs;
     bool withSoftware = false;

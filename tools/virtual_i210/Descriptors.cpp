@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/virtual_i210/OwnThread.h"
 #include "tools/virtual_i210/RealFunctions.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
@@ -14,10 +15,13 @@ namespace virtual_i210 {
 namespace {
 
 Descriptor descriptors[kMaxDescriptors];
+std::atomic<std::uint32_t> lastAskedFor{0}; /**< card + 1 */
 
 /** A wrong configuration is told at start, not at the first frame. */
 __attribute__((constructor)) void attachAtStart() {
     stateForCall();
+    // In a simulated run a program begins when it has its first turn.
+    conducting();
 }
 
 CardState* lookUpCard(int fd, int interfaceIndex) {
@@ -74,6 +78,16 @@ SharedState* stateForCall() {
         _exit(1);
     }
     return attachedState();
+}
+
+void noteAskedFor(const CardState& card) {
+    lastAskedFor.store(attachedState()->indexOf(card) + 1);
+}
+
+CardState* cardOfDevice(SharedState& state, std::int32_t phcIndex) {
+    const std::uint32_t asked = lastAskedFor.load();
+    CardState* card = asked == 0 ? nullptr : &state.cards[asked - 1];
+    return card != nullptr && card->phcIndex == phcIndex ? card : state.findPhc(phcIndex);
 }
 
 CardState* cardOfInterface(int fd, Descriptor& socket, int interfaceIndex) {

@@ -45,6 +45,13 @@ void copyDescriptor(int from, int to);
  *  configuration. Ends the process with one line when the configuration is wrong. */
 SharedState* stateForCall();
 
+/** This process asked which device the card has. */
+void noteAskedFor(const CardState& card);
+
+/** The card behind a device. Where several have one number, each being the first of a simulated
+ *  machine of its own, it is the one that this process asked for last. */
+CardState* cardOfDevice(SharedState& state, std::int32_t phcIndex);
+
 /** The card of an interface index as the socket's namespace knows it. */
 CardState* cardOfInterface(int fd, Descriptor& socket, int interfaceIndex);
 

@@ -22,6 +22,8 @@ void EventRing::note(const SentEvent& event) {
     entry.key.store(event.key, std::memory_order_relaxed);
     entry.rawNs.store(event.rawNs, std::memory_order_relaxed);
     entry.details.store(packDetails(event), std::memory_order_relaxed);
+    entry.previous.store(buckets_[event.key % kBuckets].exchange(number + 1),
+                         std::memory_order_relaxed);
     entry.version.store(2 * number + 2, std::memory_order_release);
 }
 
@@ -73,6 +75,35 @@ std::optional<SentEvent> EventRing::find(std::uint64_t key, std::uint64_t arriva
         }
     }
     return before ? before : after;
+}
+
+std::optional<SentEvent> EventRing::firstOf(std::uint64_t key, std::uint64_t sinceRawNs) const {
+    std::optional<SentEvent> first;
+    std::uint64_t next = buckets_[key % kBuckets].load();
+    while (next != 0 && next + kEntries > count()) {
+        const auto event = read(next - 1);
+        if (!event || event->rawNs < sinceRawNs) {
+            break;
+        }
+        first = event->key == key ? event : first;
+        next = entries_[(next - 1) % kEntries].previous.load(std::memory_order_relaxed);
+    }
+    return first;
+}
+
+std::optional<SentEvent> EventRing::lastOf(std::uint64_t key, std::uint64_t sinceRawNs) const {
+    std::uint64_t next = buckets_[key % kBuckets].load();
+    while (next != 0 && next + kEntries > count()) {
+        const auto event = read(next - 1);
+        if (!event || event->rawNs < sinceRawNs) {
+            break;
+        }
+        if (event->key == key) {
+            return event;
+        }
+        next = entries_[(next - 1) % kEntries].previous.load(std::memory_order_relaxed);
+    }
+    return std::nullopt;
 }
 
 std::vector<SentEvent> EventRing::latest(std::size_t most) const {

@@ -33,6 +33,11 @@ public:
     std::optional<SentEvent> find(std::uint64_t key, std::uint64_t arrivalRawNs,
                                   std::uint64_t sinceRawNs) const;
 
+    /** The first frame with this key that was sent at sinceRawNs or later, and the last one. Only
+     *  where one thread at a time notes and asks. */
+    std::optional<SentEvent> firstOf(std::uint64_t key, std::uint64_t sinceRawNs) const;
+    std::optional<SentEvent> lastOf(std::uint64_t key, std::uint64_t sinceRawNs) const;
+
     /** Oldest first, at most `most`. */
     std::vector<SentEvent> latest(std::size_t most) const;
 
@@ -44,15 +49,19 @@ private:
         std::atomic<std::uint64_t> key;
         std::atomic<std::uint64_t> rawNs;
         std::atomic<std::uint64_t> details;
+        std::atomic<std::uint64_t> previous; /**< number + 1 of the one before in its bucket */
     };
 
     std::optional<SentEvent> read(std::uint64_t number) const;
 
+    static constexpr std::size_t kBuckets = 1024;
+
     std::atomic<std::uint64_t> head_;
+    std::atomic<std::uint64_t> buckets_[kBuckets]; /**< number + 1 of the last one by key */
     Entry entries_[kEntries];
 };
 
-static_assert(sizeof(EventRing) == 8 + EventRing::kEntries * 32);
+static_assert(sizeof(EventRing) == 8 + 1024 * 8 + EventRing::kEntries * 40);
 static_assert(alignof(EventRing) == 8);
 
 }  // namespace virtual_i210

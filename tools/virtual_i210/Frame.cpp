@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/simulated/Random.h"
 
 namespace virtual_i210 {
 

@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/OwnThread.h"
 #include "tools/virtual_i210/PhcReading.h"
 #include "tools/virtual_i210/RealFunctions.h"
 #include "tools/virtual_i210/Timespec.h"
@@ -61,12 +62,52 @@ int adjustPhc(CardState& card, timex& adjustment) {
     return 0;
 }
 
+int readSystemClock(clockid_t clock, timespec* time) {
+    std::uint64_t ns = 0;
+    if (!virtual_i210::timeIsSimulated()) {
+        return real().clockGettime(clock, time);
+    }
+    virtual_i210::chargeClock();
+    if (!virtual_i210::simulatedClock(clock, ns)) {
+        return real().clockGettime(clock, time);
+    }
+    *time = virtual_i210::toTimespec(static_cast<std::int64_t>(ns));
+    return 0;
+}
+
+/** The clock of the simulated machine, never that of the real one. */
+int setSystemClock(clockid_t clock, const timespec& time) {
+    virtual_i210::Conductor* conductor = virtual_i210::conducting();
+    if (conductor == nullptr) {
+        return real().clockSettime(clock, &time);
+    }
+    if (clock != CLOCK_REALTIME || time.tv_nsec < 0 || time.tv_nsec >= kNsPerSecond) {
+        return failWith(EINVAL);
+    }
+    conductor->setRealtimeOffsetNs(virtual_i210::toNs(time) -
+                                   static_cast<std::int64_t>(conductor->nowNs()));
+    return 0;
+}
+
+/** A simulated system clock can be asked for its rate but runs as it runs. */
+int adjustSystemClock(clockid_t clock, timex& adjustment) {
+    if (virtual_i210::conducting() == nullptr) {
+        return real().clockAdjtime(clock, &adjustment);
+    }
+    if (adjustment.modes != 0) {
+        return failWith(EPERM);
+    }
+    adjustment = timex{};
+    adjustment.tick = 10'000;
+    return TIME_OK;
+}
+
 }  // namespace
 
 VIRTUAL_I210_EXPORT int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const Descriptor* phc = phcOfClock(clock);
     if (phc == nullptr) {
-        return real().clockGettime(clock, time);
+        return readSystemClock(clock, time);
     }
     *time = virtual_i210::toTimespec(virtual_i210::readPhcNs(cardOf(*phc)));
     return 0;
@@ -85,7 +126,7 @@ VIRTUAL_I210_EXPORT int clock_getres(clockid_t clock, timespec* resolution) noex
 VIRTUAL_I210_EXPORT int clock_settime(clockid_t clock, const timespec* time) noexcept {
     const Descriptor* phc = phcOfClock(clock);
     if (phc == nullptr) {
-        return real().clockSettime(clock, time);
+        return setSystemClock(clock, *time);
     }
     if (!phc->writable.load()) {
         return failWith(EACCES);
@@ -102,7 +143,7 @@ VIRTUAL_I210_EXPORT int clock_settime(clockid_t clock, const timespec* time) noe
 VIRTUAL_I210_EXPORT int clock_adjtime(clockid_t clock, timex* adjustment) noexcept {
     const Descriptor* phc = phcOfClock(clock);
     if (phc == nullptr) {
-        return real().clockAdjtime(clock, adjustment);
+        return adjustSystemClock(clock, *adjustment);
     }
     if (adjustment->modes != 0 && !phc->writable.load()) {
         return failWith(EACCES);

@@ -7,7 +7,9 @@
 #include <cstring>
 
 #include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/OwnThread.h"
 #include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/Timers.h"
 
 /** Opening, copying and closing of descriptors. */
 
@@ -35,7 +37,7 @@ CardState* cardOfPath(const char* path) {
     }
     const auto index = static_cast<std::int32_t>(std::strtol(digits, nullptr, 10));
     auto* state = virtual_i210::stateForCall();
-    return state == nullptr ? nullptr : state->findPhc(index);
+    return state == nullptr ? nullptr : virtual_i210::cardOfDevice(*state, index);
 }
 
 /** A real descriptor stands in for the device, so that the kernel gives it a number that is free
@@ -143,7 +145,10 @@ VIRTUAL_I210_EXPORT int __openat64_2(int directory, const char* path, int flags)
 
 VIRTUAL_I210_EXPORT int close(int fd) {
     forget(fd);
-    return real().close(fd);
+    virtual_i210::closeTimer(fd);
+    const int result = real().close(fd);
+    virtual_i210::tellDescriptorWaiters();
+    return result;
 }
 
 VIRTUAL_I210_EXPORT int close_range(unsigned first, unsigned last, int flags) noexcept {

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/OwnThread.h"
 #include "tools/virtual_i210/PhcReading.h"
 #include "tools/virtual_i210/RealFunctions.h"
 #include "tools/virtual_i210/Timespec.h"
@@ -31,7 +32,10 @@ ptp_clock_time toPtpTime(std::int64_t ns) {
 }
 
 ptp_clock_time systemTime() {
-    return toPtpTime(virtual_i210::realtimeNowNs());
+    virtual_i210::chargeClock();
+    const ptp_clock_time time = toPtpTime(virtual_i210::realtimeNowNs());
+    virtual_i210::chargeClock();
+    return time;
 }
 
 ptp_clock_time phcTime(CardState& card) {
@@ -98,6 +102,7 @@ void describeStamping(const CardState& card, void* data) {
     info.so_timestamping = SOF_TIMESTAMPING_TX_SOFTWARE | SOF_TIMESTAMPING_RX_SOFTWARE |
                            SOF_TIMESTAMPING_SOFTWARE | SOF_TIMESTAMPING_TX_HARDWARE |
                            SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE;
+    virtual_i210::noteAskedFor(card);
     info.phc_index = card.faults.phcHidden.load() != 0 ? -1 : card.phcIndex;
     info.tx_types = 1u << HWTSTAMP_TX_OFF | 1u << HWTSTAMP_TX_ON;
     info.rx_filters = 1u << HWTSTAMP_FILTER_NONE | 1u << HWTSTAMP_FILTER_ALL |
@@ -189,6 +194,7 @@ VIRTUAL_I210_EXPORT int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
+    virtual_i210::chargeCall();
     if (const Descriptor* phc =
             virtual_i210::descriptorOf(fd, virtual_i210::DescriptorKind::kPhc)) {
         return phcIoctl(*phc, request, argument);

@@ -7,7 +7,9 @@
 #include "tools/virtual_i210/ControlMessages.h"
 #include "tools/virtual_i210/Descriptors.h"
 #include "tools/virtual_i210/Frame.h"
+#include "tools/virtual_i210/Polling.h"
 #include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/RealWaits.h"
 #include "tools/virtual_i210/Stamping.h"
 
 /** Calls that receive frames, and transmit timestamps from the error queue. */
@@ -37,6 +39,13 @@ struct Reception {
     sockaddr_ll name{};
     alignas(cmsghdr) unsigned char control[1024];
 };
+
+/** The kernel stamps in real time. */
+void simulateStamps(Reception& reception) {
+    if (virtual_i210::timeIsSimulated()) {
+        virtual_i210::simulateKernelStamps(reception.message, virtual_i210::realtimeNowNs());
+    }
+}
 
 std::size_t gather(const msghdr& message, std::size_t received, std::uint8_t* bytes) {
     std::size_t length = 0;
@@ -82,6 +91,7 @@ ssize_t receiveFrame(int fd, Descriptor& socket, msghdr& target, int flags) {
     if (received < 0) {
         return received;
     }
+    simulateStamps(reception);
     std::uint8_t bytes[virtual_i210::kMaxFrameBytes];
     SeenFrame frame;
     frame.bytes = bytes;
@@ -113,6 +123,7 @@ ssize_t receiveTransmitStamp(int fd, const Descriptor& socket, msghdr& target, i
     if (received < 0) {
         return received;
     }
+    simulateStamps(reception);
     SeenFrame frame;
     frame.bytes = bytes;
     frame.length = static_cast<std::size_t>(received);
@@ -153,29 +164,98 @@ ssize_t receiveBytes(int fd, Descriptor& socket, void* data, std::size_t length,
     return received;
 }
 
+/** The call as it was made; in a simulated run, one that lets others run while it waits. */
+template <typename Call>
+ssize_t receive(int fd, int flags, Call call) {
+    return virtual_i210::conducting() == nullptr
+               ? call(flags)
+               : virtual_i210::receiveInTurn(fd, flags, [&] { return call(flags | MSG_DONTWAIT); });
+}
+
+/** A read has no flag that keeps it from waiting. */
+ssize_t readInTurn(int fd, void* data, std::size_t length) {
+    return virtual_i210::receiveInTurn(fd, 0, [=] {
+        constexpr timespec kNoTime = {0, 0};
+        pollfd entry = {fd, POLLIN, 0};
+        const bool ready = virtual_i210::realWaits().ppoll(&entry, 1, &kNoTime, nullptr) != 0;
+        return ready ? real().read(fd, data, length) : virtual_i210::failWith(EAGAIN);
+    });
+}
+
 }  // namespace
 
 VIRTUAL_I210_EXPORT ssize_t recvmsg(int fd, msghdr* message, int flags) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
-    return socket != nullptr ? receiveOnPacketSocket(fd, *socket, *message, flags)
-                             : real().recvmsg(fd, message, flags);
+    return receive(fd, flags, [=](int callFlags) {
+        if (socket != nullptr) {
+            return receiveOnPacketSocket(fd, *socket, *message, callFlags);
+        }
+        const ssize_t received = real().recvmsg(fd, message, callFlags);
+        if (received >= 0 && virtual_i210::timeIsSimulated()) {
+            virtual_i210::simulateKernelStamps(*message, virtual_i210::realtimeNowNs());
+        }
+        return received;
+    });
 }
 
 VIRTUAL_I210_EXPORT ssize_t recvfrom(int fd, void* data, size_t length, int flags, sockaddr* name,
                                      socklen_t* nameLength) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
-    return socket != nullptr ? receiveBytes(fd, *socket, data, length, flags, name, nameLength)
-                             : real().recvfrom(fd, data, length, flags, name, nameLength);
+    return receive(fd, flags, [=](int callFlags) {
+        return socket != nullptr
+                   ? receiveBytes(fd, *socket, data, length, callFlags, name, nameLength)
+                   : real().recvfrom(fd, data, length, callFlags, name, nameLength);
+    });
 }
 
 VIRTUAL_I210_EXPORT ssize_t recv(int fd, void* data, size_t length, int flags) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
-    return socket != nullptr ? receiveBytes(fd, *socket, data, length, flags, nullptr, nullptr)
-                             : real().recv(fd, data, length, flags);
+    return receive(fd, flags, [=](int callFlags) {
+        return socket != nullptr
+                   ? receiveBytes(fd, *socket, data, length, callFlags, nullptr, nullptr)
+                   : real().recv(fd, data, length, callFlags);
+    });
 }
 
 VIRTUAL_I210_EXPORT ssize_t read(int fd, void* data, size_t length) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
-    return socket != nullptr ? receiveBytes(fd, *socket, data, length, 0, nullptr, nullptr)
-                             : real().read(fd, data, length);
+    if (socket != nullptr) {
+        return recv(fd, data, length, 0);
+    }
+    return virtual_i210::conducting() == nullptr ? real().read(fd, data, length)
+                                                 : readInTurn(fd, data, length);
+}
+
+/** What programs call that were compiled with checks on the size of the buffer. */
+VIRTUAL_I210_EXPORT ssize_t __recv_chk(int fd, void* data, size_t length, size_t /*size*/,
+                                       int flags) {
+    return recv(fd, data, length, flags);
+}
+
+VIRTUAL_I210_EXPORT ssize_t __recvfrom_chk(int fd, void* data, size_t length, size_t /*size*/,
+                                           int flags, sockaddr* name, socklen_t* nameLength) {
+    return recvfrom(fd, data, length, flags, name, nameLength);
+}
+
+VIRTUAL_I210_EXPORT ssize_t __read_chk(int fd, void* data, size_t length, size_t /*size*/) {
+    return read(fd, data, length);
+}
+
+/** One message at a time, so that each has its stamps. */
+VIRTUAL_I210_EXPORT int recvmmsg(int fd, mmsghdr* messages, unsigned count, int flags,
+                                 timespec* duration) {
+    if (virtual_i210::conducting() == nullptr &&
+        descriptorOf(fd, DescriptorKind::kPacketSocket) == nullptr) {
+        return real().recvmmsg(fd, messages, count, flags, duration);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        const bool later = i > 0 && (flags & MSG_WAITFORONE) != 0;
+        const int callFlags = (flags & ~MSG_WAITFORONE) | (later ? MSG_DONTWAIT : 0);
+        const ssize_t received = recvmsg(fd, &messages[i].msg_hdr, callFlags);
+        if (received < 0) {
+            return i > 0 ? static_cast<int>(i) : -1;
+        }
+        messages[i].msg_len = static_cast<unsigned>(received);
+    }
+    return static_cast<int>(count);
 }

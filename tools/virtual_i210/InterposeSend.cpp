@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "tools/virtual_i210/Descriptors.h"
+#include "tools/virtual_i210/Polling.h"
 #include "tools/virtual_i210/RealFunctions.h"
 #include "tools/virtual_i210/Transmission.h"
 
@@ -84,10 +85,31 @@ bool prepare(int fd, Descriptor& socket, const msghdr& message, OutgoingFrame& f
     return true;
 }
 
+/** A frame that is no PTP message has no timestamp, but the cable carries it too. */
+ssize_t told(int fd, const OutgoingFrame& frame, ssize_t sent) {
+    const std::uint64_t card =
+        virtual_i210::timeIsSimulated() ? virtual_i210::interestIn(fd).card : 0;
+    if (sent >= 0 && card != 0 && card != virtual_i210::kEveryCard) {
+        virtual_i210::frameLeft(static_cast<std::uint32_t>(card) - 1, frame.bytes, frame.length);
+    }
+    return sent;
+}
+
+/** Sending by a descriptor of any other kind: another thread of the run may wait for it. */
+template <typename Call>
+ssize_t sendElsewhere(Call call) {
+    virtual_i210::chargeCall();
+    const ssize_t sent = call();
+    virtual_i210::tellDescriptorWaiters();
+    return sent;
+}
+
 ssize_t sendOnPacketSocket(int fd, Descriptor& socket, const msghdr& message, int flags) {
     OutgoingFrame frame;
+    virtual_i210::chargeCall();
     if (!prepare(fd, socket, message, frame)) {
-        return real().sendmsg(fd, &message, flags);
+        const ssize_t sent = real().sendmsg(fd, &message, flags);
+        return told(fd, frame, sent);
     }
     frame.fd = fd;
     frame.flags = flags;
@@ -145,23 +167,23 @@ VIRTUAL_I210_EXPORT ssize_t sendto(int fd, const void* data, size_t length, int 
         return real().sendto(fd, question.concerns() ? question.bytes() : data, length, flags, name,
                              nameLength);
     }
-    return real().sendto(fd, data, length, flags, name, nameLength);
+    return sendElsewhere([=] { return real().sendto(fd, data, length, flags, name, nameLength); });
 }
 
 VIRTUAL_I210_EXPORT ssize_t send(int fd, const void* data, size_t length, int flags) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendBytes(fd, *socket, data, length, flags, nullptr, 0)
-                             : real().send(fd, data, length, flags);
+                             : sendElsewhere([=] { return real().send(fd, data, length, flags); });
 }
 
 VIRTUAL_I210_EXPORT ssize_t write(int fd, const void* data, size_t length) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendBytes(fd, *socket, data, length, 0, nullptr, 0)
-                             : real().write(fd, data, length);
+                             : sendElsewhere([=] { return real().write(fd, data, length); });
 }
 
 VIRTUAL_I210_EXPORT ssize_t sendmsg(int fd, const msghdr* message, int flags) {
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
     return socket != nullptr ? sendOnPacketSocket(fd, *socket, *message, flags)
-                             : real().sendmsg(fd, message, flags);
+                             : sendElsewhere([=] { return real().sendmsg(fd, message, flags); });
 }

@@ -1,10 +1,12 @@
 #include "tools/virtual_i210/PhcReading.h"
 
-#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/OwnThread.h"
+#include "tools/virtual_i210/simulated/Random.h"
 
 namespace virtual_i210 {
 
 std::int64_t readPhcNs(CardState& card) {
+    chargeClock();
     const std::uint64_t startRawNs = rawNowNs();
     const std::uint64_t number =
         card.counters[static_cast<std::size_t>(Counter::kClockReadings)].fetch_add(1);
@@ -16,7 +18,10 @@ std::int64_t readPhcNs(CardState& card) {
     const std::uint64_t latchNs =
         card.readNs / 2 + seededRandom(card.seed, RandomStream::kReadLatch, number) % (extra + 1);
     const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
-    while (rawNowNs() < startRawNs + durationNs) {
+    if (conducting() != nullptr) {
+        workUntil(startRawNs + durationNs);
+    }
+    while (!timeIsSimulated() && rawNowNs() < startRawNs + durationNs) {
     }
     return phcNs;
 }

@@ -43,6 +43,7 @@ void findSocketCalls(RealFunctions& functions) {
     find(functions.recv, "recv");
     find(functions.recvfrom, "recvfrom");
     find(functions.recvmsg, "recvmsg");
+    find(functions.recvmmsg, "recvmmsg");
 }
 
 RealFunctions findAll() {

@@ -37,6 +37,7 @@ struct RealFunctions {
     decltype(&::recv) recv;
     decltype(&::recvfrom) recvfrom;
     decltype(&::recvmsg) recvmsg;
+    decltype(&::recvmmsg) recvmmsg;
     decltype(&::read) read;
 };
 

@@ -5,8 +5,9 @@
 #include <algorithm>
 
 #include "tools/virtual_i210/Frame.h"
-#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/OwnThread.h"
 #include "tools/virtual_i210/Timespec.h"
+#include "tools/virtual_i210/simulated/Random.h"
 
 namespace virtual_i210 {
 
@@ -17,7 +18,7 @@ constexpr std::uint64_t kSpinNs = 60'000;
 /** The instant of a kernel timestamp. Not knowing it is taken as now; an error of the two readings
  *  makes the instant late, never early. */
 std::uint64_t instantOf(const std::optional<std::int64_t>& softwareNs) {
-    if (!softwareNs) {
+    if (!softwareNs || timeIsSimulated()) {
         return rawNowNs();
     }
     const std::int64_t agoNs = realtimeNowNs() - *softwareNs;
@@ -35,7 +36,9 @@ std::optional<SentEvent> findReceived(Descriptor& socket, const SeenFrame& frame
         sinceRawNs = std::max(sinceRawNs, last.rawNs.load() + 1);
     }
     const std::uint64_t arrivalRawNs = frame.softwareNs ? seenRawNs : 0;
-    const auto sent = attachedState()->events.find(key, arrivalRawNs, sinceRawNs);
+    const EventRing& events = attachedState()->events;
+    const auto sent = timeIsSimulated() ? events.firstOf(key, sinceRawNs)
+                                        : events.find(key, arrivalRawNs, sinceRawNs);
     if (sent && frame.taken) {
         last.key.store(key);
         last.rawNs.store(sent->rawNs);
@@ -49,6 +52,10 @@ std::uint64_t receiveJitterNs(const CardState& card, const SentEvent& sent) {
 }
 
 void waitUntil(std::uint64_t rawNs) {
+    if (timeIsSimulated()) {
+        workUntil(rawNs);
+        return;
+    }
     std::uint64_t now = rawNowNs();
     if (now + kSpinNs < rawNs) {
         const std::uint64_t sleepNs = rawNs - now - kSpinNs;
@@ -67,7 +74,9 @@ std::optional<std::int64_t> receiveStamp(CardState& card, Descriptor& socket,
     const std::uint64_t seenRawNs = instantOf(frame.softwareNs);
     const auto ptp = parsePtpFrame(frame.bytes, frame.length);
     const bool event = ptp && ptp->isEvent();
-    const auto sent = event ? findReceived(socket, frame, *ptp, seenRawNs) : std::nullopt;
+    // In simulated time the ring holds general messages too, since they also travel.
+    const bool noted = event || (ptp && timeIsSimulated());
+    const auto sent = noted ? findReceived(socket, frame, *ptp, seenRawNs) : std::nullopt;
     if (sent) {
         waitUntil(sent->rawNs + card.cableNs);
     }
@@ -89,8 +98,11 @@ std::optional<std::int64_t> transmitStamp(const Descriptor& socket, const SeenFr
     if (!ptp) {
         return std::nullopt;
     }
-    const auto sent = attachedState()->events.find(
-        eventKey(frame.bytes, *ptp), instantOf(frame.softwareNs), socket.createdRawNs.load());
+    const EventRing& events = attachedState()->events;
+    const std::uint64_t key = eventKey(frame.bytes, *ptp);
+    const std::uint64_t sinceRawNs = socket.createdRawNs.load();
+    const auto sent = timeIsSimulated() ? events.firstOf(key, sinceRawNs)
+                                        : events.find(key, instantOf(frame.softwareNs), sinceRawNs);
     if (!sent || !sent->stamped) {
         return std::nullopt;
     }

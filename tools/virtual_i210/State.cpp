@@ -9,7 +9,8 @@
 #include <cstring>
 
 #include "tools/common/OwnDescriptor.h"
-#include "tools/virtual_i210/Random.h"
+#include "tools/virtual_i210/Capture.h"
+#include "tools/virtual_i210/simulated/Random.h"
 
 namespace virtual_i210 {
 
@@ -18,7 +19,7 @@ namespace {
 using tools::OwnDescriptor;
 
 constexpr std::uint64_t kMagic = 0x7669323130636172u;
-constexpr std::uint32_t kLayoutVersion = 1;
+constexpr std::uint32_t kLayoutVersion = 2;
 
 std::uint64_t hashText(const std::string& text) {
     std::uint64_t hash = 0;
@@ -44,7 +45,7 @@ SharedState& mapDescriptor(const OwnDescriptor& descriptor, const std::string& p
 }
 
 void initialiseCard(CardState& card, const CardConfig& config, std::uint64_t seed,
-                    std::uint64_t epochNs) {
+                    std::uint64_t epochNs, std::uint64_t rawNs) {
     config.ifName.copy(card.ifName, sizeof card.ifName - 1);
     card.phcIndex = config.phcIndex;
     card.granularityNs = config.granularityNs;
@@ -56,10 +57,20 @@ void initialiseCard(CardState& card, const CardConfig& config, std::uint64_t see
     card.wanderPpt = config.wanderPpt;
     card.ownRatePpt = config.ratePpt;
     card.offsetNs = config.offsetNs;
+    card.net = hashText(config.net);
     ClockLine rates;
     rates.ownRatePpt = config.ratePpt;
     const auto phcNs = static_cast<std::int64_t>(epochNs) + config.offsetNs;
-    card.clock.initialise(startAt(phcNs, rates, card.wander(), rawNowNs()));
+    card.clock.initialise(startAt(phcNs, rates, card.wander(), rawNs));
+}
+
+/** Without an epoch, clocks begin at the system time; a simulated run, which is the same whenever
+ * it is run, in 2026. */
+std::uint64_t epochOf(const Config& config) {
+    constexpr std::uint64_t kSimulatedEpochNs = 1'767'225'600'000'000'000;
+    return config.epochNs     ? *config.epochNs
+           : config.simulated ? kSimulatedEpochNs
+                              : static_cast<std::uint64_t>(realtimeNowNs());
 }
 
 /** The memory is fresh from ftruncate: all atomics begin as zero. */
@@ -69,11 +80,18 @@ void initialise(SharedState& state, const Config& config) {
     state.cardCount = static_cast<std::uint32_t>(config.cards.size());
     state.size = sizeof(SharedState);
     state.configHash = hashText(config.text);
-    const std::uint64_t epochNs =
-        config.epochNs ? *config.epochNs : static_cast<std::uint64_t>(realtimeNowNs());
+    const std::uint64_t epochNs = epochOf(config);
+    if (config.simulated) {
+        state.conductor.initialise(config.seed, config.costs, epochNs);
+    }
+    const std::uint64_t rawNs = config.simulated ? kFirstInstantNs : rawNowNs();
     for (std::size_t i = 0; i < config.cards.size(); ++i) {
         initialiseCard(state.cards[i], config.cards[i],
-                       seededRandom(config.seed, RandomStream::kCardSeed, i), epochNs);
+                       seededRandom(config.seed, RandomStream::kCardSeed, i), epochNs, rawNs);
+    }
+    if (!config.capturePath.empty()) {
+        config.capturePath.copy(state.capturePath, sizeof state.capturePath - 1);
+        createCapture(state);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "tools/virtual_i210/Config.h"
 #include "tools/virtual_i210/EventRing.h"
 #include "tools/virtual_i210/Faults.h"
+#include "tools/virtual_i210/simulated/Conductor.h"
 
 namespace virtual_i210 {
 
@@ -38,6 +39,7 @@ struct CardState {
     std::int64_t wanderPpt;
     std::int64_t ownRatePpt;
     std::int64_t offsetNs;
+    std::uint64_t net; /**< cards of one number hear each other */
     std::atomic<std::uint32_t> txType;
     std::atomic<std::uint32_t> rxFilter;
     std::atomic<std::uint64_t> counters[kCounters];
@@ -66,11 +68,11 @@ struct CardState {
 static_assert(offsetof(CardState, phcIndex) == 16);
 static_assert(offsetof(CardState, seed) == 40);
 static_assert(offsetof(CardState, offsetNs) == 64);
-static_assert(offsetof(CardState, txType) == 72);
-static_assert(offsetof(CardState, counters) == 80);
-static_assert(offsetof(CardState, faults) == 144);
-static_assert(offsetof(CardState, clock) == 304);
-static_assert(sizeof(CardState) == 304 + sizeof(ClockBoard));
+static_assert(offsetof(CardState, txType) == 80);
+static_assert(offsetof(CardState, counters) == 88);
+static_assert(offsetof(CardState, faults) == 152);
+static_assert(offsetof(CardState, clock) == 312);
+static_assert(sizeof(CardState) == 312 + sizeof(ClockBoard));
 
 struct SharedState {
     std::uint64_t magic;
@@ -80,6 +82,8 @@ struct SharedState {
     std::uint64_t configHash;
     CardState cards[kMaxCards];
     EventRing events;
+    char capturePath[kMaxCapturePath];
+    Conductor conductor;
 
     CardState* findCard(const char* ifName);
     CardState* findPhc(std::int32_t phcIndex);
@@ -92,7 +96,9 @@ struct SharedState {
 
 static_assert(offsetof(SharedState, cards) == 32);
 static_assert(offsetof(SharedState, events) == 32 + kMaxCards * sizeof(CardState));
-static_assert(sizeof(SharedState) == offsetof(SharedState, events) + sizeof(EventRing));
+static_assert(offsetof(SharedState, conductor) ==
+              offsetof(SharedState, events) + sizeof(EventRing) + kMaxCapturePath);
+static_assert(sizeof(SharedState) == offsetof(SharedState, conductor) + sizeof(Conductor));
 
 /** Maps the state of these cards, creating it when this is the first process. Throws
  *  ConfigError. */
@@ -100,5 +106,8 @@ SharedState& mapState(const Config& config);
 
 /** The state that this process attached to, or null. */
 SharedState* attachedState();
+
+/** The conductor of the run that this process is part of; null in real time. */
+Conductor* attachedConductor();
 
 }  // namespace virtual_i210

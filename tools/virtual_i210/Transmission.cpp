@@ -10,6 +10,8 @@
 #include <thread>
 
 #include "tools/virtual_i210/ControlMessages.h"
+#include "tools/virtual_i210/OwnThread.h"
+#include "tools/virtual_i210/Polling.h"
 #include "tools/virtual_i210/RealFunctions.h"
 
 namespace virtual_i210 {
@@ -60,7 +62,7 @@ ssize_t emit(OutgoingFrame& frame, bool stamped) {
 }
 
 void noteInstant(const OutgoingFrame& frame) {
-    if (!frame.ptp.isEvent() && !frame.wantsStamp) {
+    if (!frame.ptp.isEvent() && !frame.wantsStamp && !timeIsSimulated()) {
         return;
     }
     SharedState& state = *attachedState();
@@ -79,7 +81,11 @@ void noteInstant(const OutgoingFrame& frame) {
 
 ssize_t emitNoted(OutgoingFrame& frame, bool stamped) {
     noteInstant(frame);
-    return emit(frame, stamped);
+    const ssize_t sent = emit(frame, stamped);
+    if (sent >= 0) {
+        frameLeft(attachedState()->indexOf(*frame.card), frame.bytes, frame.length);
+    }
+    return sent;
 }
 
 /** The network loses the frame behind the card: its timestamp still comes. */
@@ -90,13 +96,16 @@ ssize_t emitStampOnly(OutgoingFrame& frame) {
     }
     noteInstant(frame);
     disguise(frame.bytes, frame.ptp);
-    return emit(frame, true);
+    const ssize_t sent = emit(frame, true);
+    announceFrame(attachedState()->indexOf(*frame.card));
+    return sent;
 }
 
 void emitLateStamp(FrameCopy frame, std::uint64_t delayNs) {
     std::this_thread::sleep_for(std::chrono::nanoseconds(delayNs));
     disguise(frame->bytes, frame->ptp);
     emit(*frame, true);
+    announceFrame(attachedState()->indexOf(*frame->card));
     real().close(frame->fd);
 }
 

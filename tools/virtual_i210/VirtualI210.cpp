@@ -73,6 +73,11 @@ SharedState* attachedState() {
     return sharedState.load(std::memory_order_acquire);
 }
 
+Conductor* attachedConductor() {
+    SharedState* state = attachedState();
+    return state != nullptr && state->conductor.active() ? &state->conductor : nullptr;
+}
+
 std::vector<Card> cards() {
     std::vector<Card> result;
     const SharedState* state = attachFromEnvironment() ? attachedState() : nullptr;

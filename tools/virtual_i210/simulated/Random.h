@@ -19,6 +19,7 @@ enum class RandomStream : std::uint64_t {
     kReadDuration,
     kReadLatch,
     kReceiveJitter,
+    kSimulation,
 };
 
 /** The `counter`-th number of one of the streams that grow from a seed. */

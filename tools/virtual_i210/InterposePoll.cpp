@@ -1,0 +1,171 @@
+#include <cerrno>
+
+#include "tools/virtual_i210/Polling.h"
+#include "tools/virtual_i210/RealWaits.h"
+
+/** Calls that wait for descriptors, and the timers among these. */
+
+namespace {
+
+using virtual_i210::conducting;
+using virtual_i210::Interest;
+using virtual_i210::interestIn;
+using virtual_i210::kEveryCard;
+using virtual_i210::kNever;
+using virtual_i210::realWaits;
+
+constexpr timespec kNoTime = {0, 0};
+
+Interest interestIn(const pollfd* entries, nfds_t count) {
+    Interest interest;
+    for (nfds_t i = 0; i < count; ++i) {
+        const Interest one = interestIn(entries[i].fd);
+        interest.add(one.card);
+        interest.others = interest.others || one.others;
+    }
+    return interest;
+}
+
+/** Takes the readiness for frames that have not come through the cable back. */
+int hideEarlyFrames(pollfd* entries, nfds_t count, int ready, std::uint64_t& lookAgainNs) {
+    for (nfds_t i = 0; i < count && ready > 0; ++i) {
+        const std::uint64_t visibleNs =
+            (entries[i].revents & POLLIN) != 0 ? virtual_i210::frameOnItsWayNs(entries[i].fd) : 0;
+        if (visibleNs != 0) {
+            lookAgainNs = std::min(lookAgainNs, visibleNs);
+            entries[i].revents = static_cast<short>(entries[i].revents & ~(POLLIN | POLLRDNORM));
+            ready -= entries[i].revents == 0 ? 1 : 0;
+        }
+    }
+    return ready;
+}
+
+int pollUntil(pollfd* entries, nfds_t count, std::uint64_t endNs, const sigset_t* mask) {
+    virtual_i210::chargeCall();
+    return virtual_i210::waitForDescriptors(
+        interestIn(entries, count), endNs, [&](std::uint64_t& lookAgainNs) {
+            const int ready = realWaits().ppoll(entries, count, &kNoTime, mask);
+            return ready <= 0 ? ready : hideEarlyFrames(entries, count, ready, lookAgainNs);
+        });
+}
+
+/** The sets of a select call, which the kernel overwrites. */
+struct Sets {
+    Sets(fd_set* readable, fd_set* writable, fd_set* exceptional)
+        : given{readable, writable, exceptional} {
+        for (int i = 0; i < 3; ++i) {
+            wished[i] = given[i] != nullptr ? *given[i] : fd_set{};
+        }
+    }
+    void restore() {
+        for (int i = 0; i < 3; ++i) {
+            if (given[i] != nullptr) {
+                *given[i] = wished[i];
+            }
+        }
+    }
+    Interest interest(int end) const {
+        Interest all;
+        for (int fd = 0; fd < end; ++fd) {
+            if (FD_ISSET(fd, &wished[0]) || FD_ISSET(fd, &wished[1]) || FD_ISSET(fd, &wished[2])) {
+                const Interest one = interestIn(fd);
+                all.add(one.card);
+                all.others = all.others || one.others;
+            }
+        }
+        return all;
+    }
+
+    fd_set* given[3];
+    fd_set wished[3];
+};
+
+int selectUntil(int end, Sets sets, std::uint64_t endNs, const sigset_t* mask) {
+    virtual_i210::chargeCall();
+    return virtual_i210::waitForDescriptors(sets.interest(end), endNs, [&](std::uint64_t&) {
+        sets.restore();
+        return realWaits().pselect(end, sets.given[0], sets.given[1], sets.given[2], &kNoTime,
+                                   mask);
+    });
+}
+
+int epollUntil(int fd, epoll_event* events, int most, int milliseconds, const sigset_t* mask) {
+    virtual_i210::chargeCall();
+    const Interest anything = {kEveryCard, true};
+    return virtual_i210::waitForDescriptors(
+        anything, virtual_i210::endOfMilliseconds(milliseconds),
+        [=](std::uint64_t&) { return realWaits().epollPwait(fd, events, most, 0, mask); });
+}
+
+}  // namespace
+
+VIRTUAL_I210_EXPORT int poll(pollfd* entries, nfds_t count, int milliseconds) {
+    return conducting() == nullptr
+               ? realWaits().poll(entries, count, milliseconds)
+               : pollUntil(entries, count, virtual_i210::endOfMilliseconds(milliseconds), nullptr);
+}
+
+VIRTUAL_I210_EXPORT int ppoll(pollfd* entries, nfds_t count, const timespec* duration,
+                              const sigset_t* mask) {
+    return conducting() == nullptr ? realWaits().ppoll(entries, count, duration, mask)
+                                   : pollUntil(entries, count, virtual_i210::endOf(duration), mask);
+}
+
+/** What programs call that were compiled with checks on the size of the array. */
+VIRTUAL_I210_EXPORT int __poll_chk(pollfd* entries, nfds_t count, int milliseconds,
+                                   std::size_t /*size*/) {
+    return poll(entries, count, milliseconds);
+}
+
+VIRTUAL_I210_EXPORT int __ppoll_chk(pollfd* entries, nfds_t count, const timespec* duration,
+                                    const sigset_t* mask, std::size_t /*size*/) {
+    return ppoll(entries, count, duration, mask);
+}
+
+VIRTUAL_I210_EXPORT int select(int end, fd_set* readable, fd_set* writable, fd_set* exceptional,
+                               timeval* duration) {
+    if (conducting() == nullptr) {
+        return realWaits().select(end, readable, writable, exceptional, duration);
+    }
+    std::uint64_t endNs = kNever;
+    if (duration != nullptr) {
+        const timespec time = {duration->tv_sec, 1000 * duration->tv_usec};
+        endNs = virtual_i210::endOf(&time);
+    }
+    return selectUntil(end, {readable, writable, exceptional}, endNs, nullptr);
+}
+
+VIRTUAL_I210_EXPORT int pselect(int end, fd_set* readable, fd_set* writable, fd_set* exceptional,
+                                const timespec* duration, const sigset_t* mask) {
+    return conducting() == nullptr
+               ? realWaits().pselect(end, readable, writable, exceptional, duration, mask)
+               : selectUntil(end, {readable, writable, exceptional}, virtual_i210::endOf(duration),
+                             mask);
+}
+
+VIRTUAL_I210_EXPORT int epoll_wait(int fd, epoll_event* events, int most, int milliseconds) {
+    return conducting() == nullptr ? realWaits().epollWait(fd, events, most, milliseconds)
+                                   : epollUntil(fd, events, most, milliseconds, nullptr);
+}
+
+VIRTUAL_I210_EXPORT int epoll_pwait(int fd, epoll_event* events, int most, int milliseconds,
+                                    const sigset_t* mask) {
+    return conducting() == nullptr ? realWaits().epollPwait(fd, events, most, milliseconds, mask)
+                                   : epollUntil(fd, events, most, milliseconds, mask);
+}
+
+VIRTUAL_I210_EXPORT int timerfd_create(clockid_t clock, int flags) noexcept {
+    return conducting() == nullptr ? realWaits().timerfdCreate(clock, flags)
+                                   : virtual_i210::createTimer(clock, flags);
+}
+
+VIRTUAL_I210_EXPORT int timerfd_settime(int fd, int flags, const itimerspec* wished,
+                                        itimerspec* before) noexcept {
+    return virtual_i210::isTimer(fd) ? virtual_i210::setTimer(fd, flags, *wished, before)
+                                     : realWaits().timerfdSettime(fd, flags, wished, before);
+}
+
+VIRTUAL_I210_EXPORT int timerfd_gettime(int fd, itimerspec* left) noexcept {
+    return virtual_i210::isTimer(fd) ? virtual_i210::timeLeft(fd, *left)
+                                     : realWaits().timerfdGettime(fd, left);
+}

@@ -1,0 +1,76 @@
+#include <cerrno>
+
+#include "tools/virtual_i210/Instants.h"
+#include "tools/virtual_i210/OwnThread.h"
+#include "tools/virtual_i210/RealFunctions.h"
+#include "tools/virtual_i210/RealWaits.h"
+#include "tools/virtual_i210/simulated/Signals.h"
+
+/** Waiting for signals, and sending them. */
+
+namespace {
+
+using virtual_i210::conducting;
+using virtual_i210::kNever;
+using virtual_i210::realWaits;
+using virtual_i210::Wait;
+using virtual_i210::WaitKind;
+
+int waitForSignal(const sigset_t* set, siginfo_t* info, std::uint64_t endNs) {
+    constexpr timespec kNoTime = {0, 0};
+    virtual_i210::chargeCall();
+    for (;;) {
+        const int number = realWaits().sigtimedwait(set, info, &kNoTime);
+        if (number >= 0 || errno != EAGAIN || virtual_i210::rawNowNs() >= endNs) {
+            return number;
+        }
+        if ((virtual_i210::waitFor({WaitKind::kSignal, 0, endNs}) & virtual_i210::kWokenBySignal) !=
+            0) {
+            return virtual_i210::failWith(EINTR);
+        }
+    }
+}
+
+}  // namespace
+
+VIRTUAL_I210_EXPORT int sigtimedwait(const sigset_t* set, siginfo_t* info,
+                                     const timespec* duration) {
+    return conducting() == nullptr ? realWaits().sigtimedwait(set, info, duration)
+                                   : waitForSignal(set, info, virtual_i210::endOf(duration));
+}
+
+VIRTUAL_I210_EXPORT int sigwaitinfo(const sigset_t* set, siginfo_t* info) {
+    return conducting() == nullptr ? realWaits().sigwaitinfo(set, info)
+                                   : waitForSignal(set, info, kNever);
+}
+
+VIRTUAL_I210_EXPORT int sigwait(const sigset_t* set, int* number) {
+    if (conducting() == nullptr) {
+        return realWaits().sigwait(set, number);
+    }
+    const int taken = waitForSignal(set, nullptr, kNever);
+    if (taken < 0) {
+        return errno;
+    }
+    *number = taken;
+    return 0;
+}
+
+VIRTUAL_I210_EXPORT int pause() {
+    if (conducting() == nullptr) {
+        return realWaits().pause();
+    }
+    while ((virtual_i210::waitFor(Wait{}) & virtual_i210::kWokenBySignal) == 0) {
+    }
+    return virtual_i210::failWith(EINTR);
+}
+
+VIRTUAL_I210_EXPORT int kill(pid_t pid, int number) noexcept {
+    virtual_i210::Conductor* conductor = conducting();
+    // Groups, and the caller itself, whose handler runs at once.
+    if (conductor == nullptr || pid <= 0 || pid == getpid()) {
+        return realWaits().kill(pid, number);
+    }
+    virtual_i210::chargeCall();
+    return virtual_i210::signalProcess(*conductor, pid, number, realWaits().kill);
+}

@@ -1,0 +1,332 @@
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "tools/virtual_i210/simulated/ConductorLock.h"
+#include "tools/virtual_i210/simulated/Random.h"
+
+namespace virtual_i210 {
+
+namespace {
+
+/** Real time, after which a thread that waits looks whether the one whose turn it is still
+ *  lives. */
+constexpr long kWatchPeriodNs = 250'000'000;
+
+/** Plain system calls: the ones of the C library are doors of the simulation, or end a cancelled
+ *  thread where it must not end. */
+long futexWait(std::atomic<std::uint32_t>& word, std::uint32_t value, const timespec* patience) {
+    return syscall(SYS_futex, &word, FUTEX_WAIT, value, patience, nullptr, 0);
+}
+
+void futexWakeOne(std::atomic<std::uint32_t>& word) {
+    syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+}
+
+}  // namespace
+
+void Conductor::initialise(std::uint64_t seed, const SimulatedCosts& costs, std::uint64_t epochNs) {
+    seed_ = seed;
+    costs_ = costs;
+    nowNs_.store(kFirstInstantNs);
+    nextDueNs_.store(kNever);
+    realtimeOffsetNs_.store(static_cast<std::int64_t>(epochNs - kFirstInstantNs));
+    active_.store(1, std::memory_order_release);
+}
+
+std::uint64_t Conductor::random(std::uint64_t bound) {
+    return bound == 0 ? 0 : seededRandom(seed_, RandomStream::kSimulation, ++draws_) % bound;
+}
+
+/** How long after its reason a woken thread begins to run. */
+std::uint64_t Conductor::latencyNs(std::uint64_t leastNs) {
+    std::uint64_t ns = leastNs + random(costs_.wakeJitterNs + std::uint64_t{1});
+    if (costs_.loadPercent > 0 && random(100) < costs_.loadPercent) {
+        // Most delays of a busy machine are short; a few last some time slices.
+        constexpr std::uint64_t kLongestNs = 30'000'000;
+        const std::uint64_t share = random(1000);
+        ns += kLongestNs / 1000 * (share * share / 1000) * share / 1000;
+    }
+    return ns;
+}
+
+std::uint32_t Conductor::allocate(pid_t pid) {
+    std::uint32_t number = 0;
+    while (number < slotEnd_ && slots_[number].state != ThreadState::kFree) {
+        ++number;
+    }
+    if (number == kMaxThreads) {
+        std::fputs("virtual_i210: more than 4096 threads in one simulated run\n", stderr);
+        std::abort();
+    }
+    slotEnd_ = std::max(slotEnd_, number + 1);
+    ThreadSlot& slot = slots_[number];
+    slot.turn.store(0);
+    slot.pid = pid;
+    slot.tid = 0;
+    slot.awaitsProcess = 0;
+    slot.handle = 0;
+    slot.woken = 0;
+    slot.waitKind = WaitKind::kTime;
+    setWaiting(number, nowNs());
+    return number;
+}
+
+void Conductor::setWaiting(std::uint32_t number, std::uint64_t dueNs) {
+    slots_[number].state = ThreadState::kWaiting;
+    slots_[number].waitNumber = ++waits_;
+    dueNs_[number] = dueNs;
+    if (dueNs < nextDueNs_.load(std::memory_order_relaxed)) {
+        nextDueNs_.store(dueNs, std::memory_order_relaxed);
+    }
+}
+
+void Conductor::wakeAt(std::uint32_t number, std::uint64_t dueNs, std::uint32_t reason) {
+    slots_[number].woken |= reason;
+    if (dueNs < dueNs_[number]) {
+        dueNs_[number] = dueNs;
+        nextDueNs_.store(std::min(nextDueNs_.load(), dueNs));
+    }
+}
+
+void Conductor::free(std::uint32_t number) {
+    if (slots_[number].waitKind == WaitKind::kDescriptors) {
+        anyDescriptorWaits_ -= slots_[number].anyDescriptor;
+    }
+    slots_[number].state = ThreadState::kFree;
+    slots_[number].pid = 0;
+    dueNs_[number] = kNever;
+    if (running_.load() == number + 1) {
+        running_.store(0);
+    }
+}
+
+/** Chooses whose turn is next and moves time there; kMaxThreads when all wait for good. The seed
+ *  orders those who are due at the same instant. */
+std::uint32_t Conductor::passTurn() {
+    std::uint32_t best = kMaxThreads;
+    std::uint64_t bestDueNs = kNever;
+    std::uint64_t secondDueNs = kNever;
+    for (std::uint32_t i = 0; i < slotEnd_; ++i) {
+        const std::uint64_t dueNs = dueNs_[i];
+        if (dueNs > secondDueNs || dueNs == kNever) {
+            continue;
+        }
+        const bool earlier =
+            dueNs < bestDueNs ||
+            (dueNs == bestDueNs && mixBits(seed_ ^ dueNs ^ i) < mixBits(seed_ ^ dueNs ^ best));
+        secondDueNs = earlier ? bestDueNs : dueNs;
+        if (earlier) {
+            best = i;
+            bestDueNs = dueNs;
+        }
+    }
+    nextDueNs_.store(secondDueNs, std::memory_order_relaxed);
+    turns_.fetch_add(1, std::memory_order_relaxed);
+    running_.store(best == kMaxThreads ? 0 : best + 1, std::memory_order_relaxed);
+    if (best != kMaxThreads) {
+        dueNs_[best] = kNever;
+        slots_[best].state = ThreadState::kRunning;
+        nowNs_.store(std::max(nowNs(), bestDueNs), std::memory_order_relaxed);
+    }
+    return best;
+}
+
+/** Outside the lock. */
+void Conductor::hand(std::uint32_t number) {
+    if (number != kMaxThreads) {
+        slots_[number].turn.store(1, std::memory_order_release);
+        futexWakeOne(slots_[number].turn);
+    }
+}
+
+void Conductor::awaitTurn(std::uint32_t number) {
+    ThreadSlot& slot = slots_[number];
+    if (slot.tid == 0) {
+        slot.tid = static_cast<std::int32_t>(syscall(SYS_gettid));
+    }
+    const timespec patience = {0, kWatchPeriodNs};
+    // One thread of each process is enough to notice that another one died.
+    const bool watches = slot.tid == slot.pid;
+    const int savedErrno = errno;
+    while (slot.turn.load(std::memory_order_acquire) == 0) {
+        if (futexWait(slot.turn, 0, watches ? &patience : nullptr) == 0) {
+            continue;
+        }
+        if (errno == EINTR) {
+            slot.handlersMet.fetch_add(1);
+        } else if (errno == ETIMEDOUT) {
+            watch();
+        }
+    }
+    slot.turn.store(0, std::memory_order_relaxed);
+    errno = savedErrno;
+}
+
+void Conductor::yield(std::uint32_t number, std::uint64_t nowNs) {
+    // Time stands at the earliest wake-up again, which is not before this turn began.
+    nowNs_.store(nextDueNs_.load());
+    sleepUntil(number, nowNs);
+}
+
+void Conductor::sleepUntil(std::uint32_t number, std::uint64_t ns) {
+    std::uint32_t next = 0;
+    {
+        const Lock lock(*this);
+        setWaiting(number, std::max(ns, nowNs()));
+        next = passTurn();
+    }
+    if (next != number) {
+        hand(next);
+        awaitTurn(number);
+    }
+}
+
+std::uint32_t Conductor::wait(std::uint32_t number, const Wait& wait) {
+    ThreadSlot& slot = slots_[number];
+    std::uint32_t next = 0;
+    {
+        const Lock lock(*this);
+        slot.waitKind = wait.kind;
+        slot.object = wait.object;
+        slot.anyDescriptor = wait.anyDescriptor ? 1 : 0;
+        slot.woken = 0;
+        anyDescriptorWaits_ += slot.anyDescriptor;
+        const std::uint64_t dueNs = std::max(wait.dueNs, nowNs());
+        setWaiting(number, wait.dueNs == kNever ? kNever : dueNs + latencyNs(costs_.wakeNs));
+        next = passTurn();
+    }
+    if (next != number) {
+        hand(next);
+        awaitTurn(number);
+    }
+    anyDescriptorWaits_ -= slot.anyDescriptor;
+    slot.waitKind = WaitKind::kTime;
+    return slot.woken;
+}
+
+std::uint32_t Conductor::reserve(pid_t pid, bool firstOfProcess) {
+    const Lock lock(*this);
+    const std::uint32_t number = allocate(pid);
+    dueNs_[number] += latencyNs(costs_.notifyNs);
+    slots_[number].awaitsProcess = firstOfProcess ? 1 : 0;
+    return number;
+}
+
+void Conductor::setProcess(std::uint32_t slot, pid_t pid) {
+    slots_[slot].pid = pid;
+}
+
+void Conductor::setHandle(std::uint32_t slot, std::uint64_t handle) {
+    slots_[slot].handle = handle;
+}
+
+std::uint32_t Conductor::enter(pid_t pid) {
+    std::uint32_t number = kMaxThreads;
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        for (std::uint32_t i = 0; i < slotEnd_ && number == kMaxThreads; ++i) {
+            const ThreadSlot& slot = slots_[i];
+            if (slot.awaitsProcess != 0 && slot.pid == pid && slot.state != ThreadState::kFree) {
+                number = i;
+            }
+        }
+        if (number == kMaxThreads) {
+            number = allocate(pid);
+        }
+        slots_[number].awaitsProcess = 0;
+        if (running_.load() == 0) {
+            next = passTurn();
+        }
+    }
+    hand(next);
+    awaitTurn(number);
+    return number;
+}
+
+void Conductor::leave(std::uint32_t number) {
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        const bool had = running_.load() == number + 1;
+        free(number);
+        if (had) {
+            next = passTurn();
+        }
+    }
+    hand(next);
+}
+
+void Conductor::leaveProcess(pid_t pid) {
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        for (std::uint32_t i = 0; i < slotEnd_; ++i) {
+            if (slots_[i].state != ThreadState::kFree && slots_[i].pid == pid) {
+                free(i);
+            }
+        }
+        if (running_.load() == 0) {
+            next = passTurn();
+        }
+    }
+    hand(next);
+}
+
+bool Conductor::hasThreads(pid_t pid) {
+    const Lock lock(*this);
+    return std::any_of(slots_, slots_ + slotEnd_, [=](const ThreadSlot& slot) {
+        return slot.state != ThreadState::kFree && slot.pid == pid;
+    });
+}
+
+bool Conductor::hasThread(pid_t pid, std::uint64_t handle) {
+    const Lock lock(*this);
+    return std::any_of(slots_, slots_ + slotEnd_, [=](const ThreadSlot& slot) {
+        return slot.state != ThreadState::kFree && slot.pid == pid && slot.handle == handle;
+    });
+}
+
+void Conductor::stepOutside(std::uint32_t number) {
+    std::uint32_t next = 0;
+    {
+        const Lock lock(*this);
+        slots_[number].state = ThreadState::kOutside;
+        dueNs_[number] = kNever;
+        next = passTurn();
+    }
+    hand(next);
+}
+
+void Conductor::comeBack(std::uint32_t number) {
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        setWaiting(number, nowNs());
+        if (running_.load() == 0) {
+            next = passTurn();
+        }
+    }
+    hand(next);
+    awaitTurn(number);
+}
+
+void Conductor::awaitNewImage(std::uint32_t number) {
+    std::uint32_t next = 0;
+    {
+        const Lock lock(*this);
+        slots_[number].awaitsProcess = 1;
+        setWaiting(number, nowNs());
+        next = passTurn();
+    }
+    hand(next);
+}
+
+}  // namespace virtual_i210

@@ -1,0 +1,187 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "tools/virtual_i210/simulated/Machine.h"
+
+namespace virtual_i210 {
+
+constexpr std::size_t kMaxThreads = 4096;
+constexpr std::uint64_t kNever = UINT64_MAX;
+/** CLOCK_MONOTONIC_RAW when a run begins. */
+constexpr std::uint64_t kFirstInstantNs = 1'000'000'000'000;
+
+enum class ThreadState : std::uint32_t {
+    kFree,
+    kWaiting, /**< for its turn, be it a new thread, a sleeper or one that was woken */
+    kRunning,
+    kStopped,
+    kOutside, /**< in a call that the run does not wait for, or never came back from its turn */
+};
+
+/** What may end a wait before its time. */
+enum class WaitKind : std::uint32_t {
+    kTime,
+    kObject,      /**< a notification of this address */
+    kDescriptors, /**< frames of a card, or of all, or anything that another thread writes */
+    kSignal,      /**< a signal that the caller has blocked */
+};
+
+/** Why a wait has ended; several may hold at once. */
+enum Woken : std::uint32_t {
+    kWokenByTime = 0,
+    kWokenByNotice = 1,
+    kWokenBySignal = 2, /**< a handler has run */
+    kWokenByCancel = 4,
+};
+
+constexpr std::uint64_t kEveryCard = UINT64_MAX;
+
+struct Wait {
+    WaitKind kind = WaitKind::kTime;
+    std::uint64_t object = 0;     /**< kObject: address; kDescriptors: card + 1, 0 or kEveryCard */
+    std::uint64_t dueNs = kNever; /**< when it ends by itself */
+    bool anyDescriptor = false;   /**< kDescriptors: not only those of cards */
+};
+
+/** One thread of any process of the run. All but `turn` changes under the conductor's lock. */
+struct ThreadSlot {
+    std::atomic<std::uint32_t> turn; /**< futex: 1 when the thread may run */
+    ThreadState state;
+    std::int32_t pid;
+    std::int32_t tid;
+    WaitKind waitKind;
+    std::uint32_t woken;
+    std::uint64_t object;
+    std::uint64_t waitNumber; /**< notifications serve the oldest waiter first */
+    std::uint64_t handle;     /**< pthread_t */
+    std::uint16_t anyDescriptor;
+    std::uint16_t awaitsProcess;            /**< reserved for the first thread of `pid` */
+    std::atomic<std::uint32_t> handlersMet; /**< signals that interrupted the wait for a turn */
+    std::uint64_t stoppedDueNs;
+};
+
+static_assert(sizeof(ThreadSlot) == 64);
+
+/** Ended, or ended and not yet waited for. */
+bool isDead(pid_t pid);
+
+/** Lets one thread of all processes run at a time. A turn ends when the thread waits, or when its
+ *  time passes another one's wake-up; time then moves to the earliest wake-up. Lies in the shared
+ *  state; every member function is called by the thread whose turn it is unless told otherwise. */
+class Conductor {
+public:
+    /** The memory is zero. */
+    void initialise(std::uint64_t seed, const SimulatedCosts& costs, std::uint64_t epochNs);
+    bool active() const { return active_.load(std::memory_order_acquire) != 0; }
+
+    std::uint64_t nowNs() const { return nowNs_.load(std::memory_order_relaxed); }
+    std::int64_t realtimeOffsetNs() const { return realtimeOffsetNs_.load(); }
+    void setRealtimeOffsetNs(std::int64_t ns) { realtimeOffsetNs_.store(ns); }
+    const SimulatedCosts& costs() const { return costs_; }
+
+    /** A number below `bound`, the next of the run's seeded ones. */
+    std::uint64_t random(std::uint64_t bound);
+
+    /** A place for a thread that starts now. Whose process is not yet known has pid 0. */
+    std::uint32_t reserve(pid_t pid, bool firstOfProcess);
+    void setProcess(std::uint32_t slot, pid_t pid);
+    void setHandle(std::uint32_t slot, std::uint64_t handle);
+    /** The place that is reserved for this process' first thread, or a new one; any thread. */
+    std::uint32_t enter(pid_t pid);
+    /** Returns when the thread that holds this place has its turn. */
+    void awaitTurn(std::uint32_t slot);
+    /** Gives the place and the turn back. */
+    void leave(std::uint32_t slot);
+    /** The same for all threads of a process; any thread. */
+    void leaveProcess(pid_t pid);
+    bool hasThreads(pid_t pid);
+
+    /** The thread has worked for this long. */
+    void charge(std::uint32_t slot, std::uint64_t ns) {
+        const std::uint64_t now = nowNs() + ns;
+        nowNs_.store(now, std::memory_order_relaxed);
+        if (now > nextDueNs_.load(std::memory_order_relaxed)) {
+            yield(slot, now);
+        }
+    }
+
+    /** Lets others run until a reason to go on is there; returns the reasons. */
+    std::uint32_t wait(std::uint32_t slot, const Wait& wait);
+
+    /** Lets others run until then; the thread goes on at just that instant. */
+    void sleepUntil(std::uint32_t slot, std::uint64_t ns);
+
+    /** The turn is given away while the caller is in a call that the run does not wait for. */
+    void stepOutside(std::uint32_t slot);
+    /** Any thread that stepped outside, or whose turn was taken away. */
+    void comeBack(std::uint32_t slot);
+    bool isOutside(std::uint32_t slot) const { return slots_[slot].state == ThreadState::kOutside; }
+
+    /** Wakes waiters of an address in one process, the oldest first; returns how many. */
+    unsigned notify(pid_t pid, std::uint64_t object, unsigned most);
+    /** Wakes who waits for frames of each card at the instant that one becomes visible there;
+     * kNever where none does. */
+    void framesVisible(const std::uint64_t* atNs, std::uint32_t cards);
+    /** When the last frame of a card becomes visible. */
+    std::uint64_t lastVisibleNs(std::uint32_t card) const { return visibleNs_[card]; }
+    /** Wakes who waits for descriptors other than cards' sockets. */
+    void descriptorsChanged();
+    void cancelled(pid_t pid, std::uint64_t handle);
+    /** Wakes who waits for a blocked signal, and the thread that a handler interrupts, or
+     *  kMaxThreads. */
+    void signalled(pid_t pid, std::uint32_t interrupted);
+    /** Threads of a stopped process do not get their turn. */
+    void stop(pid_t pid);
+    void resume(pid_t pid);
+    /** The process image is about to be replaced by one that enters the run again. */
+    void awaitNewImage(std::uint32_t slot);
+
+    /** False when no thread of that handle is left. */
+    bool hasThread(pid_t pid, std::uint64_t handle);
+    std::uint32_t slotEnd() const { return slotEnd_; }
+    const ThreadSlot& slot(std::uint32_t number) const { return slots_[number]; }
+
+private:
+    class Lock;
+
+    std::uint32_t allocate(pid_t pid);
+    void free(std::uint32_t slot);
+    void setWaiting(std::uint32_t slot, std::uint64_t dueNs);
+    void wakeAt(std::uint32_t slot, std::uint64_t dueNs, std::uint32_t reason);
+    std::uint32_t passTurn();
+    void hand(std::uint32_t slot);
+    void yield(std::uint32_t slot, std::uint64_t nowNs);
+    std::uint64_t latencyNs(std::uint64_t leastNs);
+    void watch();
+    template <typename Instant>
+    void wakeReaders(Instant instantFor);
+
+    std::atomic<std::uint32_t> active_;
+    std::atomic<std::uint32_t> lockOwner_; /**< pid */
+    std::uint32_t slotEnd_;
+    std::atomic<std::uint32_t> running_; /**< slot + 1 */
+    std::atomic<std::uint64_t> nowNs_;
+    std::atomic<std::uint64_t> nextDueNs_; /**< earliest of those that wait */
+    std::atomic<std::uint64_t> turns_;
+    std::atomic<std::int64_t> realtimeOffsetNs_;
+    std::uint64_t seed_;
+    std::uint64_t draws_;
+    std::uint64_t waits_;
+    SimulatedCosts costs_;
+    std::uint32_t anyDescriptorWaits_;
+    std::uint32_t reserved_;
+    std::uint64_t visibleNs_[kMaxCards];
+    std::uint64_t dueNs_[kMaxThreads]; /**< apart from the slots, for the search of the earliest */
+    ThreadSlot slots_[kMaxThreads];
+};
+
+static_assert(sizeof(SimulatedCosts) == 24);
+static_assert(sizeof(Conductor) == 104 + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
+static_assert(alignof(Conductor) == 8);
+
+}  // namespace virtual_i210

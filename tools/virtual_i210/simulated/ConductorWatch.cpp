@@ -1,0 +1,93 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "tools/virtual_i210/simulated/ConductorLock.h"
+
+/** What becomes of a run whose programs die, or never wait. */
+
+namespace virtual_i210 {
+
+namespace {
+
+/** So many looks without any progress, and the turn is taken away. */
+constexpr unsigned kPatience = 20;
+
+/** What the last looks of this thread saw. */
+struct Watched {
+    std::uint64_t turns = 0;
+    std::uint64_t nowNs = 0;
+    unsigned looks = 0;
+};
+
+thread_local Watched watched;
+
+std::atomic<pid_t> ownPid{0};
+
+}  // namespace
+
+pid_t processId() {
+    if (ownPid.load(std::memory_order_relaxed) == 0) {
+        pthread_atfork(nullptr, nullptr, [] { ownPid.store(getpid()); });
+        ownPid.store(getpid());
+    }
+    return ownPid.load(std::memory_order_relaxed);
+}
+
+bool isDead(pid_t pid) {
+    if (pid == 0) {
+        return false;
+    }
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
+    const auto fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY));
+    if (fd < 0) {
+        return true;
+    }
+    char text[256] = {};
+    syscall(SYS_read, fd, text, sizeof text - 1);
+    syscall(SYS_close, fd);
+    const char* afterName = std::strrchr(text, ')');
+    return afterName == nullptr || afterName[2] == 'Z' || afterName[2] == 'X';
+}
+
+/** By a thread that waits for its turn: whoever has it may have died or may never wait. */
+void Conductor::watch() {
+    const std::uint64_t turns = turns_.load();
+    const std::uint64_t now = nowNs();
+    const std::uint32_t running = running_.load();
+    if (watched.turns != turns || watched.nowNs != now || running == 0) {
+        watched = {turns, now, 0};
+        return;
+    }
+    ++watched.looks;
+    const pid_t pid = slots_[running - 1].pid;
+    const bool dead = isDead(pid);
+    if (!dead && watched.looks < kPatience) {
+        return;
+    }
+    watched.looks = 0;
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        if (turns_.load() != turns || running_.load() != running) {
+            return;
+        }
+        if (!dead) {
+            slots_[running - 1].state = ThreadState::kOutside;
+        }
+        for (std::uint32_t i = 0; dead && i < slotEnd_; ++i) {
+            if (slots_[i].state != ThreadState::kFree && slots_[i].pid == pid) {
+                free(i);
+            }
+        }
+        next = passTurn();
+    }
+    hand(next);
+}
+
+}  // namespace virtual_i210
