@@ -71,7 +71,7 @@ std::vector<std::string> daemonThreads() {
 
 CardSandbox::CardSandbox(const std::string& cardName, const std::string& settings)
     : card(cardName), peerName(cardName.substr(0, 11) + "peer") {
-    const std::string text = "state=/dev/shm/cards seed=1; " + cardName + " " + settings;
+    const std::string text = "clock=simulated; state=/dev/shm/cards seed=1; " + cardName + " " + settings;
     setenv("VIRTUAL_I210", text.c_str(), 1);
     sandbox_.addVethPair(card, peerName);
 }

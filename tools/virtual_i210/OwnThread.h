@@ -23,7 +23,18 @@ bool simulatedClock(clockid_t clock, std::uint64_t& ns);
 /** The thread works, in a turn of its own. */
 void charge(std::uint64_t ns);
 void chargeCall();
-void chargeClock();
+
+/** While a clock is read: what it shows belongs to an instant anywhere within that time. */
+class ClockReading {
+public:
+    ClockReading();
+    ~ClockReading() { charge(restNs_); }
+    ClockReading(const ClockReading&) = delete;
+    ClockReading& operator=(const ClockReading&) = delete;
+
+private:
+    std::uint64_t restNs_ = 0;
+};
 
 /** Waits as told. A cancelled thread ends in it if `cancellable`; otherwise that reason is
  *  returned and keeps. */
