@@ -1,3 +1,5 @@
+#include <poll.h>
+
 #include <cerrno>
 
 #include "tools/virtual_i210/Instants.h"
@@ -38,8 +40,10 @@ int waitForSignal(const sigset_t* set, siginfo_t* info, std::uint64_t endNs) {
 
 VIRTUAL_I210_EXPORT int sigtimedwait(const sigset_t* set, siginfo_t* info,
                                      const timespec* duration) {
-    return conducting() == nullptr ? realWaits().sigtimedwait(set, info, duration)
-                                   : waitForSignal(set, info, virtual_i210::endOf(duration));
+    const bool wrong = duration != nullptr && !virtual_i210::isTime(*duration);
+    return wrong || conducting() == nullptr
+               ? realWaits().sigtimedwait(set, info, duration)
+               : waitForSignal(set, info, virtual_i210::endOf(duration));
 }
 
 VIRTUAL_I210_EXPORT int sigwaitinfo(const sigset_t* set, siginfo_t* info) {
@@ -66,6 +70,10 @@ VIRTUAL_I210_EXPORT int pause() {
     while ((virtual_i210::waitFor(Wait{}) & virtual_i210::kWokenBySignal) == 0) {
     }
     return virtual_i210::failWith(EINTR);
+}
+
+VIRTUAL_I210_EXPORT int sigsuspend(const sigset_t* mask) {
+    return ppoll(nullptr, 0, nullptr, mask);
 }
 
 VIRTUAL_I210_EXPORT int kill(pid_t pid, int number) noexcept {

@@ -79,3 +79,9 @@ VIRTUAL_I210_EXPORT int pthread_cancel(pthread_t thread) {
     }
     return result;
 }
+
+/** Whoever yields in a loop waits for another one. */
+VIRTUAL_I210_EXPORT int sched_yield() noexcept {
+    virtual_i210::chargeCall();
+    return realWaits().schedYield();
+}

@@ -28,12 +28,16 @@ void findWaits(RealWaits& waits) {
     find(waits.timerfdSettime, "timerfd_settime");
     find(waits.timerfdGettime, "timerfd_gettime");
     find(waits.gettimeofday, "gettimeofday");
+    find(waits.settimeofday, "settimeofday");
+    find(waits.adjtimex, "adjtimex");
+    find(waits.adjtime, "adjtime");
     find(waits.time, "time");
 }
 
 void findThreads(RealWaits& waits) {
     find(waits.threadCreate, "pthread_create");
     find(waits.threadJoin, "pthread_join");
+    find(waits.schedYield, "sched_yield");
     find(waits.threadCancel, "pthread_cancel");
     find(waits.mutexLock, "pthread_mutex_lock");
     find(waits.mutexTrylock, "pthread_mutex_trylock");

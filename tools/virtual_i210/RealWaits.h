@@ -2,12 +2,14 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <sys/timerfd.h>
+#include <sys/timex.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -26,6 +28,7 @@ struct RealWaits {
     decltype(&::epoll_pwait) epollPwait;
     decltype(&::pthread_create) threadCreate;
     decltype(&::pthread_join) threadJoin;
+    decltype(&::sched_yield) schedYield;
     decltype(&::pthread_cancel) threadCancel;
     decltype(&::pthread_mutex_lock) mutexLock;
     decltype(&::pthread_mutex_trylock) mutexTrylock;
@@ -56,6 +59,9 @@ struct RealWaits {
     decltype(&::timerfd_settime) timerfdSettime;
     decltype(&::timerfd_gettime) timerfdGettime;
     decltype(&::gettimeofday) gettimeofday;
+    decltype(&::settimeofday) settimeofday;
+    decltype(&::adjtimex) adjtimex;
+    decltype(&::adjtime) adjtime;
     decltype(&::time) time;
     decltype(&::fork) fork;
     decltype(&::waitpid) waitpid;
