@@ -13,9 +13,14 @@ namespace virtual_i210 {
 /** Longer than any run, and far enough from the end of the nanoseconds to be added to. */
 constexpr std::int64_t kAgesNs = 4'000'000'000'000'000'000;
 
+/** What the C library takes as the end of a wait. */
+inline bool isInstant(const timespec& time) {
+    return time.tv_nsec >= 0 && time.tv_nsec < kNsPerSecond;
+}
+
 /** What the kernel takes as a duration, or as the end of a sleep. */
 inline bool isTime(const timespec& time) {
-    return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < kNsPerSecond;
+    return time.tv_sec >= 0 && isInstant(time);
 }
 
 /** Programs write times beyond all ages for no limit. */

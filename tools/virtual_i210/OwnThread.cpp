@@ -1,5 +1,6 @@
 #include "tools/virtual_i210/OwnThread.h"
 
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,11 +29,13 @@ std::uint64_t around(Conductor& conductor, std::uint64_t ns) {
 
 Conductor* conducting() {
     Conductor* conductor = attachedConductor();
-    if (conductor == nullptr || own.ended || processEnded.load(std::memory_order_relaxed)) {
+    if (conductor == nullptr || own.ended || processEnded.load(std::memory_order_relaxed) ||
+        awaitsTurn()) {
         return nullptr;
     }
     if (own.slot == kMaxThreads) {
         own.slot = conductor->enter(getpid());
+        conductor->setHandle(own.slot, pthread_self());
     } else if (conductor->isOutside(own.slot)) {
         conductor->comeBack(own.slot);
     }
@@ -113,23 +116,39 @@ void workUntil(std::uint64_t rawNs) {
 }
 
 unsigned notifyWaiters(const void* object, unsigned most) {
-    Conductor* conductor = conducting();
-    return conductor == nullptr
-               ? 0
-               : conductor->notify(getpid(), reinterpret_cast<std::uintptr_t>(object), most);
+    const bool inTurn = conducting() != nullptr;
+    Conductor* conductor = attachedConductor();
+    if (conductor == nullptr) {
+        return 0;
+    }
+    const unsigned woken =
+        conductor->notify(getpid(), reinterpret_cast<std::uintptr_t>(object), most);
+    if (!inTurn) {
+        conductor->goOn();
+    }
+    return woken;
 }
 
 void tellDescriptorWaiters() {
-    if (Conductor* conductor = conducting()) {
+    const bool inTurn = conducting() != nullptr;
+    if (Conductor* conductor = attachedConductor()) {
         conductor->descriptorsChanged();
+        if (!inTurn) {
+            conductor->goOn();
+        }
     }
 }
 
 void beginAt(std::uint32_t slot) {
     own = Own{};
     own.slot = slot;
+    attachedConductor()->setHandle(slot, pthread_self());
     processEnded.store(false);
     attachedConductor()->awaitTurn(slot);
+}
+
+bool isFirstThread() {
+    return syscall(SYS_gettid) == getpid();
 }
 
 void endThread() {
@@ -166,7 +185,8 @@ Outside::Outside() : conductor_(conducting()) {
 }
 
 Outside::~Outside() {
-    if (conductor_ != nullptr) {
+    // A signal handler may have come back before.
+    if (conductor_ != nullptr && conductor_->isOutside(own.slot)) {
         conductor_->comeBack(own.slot);
     }
 }

@@ -39,6 +39,7 @@ void findThreads(RealWaits& waits) {
     find(waits.threadJoin, "pthread_join");
     find(waits.schedYield, "sched_yield");
     find(waits.threadCancel, "pthread_cancel");
+    find(waits.threadExit, "pthread_exit");
     find(waits.mutexLock, "pthread_mutex_lock");
     find(waits.mutexTrylock, "pthread_mutex_trylock");
     find(waits.mutexTimedlock, "pthread_mutex_timedlock");
@@ -46,7 +47,9 @@ void findThreads(RealWaits& waits) {
     find(waits.mutexUnlock, "pthread_mutex_unlock");
     find(waits.readLock, "pthread_rwlock_rdlock");
     find(waits.readTrylock, "pthread_rwlock_tryrdlock");
+    find(waits.readClocklock, "pthread_rwlock_clockrdlock");
     find(waits.writeLock, "pthread_rwlock_wrlock");
+    find(waits.writeClocklock, "pthread_rwlock_clockwrlock");
     find(waits.writeTrylock, "pthread_rwlock_trywrlock");
     find(waits.readWriteUnlock, "pthread_rwlock_unlock");
 }

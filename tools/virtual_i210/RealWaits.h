@@ -30,6 +30,7 @@ struct RealWaits {
     decltype(&::pthread_join) threadJoin;
     decltype(&::sched_yield) schedYield;
     decltype(&::pthread_cancel) threadCancel;
+    decltype(&::pthread_exit) threadExit;
     decltype(&::pthread_mutex_lock) mutexLock;
     decltype(&::pthread_mutex_trylock) mutexTrylock;
     decltype(&::pthread_mutex_timedlock) mutexTimedlock;
@@ -42,7 +43,9 @@ struct RealWaits {
     decltype(&::pthread_cond_broadcast) condBroadcast;
     decltype(&::pthread_rwlock_rdlock) readLock;
     decltype(&::pthread_rwlock_tryrdlock) readTrylock;
+    decltype(&::pthread_rwlock_clockrdlock) readClocklock;
     decltype(&::pthread_rwlock_wrlock) writeLock;
+    decltype(&::pthread_rwlock_clockwrlock) writeClocklock;
     decltype(&::pthread_rwlock_trywrlock) writeTrylock;
     decltype(&::pthread_rwlock_unlock) readWriteUnlock;
     decltype(&::sem_wait) semWait;

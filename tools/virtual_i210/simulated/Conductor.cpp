@@ -29,7 +29,13 @@ void futexWakeOne(std::atomic<std::uint32_t>& word) {
     syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
 
+thread_local bool waitsForTurn = false;
+
 }  // namespace
+
+bool awaitsTurn() {
+    return waitsForTurn;
+}
 
 void Conductor::initialise(std::uint64_t seed, const SimulatedCosts& costs, std::uint64_t epochNs) {
     seed_ = seed;
@@ -171,9 +177,12 @@ void Conductor::awaitTurn(std::uint32_t number) {
         slot.tid = static_cast<std::int32_t>(syscall(SYS_gettid));
     }
     const timespec patience = {0, kWatchPeriodNs};
-    // One thread of each process is enough to notice that another one died.
-    const bool watches = slot.tid == slot.pid;
+    // One thread of each process is enough to notice that another one died, unless it is that one.
+    const std::uint32_t running = running_.load();
+    const bool watches = slot.tid == slot.pid ||
+                         (running != 0 && slots_[running - 1].tid == slots_[running - 1].pid);
     const int savedErrno = errno;
+    waitsForTurn = true;
     while (slot.turn.load(std::memory_order_acquire) == 0) {
         if (futexWait(slot.turn, 0, watches ? &patience : nullptr) == 0) {
             continue;
@@ -184,6 +193,7 @@ void Conductor::awaitTurn(std::uint32_t number) {
             watch();
         }
     }
+    waitsForTurn = false;
     slot.turn.store(0, std::memory_order_relaxed);
     errno = savedErrno;
 }

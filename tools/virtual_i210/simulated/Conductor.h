@@ -70,6 +70,9 @@ static_assert(sizeof(ThreadSlot) == 64);
 /** Ended, or ended and not yet waited for. */
 bool isDead(pid_t pid);
 
+/** Whether this thread waits for its turn: what it does then, a signal handler does. */
+bool awaitsTurn();
+
 /** Lets one thread of all processes run at a time. A turn ends when the thread waits, or when its
  *  time passes another one's wake-up; time then moves to the earliest wake-up. Lies in the shared
  *  state; every member function is called by the thread whose turn it is unless told otherwise. */
@@ -122,6 +125,8 @@ public:
     void comeBack(std::uint32_t slot);
     bool isOutside(std::uint32_t slot) const { return slots_[slot].state == ThreadState::kOutside; }
 
+    /** After a thread without a turn woke others: all may have waited for good. */
+    void goOn();
     /** Wakes waiters of an address in one process, the oldest first; returns how many. */
     unsigned notify(pid_t pid, std::uint64_t object, unsigned most);
     /** Wakes who waits for frames of each card at the instant that one becomes visible there;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "tools/virtual_i210/simulated/ConductorLock.h"
@@ -52,7 +53,16 @@ bool isDead(pid_t pid) {
     syscall(SYS_read, fd, text, sizeof text - 1);
     syscall(SYS_close, fd);
     const char* afterName = std::strrchr(text, ')');
-    return afterName == nullptr || afterName[2] == 'Z' || afterName[2] == 'X';
+    if (afterName == nullptr || afterName[2] == 'X') {
+        return true;
+    }
+    // A process lives on when only its first thread has ended.
+    constexpr unsigned kFieldsToThreads = 18;
+    const char* threads = afterName;
+    for (unsigned i = 0; i < kFieldsToThreads && threads != nullptr; ++i) {
+        threads = std::strchr(threads + 1, ' ');
+    }
+    return afterName[2] == 'Z' && (threads == nullptr || std::strtol(threads, nullptr, 10) <= 1);
 }
 
 /** By a thread that waits for its turn: whoever has it may have died or may never wait. */
