@@ -143,8 +143,13 @@ void beginAt(std::uint32_t slot) {
     own = Own{};
     own.slot = slot;
     attachedConductor()->setHandle(slot, pthread_self());
-    processEnded.store(false);
     attachedConductor()->awaitTurn(slot);
+}
+
+void beginProcessAt(std::uint32_t slot) {
+    processWorkedNs.store(0);
+    processEnded.store(false);
+    beginAt(slot);
 }
 
 bool isFirstThread() {
@@ -176,6 +181,11 @@ void leaveForImage() {
         conductor->leave(own.slot);
         own.slot = kMaxThreads;
     }
+}
+
+void keepImage() {
+    own.slot = kMaxThreads;
+    conducting();
 }
 
 Outside::Outside() : conductor_(conducting()) {

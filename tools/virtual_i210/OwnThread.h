@@ -64,6 +64,7 @@ void tellDescriptorWaiters();
 
 /** Adopts a reserved place: the first thing that a new thread or process does. */
 void beginAt(std::uint32_t slot);
+void beginProcessAt(std::uint32_t slot);
 /** Whether the calling thread is the one that its process began with. */
 bool isFirstThread();
 /** Gives the turn back for good. */
@@ -73,6 +74,8 @@ void endProcess();
  *  part of it. */
 void awaitNewImage();
 void leaveForImage();
+/** The image was not replaced after all. */
+void keepImage();
 
 /** While one exists, the run goes on without this thread. */
 class Outside {

@@ -11,6 +11,7 @@
 namespace virtual_i210 {
 
 constexpr std::size_t kMaxThreads = 4096;
+constexpr std::size_t kEndedProcesses = 128;
 constexpr std::uint64_t kNever = UINT64_MAX;
 /** CLOCK_MONOTONIC_RAW when a run begins. */
 constexpr std::uint64_t kFirstInstantNs = 1'000'000'000'000;
@@ -29,6 +30,7 @@ enum class WaitKind : std::uint32_t {
     kObject,      /**< a notification of this address */
     kDescriptors, /**< frames of a card, or of all, or anything that another thread writes */
     kSignal,      /**< a signal that the caller has blocked */
+    kProcess,     /**< the end of a process */
 };
 
 /** Why a wait has ended; several may hold at once. */
@@ -43,7 +45,8 @@ constexpr std::uint64_t kEveryCard = UINT64_MAX;
 
 struct Wait {
     WaitKind kind = WaitKind::kTime;
-    std::uint64_t object = 0;     /**< kObject: address; kDescriptors: card + 1, 0 or kEveryCard */
+    /** kObject: address; kDescriptors: card + 1, 0 or kEveryCard; kProcess: its number. */
+    std::uint64_t object = 0;
     std::uint64_t dueNs = kNever; /**< when it ends by itself */
     bool anyDescriptor = false;   /**< kDescriptors: not only those of cards */
 };
@@ -103,6 +106,8 @@ public:
     /** The same for all threads of a process; any thread. */
     void leaveProcess(pid_t pid);
     bool hasThreads(pid_t pid);
+    /** Whether a process left the run lately because it ended: what is left of it is real time. */
+    bool hasEnded(pid_t pid);
 
     /** The thread has worked for this long. */
     void charge(std::uint32_t slot, std::uint64_t ns) {
@@ -156,6 +161,8 @@ private:
 
     std::uint32_t allocate(pid_t pid);
     void free(std::uint32_t slot);
+    void adopt(std::uint32_t slot);
+    void freeProcess(pid_t pid);
     void setWaiting(std::uint32_t slot, std::uint64_t dueNs);
     void wakeAt(std::uint32_t slot, std::uint64_t dueNs, std::uint32_t reason);
     std::uint32_t passTurn();
@@ -182,13 +189,16 @@ private:
     SimulatedCosts costs_;
     std::uint32_t anyDescriptorWaits_;
     std::uint32_t reserved_;
+    std::int32_t ended_[kEndedProcesses]; /**< pids, the oldest replaced first */
+    std::uint64_t endedCount_;
     std::uint64_t visibleNs_[kMaxCards];
     std::uint64_t dueNs_[kMaxThreads]; /**< apart from the slots, for the search of the earliest */
     ThreadSlot slots_[kMaxThreads];
 };
 
 static_assert(sizeof(SimulatedCosts) == 24);
-static_assert(sizeof(Conductor) == 104 + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
+static_assert(sizeof(Conductor) ==
+              112 + 4 * kEndedProcesses + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
 static_assert(alignof(Conductor) == 8);
 
 }  // namespace virtual_i210

@@ -87,13 +87,10 @@ void Conductor::watch() {
         if (turns_.load() != turns || running_.load() != running) {
             return;
         }
-        if (!dead) {
+        if (dead) {
+            freeProcess(pid);
+        } else {
             slots_[running - 1].state = ThreadState::kOutside;
-        }
-        for (std::uint32_t i = 0; dead && i < slotEnd_; ++i) {
-            if (slots_[i].state != ThreadState::kFree && slots_[i].pid == pid) {
-                free(i);
-            }
         }
         next = passTurn();
     }
