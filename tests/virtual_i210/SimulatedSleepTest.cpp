@@ -1,10 +1,14 @@
 #include <pthread.h>
 #include <signal.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <limits>
+#include <string>
+#include <thread>
 
 #include "tests/virtual_i210/SimulatedRun.h"
 
@@ -111,6 +115,53 @@ TEST_F(SimulatedSleep, PausesUntilAHandlerHasRun) {
     EXPECT_EQ(0, resultOf(child));
 }
 
+TEST_F(SimulatedSleep, IsInterruptedInTheThreadThatASignalNames) {
+    catchSignal(SIGUSR1);
+    std::uint64_t tookNs = 0;
+    std::thread sleeper([&] { tookNs = durationOf([] { sleep(100); }); });
+    sleepNs(7 * kSecond);
+    EXPECT_EQ(0, pthread_kill(sleeper.native_handle(), SIGUSR1));
+    EXPECT_EQ(0u, durationOf([&] { sleeper.join(); }));
+    EXPECT_EQ(7 * kSecond, tookNs);
+    EXPECT_EQ(1, caughtSignals());
+}
+
+TEST_F(SimulatedSleep, EndsByAnAlarm) {
+    catchSignal(SIGALRM);
+    EXPECT_EQ(0u, alarm(4));
+    EXPECT_EQ(4 * kSecond, durationOf([] { EXPECT_EQ(-1, pause()); }));
+    EXPECT_EQ(0u, alarm(10));
+    sleepNs(3 * kSecond);
+    EXPECT_EQ(7u, alarm(0));
+    EXPECT_EQ(60 * kSecond, durationOf([] { EXPECT_EQ(0u, sleep(60)); }));
+    EXPECT_EQ(1, caughtSignals());
+}
+
+TEST_F(SimulatedSleep, EndsByATimerAgainAndAgain) {
+    catchSignal(SIGALRM);
+    const itimerval wished = {{0, 125'000}, {2, 0}};
+    ASSERT_EQ(0, setitimer(ITIMER_REAL, &wished, nullptr));
+    EXPECT_EQ(2 * kSecond, durationOf([] { pause(); }));
+    EXPECT_EQ(125 * kMs, durationOf([] { pause(); }));
+    itimerval left{};
+    ASSERT_EQ(0, getitimer(ITIMER_REAL, &left));
+    EXPECT_EQ(125'000, left.it_value.tv_usec);
+    EXPECT_EQ(0, resultOf(startProcess([] { return static_cast<int>(alarm(0)); })));
+}
+
+TEST_F(SimulatedSleep, EndsByASignalFromOutsideTheRun) {
+    catchSignal(SIGUSR1);
+    const pid_t own = getpid();
+    const pid_t child = startProcess([=] {
+        unsetenv("VIRTUAL_I210");
+        const std::string order = "sleep 0.1; kill -USR1 " + std::to_string(own);
+        return execl("/bin/sh", "sh", "-c", order.c_str(), nullptr);
+    });
+    EXPECT_EQ(-1, pause());
+    EXPECT_EQ(1, caughtSignals());
+    EXPECT_EQ(0, resultOf(child));
+}
+
 class SimulatedSignal : public SimulatedRun {
 protected:
     SimulatedSignal() {
@@ -161,6 +212,19 @@ TEST_F(SimulatedSignal, IsAwaitedWithoutEnd) {
     EXPECT_EQ(SIGUSR1, number);
     EXPECT_EQ(0, resultOf(first));
     EXPECT_EQ(0, resultOf(second));
+}
+
+TEST_F(SimulatedSignal, IsAwaitedFromOutsideTheRunToo) {
+    const pid_t own = getpid();
+    const pid_t child = startProcess([=] {
+        unsetenv("VIRTUAL_I210");
+        const std::string order = "sleep 0.1; kill -TERM " + std::to_string(own);
+        return execl("/bin/sh", "sh", "-c", order.c_str(), nullptr);
+    });
+    int number = 0;
+    EXPECT_EQ(0, sigwait(&set_, &number));
+    EXPECT_EQ(SIGTERM, number);
+    EXPECT_EQ(0, resultOf(child));
 }
 
 TEST_F(SimulatedSignal, IsAwaitedWithAnotherMask) {

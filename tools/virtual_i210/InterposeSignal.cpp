@@ -85,3 +85,14 @@ VIRTUAL_I210_EXPORT int kill(pid_t pid, int number) noexcept {
     virtual_i210::chargeCall();
     return virtual_i210::signalProcess(*conductor, pid, number, realWaits().kill);
 }
+
+/** A handler of that very thread has run when the call returns. */
+VIRTUAL_I210_EXPORT int pthread_kill(pthread_t thread, int number) noexcept {
+    virtual_i210::Conductor* conductor = conducting();
+    if (conductor == nullptr || number == 0 || pthread_equal(thread, pthread_self()) != 0) {
+        return realWaits().threadKill(thread, number);
+    }
+    virtual_i210::chargeCall();
+    return virtual_i210::signalThread(*conductor, getpid(), thread, number,
+                                      [=] { return realWaits().threadKill(thread, number); });
+}

@@ -4,8 +4,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
+#include "tools/virtual_i210/Alarm.h"
 namespace virtual_i210 {
 
 namespace {
@@ -100,8 +102,13 @@ std::uint32_t waitFor(const Wait& wait, bool cancellable) {
     if (cancellable) {
         pthread_testcancel();
     }
-    const std::uint32_t woken = conductor->wait(own.slot, wait);
+    Wait untilAlarm = wait;
+    untilAlarm.dueNs = std::min(wait.dueNs, alarmNs());
+    std::uint32_t woken = conductor->wait(own.slot, untilAlarm);
     chargeCall();
+    if (ringIfDue()) {
+        woken |= kWokenBySignal;
+    }
     if (cancellable && (woken & kWokenByCancel) != 0) {
         pthread_testcancel();
     }
@@ -148,6 +155,7 @@ void beginAt(std::uint32_t slot) {
 
 void beginProcessAt(std::uint32_t slot) {
     processWorkedNs.store(0);
+    forgetAlarm();
     processEnded.store(false);
     beginAt(slot);
 }

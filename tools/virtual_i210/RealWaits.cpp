@@ -69,6 +69,10 @@ void findConditions(RealWaits& waits) {
 
 void findProcesses(RealWaits& waits) {
     find(waits.kill, "kill");
+    find(waits.threadKill, "pthread_kill");
+    find(waits.alarm, "alarm");
+    find(waits.setitimer, "setitimer");
+    find(waits.getitimer, "getitimer");
     find(waits.fork, "fork");
     find(waits.waitpid, "waitpid");
     find(waits.wait4, "wait4");

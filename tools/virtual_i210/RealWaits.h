@@ -58,6 +58,10 @@ struct RealWaits {
     decltype(&::sigwait) sigwait;
     decltype(&::pause) pause;
     decltype(&::kill) kill;
+    decltype(&::pthread_kill) threadKill;
+    decltype(&::alarm) alarm;
+    decltype(&::setitimer) setitimer;
+    decltype(&::getitimer) getitimer;
     decltype(&::timerfd_create) timerfdCreate;
     decltype(&::timerfd_settime) timerfdSettime;
     decltype(&::timerfd_gettime) timerfdGettime;

@@ -99,7 +99,7 @@ std::uint32_t Conductor::allocate(pid_t pid) {
     slot.awaitsProcess = 0;
     slot.handle = 0;
     slot.woken = 0;
-    slot.waitKind = WaitKind::kTime;
+    slot.waitKind = WaitKind::kTurn;
     setWaiting(number, nowNs());
     return number;
 }
@@ -197,6 +197,8 @@ void Conductor::awaitTurn(std::uint32_t number) {
                          (running != 0 && slots_[running - 1].tid == slots_[running - 1].pid);
     const int savedErrno = errno;
     waitsForTurn = true;
+    const std::uint32_t handlersBefore = slot.handlersMet.load();
+    bool handlerRan = false;
     while (slot.turn.load(std::memory_order_acquire) == 0) {
         if (futexWait(slot.turn, 0, watches ? &patience : nullptr) == 0) {
             continue;
@@ -205,6 +207,9 @@ void Conductor::awaitTurn(std::uint32_t number) {
             slot.handlersMet.fetch_add(1);
         } else if (errno == ETIMEDOUT) {
             watch();
+            // Signals of the run have been told of by the next look.
+            noticeSignals(number, handlerRan);
+            handlerRan = slot.handlersMet.load() != handlersBefore;
         }
     }
     waitsForTurn = false;
@@ -250,7 +255,7 @@ std::uint32_t Conductor::wait(std::uint32_t number, const Wait& wait) {
         awaitTurn(number);
     }
     anyDescriptorWaits_ -= slot.anyDescriptor;
-    slot.waitKind = WaitKind::kTime;
+    slot.waitKind = WaitKind::kTurn;
     return slot.woken;
 }
 

@@ -26,6 +26,7 @@ enum class ThreadState : std::uint32_t {
 
 /** What may end a wait before its time. */
 enum class WaitKind : std::uint32_t {
+    kTurn, /**< only for its turn; nothing ends that before its time */
     kTime,
     kObject,      /**< a notification of this address */
     kDescriptors, /**< frames of a card, or of all, or anything that another thread writes */
@@ -65,7 +66,7 @@ struct ThreadSlot {
     std::uint16_t anyDescriptor;
     std::uint16_t awaitsProcess;            /**< reserved for the first thread of `pid` */
     std::atomic<std::uint32_t> handlersMet; /**< signals that interrupted the wait for a turn */
-    std::uint64_t stoppedDueNs;
+    std::uint64_t padding;
 };
 
 static_assert(sizeof(ThreadSlot) == 64);
@@ -172,6 +173,7 @@ private:
     std::uint64_t wakeLatencyNs();
     std::uint64_t noticeLatencyNs();
     void watch();
+    void noticeSignals(std::uint32_t slot, bool handlerRan);
     template <typename Instant>
     void wakeReaders(Instant instantFor);
 

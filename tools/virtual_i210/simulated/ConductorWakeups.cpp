@@ -80,8 +80,8 @@ void Conductor::descriptorsChanged() {
 void Conductor::cancelled(pid_t pid, std::uint64_t handle) {
     const Lock lock(*this);
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
-        if (slots_[i].state == ThreadState::kWaiting && slots_[i].pid == pid &&
-            slots_[i].handle == handle) {
+        if (slots_[i].state == ThreadState::kWaiting && slots_[i].waitKind != WaitKind::kTurn &&
+            slots_[i].pid == pid && slots_[i].handle == handle) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByCancel);
         }
     }
@@ -96,7 +96,7 @@ void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
         }
         if (slot.waitKind == WaitKind::kSignal) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByNotice);
-        } else if (i == interrupted) {
+        } else if (i == interrupted && slot.waitKind != WaitKind::kTurn) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenBySignal);
         }
     }
@@ -108,7 +108,6 @@ void Conductor::stop(pid_t pid) {
         ThreadSlot& slot = slots_[i];
         if (slot.state == ThreadState::kWaiting && slot.pid == pid) {
             slot.state = ThreadState::kStopped;
-            slot.stoppedDueNs = dueNs_[i];
             dueNs_[i] = kNever;
         }
     }

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -63,6 +64,36 @@ bool isDead(pid_t pid) {
         threads = std::strchr(threads + 1, ' ');
     }
     return afterName[2] == 'Z' && (threads == nullptr || std::strtol(threads, nullptr, 10) <= 1);
+}
+
+/** By a thread that waits for its turn: signals may come from outside the run, which tells nobody
+ *  of them. */
+void Conductor::noticeSignals(std::uint32_t number, bool handlerRan) {
+    sigset_t pending;
+    sigpending(&pending);
+    const bool somePending = sigisemptyset(&pending) == 0;
+    if (!somePending && !handlerRan) {
+        return;
+    }
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        for (std::uint32_t i = 0; i < slotEnd_; ++i) {
+            const ThreadSlot& slot = slots_[i];
+            if (slot.state != ThreadState::kWaiting || slot.pid != slots_[number].pid) {
+                continue;
+            }
+            if (somePending && slot.waitKind == WaitKind::kSignal) {
+                wakeAt(i, nowNs(), kWokenByNotice);
+            } else if (handlerRan && i == number && slot.waitKind != WaitKind::kTurn) {
+                wakeAt(i, nowNs(), kWokenBySignal);
+            }
+        }
+        if (running_.load() == 0 && nextDueNs_.load() != kNever) {
+            next = passTurn();
+        }
+    }
+    hand(next);
 }
 
 /** By a thread that waits for its turn: whoever has it may have died or may never wait. */
