@@ -184,6 +184,31 @@ TEST_F(SimulatedPoll, IsInterruptedByAHandlerThatItsMaskLetsIn) {
     EXPECT_EQ(0, resultOf(child));
 }
 
+/** A read that a signal meets after a second, and data after three. */
+TEST_F(SimulatedPoll, ReadsOnAfterAHandlerThatRestartsCalls) {
+    const pid_t parent = getpid();
+    for (const int flags : {0, SA_RESTART}) {
+        catchSignal(SIGUSR1, flags);
+        const pid_t child = startProcess([=] {
+            sleepNs(kSecond);
+            return kill(parent, SIGUSR1);
+        });
+        std::thread writer([this] {
+            sleepNs(3 * kSecond);
+            EXPECT_EQ(1, write(pipe_[1], "x", 1));
+        });
+        char byte = 0;
+        const std::uint64_t tookNs =
+            durationOf([&] { EXPECT_EQ(flags == 0 ? -1 : 1, read(pipe_[0], &byte, 1)); });
+        EXPECT_EQ(flags == 0 ? kSecond : 3 * kSecond, tookNs);
+        writer.join();
+        if (flags == 0) {
+            EXPECT_EQ(1, read(pipe_[0], &byte, 1));
+        }
+        EXPECT_EQ(0, resultOf(child));
+    }
+}
+
 TEST_F(SimulatedPoll, EndsWithACancelledThread) {
     bool passed = false;
     std::thread poller([&] {

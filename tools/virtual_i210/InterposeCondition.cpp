@@ -59,7 +59,8 @@ int waitOnSemaphore(sem_t* semaphore, std::uint64_t rawNs) {
             {WaitKind::kObject, reinterpret_cast<std::uintptr_t>(semaphore), rawNs}, false);
         // What was posted for this thread is taken before anything else ends the wait.
         if ((woken & (virtual_i210::kWokenBySignal | kWokenByNotice)) ==
-            virtual_i210::kWokenBySignal) {
+                virtual_i210::kWokenBySignal &&
+            !virtual_i210::signalRestartsCall()) {
             return virtual_i210::failWith(EINTR);
         }
     }

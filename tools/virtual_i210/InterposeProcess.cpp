@@ -89,7 +89,7 @@ int waitForChild(pid_t pid, int options, Call call) {
         const std::uint32_t woken = virtual_i210::waitFor({virtual_i210::WaitKind::kProcess,
                                                            static_cast<std::uint64_t>(pid),
                                                            virtual_i210::rawNowNs() + kOutsideNs});
-        if ((woken & virtual_i210::kWokenBySignal) != 0) {
+        if ((woken & virtual_i210::kWokenBySignal) != 0 && !virtual_i210::signalRestartsCall()) {
             return virtual_i210::failWith(EINTR);
         }
     }

@@ -1,5 +1,6 @@
 #include "tools/virtual_i210/OwnThread.h"
 
+#include <signal.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@ struct Own {
     std::uint32_t slot = kMaxThreads;
     bool ended = false;
     std::uint64_t workedNs = 0;
+    int signal = 0; /**< that ended the last wait */
 };
 
 thread_local Own own;
@@ -107,12 +109,19 @@ std::uint32_t waitFor(const Wait& wait, bool cancellable) {
     std::uint32_t woken = conductor->wait(own.slot, untilAlarm);
     chargeCall();
     if (ringIfDue()) {
-        woken |= kWokenBySignal;
+        woken = kWokenBySignal | SIGALRM << kSignalShift;
     }
+    own.signal = static_cast<int>(woken >> kSignalShift);
     if (cancellable && (woken & kWokenByCancel) != 0) {
         pthread_testcancel();
     }
     return woken;
+}
+
+bool signalRestartsCall() {
+    struct sigaction action {};
+    return own.signal != 0 && sigaction(own.signal, nullptr, &action) == 0 &&
+           (action.sa_flags & SA_RESTART) != 0;
 }
 
 void workUntil(std::uint64_t rawNs) {

@@ -52,6 +52,9 @@ private:
  *  returned and keeps. */
 std::uint32_t waitFor(const Wait& wait, bool cancellable = true);
 
+/** Whether the signal that ended the last wait lets calls go on that the kernel would restart. */
+bool signalRestartsCall();
+
 /** Until that instant exactly, without the latency of a wake-up. */
 void workUntil(std::uint64_t rawNs);
 

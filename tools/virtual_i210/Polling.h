@@ -119,7 +119,11 @@ ssize_t receiveInTurn(int fd, int flags, Call callNow) {
         lookAgainNs = std::min(lookAgainNs, endNs);
         return rawNowNs() >= endNs ? 1 : 0;
     };
-    return waitForDescriptors(interestIn(fd), kNever, look) < 0 ? -1 : result;
+    int ended = 0;
+    do {
+        ended = waitForDescriptors(interestIn(fd), kNever, look);
+    } while (ended < 0 && errno == EINTR && endNs == kNever && signalRestartsCall());
+    return ended < 0 ? -1 : result;
 }
 
 }  // namespace virtual_i210

@@ -40,6 +40,7 @@ enum Woken : std::uint32_t {
     kWokenByNotice = 1,
     kWokenBySignal = 2, /**< a handler has run */
     kWokenByCancel = 4,
+    kSignalShift = 8, /**< above these bits, the number of the signal when it is known */
 };
 
 constexpr std::uint64_t kEveryCard = UINT64_MAX;
@@ -145,7 +146,7 @@ public:
     void cancelled(pid_t pid, std::uint64_t handle);
     /** Wakes who waits for a blocked signal, and the thread that a handler interrupts, or
      *  kMaxThreads. */
-    void signalled(pid_t pid, std::uint32_t interrupted);
+    void signalled(pid_t pid, std::uint32_t interrupted, int number);
     /** Threads of a stopped process do not get their turn. */
     void stop(pid_t pid);
     void resume(pid_t pid);

@@ -87,7 +87,7 @@ void Conductor::cancelled(pid_t pid, std::uint64_t handle) {
     }
 }
 
-void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
+void Conductor::signalled(pid_t pid, std::uint32_t interrupted, int number) {
     const Lock lock(*this);
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
         const ThreadSlot& slot = slots_[i];
@@ -97,7 +97,8 @@ void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
         if (slot.waitKind == WaitKind::kSignal) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByNotice);
         } else if (i == interrupted && slot.waitKind != WaitKind::kTurn) {
-            wakeAt(i, nowNs() + noticeLatencyNs(), kWokenBySignal);
+            wakeAt(i, nowNs() + noticeLatencyNs(),
+                   kWokenBySignal | static_cast<std::uint32_t>(number) << kSignalShift);
         }
     }
 }

@@ -114,12 +114,12 @@ int signalProcess(Conductor& conductor, pid_t pid, int number, int (*send)(pid_t
         number == SIGSTOP ? conductor.stop(pid) : conductor.resume(pid);
     } else if (thread != kMaxThreads && handled) {
         awaitHandler(conductor, thread, met);
-        conductor.signalled(pid, thread);
+        conductor.signalled(pid, thread, number);
     } else if (thread != kMaxThreads && !ignored && endsProcess(number)) {
         awaitReally([&] { return isDead(pid); });
         conductor.leaveProcess(pid);
     } else {
-        conductor.signalled(pid, kMaxThreads);
+        conductor.signalled(pid, kMaxThreads, number);
     }
     return 0;
 }
@@ -140,7 +140,7 @@ int signalThread(Conductor& conductor, pid_t pid, std::uint64_t handle, int numb
     if (result == 0 && handled) {
         awaitHandler(conductor, thread, met);
     }
-    conductor.signalled(pid, handled ? thread : kMaxThreads);
+    conductor.signalled(pid, handled ? thread : kMaxThreads, number);
     return result;
 }
 
