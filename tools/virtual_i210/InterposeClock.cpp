@@ -67,7 +67,7 @@ int readSystemClock(clockid_t clock, timespec* time) {
     if (!virtual_i210::timeIsSimulated()) {
         return real().clockGettime(clock, time);
     }
-    virtual_i210::chargeClock();
+    const virtual_i210::ClockReading reading;
     if (!virtual_i210::simulatedClock(clock, ns)) {
         return real().clockGettime(clock, time);
     }

@@ -32,10 +32,8 @@ ptp_clock_time toPtpTime(std::int64_t ns) {
 }
 
 ptp_clock_time systemTime() {
-    virtual_i210::chargeClock();
-    const ptp_clock_time time = toPtpTime(virtual_i210::realtimeNowNs());
-    virtual_i210::chargeClock();
-    return time;
+    const virtual_i210::ClockReading reading;
+    return toPtpTime(virtual_i210::realtimeNowNs());
 }
 
 ptp_clock_time phcTime(CardState& card) {

@@ -24,9 +24,12 @@ int waitForSignal(const sigset_t* set, siginfo_t* info, std::uint64_t endNs) {
         if (number >= 0 || errno != EAGAIN || virtual_i210::rawNowNs() >= endNs) {
             return number;
         }
-        if ((virtual_i210::waitFor({WaitKind::kSignal, 0, endNs}) & virtual_i210::kWokenBySignal) !=
-            0) {
+        const std::uint32_t woken = virtual_i210::waitFor({WaitKind::kSignal, 0, endNs});
+        if ((woken & virtual_i210::kWokenBySignal) != 0) {
             return virtual_i210::failWith(EINTR);
+        }
+        if (woken == virtual_i210::kWokenByTime && virtual_i210::rawNowNs() >= endNs) {
+            return virtual_i210::failWith(EAGAIN);
         }
     }
 }

@@ -11,7 +11,7 @@ namespace {
 using virtual_i210::realWaits;
 
 std::int64_t readRealtimeNs() {
-    virtual_i210::chargeClock();
+    const virtual_i210::ClockReading reading;
     return virtual_i210::realtimeNowNs();
 }
 
@@ -43,6 +43,6 @@ VIRTUAL_I210_EXPORT unsigned long long zebCycleCounter() {
     if (!virtual_i210::timeIsSimulated()) {
         return __builtin_ia32_rdtsc();
     }
-    virtual_i210::chargeClock();
+    const virtual_i210::ClockReading reading;
     return kCyclesPerNs * virtual_i210::rawNowNs();
 }

@@ -5,8 +5,6 @@
 
 #include <atomic>
 
-#include "tools/virtual_i210/State.h"
-
 namespace virtual_i210 {
 
 namespace {
@@ -21,6 +19,11 @@ thread_local Own own;
 std::atomic<bool> processEnded{false};
 std::atomic<std::uint64_t> processWorkedNs{0};
 
+/** No two calls take equally long. */
+std::uint64_t around(Conductor& conductor, std::uint64_t ns) {
+    return ns - ns / 4 + conductor.random(ns / 2 + 1);
+}
+
 }  // namespace
 
 Conductor* conducting() {
@@ -34,10 +37,6 @@ Conductor* conducting() {
         conductor->comeBack(own.slot);
     }
     return conductor;
-}
-
-bool timeIsSimulated() {
-    return attachedConductor() != nullptr;
 }
 
 bool simulatedClock(clockid_t clock, std::uint64_t& ns) {
@@ -76,16 +75,17 @@ void charge(std::uint64_t ns) {
 }
 
 void chargeCall() {
-    if (const Conductor* conductor = conducting()) {
-        charge(conductor->costs().callNs);
+    if (Conductor* conductor = conducting()) {
+        charge(around(*conductor, conductor->costs().callNs));
     }
 }
 
-void chargeClock() {
+void ClockReading::begin() {
     if (Conductor* conductor = conducting()) {
-        const std::uint32_t ns = conductor->costs().clockNs;
-        // No two readings take equally long.
-        charge(ns - ns / 4 + conductor->random(ns / 2 + std::uint64_t{1}));
+        const std::uint64_t ns = around(*conductor, conductor->costs().clockNs);
+        const std::uint64_t beforeNs = conductor->random(ns + 1);
+        restNs_ = ns - beforeNs;
+        charge(beforeNs);
     }
 }
 
@@ -98,7 +98,7 @@ std::uint32_t waitFor(const Wait& wait, bool cancellable) {
         pthread_testcancel();
     }
     const std::uint32_t woken = conductor->wait(own.slot, wait);
-    charge(conductor->costs().callNs);
+    chargeCall();
     if (cancellable && (woken & kWokenByCancel) != 0) {
         pthread_testcancel();
     }

@@ -6,8 +6,10 @@
 namespace virtual_i210 {
 
 std::int64_t readPhcNs(CardState& card) {
-    chargeClock();
-    const std::uint64_t startRawNs = rawNowNs();
+    const std::uint64_t startRawNs = [] {
+        const ClockReading reading;
+        return rawNowNs();
+    }();
     const std::uint64_t number =
         card.counters[static_cast<std::size_t>(Counter::kClockReadings)].fetch_add(1);
     const std::uint64_t extra = seededRandom(card.seed, RandomStream::kReadDuration, number) %
@@ -18,10 +20,11 @@ std::int64_t readPhcNs(CardState& card) {
     const std::uint64_t latchNs =
         card.readNs / 2 + seededRandom(card.seed, RandomStream::kReadLatch, number) % (extra + 1);
     const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
-    if (conducting() != nullptr) {
+    if (timeIsSimulated()) {
         workUntil(startRawNs + durationNs);
+        return phcNs;
     }
-    while (!timeIsSimulated() && rawNowNs() < startRawNs + durationNs) {
+    while (rawNowNs() < startRawNs + durationNs) {
     }
     return phcNs;
 }

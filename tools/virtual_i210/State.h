@@ -71,8 +71,8 @@ static_assert(offsetof(CardState, offsetNs) == 64);
 static_assert(offsetof(CardState, txType) == 80);
 static_assert(offsetof(CardState, counters) == 88);
 static_assert(offsetof(CardState, faults) == 152);
-static_assert(offsetof(CardState, clock) == 312);
-static_assert(sizeof(CardState) == 312 + sizeof(ClockBoard));
+static_assert(offsetof(CardState, clock) == 336);
+static_assert(sizeof(CardState) == 336 + sizeof(ClockBoard));
 
 struct SharedState {
     std::uint64_t magic;
@@ -107,7 +107,13 @@ SharedState& mapState(const Config& config);
 /** The state that this process attached to, or null. */
 SharedState* attachedState();
 
-/** The conductor of the run that this process is part of; null in real time. */
-Conductor* attachedConductor();
+/** Written by attach alone. */
+extern std::atomic<Conductor*> runConductor;
+
+/** The conductor of the run that this process is part of; null in real time, where nearly every
+ * call asks. */
+inline Conductor* attachedConductor() {
+    return runConductor.load(std::memory_order_acquire);
+}
 
 }  // namespace virtual_i210

@@ -44,16 +44,35 @@ std::uint64_t Conductor::random(std::uint64_t bound) {
     return bound == 0 ? 0 : seededRandom(seed_, RandomStream::kSimulation, ++draws_) % bound;
 }
 
-/** How long after its reason a woken thread begins to run. */
-std::uint64_t Conductor::latencyNs(std::uint64_t leastNs) {
-    std::uint64_t ns = leastNs + random(costs_.wakeJitterNs + std::uint64_t{1});
+/** How long after its reason a woken thread begins to run: mostly within the jitter, sometimes
+ *  several times as long, seldom much longer. */
+std::uint64_t Conductor::latencyNs(std::uint64_t leastNs, std::uint64_t jitterNs) {
+    constexpr std::uint64_t kSometimes = 8;
+    constexpr std::uint64_t kSeldom = 128;
+    std::uint64_t ns = leastNs + random(jitterNs + 1);
+    const std::uint64_t chance = random(kSeldom);
+    if (chance == 0) {
+        ns += random(40 * jitterNs + 1);
+    } else if (chance % kSometimes == 0) {
+        ns += random(4 * jitterNs + 1);
+    }
     if (costs_.loadPercent > 0 && random(100) < costs_.loadPercent) {
         // Most delays of a busy machine are short; a few last some time slices.
         constexpr std::uint64_t kLongestNs = 30'000'000;
         const std::uint64_t share = random(1000);
-        ns += kLongestNs / 1000 * (share * share / 1000) * share / 1000;
+        ns += kLongestNs * (share * share * share / 1000) / 1'000'000;
     }
     return ns;
+}
+
+/** After the end of a sleep. */
+std::uint64_t Conductor::wakeLatencyNs() {
+    return latencyNs(costs_.wakeNs, costs_.wakeJitterNs);
+}
+
+/** After a notification, for which no timer of the kernel has to expire first. */
+std::uint64_t Conductor::noticeLatencyNs() {
+    return latencyNs(costs_.notifyNs, costs_.wakeJitterNs / 2);
 }
 
 std::uint32_t Conductor::allocate(pid_t pid) {
@@ -199,7 +218,7 @@ std::uint32_t Conductor::wait(std::uint32_t number, const Wait& wait) {
         slot.woken = 0;
         anyDescriptorWaits_ += slot.anyDescriptor;
         const std::uint64_t dueNs = std::max(wait.dueNs, nowNs());
-        setWaiting(number, wait.dueNs == kNever ? kNever : dueNs + latencyNs(costs_.wakeNs));
+        setWaiting(number, wait.dueNs == kNever ? kNever : dueNs + wakeLatencyNs());
         next = passTurn();
     }
     if (next != number) {
@@ -214,7 +233,7 @@ std::uint32_t Conductor::wait(std::uint32_t number, const Wait& wait) {
 std::uint32_t Conductor::reserve(pid_t pid, bool firstOfProcess) {
     const Lock lock(*this);
     const std::uint32_t number = allocate(pid);
-    dueNs_[number] += latencyNs(costs_.notifyNs);
+    dueNs_[number] += noticeLatencyNs();
     slots_[number].awaitsProcess = firstOfProcess ? 1 : 0;
     return number;
 }

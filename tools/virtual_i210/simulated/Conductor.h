@@ -156,7 +156,9 @@ private:
     std::uint32_t passTurn();
     void hand(std::uint32_t slot);
     void yield(std::uint32_t slot, std::uint64_t nowNs);
-    std::uint64_t latencyNs(std::uint64_t leastNs);
+    std::uint64_t latencyNs(std::uint64_t leastNs, std::uint64_t jitterNs);
+    std::uint64_t wakeLatencyNs();
+    std::uint64_t noticeLatencyNs();
     void watch();
     template <typename Instant>
     void wakeReaders(Instant instantFor);

@@ -22,7 +22,7 @@ unsigned Conductor::notify(pid_t pid, std::uint64_t object, unsigned most) {
         if (oldest == kMaxThreads) {
             break;
         }
-        wakeAt(oldest, nowNs() + latencyNs(costs_.notifyNs), kWokenByNotice);
+        wakeAt(oldest, nowNs() + noticeLatencyNs(), kWokenByNotice);
         ++woken;
     }
     return woken;
@@ -39,7 +39,7 @@ void Conductor::wakeReaders(Instant instantFor) {
         }
         const std::uint64_t fromNs = instantFor(slot);
         if (fromNs != kNever) {
-            wakeAt(i, fromNs + latencyNs(costs_.notifyNs), kWokenByNotice);
+            wakeAt(i, fromNs + noticeLatencyNs(), kWokenByNotice);
         }
     }
 }
@@ -68,7 +68,7 @@ void Conductor::cancelled(pid_t pid, std::uint64_t handle) {
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
         if (slots_[i].state == ThreadState::kWaiting && slots_[i].pid == pid &&
             slots_[i].handle == handle) {
-            wakeAt(i, nowNs() + latencyNs(costs_.notifyNs), kWokenByCancel);
+            wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByCancel);
         }
     }
 }
@@ -81,9 +81,9 @@ void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
             continue;
         }
         if (slot.waitKind == WaitKind::kSignal) {
-            wakeAt(i, nowNs() + latencyNs(costs_.notifyNs), kWokenByNotice);
+            wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByNotice);
         } else if (i == interrupted) {
-            wakeAt(i, nowNs() + latencyNs(costs_.notifyNs), kWokenBySignal);
+            wakeAt(i, nowNs() + noticeLatencyNs(), kWokenBySignal);
         }
     }
 }
@@ -105,7 +105,7 @@ void Conductor::resume(pid_t pid) {
     const Lock lock(*this);
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
         if (slots_[i].state == ThreadState::kStopped && slots_[i].pid == pid) {
-            setWaiting(i, nowNs() + latencyNs(costs_.notifyNs));
+            setWaiting(i, nowNs() + noticeLatencyNs());
         }
     }
 }

@@ -10,11 +10,11 @@ constexpr std::size_t kMaxCards = 256;
 
 /** What a simulated machine spends beside what the cards do. */
 struct SimulatedCosts {
-    std::uint32_t clockNs = 25;      /**< reading a clock */
-    std::uint32_t callNs = 600;      /**< any other system call */
-    std::uint32_t wakeNs = 55'000;   /**< from the end of a sleep until the thread runs */
-    std::uint32_t notifyNs = 12'000; /**< the same, woken by a frame or another thread */
-    std::uint32_t wakeJitterNs = 8'000;
+    std::uint32_t clockNs = 60;     /**< reading a clock */
+    std::uint32_t callNs = 1000;    /**< any other system call */
+    std::uint32_t wakeNs = 68'000;  /**< from the end of a sleep until the thread runs */
+    std::uint32_t notifyNs = 4'000; /**< the same, woken by a frame or another thread */
+    std::uint32_t wakeJitterNs = 18'000;
     std::uint32_t loadPercent = 0; /**< of wake-ups that are late, by up to 30 ms */
 };
 
