@@ -1,0 +1,31 @@
+#include "tools/simulate/Options.h"
+
+#include <charconv>
+
+namespace simulate {
+namespace {
+
+std::optional<std::uint64_t> parseNumber(const std::string& text) {
+    constexpr std::uint64_t kMost = INT64_MAX;
+    std::uint64_t number = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || number > kMost) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+}  // namespace
+
+std::optional<Seeds> parseSeeds(const std::string& text) {
+    constexpr std::uint64_t kMostSeeds = 1'000'000;
+    const std::size_t dots = text.find("..");
+    const auto first = parseNumber(text.substr(0, dots));
+    const auto last = dots == std::string::npos ? first : parseNumber(text.substr(dots + 2));
+    if (!first || !last || *last < *first || *last - *first >= kMostSeeds) {
+        return std::nullopt;
+    }
+    return Seeds{*first, *last};
+}
+
+}  // namespace simulate

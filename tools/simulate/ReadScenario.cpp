@@ -1,0 +1,124 @@
+#include "tools/simulate/ReadScenario.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "tools/simulate/ReadParts.h"
+#include "tools/simulate/Units.h"
+
+namespace simulate {
+namespace {
+
+constexpr std::uint64_t kMostDurationNs = 400ULL * 86400 * kNsPerSecond;
+constexpr std::uint64_t kFirstSecondOf2026 = 1767225600;
+
+/** measured, for scenarios/measured.toml */
+std::string stemOf(const std::string& file) {
+    const std::size_t slash = file.find_last_of('/');
+    const std::string base = slash == std::string::npos ? file : file.substr(slash + 1);
+    return base.substr(0, base.find_last_of('.'));
+}
+
+bool isFolderName(const std::string& name) {
+    constexpr const char* kAllowed =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+    return !name.empty() && name.find_first_not_of(kAllowed) == std::string::npos;
+}
+
+void readMachine(Fields& top, Scenario& scenario) {
+    const toml::table* table = top.table("machine");
+    if (table == nullptr) {
+        return;
+    }
+    Fields fields(*table, "[machine]", top.problems());
+    if (const auto load = fields.integer("load", 0, 100)) {
+        scenario.machine.emplace_back("load", std::to_string(*load));
+    }
+    constexpr std::int64_t kMostNs = 1'000'000'000;
+    for (const char* key : {"cost_clock_ns", "cost_call_ns", "cost_wake_ns", "cost_wake_jitter_ns",
+                            "cost_notify_ns"}) {
+        if (const auto ns = fields.integer(key, 0, kMostNs)) {
+            scenario.machine.emplace_back(key, std::to_string(*ns));
+        }
+    }
+    fields.finish();
+}
+
+void readRun(Fields& top, Scenario& scenario) {
+    scenario.name = top.text("name").value_or(stemOf(scenario.file));
+    if (!isFolderName(scenario.name)) {
+        top.wrong("name",
+                  "'" + scenario.name + "' names no folder; write letters, digits, '_' and '-'");
+    }
+    if (top.require("duration", "write how long the run lasts, such as duration = \"62s\"")) {
+        // Anything, so that a wrong one is told of once and not again with each event.
+        scenario.durationNs = top.duration("duration").value_or(kMostDurationNs);
+        if (scenario.durationNs == 0 || scenario.durationNs > kMostDurationNs) {
+            top.wrong("duration", "write more than 0 and at most 400 d");
+        }
+    } else {
+        scenario.durationNs = kMostDurationNs;
+    }
+    scenario.seed = static_cast<std::uint64_t>(top.integer("seed", 0, INT64_MAX).value_or(1));
+    scenario.epochNs = top.instant("epoch").value_or(kFirstSecondOf2026 * kNsPerSecond);
+}
+
+[[noreturn]] void fail(const Problems& problems) {
+    std::string text;
+    for (const std::string& line : problems.lines()) {
+        text += (text.empty() ? "" : "\n") + line;
+    }
+    throw ScenarioError(text);
+}
+
+toml::table parseToml(const std::string& text, const std::string& file) {
+    try {
+        return toml::parse(text, file);
+    } catch (const toml::parse_error& error) {
+        Problems problems(file);
+        problems.add(error.source().begin.line,
+                     std::string(error.description()) + "; a scenario is a TOML file");
+        fail(problems);
+    }
+}
+
+}  // namespace
+
+Scenario parseScenario(const std::string& text, const std::string& file) {
+    const toml::table table = parseToml(text, file);
+    Problems problems(file);
+    Scenario scenario;
+    scenario.file = file;
+    Fields top(table, "", problems);
+    readRun(top, scenario);
+    readMachine(top, scenario);
+    readNodes(top, scenario);
+    // What comes below names nodes: without all of them, each name would be called wrong.
+    if (problems.none()) {
+        readNets(top, scenario);
+        readEvents(top, scenario);
+        readLimits(top, scenario);
+    }
+    top.finish({"link", "bridge", "event", "limit"});
+    if (!problems.none()) {
+        fail(problems);
+    }
+    return scenario;
+}
+
+Scenario readScenario(const std::string& file) {
+    std::ifstream stream(file);
+    std::ostringstream text;
+    // Reading a folder fails only here; an empty file has no duration, which is told.
+    if (!stream || (stream.peek(), stream.bad())) {
+        throw ScenarioError(file + ":1: cannot be read (" + std::strerror(errno) +
+                            "); name a scenario's TOML file");
+    }
+    text << stream.rdbuf();
+    return parseScenario(text.str(), file);
+}
+
+}  // namespace simulate
