@@ -101,13 +101,16 @@ TEST_F(SimulatedProcess, RunsAProgramThatIsNoPartOfTheRun) {
 
 TEST_F(SimulatedProcess, BecomesAProgramOfTheRun) {
     setenv("LD_PRELOAD", VIRTUAL_I210_PRELOAD, 1);
-    const pid_t child = startProcess([] { return execlp("sleep", "sleep", "86400", nullptr); });
+    const pid_t child = startProcess(
+        [] { return execlp(SIMULATED_PROGRAM, SIMULATED_PROGRAM, "sleep", "86400", nullptr); });
     EXPECT_EQ(86'400 * kSecond, durationOf([=] { EXPECT_EQ(0, resultOf(child)); }));
     const pid_t second = startProcess([] {
         std::thread([] { sleep(1000); }).detach();
         sleepNs(1);
-        char* const arguments[] = {const_cast<char*>("sleep"), const_cast<char*>("60"), nullptr};
-        return execvp("sleep", arguments);
+        char order[] = "sleep";
+        char seconds[] = "60";
+        char* const arguments[] = {order, order, seconds, nullptr};
+        return execvp(SIMULATED_PROGRAM, arguments);
     });
     EXPECT_EQ(60 * kSecond + 1, durationOf([=] { EXPECT_EQ(0, resultOf(second)); }));
 }

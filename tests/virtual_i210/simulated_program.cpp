@@ -81,5 +81,6 @@ int main(int argc, char** argv) {
     return order == "talk"        ? talk(argv[2])
            : order == "end-first" ? endFirst()
            : order == "crash"     ? crash()
+           : order == "sleep"     ? static_cast<int>(sleep(std::strtoul(argv[2], nullptr, 10)))
                                   : 2;
 }
