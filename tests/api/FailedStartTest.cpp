@@ -28,7 +28,7 @@ void expectHostAlive() {
 }
 
 TEST_P(InRole, AMissingInterfaceEndsTheRoleAndNotTheHost) {
-    const Sandbox sandbox;
+    const TimeSandbox sandbox;
     const StdoutCapture output;
     DbgTraceLevel = 0;
     const TSynInstanceConfig missing = config("absent0");
@@ -44,7 +44,7 @@ TEST_P(InRole, AMissingInterfaceEndsTheRoleAndNotTheHost) {
 }
 
 TEST_P(InRole, DestroyAfterAFailedStartDoesNoHarm) {
-    const Sandbox sandbox;
+    const TimeSandbox sandbox;
     const StdoutCapture output;
     DbgTraceLevel = 0;
     const TSynInstanceConfig missing = config("absent0");

@@ -127,7 +127,7 @@ protected:
     /** The record, once the provider has mapped it. */
     static gPtpTimeDataStruct& record() { return *OSipc::map.at("wm0"); }
 
-    Sandbox sandbox_;
+    TimeSandbox sandbox_;
     StdoutCapture output_;
 };
 
@@ -345,7 +345,7 @@ TEST(SpyProviderAtTraceLevel3, EndsTheProcessAfterAReply) {
     EXPECT_EXIT(
         {
             printToStandardError();
-            const Sandbox sandbox;
+            const TimeSandbox sandbox;
             DbgTraceLevel = 2;
             shm_name = "/eth1";
             const RunningProvider provider;

@@ -1,6 +1,7 @@
 #include "tests/support/Daemon.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -22,6 +23,10 @@ TSynInstanceConfig validConfig(const std::string& interfaceName, unsigned char r
     config.TxMode = 1;
     config.TxCrcMode = 1;
     return config;
+}
+
+void setSettings(const std::string& cards) {
+    setenv("VIRTUAL_I210", ("clock=simulated; state=/dev/shm/cards seed=1; " + cards).c_str(), 1);
 }
 
 }  // namespace
@@ -69,10 +74,15 @@ std::vector<std::string> daemonThreads() {
     return names;
 }
 
+TimeSandbox::TimeSandbox() {
+    setSettings("nocard");
+    // Time is simulated from the first question for a card on.
+    close(open("/dev/ptp0", O_RDONLY));
+}
+
 CardSandbox::CardSandbox(const std::string& cardName, const std::string& settings)
     : card(cardName), peerName(cardName.substr(0, 11) + "peer") {
-    const std::string text = "clock=simulated; state=/dev/shm/cards seed=1; " + cardName + " " + settings;
-    setenv("VIRTUAL_I210", text.c_str(), 1);
+    setSettings(cardName + " " + settings);
     sandbox_.addVethPair(card, peerName);
 }
 

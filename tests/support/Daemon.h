@@ -20,7 +20,17 @@ bool eventually(const std::function<bool()>& condition,
 /** Names of this process's threads that begin with "TSyn_", sorted. */
 std::vector<std::string> daemonThreads();
 
-/** Network and shared memory of the test's own, with a virtual card on one end of a cable. */
+/** Network and shared memory of the test's own, in simulated time; for programs that link the
+ *  virtual card. */
+class TimeSandbox {
+public:
+    TimeSandbox();
+
+private:
+    Sandbox sandbox_;
+};
+
+/** The same with a virtual card on one end of a cable. */
 class CardSandbox {
 public:
     /** Settings of the card, such as "phc=0 rate_ppb=100", and further cards behind ';'. */

@@ -74,8 +74,6 @@ StdoutCapture::StdoutCapture(int descriptor) : descriptor_(descriptor) {
     std::fflush(nullptr);
     char path[] = "/tmp/zeb-output-XXXXXX";
     file_ = checked(mkostemp(path, O_APPEND | O_CLOEXEC), "make a file in /tmp");
-    watch_ = checked(inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "watch a file");
-    checked(inotify_add_watch(watch_, path, IN_MODIFY), "watch a file");
     unlink(path);
     saved_ = checked(fcntl(descriptor_, F_DUPFD_CLOEXEC, 3), "keep the output");
     checked(dup2(file_, descriptor_), "redirect the output");
@@ -89,7 +87,9 @@ StdoutCapture::~StdoutCapture() {
         std::fprintf(stderr, "captured output:\n%s", writtenText().c_str());
     }
     close(saved_);
-    close(watch_);
+    if (watch_ >= 0) {
+        close(watch_);
+    }
     close(file_);
 }
 
@@ -119,20 +119,29 @@ int StdoutCapture::count(const std::string& part) const {
     return occurrences(text(), part);
 }
 
+int StdoutCapture::watch() const {
+    if (watch_ < 0) {
+        const std::string path = "/proc/self/fd/" + std::to_string(file_);
+        watch_ = checked(inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "watch a file");
+        checked(inotify_add_watch(watch_, path.c_str(), IN_MODIFY), "watch a file");
+    }
+    return watch_;
+}
+
 bool StdoutCapture::await(const std::string& part, int times,
                           std::chrono::milliseconds patience) const {
     const Clock::time_point deadline = Clock::now() + patience;
     for (;;) {
         // Emptied before the look, so that no later change is missed.
         alignas(inotify_event) char events[4096];
-        while (read(watch_, events, sizeof events) > 0) {
+        while (read(watch(), events, sizeof events) > 0) {
         }
         if (count(part) >= times) {
             return true;
         }
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd changed{watch_, POLLIN, 0};
+        pollfd changed{watch(), POLLIN, 0};
         if (left.count() <= 0 || poll(&changed, 1, static_cast<int>(left.count())) == 0) {
             return count(part) >= times;
         }

@@ -55,8 +55,10 @@ public:
                std::chrono::milliseconds patience = kPatience) const;
 
 private:
+    int watch() const;
+
     int descriptor_;
     int saved_;
     int file_;
-    int watch_;
+    mutable int watch_ = -1; /**< from the first await on: a watch takes milliseconds to close */
 };

@@ -15,7 +15,7 @@ SLAVE_IF = "tss0"
 CABLE_NS = 500
 WAIT_S = 30.0
 
-CARDS = (f"state=/dev/shm/cards seed=1; {MASTER_IF} phc=0; "
+CARDS = (f"state=/dev/shm/cards seed=1; {MASTER_IF} phc=0 offset_ns=-3600000000000; "
          f"{SLAVE_IF} phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns={CABLE_NS}")
 
 
@@ -29,9 +29,9 @@ def other_build():
     return None
 
 
-def environment():
+def environment(cards=CARDS):
     suppressions = ROOT / "tests/tsyn/asan-suppressions.txt"
-    return {**os.environ, "VIRTUAL_I210": CARDS,
+    return {**os.environ, "VIRTUAL_I210": cards,
             "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks=0:suppressions={suppressions}"}
 
 
@@ -73,15 +73,19 @@ class Network(unittest.TestCase):
             child.kill()
         child.communicate()
 
+    def now(self):
+        """Seconds of the time that the programs live in."""
+        return time.monotonic()
+
     def run_json(self, name, role, *options, build=None):
         return self.start("run", name, "--role", role, "--json", "--log", f"/dev/shm/{role}.log",
                           *options, build=build)
 
     def wait_for(self, child, condition):
         """The first JSON line that meets the condition."""
-        give_up = time.monotonic() + WAIT_S
+        give_up = self.now() + WAIT_S
         seen = None
-        while time.monotonic() < give_up:
+        while self.now() < give_up:
             line = child.stdout.readline()
             if not line:
                 break
@@ -99,6 +103,12 @@ class Network(unittest.TestCase):
         output, _ = child.communicate(timeout=WAIT_S)
         self.assertEqual(child.returncode, 0)
         return json.loads(output.splitlines()[-1])
+
+    def assert_ends_soon(self, child, number, role):
+        before = self.now()
+        closing = self.end(child, number)
+        self.assertLess(self.now() - before, 2.0)
+        self.assertEqual((closing["event"], closing["role"]), ("end", role))
 
     def assert_one_error(self, child, status, *parts):
         output, errors = child.communicate(timeout=WAIT_S)

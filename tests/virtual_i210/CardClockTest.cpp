@@ -224,6 +224,25 @@ TEST(CardState, IsRefusedToOtherSettings) {
                 "VIRTUAL_I210: the state file '/dev/shm/cards' belongs to other settings");
 }
 
+TEST(CardState, IsKeptForTheLastOfAllCards) {
+    Sandbox sandbox;
+    std::string text = "state=/dev/shm/cards;";
+    for (int i = 0; i < 256; ++i) {
+        text += "card" + std::to_string(i) + " offset_ns=" + std::to_string(i) + ";";
+    }
+    setenv("VIRTUAL_I210", text.c_str(), 1);
+    const int fd = open("/dev/ptp255", O_RDWR);
+    ASSERT_GE(fd, 0);
+    const timespec start{5000, 0};
+    EXPECT_EQ(0, clock_settime(clockOf(fd), &start));
+    EXPECT_EQ(5000, readClock(clockOf(fd)) / 1'000'000'000);
+    EXPECT_EQ(255, virtual_i210::cards().at(255).offsetNs);
+    EXPECT_EQ(1u, virtual_i210::counters("card255").clockAdjustments);
+    EXPECT_EQ(0u, virtual_i210::counters("card254").clockAdjustments);
+    EXPECT_EQ(-1, open("/dev/ptp256", O_RDWR));
+    close(fd);
+}
+
 TEST(CardState, IsNotMadeFromAMalformedText) {
     Sandbox sandbox;
     setenv("VIRTUAL_I210", "tsm0 phc=x", 1);

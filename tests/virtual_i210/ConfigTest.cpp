@@ -36,6 +36,46 @@ TEST(Config, ReadsAllSettings) {
     EXPECT_EQ(20u, card.readJitterNs);
 }
 
+TEST(Config, ReadsTheSettingsOfASimulatedRun) {
+    const Config config = parseConfig(
+        "clock=simulated capture=/tmp/run.pcapng load=30 cost_clock_ns=1 cost_call_ns=2 "
+        "cost_wake_ns=3 cost_notify_ns=4 cost_wake_jitter_ns=5;"
+        "a0 phc=0 net=left; b0 phc=0 net=right");
+    EXPECT_TRUE(config.simulated);
+    EXPECT_EQ("/tmp/run.pcapng", config.capturePath);
+    EXPECT_EQ(30u, config.costs.loadPercent);
+    EXPECT_EQ(1u, config.costs.clockNs);
+    EXPECT_EQ(2u, config.costs.callNs);
+    EXPECT_EQ(3u, config.costs.wakeNs);
+    EXPECT_EQ(4u, config.costs.notifyNs);
+    EXPECT_EQ(5u, config.costs.wakeJitterNs);
+    ASSERT_EQ(2u, config.cards.size());
+    EXPECT_EQ("left", config.cards[0].net);
+    EXPECT_EQ(0, config.cards[1].phcIndex) << "the first of another machine";
+}
+
+TEST(Config, IsOfRealTimeUnlessTold) {
+    EXPECT_FALSE(parseConfig("tsm0").simulated);
+    EXPECT_FALSE(parseConfig("clock=real; tsm0").simulated);
+    EXPECT_EQ("", parseConfig("tsm0").cards[0].net);
+}
+
+std::string textOfCards(unsigned count) {
+    std::string text;
+    for (unsigned i = 0; i < count; ++i) {
+        text += "card" + std::to_string(i) + ";";
+    }
+    return text;
+}
+
+TEST(Config, TakesAsManyCardsAsAStateHolds) {
+    const Config config = parseConfig(textOfCards(256));
+    ASSERT_EQ(256u, config.cards.size());
+    EXPECT_EQ("card255", config.cards[255].ifName);
+    EXPECT_EQ(255, config.cards[255].phcIndex);
+    EXPECT_THROW(parseConfig(textOfCards(257)), ConfigError);
+}
+
 TEST(Config, CountsClocksAndSkipsComments) {
     const Config config = parseConfig("# two cards; or three\ntsm0\n\n tss0 # the slave\n");
     ASSERT_EQ(2u, config.cards.size());
@@ -70,6 +110,13 @@ struct Malformed {
 
 class MalformedConfig : public testing::TestWithParam<Malformed> {};
 
+TEST(Config, RefusesAPathThatFitsNowhere) {
+    EXPECT_THROW(parseConfig("clock=simulated capture=/" + std::string(255, 'x') + "; tsm0"),
+                 ConfigError);
+    EXPECT_EQ(255u, parseConfig("clock=simulated capture=/" + std::string(254, 'x') + "; tsm0")
+                        .capturePath.size());
+}
+
 TEST_P(MalformedConfig, IsToldInOneLine) {
     try {
         parseConfig(GetParam().text);
@@ -101,6 +148,12 @@ INSTANTIATE_TEST_SUITE_P(
                     Malformed{"tsm0 cable_ns=99999999999999999999", "'cable_ns=9999"},
                     Malformed{"tsm0;tsm0", "entry 2: 'tsm0': named twice"},
                     Malformed{"tsm0 phc=1;tss0", "entry 2: 'phc=1': taken by tsm0"},
+                    Malformed{"clock=slow; tsm0", "write clock=real or clock=simulated"},
+                    Malformed{"clock=simulated capture=x; tsm0", "begins with '/'"},
+                    Malformed{"capture=/tmp/x; tsm0", "only for clock=simulated"},
+                    Malformed{"load=101; tsm0", "'load=101': write a whole number from 0 to 100"},
+                    Malformed{"cost_call_ns=-1; tsm0", "'cost_call_ns=-1'"},
+                    Malformed{"cost_wake_ns=1000000001; tsm0", "'cost_wake_ns=1000000001'"},
                     Malformed{"averyveryverylongname", "at most 15 characters"}));
 
 }  // namespace

@@ -76,4 +76,29 @@ TEST_F(ControlMessages, TellOfAMissingBuffer) {
     EXPECT_EQ(0u, target_.msg_controllen);
 }
 
+TEST_F(ControlMessages, TellSimulatedTimeInEachForm) {
+    ControlWriter writer(given_.data(), given_.size());
+    const timespec exact[3] = {{100, 5}, {0, 0}, {0, 0}};
+    writer.put(SOL_SOCKET, kTimestamping, exact, sizeof exact);
+    const timeval coarse = {100, 5};
+    writer.put(SOL_SOCKET, SO_TIMESTAMP, &coarse, sizeof coarse);
+    writer.put(SOL_SOCKET, SO_TIMESTAMPNS, exact, sizeof exact[0]);
+    writer.put(263, SO_TIMESTAMP, "no time at all!!", 16);
+    received_.msg_controllen = writer.used();
+    virtual_i210::simulateKernelStamps(received_, 7'000'000'987);
+    EXPECT_EQ(7'000'000'987, virtual_i210::softwareStampNs(received_));
+    cmsghdr* header = CMSG_NXTHDR(&received_, CMSG_FIRSTHDR(&received_));
+    timeval toldCoarse{};
+    std::memcpy(&toldCoarse, CMSG_DATA(header), sizeof toldCoarse);
+    EXPECT_EQ(7, toldCoarse.tv_sec);
+    EXPECT_EQ(0, toldCoarse.tv_usec);
+    header = CMSG_NXTHDR(&received_, header);
+    timespec told{};
+    std::memcpy(&told, CMSG_DATA(header), sizeof told);
+    EXPECT_EQ(7, told.tv_sec);
+    EXPECT_EQ(987, told.tv_nsec);
+    header = CMSG_NXTHDR(&received_, header);
+    EXPECT_EQ(0, std::memcmp(CMSG_DATA(header), "no time at all!!", 16));
+}
+
 }  // namespace

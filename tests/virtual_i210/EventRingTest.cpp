@@ -55,6 +55,36 @@ TEST(EventRingTest, GivesNothingFromBeforeTheReceiver) {
     EXPECT_FALSE(ring->find(77, 2000, 1500));
 }
 
+TEST(EventRingTest, GivesTheFirstAndTheLastOfAKey) {
+    const auto ring = std::make_unique<EventRing>();
+    constexpr std::uint64_t kSameBucket = 77 + 1024;
+    for (std::uint64_t rawNs = 1000; rawNs < 5000; rawNs += 1000) {
+        ring->note(eventAt(77, rawNs));
+        ring->note(eventAt(kSameBucket, rawNs + 1));
+    }
+    EXPECT_EQ(1000u, ring->firstOf(77, 0)->rawNs);
+    EXPECT_EQ(2000u, ring->firstOf(77, 1001)->rawNs);
+    EXPECT_EQ(2000u, ring->firstOf(77, 2000)->rawNs);
+    EXPECT_EQ(4000u, ring->lastOf(77, 0)->rawNs);
+    EXPECT_EQ(4001u, ring->lastOf(kSameBucket, 0)->rawNs);
+    EXPECT_FALSE(ring->firstOf(77, 4001));
+    EXPECT_FALSE(ring->lastOf(77, 4001));
+    EXPECT_FALSE(ring->firstOf(77 + 2 * 1024, 0));
+    EXPECT_FALSE(ring->lastOf(78, 0));
+}
+
+TEST(EventRingTest, ForgetsTheFirstOfAKeyToo) {
+    const auto ring = std::make_unique<EventRing>();
+    for (std::uint64_t i = 0; i <= EventRing::kEntries; ++i) {
+        ring->note(eventAt(i < 2 ? 77 : 78, 1000 + i));
+    }
+    EXPECT_EQ(1001u, ring->firstOf(77, 0)->rawNs);
+    EXPECT_EQ(1001u, ring->lastOf(77, 0)->rawNs);
+    ring->note(eventAt(78, 9000));
+    EXPECT_FALSE(ring->firstOf(77, 0));
+    EXPECT_FALSE(ring->lastOf(77, 0));
+}
+
 TEST(EventRingTest, ForgetsTheOldest) {
     const auto ring = std::make_unique<EventRing>();
     for (std::uint64_t i = 0; i <= EventRing::kEntries; ++i) {

@@ -1,41 +1,19 @@
 #include "tests/virtual_i210/Programs.h"
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 
-Program startProgram(const std::string& command) {
-    Program program(popen(command.c_str(), "r"));
+std::string outputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> program(popen((command + " 2>&1").c_str(), "r"),
+                                                        pclose);
     if (!program) {
         throw std::runtime_error("cannot start " + command);
     }
-    return program;
-}
-
-std::string readLine(const Program& program) {
-    char line[1024];
-    return std::fgets(line, sizeof line, program.get()) == nullptr ? "" : line;
-}
-
-std::string outputOf(const std::string& command) {
-    const Program program = startProgram(command + " 2>&1");
     std::string output;
-    for (std::string line = readLine(program); !line.empty(); line = readLine(program)) {
-        output += line;
+    char part[1024];
+    while (std::fgets(part, sizeof part, program.get()) != nullptr) {
+        output += part;
     }
     return output;
-}
-
-Background::Background(const std::string& command) : pid_(fork()) {
-    if (pid_ == 0) {
-        execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), nullptr);
-        _exit(127);
-    }
-}
-
-Background::~Background() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
 }

@@ -1,11 +1,17 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 
 #include "tests/support/Sandbox.h"
 #include "tests/virtual_i210/Programs.h"
+#include "tools/virtual_i210/Clock.h"
+#include "tools/virtual_i210/Simulation.h"
 #include "tools/virtual_i210/VirtualI210.h"
 
 // Programs of the distribution, with the virtual cards preloaded.
@@ -13,6 +19,11 @@
 namespace {
 
 using testing::HasSubstr;
+using virtual_i210::Simulation;
+
+const std::string kSettings =
+    "state=/dev/shm/cards seed=21; tsm0 phc=0 cable_ns=300;"
+    "tss0 phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns=300";
 
 const std::string kPreload =
     std::string("LD_PRELOAD='") + VIRTUAL_I210_PRELOAD + "' ASAN_OPTIONS=detect_leaks=0 ";
@@ -21,10 +32,7 @@ class StandardTools : public testing::Test {
 protected:
     void SetUp() override {
         sandbox_.addVethPair("tsm0", "tss0");
-        setenv("VIRTUAL_I210",
-               "state=/dev/shm/cards seed=21; tsm0 phc=0 cable_ns=300;"
-               "tss0 phc=1 rate_ppb=37000 offset_ns=1500000000 cable_ns=300",
-               1);
+        setenv("VIRTUAL_I210", kSettings.c_str(), 1);
     }
 
     Sandbox sandbox_;
@@ -70,27 +78,56 @@ void writePtp4lConfig(const std::string& path, const std::string& uds) {
                         << uds << "\n";
 }
 
-/** True when ten summaries in a row report a root mean square within boundNs. */
-bool settles(const Program& slave, long boundNs) {
+/** ptp4l in simulated time, until the end of the test. */
+class Ptp4l {
+public:
+    Ptp4l(Simulation& simulation, const std::string& options, const std::string& log)
+        : simulation_(simulation), pid_(simulation.start([&] {
+              const int file = open(log.c_str(), O_WRONLY | O_CREAT, 0644);
+              dup2(file, STDOUT_FILENO);
+              dup2(file, STDERR_FILENO);
+              const std::string command = "exec env " + kPreload + "ptp4l " + options;
+              execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+          })) {}
+    ~Ptp4l() {
+        simulation_.signal(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Ptp4l(const Ptp4l&) = delete;
+    Ptp4l& operator=(const Ptp4l&) = delete;
+
+private:
+    Simulation& simulation_;
+    pid_t pid_;
+};
+
+/** How many summaries in a row, up to the last one, report a root mean square within boundNs. */
+int settledFor(const std::string& log, long boundNs) {
     int inRow = 0;
-    for (std::string line = readLine(slave); !line.empty() && inRow < 10; line = readLine(slave)) {
+    std::ifstream file(log);
+    for (std::string line; std::getline(file, line);) {
         const std::size_t found = line.find("rms ");
         if (found != std::string::npos) {
             const long rootMeanSquare = std::strtol(line.c_str() + found + 4, nullptr, 10);
             inRow = rootMeanSquare <= boundNs ? inRow + 1 : 0;
         }
     }
-    return inRow == 10;
+    return inRow;
 }
 
 TEST_F(StandardTools, Ptp4lFollowsAnotherToAFewTensOfNanoseconds) {
     writePtp4lConfig("/dev/shm/master.cfg", "/dev/shm/master.uds");
     writePtp4lConfig("/dev/shm/slave.cfg", "/dev/shm/slave.uds");
-    const Background master("env " + kPreload +
-                            "ptp4l -q -i tsm0 -f /dev/shm/master.cfg --priority1=10 >/dev/null");
-    const Program slave = startProgram(
-        "env " + kPreload + "timeout 60 ptp4l -q -m -s -i tss0 -f /dev/shm/slave.cfg 2>&1");
-    EXPECT_TRUE(settles(slave, 30));
+    setenv("VIRTUAL_I210", ("clock=simulated " + kSettings).c_str(), 1);
+    Simulation simulation(std::getenv("VIRTUAL_I210"));
+    const Ptp4l master(simulation, "-q -i tsm0 -f /dev/shm/master.cfg --priority1=10",
+                       "/dev/shm/master.log");
+    const Ptp4l slave(simulation, "-q -m -s -i tss0 -f /dev/shm/slave.cfg", "/dev/shm/slave.log");
+    constexpr std::uint64_t kSecond = 1'000'000'000;
+    while (settledFor("/dev/shm/slave.log", 30) < 10 && simulation.nowNs() < 60 * kSecond) {
+        simulation.sleepUntil(simulation.nowNs() + kSecond / 4);
+    }
+    EXPECT_LE(10, settledFor("/dev/shm/slave.log", 30));
     const std::uint64_t now = virtual_i210::rawNowNs();
     const auto masterNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tsm0", now));
     const auto slaveNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tss0", now));

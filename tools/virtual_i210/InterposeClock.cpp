@@ -77,10 +77,11 @@ int readSystemClock(clockid_t clock, timespec* time) {
 
 /** The clock of the simulated machine, never that of the real one. */
 int setSystemClock(clockid_t clock, const timespec& time) {
-    virtual_i210::Conductor* conductor = virtual_i210::conducting();
+    virtual_i210::Conductor* conductor = virtual_i210::attachedConductor();
     if (conductor == nullptr) {
         return real().clockSettime(clock, &time);
     }
+    virtual_i210::chargeCall();
     if (clock != CLOCK_REALTIME || time.tv_nsec < 0 || time.tv_nsec >= kNsPerSecond) {
         return failWith(EINVAL);
     }
@@ -91,9 +92,10 @@ int setSystemClock(clockid_t clock, const timespec& time) {
 
 /** A simulated system clock can be asked for its rate but runs as it runs. */
 int adjustSystemClock(clockid_t clock, timex& adjustment) {
-    if (virtual_i210::conducting() == nullptr) {
+    if (!virtual_i210::timeIsSimulated()) {
         return real().clockAdjtime(clock, &adjustment);
     }
+    virtual_i210::chargeCall();
     if (adjustment.modes != 0) {
         return failWith(EPERM);
     }

@@ -19,6 +19,8 @@ using virtual_i210::rawNowNs;
 using virtual_i210::realWaits;
 using virtual_i210::WaitKind;
 
+using virtual_i210::isInstant;
+
 /** The clock that the attributes chose when the condition was made; the C library keeps it in a bit
  *  of its own and has no call that tells it. */
 clockid_t clockOf(const pthread_cond_t& condition) {
@@ -27,14 +29,18 @@ clockid_t clockOf(const pthread_cond_t& condition) {
 }
 
 int waitOnCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, std::uint64_t rawNs) {
-    pthread_testcancel();
     virtual_i210::chargeCall();
-    virtual_i210::unlock(*mutex);
+    pthread_testcancel();
+    const int unlocked = virtual_i210::unlock(*mutex);
+    if (unlocked != 0) {
+        return unlocked;
+    }
     const std::uint32_t woken = virtual_i210::waitFor(
         {WaitKind::kObject, reinterpret_cast<std::uintptr_t>(condition), rawNs}, false);
     virtual_i210::lockUntil(*mutex, kNever);
-    // A thread that ends here owns the mutex, as its clean-up handlers expect.
-    if ((woken & kWokenByCancel) != 0) {
+    // A thread that ends here owns the mutex, as its clean-up handlers expect, and has not taken
+    // the notification of another one.
+    if ((woken & kWokenByCancel) != 0 && (woken & kWokenByNotice) == 0) {
         pthread_testcancel();
     }
     return (woken & kWokenByNotice) == 0 && rawNowNs() >= rawNs ? ETIMEDOUT : 0;
@@ -48,9 +54,13 @@ int waitOnSemaphore(sem_t* semaphore, std::uint64_t rawNs) {
         if (rawNowNs() >= rawNs) {
             return virtual_i210::failWith(ETIMEDOUT);
         }
+        pthread_testcancel();
         const std::uint32_t woken = virtual_i210::waitFor(
-            {WaitKind::kObject, reinterpret_cast<std::uintptr_t>(semaphore), rawNs});
-        if ((woken & virtual_i210::kWokenBySignal) != 0) {
+            {WaitKind::kObject, reinterpret_cast<std::uintptr_t>(semaphore), rawNs}, false);
+        // What was posted for this thread is taken before anything else ends the wait.
+        if ((woken & (virtual_i210::kWokenBySignal | kWokenByNotice)) ==
+                virtual_i210::kWokenBySignal &&
+            !virtual_i210::signalRestartsCall()) {
             return virtual_i210::failWith(EINTR);
         }
     }
@@ -69,12 +79,14 @@ VIRTUAL_I210_EXPORT int pthread_cond_timedwait(pthread_cond_t* condition, pthrea
     if (conducting() == nullptr) {
         return realWaits().condTimedwait(condition, mutex, end);
     }
-    return waitOnCondition(condition, mutex, virtual_i210::rawInstantOf(clockOf(*condition), *end));
+    return isInstant(*end) ? waitOnCondition(condition, mutex,
+                                             virtual_i210::rawInstantOf(clockOf(*condition), *end))
+                           : EINVAL;
 }
 
 VIRTUAL_I210_EXPORT int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                                clockid_t clock, const timespec* end) {
-    return conducting() == nullptr
+    return !isInstant(*end) || conducting() == nullptr
                ? realWaits().condClockwait(condition, mutex, clock, end)
                : waitOnCondition(condition, mutex, virtual_i210::rawInstantOf(clock, *end));
 }
@@ -94,13 +106,13 @@ VIRTUAL_I210_EXPORT int sem_wait(sem_t* semaphore) {
 }
 
 VIRTUAL_I210_EXPORT int sem_timedwait(sem_t* semaphore, const timespec* end) {
-    return conducting() == nullptr
+    return !isInstant(*end) || conducting() == nullptr
                ? realWaits().semTimedwait(semaphore, end)
                : waitOnSemaphore(semaphore, virtual_i210::rawInstantOf(CLOCK_REALTIME, *end));
 }
 
 VIRTUAL_I210_EXPORT int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* end) {
-    return conducting() == nullptr
+    return !isInstant(*end) || conducting() == nullptr
                ? realWaits().semClockwait(semaphore, clock, end)
                : waitOnSemaphore(semaphore, virtual_i210::rawInstantOf(clock, *end));
 }

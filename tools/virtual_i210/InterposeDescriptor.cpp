@@ -80,7 +80,8 @@ int openWith(decltype(&::openat) realOpen, int directory, const char* path, int 
 }
 
 int copied(int from, int to) {
-    if (to >= 0) {
+    if (to >= 0 && to != from) {
+        virtual_i210::closeTimer(to);
         copyDescriptor(from, to);
     }
     return to;
@@ -159,6 +160,7 @@ VIRTUAL_I210_EXPORT int close_range(unsigned first, unsigned last, int flags) no
             break;
         }
         forget(static_cast<int>(fd));
+        virtual_i210::closeTimer(static_cast<int>(fd));
     }
     return result;
 }

@@ -32,6 +32,14 @@ int waitForLock(const void* lock, std::uint64_t rawNs, Try tryLock) {
     return result;
 }
 
+int readLockUntil(pthread_rwlock_t* lock, std::uint64_t rawNs) {
+    return waitForLock(lock, rawNs, [=] { return realWaits().readTrylock(lock); });
+}
+
+int writeLockUntil(pthread_rwlock_t* lock, std::uint64_t rawNs) {
+    return waitForLock(lock, rawNs, [=] { return realWaits().writeTrylock(lock); });
+}
+
 void tellLockWaiters(const void* lock) {
     if (lockWaiters.load(std::memory_order_relaxed) > 0) {
         notifyWaiters(lock);
@@ -41,7 +49,16 @@ void tellLockWaiters(const void* lock) {
 }  // namespace
 
 int lockUntil(pthread_mutex_t& mutex, std::uint64_t rawNs) {
-    return waitForLock(&mutex, rawNs, [&] { return realWaits().mutexTrylock(&mutex); });
+    return waitForLock(&mutex, rawNs, [&] {
+        const int tried = realWaits().mutexTrylock(&mutex);
+        if (tried != EBUSY) {
+            return tried;
+        }
+        // Trying does not tell an owner that it locks its own mutex; giving up at once does.
+        constexpr timespec kLongAgo = {0, 0};
+        const int result = realWaits().mutexTimedlock(&mutex, &kLongAgo);
+        return result == ETIMEDOUT ? EBUSY : result;
+    });
 }
 
 int unlock(pthread_mutex_t& mutex) {
@@ -53,6 +70,7 @@ int unlock(pthread_mutex_t& mutex) {
 }  // namespace virtual_i210
 
 using virtual_i210::conducting;
+using virtual_i210::isInstant;
 using virtual_i210::kNever;
 using virtual_i210::realWaits;
 
@@ -63,14 +81,14 @@ VIRTUAL_I210_EXPORT int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
 
 VIRTUAL_I210_EXPORT int pthread_mutex_timedlock(pthread_mutex_t* mutex,
                                                 const timespec* end) noexcept {
-    return conducting() == nullptr
+    return !isInstant(*end) || conducting() == nullptr
                ? realWaits().mutexTimedlock(mutex, end)
                : virtual_i210::lockUntil(*mutex, virtual_i210::rawInstantOf(CLOCK_REALTIME, *end));
 }
 
 VIRTUAL_I210_EXPORT int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock,
                                                 const timespec* end) noexcept {
-    return conducting() == nullptr
+    return !isInstant(*end) || conducting() == nullptr
                ? realWaits().mutexClocklock(mutex, clock, end)
                : virtual_i210::lockUntil(*mutex, virtual_i210::rawInstantOf(clock, *end));
 }
@@ -81,16 +99,36 @@ VIRTUAL_I210_EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 
 VIRTUAL_I210_EXPORT int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
     return conducting() == nullptr ? realWaits().readLock(lock)
-                                   : virtual_i210::waitForLock(lock, kNever, [=] {
-                                         return realWaits().readTrylock(lock);
-                                     });
+                                   : virtual_i210::readLockUntil(lock, kNever);
+}
+
+VIRTUAL_I210_EXPORT int pthread_rwlock_clockrdlock(pthread_rwlock_t* lock, clockid_t clock,
+                                                   const timespec* end) noexcept {
+    return !isInstant(*end) || conducting() == nullptr
+               ? realWaits().readClocklock(lock, clock, end)
+               : virtual_i210::readLockUntil(lock, virtual_i210::rawInstantOf(clock, *end));
+}
+
+VIRTUAL_I210_EXPORT int pthread_rwlock_timedrdlock(pthread_rwlock_t* lock,
+                                                   const timespec* end) noexcept {
+    return pthread_rwlock_clockrdlock(lock, CLOCK_REALTIME, end);
 }
 
 VIRTUAL_I210_EXPORT int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
     return conducting() == nullptr ? realWaits().writeLock(lock)
-                                   : virtual_i210::waitForLock(lock, kNever, [=] {
-                                         return realWaits().writeTrylock(lock);
-                                     });
+                                   : virtual_i210::writeLockUntil(lock, kNever);
+}
+
+VIRTUAL_I210_EXPORT int pthread_rwlock_clockwrlock(pthread_rwlock_t* lock, clockid_t clock,
+                                                   const timespec* end) noexcept {
+    return !isInstant(*end) || conducting() == nullptr
+               ? realWaits().writeClocklock(lock, clock, end)
+               : virtual_i210::writeLockUntil(lock, virtual_i210::rawInstantOf(clock, *end));
+}
+
+VIRTUAL_I210_EXPORT int pthread_rwlock_timedwrlock(pthread_rwlock_t* lock,
+                                                   const timespec* end) noexcept {
+    return pthread_rwlock_clockwrlock(lock, CLOCK_REALTIME, end);
 }
 
 VIRTUAL_I210_EXPORT int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {

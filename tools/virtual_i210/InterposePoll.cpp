@@ -16,6 +16,11 @@ using virtual_i210::realWaits;
 
 constexpr timespec kNoTime = {0, 0};
 
+/** Left for the kernel to refuse. */
+bool isWrong(const timespec* duration) {
+    return duration != nullptr && !virtual_i210::isTime(*duration);
+}
+
 Interest interestIn(const pollfd* entries, nfds_t count) {
     Interest interest;
     for (nfds_t i = 0; i < count; ++i) {
@@ -43,10 +48,12 @@ int hideEarlyFrames(pollfd* entries, nfds_t count, int ready, std::uint64_t& loo
 int pollUntil(pollfd* entries, nfds_t count, std::uint64_t endNs, const sigset_t* mask) {
     virtual_i210::chargeCall();
     return virtual_i210::waitForDescriptors(
-        interestIn(entries, count), endNs, [&](std::uint64_t& lookAgainNs) {
+        interestIn(entries, count), endNs,
+        [&](std::uint64_t& lookAgainNs) {
             const int ready = realWaits().ppoll(entries, count, &kNoTime, mask);
             return ready <= 0 ? ready : hideEarlyFrames(entries, count, ready, lookAgainNs);
-        });
+        },
+        mask);
 }
 
 /** The sets of a select call, which the kernel overwrites. */
@@ -63,6 +70,19 @@ struct Sets {
                 *given[i] = wished[i];
             }
         }
+    }
+    /** As hideEarlyFrames. */
+    int hideEarly(int end, int ready, std::uint64_t& lookAgainNs) const {
+        for (int fd = 0; given[0] != nullptr && fd < end; ++fd) {
+            const std::uint64_t visibleNs =
+                FD_ISSET(fd, given[0]) ? virtual_i210::frameOnItsWayNs(fd) : 0;
+            if (visibleNs != 0) {
+                lookAgainNs = std::min(lookAgainNs, visibleNs);
+                FD_CLR(fd, given[0]);
+                --ready;
+            }
+        }
+        return ready;
     }
     Interest interest(int end) const {
         Interest all;
@@ -82,11 +102,15 @@ struct Sets {
 
 int selectUntil(int end, Sets sets, std::uint64_t endNs, const sigset_t* mask) {
     virtual_i210::chargeCall();
-    return virtual_i210::waitForDescriptors(sets.interest(end), endNs, [&](std::uint64_t&) {
-        sets.restore();
-        return realWaits().pselect(end, sets.given[0], sets.given[1], sets.given[2], &kNoTime,
-                                   mask);
-    });
+    return virtual_i210::waitForDescriptors(
+        sets.interest(end), endNs,
+        [&](std::uint64_t& lookAgainNs) {
+            sets.restore();
+            const int ready = realWaits().pselect(end, sets.given[0], sets.given[1], sets.given[2],
+                                                  &kNoTime, mask);
+            return ready <= 0 ? ready : sets.hideEarly(end, ready, lookAgainNs);
+        },
+        mask);
 }
 
 int epollUntil(int fd, epoll_event* events, int most, int milliseconds, const sigset_t* mask) {
@@ -94,7 +118,7 @@ int epollUntil(int fd, epoll_event* events, int most, int milliseconds, const si
     const Interest anything = {kEveryCard, true};
     return virtual_i210::waitForDescriptors(
         anything, virtual_i210::endOfMilliseconds(milliseconds),
-        [=](std::uint64_t&) { return realWaits().epollPwait(fd, events, most, 0, mask); });
+        [=](std::uint64_t&) { return realWaits().epollPwait(fd, events, most, 0, mask); }, mask);
 }
 
 }  // namespace
@@ -107,8 +131,9 @@ VIRTUAL_I210_EXPORT int poll(pollfd* entries, nfds_t count, int milliseconds) {
 
 VIRTUAL_I210_EXPORT int ppoll(pollfd* entries, nfds_t count, const timespec* duration,
                               const sigset_t* mask) {
-    return conducting() == nullptr ? realWaits().ppoll(entries, count, duration, mask)
-                                   : pollUntil(entries, count, virtual_i210::endOf(duration), mask);
+    return isWrong(duration) || conducting() == nullptr
+               ? realWaits().ppoll(entries, count, duration, mask)
+               : pollUntil(entries, count, virtual_i210::endOf(duration), mask);
 }
 
 /** What programs call that were compiled with checks on the size of the array. */
@@ -124,20 +149,24 @@ VIRTUAL_I210_EXPORT int __ppoll_chk(pollfd* entries, nfds_t count, const timespe
 
 VIRTUAL_I210_EXPORT int select(int end, fd_set* readable, fd_set* writable, fd_set* exceptional,
                                timeval* duration) {
-    if (conducting() == nullptr) {
+    const bool wrong = duration != nullptr && (duration->tv_sec < 0 || duration->tv_usec < 0);
+    if (wrong || conducting() == nullptr) {
         return realWaits().select(end, readable, writable, exceptional, duration);
     }
     std::uint64_t endNs = kNever;
     if (duration != nullptr) {
-        const timespec time = {duration->tv_sec, 1000 * duration->tv_usec};
-        endNs = virtual_i210::endOf(&time);
+        constexpr long kUsPerSecond = 1'000'000;
+        const timespec time = {duration->tv_sec, 1000 * (duration->tv_usec % kUsPerSecond)};
+        endNs = virtual_i210::endOf(&time) +
+                virtual_i210::kNsPerSecond *
+                    static_cast<std::uint64_t>(duration->tv_usec / kUsPerSecond);
     }
     return selectUntil(end, {readable, writable, exceptional}, endNs, nullptr);
 }
 
 VIRTUAL_I210_EXPORT int pselect(int end, fd_set* readable, fd_set* writable, fd_set* exceptional,
                                 const timespec* duration, const sigset_t* mask) {
-    return conducting() == nullptr
+    return isWrong(duration) || conducting() == nullptr
                ? realWaits().pselect(end, readable, writable, exceptional, duration, mask)
                : selectUntil(end, {readable, writable, exceptional}, virtual_i210::endOf(duration),
                              mask);
@@ -155,14 +184,24 @@ VIRTUAL_I210_EXPORT int epoll_pwait(int fd, epoll_event* events, int most, int m
 }
 
 VIRTUAL_I210_EXPORT int timerfd_create(clockid_t clock, int flags) noexcept {
-    return conducting() == nullptr ? realWaits().timerfdCreate(clock, flags)
-                                   : virtual_i210::createTimer(clock, flags);
+    const bool wrong = (flags & ~(TFD_CLOEXEC | TFD_NONBLOCK)) != 0;
+    return wrong || conducting() == nullptr ? realWaits().timerfdCreate(clock, flags)
+                                            : virtual_i210::createTimer(clock, flags);
 }
 
 VIRTUAL_I210_EXPORT int timerfd_settime(int fd, int flags, const itimerspec* wished,
                                         itimerspec* before) noexcept {
-    return virtual_i210::isTimer(fd) ? virtual_i210::setTimer(fd, flags, *wished, before)
-                                     : realWaits().timerfdSettime(fd, flags, wished, before);
+    if (!virtual_i210::isTimer(fd)) {
+        return realWaits().timerfdSettime(fd, flags, wished, before);
+    }
+    virtual_i210::chargeCall();
+    if (wished == nullptr) {
+        return virtual_i210::failWith(EFAULT);
+    }
+    if (!virtual_i210::isTime(wished->it_value) || !virtual_i210::isTime(wished->it_interval)) {
+        return virtual_i210::failWith(EINVAL);
+    }
+    return virtual_i210::setTimer(fd, flags, *wished, before);
 }
 
 VIRTUAL_I210_EXPORT int timerfd_gettime(int fd, itimerspec* left) noexcept {

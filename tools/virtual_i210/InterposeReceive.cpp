@@ -174,6 +174,9 @@ ssize_t receive(int fd, int flags, Call call) {
 
 /** A read has no flag that keeps it from waiting. */
 ssize_t readInTurn(int fd, void* data, std::size_t length) {
+    if (fd < 0 || length == 0) {
+        return real().read(fd, data, length);
+    }
     return virtual_i210::receiveInTurn(fd, 0, [=] {
         constexpr timespec kNoTime = {0, 0};
         pollfd entry = {fd, POLLIN, 0};

@@ -1,3 +1,5 @@
+#include <poll.h>
+
 #include <cerrno>
 
 #include "tools/virtual_i210/Instants.h"
@@ -38,8 +40,10 @@ int waitForSignal(const sigset_t* set, siginfo_t* info, std::uint64_t endNs) {
 
 VIRTUAL_I210_EXPORT int sigtimedwait(const sigset_t* set, siginfo_t* info,
                                      const timespec* duration) {
-    return conducting() == nullptr ? realWaits().sigtimedwait(set, info, duration)
-                                   : waitForSignal(set, info, virtual_i210::endOf(duration));
+    const bool wrong = duration != nullptr && !virtual_i210::isTime(*duration);
+    return wrong || conducting() == nullptr
+               ? realWaits().sigtimedwait(set, info, duration)
+               : waitForSignal(set, info, virtual_i210::endOf(duration));
 }
 
 VIRTUAL_I210_EXPORT int sigwaitinfo(const sigset_t* set, siginfo_t* info) {
@@ -68,6 +72,10 @@ VIRTUAL_I210_EXPORT int pause() {
     return virtual_i210::failWith(EINTR);
 }
 
+VIRTUAL_I210_EXPORT int sigsuspend(const sigset_t* mask) {
+    return ppoll(nullptr, 0, nullptr, mask);
+}
+
 VIRTUAL_I210_EXPORT int kill(pid_t pid, int number) noexcept {
     virtual_i210::Conductor* conductor = conducting();
     // Groups, and the caller itself, whose handler runs at once.
@@ -76,4 +84,15 @@ VIRTUAL_I210_EXPORT int kill(pid_t pid, int number) noexcept {
     }
     virtual_i210::chargeCall();
     return virtual_i210::signalProcess(*conductor, pid, number, realWaits().kill);
+}
+
+/** A handler of that very thread has run when the call returns. */
+VIRTUAL_I210_EXPORT int pthread_kill(pthread_t thread, int number) noexcept {
+    virtual_i210::Conductor* conductor = conducting();
+    if (conductor == nullptr || number == 0 || pthread_equal(thread, pthread_self()) != 0) {
+        return realWaits().threadKill(thread, number);
+    }
+    virtual_i210::chargeCall();
+    return virtual_i210::signalThread(*conductor, getpid(), thread, number,
+                                      [=] { return realWaits().threadKill(thread, number); });
 }

@@ -42,8 +42,9 @@ int sleepFor(std::uint64_t ns, timespec* remaining) {
     return EINTR;
 }
 
-bool isDuration(const timespec& time) {
-    return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < kNsPerSecond;
+bool canSleepBy(clockid_t clock) {
+    std::uint64_t ns = 0;
+    return clock != CLOCK_THREAD_CPUTIME_ID && virtual_i210::simulatedClock(clock, ns);
 }
 
 }  // namespace
@@ -53,13 +54,16 @@ VIRTUAL_I210_EXPORT int clock_nanosleep(clockid_t clock, int flags, const timesp
     if (conducting() == nullptr) {
         return realWaits().clockNanosleep(clock, flags, time, remaining);
     }
-    if (!isDuration(*time)) {
+    if (time == nullptr) {
+        return EFAULT;
+    }
+    if (!virtual_i210::isTime(*time) || !canSleepBy(clock)) {
         return EINVAL;
     }
     if ((flags & TIMER_ABSTIME) != 0) {
         return sleepUntil(virtual_i210::rawInstantOf(clock, *time)) ? 0 : EINTR;
     }
-    return sleepFor(static_cast<std::uint64_t>(virtual_i210::toNs(*time)), remaining);
+    return sleepFor(static_cast<std::uint64_t>(virtual_i210::limitedNs(*time)), remaining);
 }
 
 VIRTUAL_I210_EXPORT int nanosleep(const timespec* time, timespec* remaining) {

@@ -79,3 +79,19 @@ VIRTUAL_I210_EXPORT int pthread_cancel(pthread_t thread) {
     }
     return result;
 }
+
+/** The first thread was not made by a call that sees its end. */
+VIRTUAL_I210_EXPORT void pthread_exit(void* result) {
+    if (virtual_i210::isFirstThread()) {
+        virtual_i210::notifyWaiters(objectOf(pthread_self()));
+        virtual_i210::endThread();
+    }
+    realWaits().threadExit(result);
+    __builtin_unreachable();
+}
+
+/** Whoever yields in a loop waits for another one. */
+VIRTUAL_I210_EXPORT int sched_yield() noexcept {
+    virtual_i210::chargeCall();
+    return realWaits().schedYield();
+}

@@ -1,10 +1,14 @@
 #include "tools/virtual_i210/OwnThread.h"
 
+#include <signal.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
+#include "tools/virtual_i210/Alarm.h"
 namespace virtual_i210 {
 
 namespace {
@@ -13,6 +17,7 @@ struct Own {
     std::uint32_t slot = kMaxThreads;
     bool ended = false;
     std::uint64_t workedNs = 0;
+    int signal = 0; /**< that ended the last wait */
 };
 
 thread_local Own own;
@@ -28,11 +33,13 @@ std::uint64_t around(Conductor& conductor, std::uint64_t ns) {
 
 Conductor* conducting() {
     Conductor* conductor = attachedConductor();
-    if (conductor == nullptr || own.ended || processEnded.load(std::memory_order_relaxed)) {
+    if (conductor == nullptr || own.ended || processEnded.load(std::memory_order_relaxed) ||
+        awaitsTurn()) {
         return nullptr;
     }
     if (own.slot == kMaxThreads) {
         own.slot = conductor->enter(getpid());
+        conductor->setHandle(own.slot, pthread_self());
     } else if (conductor->isOutside(own.slot)) {
         conductor->comeBack(own.slot);
     }
@@ -97,12 +104,24 @@ std::uint32_t waitFor(const Wait& wait, bool cancellable) {
     if (cancellable) {
         pthread_testcancel();
     }
-    const std::uint32_t woken = conductor->wait(own.slot, wait);
+    Wait untilAlarm = wait;
+    untilAlarm.dueNs = std::min(wait.dueNs, alarmNs());
+    std::uint32_t woken = conductor->wait(own.slot, untilAlarm);
     chargeCall();
+    if (ringIfDue()) {
+        woken = kWokenBySignal | SIGALRM << kSignalShift;
+    }
+    own.signal = static_cast<int>(woken >> kSignalShift);
     if (cancellable && (woken & kWokenByCancel) != 0) {
         pthread_testcancel();
     }
     return woken;
+}
+
+bool signalRestartsCall() {
+    struct sigaction action {};
+    return own.signal != 0 && sigaction(own.signal, nullptr, &action) == 0 &&
+           (action.sa_flags & SA_RESTART) != 0;
 }
 
 void workUntil(std::uint64_t rawNs) {
@@ -113,23 +132,45 @@ void workUntil(std::uint64_t rawNs) {
 }
 
 unsigned notifyWaiters(const void* object, unsigned most) {
-    Conductor* conductor = conducting();
-    return conductor == nullptr
-               ? 0
-               : conductor->notify(getpid(), reinterpret_cast<std::uintptr_t>(object), most);
+    const bool inTurn = conducting() != nullptr;
+    Conductor* conductor = attachedConductor();
+    if (conductor == nullptr) {
+        return 0;
+    }
+    const unsigned woken =
+        conductor->notify(getpid(), reinterpret_cast<std::uintptr_t>(object), most);
+    if (!inTurn) {
+        conductor->goOn();
+    }
+    return woken;
 }
 
 void tellDescriptorWaiters() {
-    if (Conductor* conductor = conducting()) {
+    const bool inTurn = conducting() != nullptr;
+    if (Conductor* conductor = attachedConductor()) {
         conductor->descriptorsChanged();
+        if (!inTurn) {
+            conductor->goOn();
+        }
     }
 }
 
 void beginAt(std::uint32_t slot) {
     own = Own{};
     own.slot = slot;
-    processEnded.store(false);
+    attachedConductor()->setHandle(slot, pthread_self());
     attachedConductor()->awaitTurn(slot);
+}
+
+void beginProcessAt(std::uint32_t slot) {
+    processWorkedNs.store(0);
+    forgetAlarm();
+    processEnded.store(false);
+    beginAt(slot);
+}
+
+bool isFirstThread() {
+    return syscall(SYS_gettid) == getpid();
 }
 
 void endThread() {
@@ -159,6 +200,11 @@ void leaveForImage() {
     }
 }
 
+void keepImage() {
+    own.slot = kMaxThreads;
+    conducting();
+}
+
 Outside::Outside() : conductor_(conducting()) {
     if (conductor_ != nullptr) {
         conductor_->stepOutside(own.slot);
@@ -166,7 +212,8 @@ Outside::Outside() : conductor_(conducting()) {
 }
 
 Outside::~Outside() {
-    if (conductor_ != nullptr) {
+    // A signal handler may have come back before.
+    if (conductor_ != nullptr && conductor_->isOutside(own.slot)) {
         conductor_->comeBack(own.slot);
     }
 }

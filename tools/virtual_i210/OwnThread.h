@@ -52,10 +52,14 @@ private:
  *  returned and keeps. */
 std::uint32_t waitFor(const Wait& wait, bool cancellable = true);
 
+/** Whether the signal that ended the last wait lets calls go on that the kernel would restart. */
+bool signalRestartsCall();
+
 /** Until that instant exactly, without the latency of a wake-up. */
 void workUntil(std::uint64_t rawNs);
 
-/** Another thread of this process may now go on. */
+/** Another thread of this process may now go on. Also for a signal handler, and for a thread at its
+ *  end, which have no turn. */
 unsigned notifyWaiters(const void* object, unsigned most = UINT32_MAX);
 
 /** This thread did something to a descriptor that others may wait for. */
@@ -63,6 +67,9 @@ void tellDescriptorWaiters();
 
 /** Adopts a reserved place: the first thing that a new thread or process does. */
 void beginAt(std::uint32_t slot);
+void beginProcessAt(std::uint32_t slot);
+/** Whether the calling thread is the one that its process began with. */
+bool isFirstThread();
 /** Gives the turn back for good. */
 void endThread();
 void endProcess();
@@ -70,6 +77,8 @@ void endProcess();
  *  part of it. */
 void awaitNewImage();
 void leaveForImage();
+/** The image was not replaced after all. */
+void keepImage();
 
 /** While one exists, the run goes on without this thread. */
 class Outside {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -27,6 +28,27 @@ struct Interest {
     }
 };
 
+/** Signals are blocked as told while one exists; as before when nothing is told. */
+class OtherMask {
+public:
+    explicit OtherMask(const sigset_t* mask) : changed_(mask != nullptr) {
+        if (changed_) {
+            pthread_sigmask(SIG_SETMASK, mask, &before_);
+        }
+    }
+    ~OtherMask() {
+        if (changed_) {
+            pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        }
+    }
+    OtherMask(const OtherMask&) = delete;
+    OtherMask& operator=(const OtherMask&) = delete;
+
+private:
+    bool changed_;
+    sigset_t before_{};
+};
+
 /** What a wait for this descriptor is a wait for. */
 Interest interestIn(int fd);
 
@@ -45,9 +67,11 @@ void announceFrame(std::uint32_t card);
 void frameLeft(std::uint32_t card, const std::uint8_t* frame, std::size_t length);
 
 /** Asks `lookNow`, which returns as the call does that it stands for but never waits, until it has
- *  something or the time is over. `lookNow` may ask for an earlier look by its argument. */
+ *  something or the time is over. `lookNow` may ask for an earlier look by its argument, and meets
+ *  the signals that came before the wait itself; `mask` holds during the wait. */
 template <typename Look>
-int waitForDescriptors(Interest interest, std::uint64_t endNs, Look lookNow) {
+int waitForDescriptors(Interest interest, std::uint64_t endNs, Look lookNow,
+                       const sigset_t* mask = nullptr) {
     // What comes from outside the simulated run is noticed with this delay.
     constexpr std::uint64_t kOutsideNs = 100'000'000;
     for (;;) {
@@ -63,6 +87,7 @@ int waitForDescriptors(Interest interest, std::uint64_t endNs, Look lookNow) {
         if (interest.others) {
             lookAgainNs = std::min(lookAgainNs, rawNowNs() + kOutsideNs);
         }
+        const OtherMask whileWaiting(mask);
         const std::uint32_t woken =
             waitFor({WaitKind::kDescriptors, interest.card, lookAgainNs, interest.others});
         if ((woken & kWokenBySignal) != 0) {
@@ -94,7 +119,11 @@ ssize_t receiveInTurn(int fd, int flags, Call callNow) {
         lookAgainNs = std::min(lookAgainNs, endNs);
         return rawNowNs() >= endNs ? 1 : 0;
     };
-    return waitForDescriptors(interestIn(fd), kNever, look) < 0 ? -1 : result;
+    int ended = 0;
+    do {
+        ended = waitForDescriptors(interestIn(fd), kNever, look);
+    } while (ended < 0 && errno == EINTR && endNs == kNever && signalRestartsCall());
+    return ended < 0 ? -1 : result;
 }
 
 }  // namespace virtual_i210

@@ -28,13 +28,18 @@ void findWaits(RealWaits& waits) {
     find(waits.timerfdSettime, "timerfd_settime");
     find(waits.timerfdGettime, "timerfd_gettime");
     find(waits.gettimeofday, "gettimeofday");
+    find(waits.settimeofday, "settimeofday");
+    find(waits.adjtimex, "adjtimex");
+    find(waits.adjtime, "adjtime");
     find(waits.time, "time");
 }
 
 void findThreads(RealWaits& waits) {
     find(waits.threadCreate, "pthread_create");
     find(waits.threadJoin, "pthread_join");
+    find(waits.schedYield, "sched_yield");
     find(waits.threadCancel, "pthread_cancel");
+    find(waits.threadExit, "pthread_exit");
     find(waits.mutexLock, "pthread_mutex_lock");
     find(waits.mutexTrylock, "pthread_mutex_trylock");
     find(waits.mutexTimedlock, "pthread_mutex_timedlock");
@@ -42,7 +47,9 @@ void findThreads(RealWaits& waits) {
     find(waits.mutexUnlock, "pthread_mutex_unlock");
     find(waits.readLock, "pthread_rwlock_rdlock");
     find(waits.readTrylock, "pthread_rwlock_tryrdlock");
+    find(waits.readClocklock, "pthread_rwlock_clockrdlock");
     find(waits.writeLock, "pthread_rwlock_wrlock");
+    find(waits.writeClocklock, "pthread_rwlock_clockwrlock");
     find(waits.writeTrylock, "pthread_rwlock_trywrlock");
     find(waits.readWriteUnlock, "pthread_rwlock_unlock");
 }
@@ -62,6 +69,10 @@ void findConditions(RealWaits& waits) {
 
 void findProcesses(RealWaits& waits) {
     find(waits.kill, "kill");
+    find(waits.threadKill, "pthread_kill");
+    find(waits.alarm, "alarm");
+    find(waits.setitimer, "setitimer");
+    find(waits.getitimer, "getitimer");
     find(waits.fork, "fork");
     find(waits.waitpid, "waitpid");
     find(waits.wait4, "wait4");

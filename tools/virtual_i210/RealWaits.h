@@ -2,12 +2,14 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <sys/timerfd.h>
+#include <sys/timex.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -26,7 +28,9 @@ struct RealWaits {
     decltype(&::epoll_pwait) epollPwait;
     decltype(&::pthread_create) threadCreate;
     decltype(&::pthread_join) threadJoin;
+    decltype(&::sched_yield) schedYield;
     decltype(&::pthread_cancel) threadCancel;
+    decltype(&::pthread_exit) threadExit;
     decltype(&::pthread_mutex_lock) mutexLock;
     decltype(&::pthread_mutex_trylock) mutexTrylock;
     decltype(&::pthread_mutex_timedlock) mutexTimedlock;
@@ -39,7 +43,9 @@ struct RealWaits {
     decltype(&::pthread_cond_broadcast) condBroadcast;
     decltype(&::pthread_rwlock_rdlock) readLock;
     decltype(&::pthread_rwlock_tryrdlock) readTrylock;
+    decltype(&::pthread_rwlock_clockrdlock) readClocklock;
     decltype(&::pthread_rwlock_wrlock) writeLock;
+    decltype(&::pthread_rwlock_clockwrlock) writeClocklock;
     decltype(&::pthread_rwlock_trywrlock) writeTrylock;
     decltype(&::pthread_rwlock_unlock) readWriteUnlock;
     decltype(&::sem_wait) semWait;
@@ -52,10 +58,17 @@ struct RealWaits {
     decltype(&::sigwait) sigwait;
     decltype(&::pause) pause;
     decltype(&::kill) kill;
+    decltype(&::pthread_kill) threadKill;
+    decltype(&::alarm) alarm;
+    decltype(&::setitimer) setitimer;
+    decltype(&::getitimer) getitimer;
     decltype(&::timerfd_create) timerfdCreate;
     decltype(&::timerfd_settime) timerfdSettime;
     decltype(&::timerfd_gettime) timerfdGettime;
     decltype(&::gettimeofday) gettimeofday;
+    decltype(&::settimeofday) settimeofday;
+    decltype(&::adjtimex) adjtimex;
+    decltype(&::adjtime) adjtime;
     decltype(&::time) time;
     decltype(&::fork) fork;
     decltype(&::waitpid) waitpid;

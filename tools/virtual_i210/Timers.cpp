@@ -30,6 +30,7 @@ Timer* timerOf(int fd) {
     return fd < 0 || found == timers.end() ? nullptr : &*found;
 }
 
+/** What has expired was of the setting before. */
 void drain(int fd) {
     std::uint64_t count = 0;
     const int flags = real().fcntl(fd, F_GETFL);
@@ -52,6 +53,9 @@ void describe(const Timer& timer, itimerspec& left) {
 }  // namespace
 
 int createTimer(clockid_t clock, int flags) {
+    if (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC && clock != CLOCK_BOOTTIME) {
+        return failWith(EINVAL);
+    }
     Timer* const unused = [] {
         const auto found = std::find_if(timers.begin(), timers.end(),
                                         [](const Timer& timer) { return timer.fd < 0; });
@@ -74,12 +78,13 @@ bool isTimer(int fd) {
 
 int setTimer(int fd, int flags, const itimerspec& wished, itimerspec* before) {
     Timer& timer = *timerOf(fd);
+    fireTimers();
     if (before != nullptr) {
         describe(timer, *before);
     }
     drain(fd);
-    timer.periodNs = static_cast<std::uint64_t>(toNs(wished.it_interval));
-    if (toNs(wished.it_value) == 0) {
+    timer.periodNs = static_cast<std::uint64_t>(limitedNs(wished.it_interval));
+    if (wished.it_value.tv_sec == 0 && wished.it_value.tv_nsec == 0) {
         timer.nextNs = kNever;
     } else if ((flags & TFD_TIMER_ABSTIME) != 0) {
         timer.nextNs = rawInstantOf(timer.clock, wished.it_value);
@@ -90,6 +95,7 @@ int setTimer(int fd, int flags, const itimerspec& wished, itimerspec* before) {
 }
 
 int timeLeft(int fd, itimerspec& left) {
+    fireTimers();
     describe(*timerOf(fd), left);
     return 0;
 }

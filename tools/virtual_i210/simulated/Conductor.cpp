@@ -29,7 +29,13 @@ void futexWakeOne(std::atomic<std::uint32_t>& word) {
     syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
 
+thread_local bool waitsForTurn = false;
+
 }  // namespace
+
+bool awaitsTurn() {
+    return waitsForTurn;
+}
 
 void Conductor::initialise(std::uint64_t seed, const SimulatedCosts& costs, std::uint64_t epochNs) {
     seed_ = seed;
@@ -92,7 +98,7 @@ std::uint32_t Conductor::allocate(pid_t pid) {
     slot.awaitsProcess = 0;
     slot.handle = 0;
     slot.woken = 0;
-    slot.waitKind = WaitKind::kTime;
+    slot.waitKind = WaitKind::kTurn;
     setWaiting(number, nowNs());
     return number;
 }
@@ -171,9 +177,14 @@ void Conductor::awaitTurn(std::uint32_t number) {
         slot.tid = static_cast<std::int32_t>(syscall(SYS_gettid));
     }
     const timespec patience = {0, kWatchPeriodNs};
-    // One thread of each process is enough to notice that another one died.
-    const bool watches = slot.tid == slot.pid;
+    // One thread of each process is enough to notice that another one died, unless it is that one.
+    const std::uint32_t running = running_.load();
+    const bool watches = slot.tid == slot.pid ||
+                         (running != 0 && slots_[running - 1].tid == slots_[running - 1].pid);
     const int savedErrno = errno;
+    waitsForTurn = true;
+    const std::uint32_t handlersBefore = slot.handlersMet.load();
+    bool handlerRan = false;
     while (slot.turn.load(std::memory_order_acquire) == 0) {
         if (futexWait(slot.turn, 0, watches ? &patience : nullptr) == 0) {
             continue;
@@ -182,8 +193,12 @@ void Conductor::awaitTurn(std::uint32_t number) {
             slot.handlersMet.fetch_add(1);
         } else if (errno == ETIMEDOUT) {
             watch();
+            // Signals of the run have been told of by the next look.
+            noticeSignals(number, handlerRan);
+            handlerRan = slot.handlersMet.load() != handlersBefore;
         }
     }
+    waitsForTurn = false;
     slot.turn.store(0, std::memory_order_relaxed);
     errno = savedErrno;
 }
@@ -226,7 +241,7 @@ std::uint32_t Conductor::wait(std::uint32_t number, const Wait& wait) {
         awaitTurn(number);
     }
     anyDescriptorWaits_ -= slot.anyDescriptor;
-    slot.waitKind = WaitKind::kTime;
+    slot.waitKind = WaitKind::kTurn;
     return slot.woken;
 }
 
@@ -238,36 +253,8 @@ std::uint32_t Conductor::reserve(pid_t pid, bool firstOfProcess) {
     return number;
 }
 
-void Conductor::setProcess(std::uint32_t slot, pid_t pid) {
-    slots_[slot].pid = pid;
-}
-
 void Conductor::setHandle(std::uint32_t slot, std::uint64_t handle) {
     slots_[slot].handle = handle;
-}
-
-std::uint32_t Conductor::enter(pid_t pid) {
-    std::uint32_t number = kMaxThreads;
-    std::uint32_t next = kMaxThreads;
-    {
-        const Lock lock(*this);
-        for (std::uint32_t i = 0; i < slotEnd_ && number == kMaxThreads; ++i) {
-            const ThreadSlot& slot = slots_[i];
-            if (slot.awaitsProcess != 0 && slot.pid == pid && slot.state != ThreadState::kFree) {
-                number = i;
-            }
-        }
-        if (number == kMaxThreads) {
-            number = allocate(pid);
-        }
-        slots_[number].awaitsProcess = 0;
-        if (running_.load() == 0) {
-            next = passTurn();
-        }
-    }
-    hand(next);
-    awaitTurn(number);
-    return number;
 }
 
 void Conductor::leave(std::uint32_t number) {
@@ -281,29 +268,6 @@ void Conductor::leave(std::uint32_t number) {
         }
     }
     hand(next);
-}
-
-void Conductor::leaveProcess(pid_t pid) {
-    std::uint32_t next = kMaxThreads;
-    {
-        const Lock lock(*this);
-        for (std::uint32_t i = 0; i < slotEnd_; ++i) {
-            if (slots_[i].state != ThreadState::kFree && slots_[i].pid == pid) {
-                free(i);
-            }
-        }
-        if (running_.load() == 0) {
-            next = passTurn();
-        }
-    }
-    hand(next);
-}
-
-bool Conductor::hasThreads(pid_t pid) {
-    const Lock lock(*this);
-    return std::any_of(slots_, slots_ + slotEnd_, [=](const ThreadSlot& slot) {
-        return slot.state != ThreadState::kFree && slot.pid == pid;
-    });
 }
 
 bool Conductor::hasThread(pid_t pid, std::uint64_t handle) {
@@ -335,17 +299,6 @@ void Conductor::comeBack(std::uint32_t number) {
     }
     hand(next);
     awaitTurn(number);
-}
-
-void Conductor::awaitNewImage(std::uint32_t number) {
-    std::uint32_t next = 0;
-    {
-        const Lock lock(*this);
-        slots_[number].awaitsProcess = 1;
-        setWaiting(number, nowNs());
-        next = passTurn();
-    }
-    hand(next);
 }
 
 }  // namespace virtual_i210

@@ -11,6 +11,7 @@
 namespace virtual_i210 {
 
 constexpr std::size_t kMaxThreads = 4096;
+constexpr std::size_t kEndedProcesses = 128;
 constexpr std::uint64_t kNever = UINT64_MAX;
 /** CLOCK_MONOTONIC_RAW when a run begins. */
 constexpr std::uint64_t kFirstInstantNs = 1'000'000'000'000;
@@ -25,10 +26,12 @@ enum class ThreadState : std::uint32_t {
 
 /** What may end a wait before its time. */
 enum class WaitKind : std::uint32_t {
+    kTurn, /**< only for its turn; nothing ends that before its time */
     kTime,
     kObject,      /**< a notification of this address */
     kDescriptors, /**< frames of a card, or of all, or anything that another thread writes */
     kSignal,      /**< a signal that the caller has blocked */
+    kProcess,     /**< the end of a process */
 };
 
 /** Why a wait has ended; several may hold at once. */
@@ -37,13 +40,15 @@ enum Woken : std::uint32_t {
     kWokenByNotice = 1,
     kWokenBySignal = 2, /**< a handler has run */
     kWokenByCancel = 4,
+    kSignalShift = 8, /**< above these bits, the number of the signal when it is known */
 };
 
 constexpr std::uint64_t kEveryCard = UINT64_MAX;
 
 struct Wait {
     WaitKind kind = WaitKind::kTime;
-    std::uint64_t object = 0;     /**< kObject: address; kDescriptors: card + 1, 0 or kEveryCard */
+    /** kObject: address; kDescriptors: card + 1, 0 or kEveryCard; kProcess: its number. */
+    std::uint64_t object = 0;
     std::uint64_t dueNs = kNever; /**< when it ends by itself */
     bool anyDescriptor = false;   /**< kDescriptors: not only those of cards */
 };
@@ -62,13 +67,16 @@ struct ThreadSlot {
     std::uint16_t anyDescriptor;
     std::uint16_t awaitsProcess;            /**< reserved for the first thread of `pid` */
     std::atomic<std::uint32_t> handlersMet; /**< signals that interrupted the wait for a turn */
-    std::uint64_t stoppedDueNs;
+    std::uint64_t padding;
 };
 
 static_assert(sizeof(ThreadSlot) == 64);
 
 /** Ended, or ended and not yet waited for. */
 bool isDead(pid_t pid);
+
+/** Whether this thread waits for its turn: what it does then, a signal handler does. */
+bool awaitsTurn();
 
 /** Lets one thread of all processes run at a time. A turn ends when the thread waits, or when its
  *  time passes another one's wake-up; time then moves to the earliest wake-up. Lies in the shared
@@ -100,6 +108,8 @@ public:
     /** The same for all threads of a process; any thread. */
     void leaveProcess(pid_t pid);
     bool hasThreads(pid_t pid);
+    /** Whether a process left the run lately because it ended: what is left of it is real time. */
+    bool hasEnded(pid_t pid);
 
     /** The thread has worked for this long. */
     void charge(std::uint32_t slot, std::uint64_t ns) {
@@ -122,6 +132,8 @@ public:
     void comeBack(std::uint32_t slot);
     bool isOutside(std::uint32_t slot) const { return slots_[slot].state == ThreadState::kOutside; }
 
+    /** After a thread without a turn woke others: all may have waited for good. */
+    void goOn();
     /** Wakes waiters of an address in one process, the oldest first; returns how many. */
     unsigned notify(pid_t pid, std::uint64_t object, unsigned most);
     /** Wakes who waits for frames of each card at the instant that one becomes visible there;
@@ -134,7 +146,7 @@ public:
     void cancelled(pid_t pid, std::uint64_t handle);
     /** Wakes who waits for a blocked signal, and the thread that a handler interrupts, or
      *  kMaxThreads. */
-    void signalled(pid_t pid, std::uint32_t interrupted);
+    void signalled(pid_t pid, std::uint32_t interrupted, int number);
     /** Threads of a stopped process do not get their turn. */
     void stop(pid_t pid);
     void resume(pid_t pid);
@@ -151,6 +163,8 @@ private:
 
     std::uint32_t allocate(pid_t pid);
     void free(std::uint32_t slot);
+    void adopt(std::uint32_t slot);
+    void freeProcess(pid_t pid);
     void setWaiting(std::uint32_t slot, std::uint64_t dueNs);
     void wakeAt(std::uint32_t slot, std::uint64_t dueNs, std::uint32_t reason);
     std::uint32_t passTurn();
@@ -160,6 +174,7 @@ private:
     std::uint64_t wakeLatencyNs();
     std::uint64_t noticeLatencyNs();
     void watch();
+    void noticeSignals(std::uint32_t slot, bool handlerRan);
     template <typename Instant>
     void wakeReaders(Instant instantFor);
 
@@ -177,13 +192,16 @@ private:
     SimulatedCosts costs_;
     std::uint32_t anyDescriptorWaits_;
     std::uint32_t reserved_;
+    std::int32_t ended_[kEndedProcesses]; /**< pids, the oldest replaced first */
+    std::uint64_t endedCount_;
     std::uint64_t visibleNs_[kMaxCards];
     std::uint64_t dueNs_[kMaxThreads]; /**< apart from the slots, for the search of the earliest */
     ThreadSlot slots_[kMaxThreads];
 };
 
 static_assert(sizeof(SimulatedCosts) == 24);
-static_assert(sizeof(Conductor) == 104 + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
+static_assert(sizeof(Conductor) ==
+              112 + 4 * kEndedProcesses + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
 static_assert(alignof(Conductor) == 8);
 
 }  // namespace virtual_i210

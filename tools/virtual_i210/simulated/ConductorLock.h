@@ -1,6 +1,7 @@
 #pragma once
 
-#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "tools/virtual_i210/simulated/Conductor.h"
 
@@ -22,7 +23,7 @@ public:
                 return;
             }
             seen = 0;
-            sched_yield();
+            syscall(SYS_sched_yield);
         }
     }
     ~Lock() { owner_.store(0, std::memory_order_release); }

@@ -6,6 +6,9 @@
 
 namespace virtual_i210 {
 
+/** Whoever is woken already needs no notification, which another waiter may need. */
+constexpr std::uint32_t kGoesOn = kWokenByNotice | kWokenByCancel;
+
 unsigned Conductor::notify(pid_t pid, std::uint64_t object, unsigned most) {
     const Lock lock(*this);
     unsigned woken = 0;
@@ -14,7 +17,7 @@ unsigned Conductor::notify(pid_t pid, std::uint64_t object, unsigned most) {
         for (std::uint32_t i = 0; i < slotEnd_; ++i) {
             const ThreadSlot& slot = slots_[i];
             if (slot.state == ThreadState::kWaiting && slot.waitKind == WaitKind::kObject &&
-                slot.pid == pid && slot.object == object && (slot.woken & kWokenByNotice) == 0 &&
+                slot.pid == pid && slot.object == object && (slot.woken & kGoesOn) == 0 &&
                 (oldest == kMaxThreads || slot.waitNumber < slots_[oldest].waitNumber)) {
                 oldest = i;
             }
@@ -26,6 +29,17 @@ unsigned Conductor::notify(pid_t pid, std::uint64_t object, unsigned most) {
         ++woken;
     }
     return woken;
+}
+
+void Conductor::goOn() {
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        if (running_.load() == 0 && nextDueNs_.load() != kNever) {
+            next = passTurn();
+        }
+    }
+    hand(next);
 }
 
 template <typename Instant>
@@ -66,14 +80,14 @@ void Conductor::descriptorsChanged() {
 void Conductor::cancelled(pid_t pid, std::uint64_t handle) {
     const Lock lock(*this);
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
-        if (slots_[i].state == ThreadState::kWaiting && slots_[i].pid == pid &&
-            slots_[i].handle == handle) {
+        if (slots_[i].state == ThreadState::kWaiting && slots_[i].waitKind != WaitKind::kTurn &&
+            slots_[i].pid == pid && slots_[i].handle == handle) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByCancel);
         }
     }
 }
 
-void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
+void Conductor::signalled(pid_t pid, std::uint32_t interrupted, int number) {
     const Lock lock(*this);
     for (std::uint32_t i = 0; i < slotEnd_; ++i) {
         const ThreadSlot& slot = slots_[i];
@@ -82,8 +96,9 @@ void Conductor::signalled(pid_t pid, std::uint32_t interrupted) {
         }
         if (slot.waitKind == WaitKind::kSignal) {
             wakeAt(i, nowNs() + noticeLatencyNs(), kWokenByNotice);
-        } else if (i == interrupted) {
-            wakeAt(i, nowNs() + noticeLatencyNs(), kWokenBySignal);
+        } else if (i == interrupted && slot.waitKind != WaitKind::kTurn) {
+            wakeAt(i, nowNs() + noticeLatencyNs(),
+                   kWokenBySignal | static_cast<std::uint32_t>(number) << kSignalShift);
         }
     }
 }
@@ -94,7 +109,6 @@ void Conductor::stop(pid_t pid) {
         ThreadSlot& slot = slots_[i];
         if (slot.state == ThreadState::kWaiting && slot.pid == pid) {
             slot.state = ThreadState::kStopped;
-            slot.stoppedDueNs = dueNs_[i];
             dueNs_[i] = kNever;
         }
     }

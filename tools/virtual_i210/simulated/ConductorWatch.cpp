@@ -1,9 +1,11 @@
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "tools/virtual_i210/simulated/ConductorLock.h"
@@ -52,7 +54,46 @@ bool isDead(pid_t pid) {
     syscall(SYS_read, fd, text, sizeof text - 1);
     syscall(SYS_close, fd);
     const char* afterName = std::strrchr(text, ')');
-    return afterName == nullptr || afterName[2] == 'Z' || afterName[2] == 'X';
+    if (afterName == nullptr || afterName[2] == 'X') {
+        return true;
+    }
+    // A process lives on when only its first thread has ended.
+    constexpr unsigned kFieldsToThreads = 18;
+    const char* threads = afterName;
+    for (unsigned i = 0; i < kFieldsToThreads && threads != nullptr; ++i) {
+        threads = std::strchr(threads + 1, ' ');
+    }
+    return afterName[2] == 'Z' && (threads == nullptr || std::strtol(threads, nullptr, 10) <= 1);
+}
+
+/** By a thread that waits for its turn: signals may come from outside the run, which tells nobody
+ *  of them. */
+void Conductor::noticeSignals(std::uint32_t number, bool handlerRan) {
+    sigset_t pending;
+    sigpending(&pending);
+    const bool somePending = sigisemptyset(&pending) == 0;
+    if (!somePending && !handlerRan) {
+        return;
+    }
+    std::uint32_t next = kMaxThreads;
+    {
+        const Lock lock(*this);
+        for (std::uint32_t i = 0; i < slotEnd_; ++i) {
+            const ThreadSlot& slot = slots_[i];
+            if (slot.state != ThreadState::kWaiting || slot.pid != slots_[number].pid) {
+                continue;
+            }
+            if (somePending && slot.waitKind == WaitKind::kSignal) {
+                wakeAt(i, nowNs(), kWokenByNotice);
+            } else if (handlerRan && i == number && slot.waitKind != WaitKind::kTurn) {
+                wakeAt(i, nowNs(), kWokenBySignal);
+            }
+        }
+        if (running_.load() == 0 && nextDueNs_.load() != kNever) {
+            next = passTurn();
+        }
+    }
+    hand(next);
 }
 
 /** By a thread that waits for its turn: whoever has it may have died or may never wait. */
@@ -77,13 +118,10 @@ void Conductor::watch() {
         if (turns_.load() != turns || running_.load() != running) {
             return;
         }
-        if (!dead) {
+        if (dead) {
+            freeProcess(pid);
+        } else {
             slots_[running - 1].state = ThreadState::kOutside;
-        }
-        for (std::uint32_t i = 0; dead && i < slotEnd_; ++i) {
-            if (slots_[i].state != ThreadState::kFree && slots_[i].pid == pid) {
-                free(i);
-            }
         }
         next = passTurn();
     }
