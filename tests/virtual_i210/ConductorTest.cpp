@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -43,6 +44,7 @@ std::string orderOf(std::uint64_t seed) {
     for (char name = 'a'; name < 'i'; ++name) {
         const std::uint32_t slot = conductor->reserve(getpid(), false);
         threads.emplace_back([&, slot, name] {
+            conductor->begin(slot);
             conductor->awaitTurn(slot);
             for (std::uint64_t second = 1; second < 4; ++second) {
                 conductor->sleepUntil(slot, kFirstInstantNs + second * 1'000'000'000);
@@ -83,6 +85,7 @@ TEST(ConductorTest, TakesTheTurnFromWhoeverWorksPastAWakeUp) {
     const std::uint32_t slot = conductor->reserve(getpid(), false);
     std::uint64_t seenNs = 0;
     std::thread other([&] {
+        conductor->begin(slot);
         conductor->awaitTurn(slot);
         conductor->sleepUntil(slot, kFirstInstantNs + 100);
         seenNs = conductor->nowNs();
@@ -93,6 +96,61 @@ TEST(ConductorTest, TakesTheTurnFromWhoeverWorksPastAWakeUp) {
     EXPECT_EQ(kFirstInstantNs + 100, seenNs);
     EXPECT_EQ(kFirstInstantNs + 501, conductor->nowNs());
     other.join();
+}
+
+/** Work that only this process sees need not be interleaved with that of others. */
+TEST(ConductorTest, LetsAnotherProcessGoFirstOnlyWhereItCouldTell) {
+    const auto conductor = conductorOf(1);
+    const std::uint32_t own = conductor->enter(getpid());
+    const std::uint32_t slot = conductor->reserve(kOther, false);
+    std::uint64_t seenNs = 0;
+    std::thread other([&] {
+        conductor->begin(slot);
+        conductor->awaitTurn(slot);
+        conductor->sleepUntil(slot, kFirstInstantNs + 100);
+        seenNs = conductor->nowNs();
+        conductor->leave(slot);
+    });
+    conductor->sleepUntil(own, kFirstInstantNs + 1);
+    conductor->charge(own, 500);
+    EXPECT_EQ(0U, seenNs);
+    conductor->settle(own);
+    EXPECT_EQ(kFirstInstantNs + 100, seenNs);
+    EXPECT_EQ(kFirstInstantNs + 501, conductor->nowNs());
+    other.join();
+}
+
+/** A thread of a process that ends may not yet know that its place has been given away. */
+TEST(ConductorTest, GivesTheTurnToTheNewThreadOfAPlace) {
+    const auto conductor = conductorOf(1);
+    const std::uint32_t own = conductor->enter(getpid());
+    const std::uint32_t slot = conductor->reserve(kOther, false);
+    std::atomic<bool> staleRan{false};
+    std::atomic<bool> staleWaits{false};
+    std::thread stale([&] {
+        conductor->begin(slot);
+        staleWaits = true;
+        conductor->awaitTurn(slot);
+        staleRan = true;
+    });
+    while (!staleWaits) {
+        std::this_thread::yield();
+    }
+    conductor->leaveProcess(kOther);
+    ASSERT_EQ(slot, conductor->reserve(kOther, false));
+    bool newRan = false;
+    std::thread fresh([&] {
+        conductor->begin(slot);
+        conductor->awaitTurn(slot);
+        newRan = true;
+        conductor->leave(slot);
+    });
+    conductor->sleepUntil(own, kFirstInstantNs + 1);
+    EXPECT_TRUE(newRan);
+    EXPECT_FALSE(staleRan);
+    fresh.join();
+    // Ends with the process, as the thread of one that ends does.
+    stale.detach();
 }
 
 /** Latencies of a thousand wake-ups. */
@@ -143,6 +201,7 @@ TEST(ConductorTest, NotifiesTheOldestWaiterOfAnObject) {
     for (const char name : {'a', 'b'}) {
         const std::uint32_t slot = conductor->reserve(getpid(), false);
         threads.emplace_back([&, slot, name] {
+            conductor->begin(slot);
             conductor->awaitTurn(slot);
             conductor->wait(slot, {WaitKind::kObject, 4711, kNever, false});
             woken += name;

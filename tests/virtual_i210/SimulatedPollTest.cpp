@@ -15,6 +15,7 @@
 
 #include "tests/virtual_i210/PtpFrames.h"
 #include "tests/virtual_i210/SimulatedRun.h"
+#include "tools/virtual_i210/VirtualI210.h"
 
 namespace {
 
@@ -290,6 +291,25 @@ TEST_F(SimulatedCable, ShowsNoFrameBeforeItsTime) {
     EXPECT_EQ(0, poll(&entry, 1, 0));
     sleepNs(1);
     EXPECT_EQ(1, poll(&entry, 1, 0));
+}
+
+/** A master that starts anew sends the same frames again. */
+TEST_F(SimulatedCable, StampsARepeatedFrameWithItsOwnInstant) {
+    ASSERT_EQ(0, enableStamping("tss0"));
+    const PeerSocket master("tsm0");
+    const PeerSocket slave("tss0", PeerSocket::kHardwareStamps);
+    const auto stampOf = [&](unsigned sequenceId) {
+        EXPECT_TRUE(master.send(ptpFrame(0, sequenceId)));
+        return slave.receive()->hardwareNs.value();
+    };
+    const std::int64_t first = stampOf(1);
+    for (unsigned sequenceId = 2; sequenceId < 50; ++sequenceId) {
+        stampOf(sequenceId);
+    }
+    sleepNs(20 * kSecond);
+    const auto sentNs = static_cast<std::int64_t>(*virtual_i210::truePhcNs("tss0", nowNs()));
+    EXPECT_EQ((sentNs + 500) / 8 * 8, stampOf(1));
+    EXPECT_GT(sentNs, first);
 }
 
 TEST_F(SimulatedCable, SelectShowsNoFrameBeforeItsTime) {

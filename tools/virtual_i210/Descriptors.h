@@ -24,6 +24,8 @@ struct Descriptor {
     std::atomic<std::uint32_t> card{0};         /**< kPhc: index of the card */
     std::atomic<std::uint32_t> stampFlags{0};   /**< kPacketSocket: as given for SO_TIMESTAMPING */
     std::atomic<std::uint64_t> createdRawNs{0}; /**< kPacketSocket */
+    /** kPacketSocket: when the last frame was sent that it was given, whichever that was. */
+    std::atomic<std::uint64_t> lastGivenRawNs{0};
     /** kPacketSocket: the last interface index looked up, and its card + 1 (0 for no card). */
     std::atomic<std::uint64_t> cardOfInterface{0};
     LastGiven lastGiven[kLastGivenEntries]; /**< kPacketSocket: by key */

@@ -67,6 +67,7 @@ VIRTUAL_I210_EXPORT int socket(int domain, int type, int protocol) noexcept {
     if (descriptor != nullptr && virtual_i210::stateForCall() != nullptr) {
         descriptor->stampFlags.store(0);
         descriptor->cardOfInterface.store(0);
+        descriptor->lastGivenRawNs.store(0);
         descriptor->createdRawNs.store(virtual_i210::rawNowNs());
         descriptor->kind.store(kind, std::memory_order_release);
     }

@@ -84,6 +84,7 @@ void charge(std::uint64_t ns) {
 void chargeCall() {
     if (Conductor* conductor = conducting()) {
         charge(around(*conductor, conductor->costs().callNs));
+        conductor->settle(own.slot);
     }
 }
 
@@ -159,6 +160,7 @@ void beginAt(std::uint32_t slot) {
     own = Own{};
     own.slot = slot;
     attachedConductor()->setHandle(slot, pthread_self());
+    attachedConductor()->begin(slot);
     attachedConductor()->awaitTurn(slot);
 }
 

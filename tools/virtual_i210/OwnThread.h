@@ -22,8 +22,9 @@ inline bool timeIsSimulated() {
 /** A clock of the simulated machine or of this process; false for one that it does not have. */
 bool simulatedClock(clockid_t clock, std::uint64_t& ns);
 
-/** The thread works, in a turn of its own. */
+/** The thread works, which nobody outside its process sees. */
 void charge(std::uint64_t ns);
+/** It makes a system call, before whose effect others have their turns. */
 void chargeCall();
 
 /** While a clock is read: what it shows belongs to an instant anywhere within that time. */

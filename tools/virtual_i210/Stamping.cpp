@@ -37,11 +37,15 @@ std::optional<SentEvent> findReceived(Descriptor& socket, const SeenFrame& frame
     }
     const std::uint64_t arrivalRawNs = frame.softwareNs ? seenRawNs : 0;
     const EventRing& events = attachedState()->events;
-    const auto sent = timeIsSimulated() ? events.firstOf(key, sinceRawNs)
-                                        : events.find(key, arrivalRawNs, sinceRawNs);
+    // In simulated time frames queue in the order of their sending, so none is older than the one
+    // before it: a sender that starts anew repeats what it sent in its earlier life.
+    const auto sent = timeIsSimulated()
+                          ? events.firstOf(key, std::max(sinceRawNs, socket.lastGivenRawNs.load()))
+                          : events.find(key, arrivalRawNs, sinceRawNs);
     if (sent && frame.taken) {
         last.key.store(key);
         last.rawNs.store(sent->rawNs);
+        socket.lastGivenRawNs.store(sent->rawNs);
     }
     return sent;
 }

@@ -25,11 +25,13 @@ long futexWait(std::atomic<std::uint32_t>& word, std::uint32_t value, const time
     return syscall(SYS_futex, &word, FUTEX_WAIT, value, patience, nullptr, 0);
 }
 
-void futexWakeOne(std::atomic<std::uint32_t>& word) {
-    syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+/** All, since a thread of an ending process may still wait where its place has been given away. */
+void futexWake(std::atomic<std::uint32_t>& word) {
+    syscall(SYS_futex, &word, FUTEX_WAKE, INT32_MAX, nullptr, nullptr, 0);
 }
 
 thread_local bool waitsForTurn = false;
+thread_local std::uint32_t ownGeneration = 0;
 
 }  // namespace
 
@@ -41,6 +43,8 @@ void Conductor::initialise(std::uint64_t seed, const SimulatedCosts& costs, std:
     seed_ = seed;
     costs_ = costs;
     nowNs_.store(kFirstInstantNs);
+    turnStartNs_ = kFirstInstantNs;
+    nextOwnDueNs_.store(kNever);
     nextDueNs_.store(kNever);
     realtimeOffsetNs_.store(static_cast<std::int64_t>(epochNs - kFirstInstantNs));
     active_.store(1, std::memory_order_release);
@@ -93,7 +97,8 @@ std::uint32_t Conductor::allocate(pid_t pid) {
     slotEnd_ = std::max(slotEnd_, number + 1);
     ThreadSlot& slot = slots_[number];
     slot.turn.store(0);
-    slot.pid = pid;
+    slot.generation = std::max(slot.generation + 1, 1U);
+    setPid(number, pid);
     slot.tid = 0;
     slot.awaitsProcess = 0;
     slot.handle = 0;
@@ -106,17 +111,27 @@ std::uint32_t Conductor::allocate(pid_t pid) {
 void Conductor::setWaiting(std::uint32_t number, std::uint64_t dueNs) {
     slots_[number].state = ThreadState::kWaiting;
     slots_[number].waitNumber = ++waits_;
+    setDue(number, dueNs);
+}
+
+void Conductor::setPid(std::uint32_t number, pid_t pid) {
+    slots_[number].pid = pid;
+    pids_[number] = pid;
+}
+
+void Conductor::setDue(std::uint32_t number, std::uint64_t dueNs) {
     dueNs_[number] = dueNs;
-    if (dueNs < nextDueNs_.load(std::memory_order_relaxed)) {
-        nextDueNs_.store(dueNs, std::memory_order_relaxed);
+    nextDueNs_.store(std::min(nextDueNs_.load(), dueNs));
+    const std::uint32_t running = running_.load(std::memory_order_relaxed);
+    if (running != 0 && pids_[running - 1] == pids_[number]) {
+        nextOwnDueNs_.store(std::min(nextOwnDueNs_.load(), dueNs));
     }
 }
 
 void Conductor::wakeAt(std::uint32_t number, std::uint64_t dueNs, std::uint32_t reason) {
     slots_[number].woken |= reason;
     if (dueNs < dueNs_[number]) {
-        dueNs_[number] = dueNs;
-        nextDueNs_.store(std::min(nextDueNs_.load(), dueNs));
+        setDue(number, dueNs);
     }
 }
 
@@ -125,7 +140,7 @@ void Conductor::free(std::uint32_t number) {
         anyDescriptorWaits_ -= slots_[number].anyDescriptor;
     }
     slots_[number].state = ThreadState::kFree;
-    slots_[number].pid = 0;
+    setPid(number, 0);
     dueNs_[number] = kNever;
     if (running_.load() == number + 1) {
         running_.store(0);
@@ -158,7 +173,15 @@ std::uint32_t Conductor::passTurn() {
     if (best != kMaxThreads) {
         dueNs_[best] = kNever;
         slots_[best].state = ThreadState::kRunning;
-        nowNs_.store(std::max(nowNs(), bestDueNs), std::memory_order_relaxed);
+        // The one that ran before may have been ahead.
+        turnStartNs_ = std::max(turnStartNs_, bestDueNs);
+        nowNs_.store(turnStartNs_, std::memory_order_relaxed);
+        std::uint64_t nextOwnDueNs = kNever;
+        for (std::uint32_t i = 0; i < slotEnd_; ++i) {
+            nextOwnDueNs =
+                pids_[i] == pids_[best] ? std::min(nextOwnDueNs, dueNs_[i]) : nextOwnDueNs;
+        }
+        nextOwnDueNs_.store(nextOwnDueNs, std::memory_order_relaxed);
     }
     return best;
 }
@@ -166,16 +189,18 @@ std::uint32_t Conductor::passTurn() {
 /** Outside the lock. */
 void Conductor::hand(std::uint32_t number) {
     if (number != kMaxThreads) {
-        slots_[number].turn.store(1, std::memory_order_release);
-        futexWakeOne(slots_[number].turn);
+        slots_[number].turn.store(slots_[number].generation, std::memory_order_release);
+        futexWake(slots_[number].turn);
     }
+}
+
+void Conductor::begin(std::uint32_t number) {
+    slots_[number].tid = static_cast<std::int32_t>(syscall(SYS_gettid));
+    ownGeneration = slots_[number].generation;
 }
 
 void Conductor::awaitTurn(std::uint32_t number) {
     ThreadSlot& slot = slots_[number];
-    if (slot.tid == 0) {
-        slot.tid = static_cast<std::int32_t>(syscall(SYS_gettid));
-    }
     const timespec patience = {0, kWatchPeriodNs};
     // One thread of each process is enough to notice that another one died, unless it is that one.
     const std::uint32_t running = running_.load();
@@ -185,8 +210,12 @@ void Conductor::awaitTurn(std::uint32_t number) {
     waitsForTurn = true;
     const std::uint32_t handlersBefore = slot.handlersMet.load();
     bool handlerRan = false;
-    while (slot.turn.load(std::memory_order_acquire) == 0) {
-        if (futexWait(slot.turn, 0, watches ? &patience : nullptr) == 0) {
+    for (;;) {
+        const std::uint32_t turn = slot.turn.load(std::memory_order_acquire);
+        if (turn == ownGeneration) {
+            break;
+        }
+        if (futexWait(slot.turn, turn, watches ? &patience : nullptr) == 0) {
             continue;
         }
         if (errno == EINTR) {
@@ -201,12 +230,6 @@ void Conductor::awaitTurn(std::uint32_t number) {
     waitsForTurn = false;
     slot.turn.store(0, std::memory_order_relaxed);
     errno = savedErrno;
-}
-
-void Conductor::yield(std::uint32_t number, std::uint64_t nowNs) {
-    // Time stands at the earliest wake-up again, which is not before this turn began.
-    nowNs_.store(nextDueNs_.load());
-    sleepUntil(number, nowNs);
 }
 
 void Conductor::sleepUntil(std::uint32_t number, std::uint64_t ns) {

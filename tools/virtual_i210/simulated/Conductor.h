@@ -55,7 +55,7 @@ struct Wait {
 
 /** One thread of any process of the run. All but `turn` changes under the conductor's lock. */
 struct ThreadSlot {
-    std::atomic<std::uint32_t> turn; /**< futex: 1 when the thread may run */
+    std::atomic<std::uint32_t> turn; /**< futex: `generation` when the thread may run */
     ThreadState state;
     std::int32_t pid;
     std::int32_t tid;
@@ -67,7 +67,8 @@ struct ThreadSlot {
     std::uint16_t anyDescriptor;
     std::uint16_t awaitsProcess;            /**< reserved for the first thread of `pid` */
     std::atomic<std::uint32_t> handlersMet; /**< signals that interrupted the wait for a turn */
-    std::uint64_t padding;
+    std::uint32_t generation;               /**< of those that had this place; never 0 */
+    std::uint32_t padding;
 };
 
 static_assert(sizeof(ThreadSlot) == 64);
@@ -101,6 +102,8 @@ public:
     void setHandle(std::uint32_t slot, std::uint64_t handle);
     /** The place that is reserved for this process' first thread, or a new one; any thread. */
     std::uint32_t enter(pid_t pid);
+    /** The calling thread takes a place that was reserved for it. */
+    void begin(std::uint32_t slot);
     /** Returns when the thread that holds this place has its turn. */
     void awaitTurn(std::uint32_t slot);
     /** Gives the place and the turn back. */
@@ -111,12 +114,21 @@ public:
     /** Whether a process left the run lately because it ended: what is left of it is real time. */
     bool hasEnded(pid_t pid);
 
-    /** The thread has worked for this long. */
+    /** The thread has worked for this long, and nobody outside its process could see it: it may go
+     *  a little ahead of other processes. */
     void charge(std::uint32_t slot, std::uint64_t ns) {
+        constexpr std::uint64_t kAheadNs = 1'000'000;
         const std::uint64_t now = nowNs() + ns;
         nowNs_.store(now, std::memory_order_relaxed);
-        if (now > nextDueNs_.load(std::memory_order_relaxed)) {
-            yield(slot, now);
+        if (now > nextOwnDueNs_.load(std::memory_order_relaxed) || now - turnStartNs_ > kAheadNs) {
+            settle(slot);
+        }
+    }
+
+    /** What the thread does next may be seen: all who are due before it go first. */
+    void settle(std::uint32_t slot) {
+        if (nowNs() > nextDueNs_.load(std::memory_order_relaxed)) {
+            sleepUntil(slot, nowNs());
         }
     }
 
@@ -165,11 +177,12 @@ private:
     void free(std::uint32_t slot);
     void adopt(std::uint32_t slot);
     void freeProcess(pid_t pid);
+    void setPid(std::uint32_t slot, pid_t pid);
+    void setDue(std::uint32_t slot, std::uint64_t dueNs);
     void setWaiting(std::uint32_t slot, std::uint64_t dueNs);
     void wakeAt(std::uint32_t slot, std::uint64_t dueNs, std::uint32_t reason);
     std::uint32_t passTurn();
     void hand(std::uint32_t slot);
-    void yield(std::uint32_t slot, std::uint64_t nowNs);
     std::uint64_t latencyNs(std::uint64_t leastNs, std::uint64_t jitterNs);
     std::uint64_t wakeLatencyNs();
     std::uint64_t noticeLatencyNs();
@@ -181,9 +194,11 @@ private:
     std::atomic<std::uint32_t> active_;
     std::atomic<std::uint32_t> lockOwner_; /**< pid */
     std::uint32_t slotEnd_;
-    std::atomic<std::uint32_t> running_; /**< slot + 1 */
-    std::atomic<std::uint64_t> nowNs_;
-    std::atomic<std::uint64_t> nextDueNs_; /**< earliest of those that wait */
+    std::atomic<std::uint32_t> running_;      /**< slot + 1 */
+    std::atomic<std::uint64_t> nowNs_;        /**< of the thread that runs */
+    std::atomic<std::uint64_t> nextDueNs_;    /**< earliest of those that wait */
+    std::atomic<std::uint64_t> nextOwnDueNs_; /**< the same in the process of the one that runs */
+    std::uint64_t turnStartNs_;
     std::atomic<std::uint64_t> turns_;
     std::atomic<std::int64_t> realtimeOffsetNs_;
     std::uint64_t seed_;
@@ -195,13 +210,15 @@ private:
     std::int32_t ended_[kEndedProcesses]; /**< pids, the oldest replaced first */
     std::uint64_t endedCount_;
     std::uint64_t visibleNs_[kMaxCards];
-    std::uint64_t dueNs_[kMaxThreads]; /**< apart from the slots, for the search of the earliest */
+    // Apart from the slots, for the search of the earliest.
+    std::uint64_t dueNs_[kMaxThreads];
+    std::int32_t pids_[kMaxThreads];
     ThreadSlot slots_[kMaxThreads];
 };
 
 static_assert(sizeof(SimulatedCosts) == 24);
 static_assert(sizeof(Conductor) ==
-              112 + 4 * kEndedProcesses + 8 * kMaxCards + kMaxThreads * (8 + sizeof(ThreadSlot)));
+              128 + 4 * kEndedProcesses + 8 * kMaxCards + kMaxThreads * (12 + sizeof(ThreadSlot)));
 static_assert(alignof(Conductor) == 8);
 
 }  // namespace virtual_i210

@@ -21,9 +21,9 @@ void Conductor::freeProcess(pid_t pid) {
 }
 
 void Conductor::setProcess(std::uint32_t slot, pid_t pid) {
-    slots_[slot].pid = pid;
-    // The number may be that of an earlier process.
     const Lock lock(*this);
+    setPid(slot, pid);
+    // The number may be that of an earlier process.
     std::replace(std::begin(ended_), std::end(ended_), static_cast<std::int32_t>(pid), 0);
 }
 
@@ -62,6 +62,7 @@ std::uint32_t Conductor::enter(pid_t pid) {
             next = passTurn();
         }
     }
+    begin(number);
     hand(next);
     awaitTurn(number);
     return number;
