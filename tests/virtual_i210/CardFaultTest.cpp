@@ -80,6 +80,17 @@ TEST_F(CardFault, DelaysATransmitTimestamp) {
     EXPECT_EQ(exact - exact % 8, *stamp->hardwareNs);
 }
 
+TEST_F(CardFault, LosesReceiveTimestamps) {
+    FaultOrder lost;
+    lost.fault = Fault::kRxTimestampLost;
+    lost.messageType = kSync;
+    virtual_i210::orderFault("tss0", lost);
+    for (unsigned i = 0; i < 2; ++i) {
+        ASSERT_TRUE(sender_->send(ptpFrame(kSync, i)));
+        EXPECT_EQ(i == 1, nextPtp()->hardwareNs.has_value());
+    }
+}
+
 TEST_F(CardFault, DropsAFrameBehindTheCard) {
     order(Fault::kFrameDropped);
     ASSERT_TRUE(sender_->send(ptpFrame(kSync, 1)));

@@ -14,13 +14,14 @@ enum class Fault : std::uint32_t {
     kFrameDuplicated,
     kFrameReordered,
     kFrameCorrupted,
+    kRxTimestampLost, /**< of the next frames that the card receives */
 };
 
-constexpr std::size_t kFaultKinds = 6;
+constexpr std::size_t kFaultKinds = 7;
 constexpr std::uint32_t kUntilCleared = 0xFFFFFFFFu;
 constexpr std::uint32_t kAnyMessageType = 0xFFFFFFFFu;
 
-/** What shall go wrong with the next `count` PTP frames that a card sends. */
+/** What shall go wrong with the next `count` PTP frames that a card sends or receives. */
 struct FaultOrder {
     Fault fault = Fault::kTxTimestampLost;
     std::uint32_t count = 1;

@@ -84,6 +84,9 @@ std::optional<std::int64_t> receiveStamp(CardState& card, Descriptor& socket,
     if (filter == HWTSTAMP_FILTER_NONE || (filter != HWTSTAMP_FILTER_ALL && !event)) {
         return std::nullopt;
     }
+    if (ptp && frame.taken && card.faults.take(Fault::kRxTimestampLost, ptp->messageType)) {
+        return std::nullopt;
+    }
     if (!sent) {
         card.count(Counter::kRxFallbacks);
         return card.shownPhcNs(seenRawNs);

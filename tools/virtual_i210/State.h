@@ -71,8 +71,8 @@ static_assert(offsetof(CardState, offsetNs) == 64);
 static_assert(offsetof(CardState, txType) == 80);
 static_assert(offsetof(CardState, counters) == 88);
 static_assert(offsetof(CardState, faults) == 152);
-static_assert(offsetof(CardState, clock) == 312);
-static_assert(sizeof(CardState) == 312 + sizeof(ClockBoard));
+static_assert(offsetof(CardState, clock) == 336);
+static_assert(sizeof(CardState) == 336 + sizeof(ClockBoard));
 
 struct SharedState {
     std::uint64_t magic;

@@ -14,9 +14,13 @@ using virtual_i210::Fault;
 using virtual_i210::FaultOrder;
 
 const std::map<std::string, Fault> kFaults = {
-    {"stamp-lost", Fault::kTxTimestampLost}, {"stamp-late", Fault::kTxTimestampLate},
-    {"drop", Fault::kFrameDropped},          {"duplicate", Fault::kFrameDuplicated},
-    {"reorder", Fault::kFrameReordered},     {"corrupt", Fault::kFrameCorrupted},
+    {"stamp-lost", Fault::kTxTimestampLost},
+    {"stamp-late", Fault::kTxTimestampLate},
+    {"drop", Fault::kFrameDropped},
+    {"duplicate", Fault::kFrameDuplicated},
+    {"reorder", Fault::kFrameReordered},
+    {"corrupt", Fault::kFrameCorrupted},
+    {"rx-stamp-lost", Fault::kRxTimestampLost},
 };
 
 void showCard(const virtual_i210::Card& card) {
@@ -75,8 +79,8 @@ CLI::App* addCommand(CLI::App& app, Order& order, const char* name, const char* 
 }
 
 void addFault(CLI::App& app, Order& order) {
-    CLI::App* fault =
-        addCommand(app, order, "fault", "let the next frames that a card sends fail", [&order] {
+    CLI::App* fault = addCommand(
+        app, order, "fault", "let the next frames that a card sends or receives fail", [&order] {
             order.details.fault = kFaults.at(order.fault);
             order.details.count =
                 order.untilCleared ? virtual_i210::kUntilCleared : order.details.count;
