@@ -11,9 +11,13 @@ namespace {
 using virtual_i210::Fault;
 
 const std::map<std::string, Fault> kFaults = {
-    {"stamp-lost", Fault::kTxTimestampLost}, {"stamp-late", Fault::kTxTimestampLate},
-    {"drop", Fault::kFrameDropped},          {"duplicate", Fault::kFrameDuplicated},
-    {"reorder", Fault::kFrameReordered},     {"corrupt", Fault::kFrameCorrupted},
+    {"stamp-lost", Fault::kTxTimestampLost},
+    {"stamp-late", Fault::kTxTimestampLate},
+    {"drop", Fault::kFrameDropped},
+    {"duplicate", Fault::kFrameDuplicated},
+    {"reorder", Fault::kFrameReordered},
+    {"corrupt", Fault::kFrameCorrupted},
+    {"rx-stamp-lost", Fault::kRxTimestampLost},
 };
 
 const std::map<std::string, std::uint32_t> kMessageTypes = {
