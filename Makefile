@@ -6,7 +6,7 @@ PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/C
 	$(wildcard tests/$(room)/CMakeLists.txt)))
 
 .DEFAULT_GOAL := all
-.PHONY: FORCE all help check test demo lint bench mutants install clean
+.PHONY: FORCE all help check test demo simulate lint bench mutants install clean
 
 all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
@@ -25,6 +25,11 @@ demo: build/packages/demo $(ABIS:%=build/%/configured) ## a master and a slave o
 	cmake --build build/i386 --target tsyn libvirtual_i210.so
 	cmake --build build/x86_64 --target tsyn
 	tools/demo/run build/demo
+
+simulate: build/packages/demo $(ABIS:%=build/%/configured) ## scenarios/ in simulated time; SEEDS=1..20
+	cmake --build build/i386 --target tsyn libvirtual_i210.so
+	cmake --build build/x86_64 --target tsyn libvirtual_i210.so simulate
+	build/x86_64/simulate scenarios/*.toml $(addprefix --seeds ,$(SEEDS))
 
 lint: build/lint/configured ## format and static analysis; a repeated run looks at what changed
 	scripts/lint build/lint $(if $(LINT_SINCE),--since $(LINT_SINCE))

@@ -61,13 +61,18 @@ const toml::node* Fields::find(const std::string& key) {
 bool Fields::require(const std::string& key, const std::string& advice) {
     const bool there = find(key) != nullptr;
     if (!there) {
-        problems_.add(line(), where_ + ": '" + key + "' is missing; " + advice);
+        problems_.add(
+            line(), (where_.empty() ? "" : where_ + ": ") + "'" + key + "' is missing; " + advice);
     }
     return there;
 }
 
+std::string Fields::called(const std::string& key) const {
+    return where_.empty() ? key : where_ + " " + key;
+}
+
 void Fields::wrong(const std::string& key, const std::string& text) {
-    problems_.add(lineOf(key), where_ + " " + key + ": " + text);
+    problems_.add(lineOf(key), called(key) + ": " + text);
 }
 
 std::optional<std::string> Fields::peek(const std::string& key) {
@@ -132,9 +137,8 @@ Settings Fields::settings(const std::string& key) {
     }
     for (const auto& [name, entry] : *value->as_table()) {
         if (!entry.is_string()) {
-            problems_.add(
-                name.source().begin.line,
-                where_ + " " + key + "." + std::string(name.str()) + ": write a text in quotes");
+            problems_.add(name.source().begin.line,
+                          called(key) + "." + std::string(name.str()) + ": write a text in quotes");
         }
         result.emplace_back(name.str(), entry.value_or(std::string()));
     }
@@ -318,10 +322,13 @@ const toml::table* Fields::table(const std::string& key) {
     return value == nullptr ? nullptr : value->as_table();
 }
 
-void Fields::finish() {
+void Fields::finish(const std::vector<std::string>& besides) {
+    for (const std::string& key : besides) {
+        find(key);
+    }
     for (const auto& [name, value] : table_) {
         if (std::find(known_.begin(), known_.end(), name.str()) == known_.end()) {
-            problems_.add(name.source().begin.line, where_ + " " + std::string(name.str()) +
+            problems_.add(name.source().begin.line, called(std::string(name.str())) +
                                                         ": unknown; known are " +
                                                         listed(known_, " and "));
         }

@@ -34,7 +34,8 @@ std::string listed(const std::vector<std::string>& words, const char* last = " o
  *  gives nothing too and a line in the problems that says what is allowed. */
 class Fields {
 public:
-    /** `where` begins each line, such as "[[node]]". The table must outlive this. */
+    /** `where` begins each line, such as "[[node]]", or empty at the top of the file. The table
+     * must outlive this. */
     Fields(const toml::table& table, std::string where, Problems& problems)
         : table_(table), where_(std::move(where)), problems_(problems) {}
 
@@ -79,13 +80,14 @@ public:
 
     /** Says what is wrong with a key. */
     void wrong(const std::string& key, const std::string& text);
-    /** Names each key that nobody asked for. */
-    void finish();
+    /** Names each key that nobody asked for and that is not allowed besides. */
+    void finish(const std::vector<std::string>& besides = {});
 
     Problems& problems() { return problems_; }
 
 private:
     const toml::node* find(const std::string& key);
+    std::string called(const std::string& key) const;
     std::optional<double> numberOf(const toml::node* value, const std::string& key, double least,
                                    double most);
     std::optional<std::uint64_t> durationOf(const toml::node* value, const std::string& key);

@@ -29,7 +29,7 @@ void readNet(const toml::table& table, bool bridge, Fields& top, Scenario& scena
                                      std::to_string(other.line) + "; give each its own name");
         }
     }
-    if (fields.has(key) && !bridge && net.nodes.size() != 2) {
+    if (!net.nodes.empty() && !bridge && net.nodes.size() != 2) {
         fields.wrong(key, "a link has two ends; name two nodes, or write a [[bridge]]");
     }
     scenario.nets.push_back(net);
@@ -69,7 +69,10 @@ void readNets(Fields& top, Scenario& scenario) {
     for (const toml::table* table : top.tables("bridge")) {
         readNet(*table, true, top, scenario);
     }
-    checkMembership(top, scenario);
+    // A name that is none leaves its node without a cable, which need not be told as well.
+    if (top.problems().none()) {
+        checkMembership(top, scenario);
+    }
 }
 
 }  // namespace simulate

@@ -155,6 +155,7 @@ void readNode(const toml::table& table, Fields& top, Scenario& scenario) {
         if (other != nullptr) {
             fields.wrong("name", "'" + node.name + "' is taken by the node of line " +
                                      std::to_string(other->line) + "; give each its own name");
+            return;
         }
         scenario.nodes.push_back(std::move(node));
     }
@@ -224,6 +225,7 @@ std::vector<std::string> readNodeNames(Fields& fields, const std::string& key,
                 }
             }
             fields.wrong(key, "'" + name + "' is no node; write " + listed(groups));
+            return {};
         }
         result.insert(result.end(), found.begin(), found.end());
     }

@@ -20,7 +20,7 @@ bool isNodeName(const std::string& name);
 /** The nodes that a name stands for: itself, all of a count, or with "*" all there are. */
 std::vector<std::string> nodesCalled(const Scenario& scenario, const std::string& name);
 
-/** Those of a key's names; tells of a name that is no node's. */
+/** Those of a key's names; none, and a word about it, where one is no node's. */
 std::vector<std::string> readNodeNames(Fields& fields, const std::string& key,
                                        const Scenario& scenario);
 

@@ -92,14 +92,17 @@ Scenario parseScenario(const std::string& text, const std::string& file) {
     Problems problems(file);
     Scenario scenario;
     scenario.file = file;
-    Fields top(table, "the top of the file,", problems);
+    Fields top(table, "", problems);
     readRun(top, scenario);
     readMachine(top, scenario);
     readNodes(top, scenario);
-    readNets(top, scenario);
-    readEvents(top, scenario);
-    readLimits(top, scenario);
-    top.finish();
+    // What comes below names nodes: without all of them, each name would be called wrong.
+    if (problems.none()) {
+        readNets(top, scenario);
+        readEvents(top, scenario);
+        readLimits(top, scenario);
+    }
+    top.finish({"link", "bridge", "event", "limit"});
     if (!problems.none()) {
         fail(problems);
     }

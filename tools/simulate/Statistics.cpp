@@ -62,6 +62,8 @@ Statistics statisticsOf(const std::vector<Timed>& values) {
 
 std::optional<double> recoveryS(const std::vector<Sample>& samples, double endS, double toS,
                                 double belowNs, double holdS) {
+    // Instants are decimal numbers of microseconds, which no double holds exactly.
+    constexpr double kResolutionS = 5e-7;
     std::optional<double> sinceS;
     for (const Sample& sample : samples) {
         if (!sample.valid || sample.atS < endS || sample.atS > toS) {
@@ -72,7 +74,7 @@ std::optional<double> recoveryS(const std::vector<Sample>& samples, double endS,
             continue;
         }
         sinceS = sinceS.value_or(sample.atS);
-        if (sample.atS - *sinceS >= holdS) {
+        if (sample.atS - *sinceS >= holdS - kResolutionS) {
             return *sinceS - endS;
         }
     }

@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+/** The program as a user runs it, with a master and a slave in simulated time. */
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/** A folder that is gone with its scope. */
+class Folder {
+public:
+    Folder() { path_ = mkdtemp(name_.data()); }
+    ~Folder() { fs::remove_all(path_); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    fs::path operator/(const std::string& name) const { return path_ / name; }
+    fs::path write(const std::string& name, const std::string& text) const {
+        std::ofstream(path_ / name) << text;
+        return path_ / name;
+    }
+
+private:
+    std::string name_ = "/tmp/simulate_runs_XXXXXX";
+    fs::path path_;
+};
+
+struct Ran {
+    int status = -1;
+    std::string out;
+    std::string errors;
+};
+
+Ran simulateWith(const Folder& folder, const std::string& arguments) {
+    const std::string command = std::string(ZEB_SIMULATE) + " " + arguments + " >" +
+                                (folder / "stdout").string() + " 2>" + (folder / "stderr").string();
+    const int status = std::system(command.c_str());
+    return {WEXITSTATUS(status), contents(folder / "stdout"), contents(folder / "stderr")};
+}
+
+/** 12 s of a pair that is disturbed, with this limit on the slave's error. */
+std::string disturbedPair(int most) {
+    return R"(duration = "12s"
+[[node]]
+name = "master"
+role = "master"
+cable_ns = 500
+[[node]]
+name = "slave"
+role = "slave"
+truth = "master"
+rate_ppb = 37000
+cable_ns = 500
+[[link]]
+between = ["master", "slave"]
+[[event]]
+at = "6s"
+card = "master"
+fault = "stamp-lost"
+count = 8
+[[event]]
+at = "8s"
+node = "slave"
+process = "restart"
+[[limit]]
+node = "slave"
+what = "error"
+to = "6s"
+p50 = )" + std::to_string(most) +
+           "\n";
+}
+
+/** Name and contents of what a run wrote, but the picture. */
+std::map<std::string, std::string> resultsIn(const fs::path& folder) {
+    std::map<std::string, std::string> results;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        results[entry.path().filename()] = contents(entry.path());
+    }
+    results.erase("picture.png");
+    return results;
+}
+
+TEST(ARun, GivesTheSameBytesWhenItIsRepeated) {
+    const Folder folder;
+    const fs::path file = folder.write("pair.toml", disturbedPair(1000));
+    std::vector<std::map<std::string, std::string>> runs;
+    for (const char* out : {"first", "second"}) {
+        const Ran ran = simulateWith(
+            folder, file.string() + " --no-picture --seeds 4 --out " + (folder / out).string());
+        ASSERT_EQ(ran.status, 0) << ran.out << ran.errors;
+        runs.push_back(resultsIn(folder / out / "pair" / "seed-4"));
+    }
+    for (const char* name : {"report.json", "slave.csv", "slave.json", "slave.log", "master.json",
+                             "master.log", "capture.pcapng"}) {
+        EXPECT_NE(runs[0][name], "") << name;
+        EXPECT_TRUE(runs[0][name] == runs[1][name]) << name << " differs";
+    }
+    EXPECT_EQ(runs[0].size(), 7u);
+}
+
+TEST(ARun, DiffersWithItsSeed) {
+    const Folder folder;
+    const fs::path file = folder.write("pair.toml", disturbedPair(1000));
+    const Ran ran = simulateWith(
+        folder, file.string() + " --no-picture --seeds 1..2 --out " + (folder / "out").string());
+    ASSERT_EQ(ran.status, 0) << ran.out << ran.errors;
+    EXPECT_NE(contents(folder / "out" / "pair" / "seed-1" / "slave.csv"),
+              contents(folder / "out" / "pair" / "seed-2" / "slave.csv"));
+}
+
+TEST(ARun, WithABrokenLimitSaysHowToRepeatIt) {
+    const Folder folder;
+    const fs::path file = folder.write("pair.toml", disturbedPair(1));
+    const Ran ran = simulateWith(
+        folder, file.string() + " --no-picture --seeds 9 --out " + (folder / "out").string());
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_NE(ran.errors.find(file.string() + ":23: slave error p50: "), std::string::npos)
+        << ran.errors;
+    EXPECT_NE(ran.errors.find(" ns, at most 1 ns is allowed (seed 9)"), std::string::npos)
+        << ran.errors;
+    EXPECT_NE(ran.errors.find("again: " ZEB_SIMULATE " " + file.string() + " --seeds 9"),
+              std::string::npos)
+        << ran.errors;
+}
+
+TEST(ARun, WhoseProgramEndsHasFailed) {
+    const Folder folder;
+    std::string text = disturbedPair(1000);
+    text.insert(text.find("truth"), "options = [\"--no-such-option\"]\n");
+    const fs::path file = folder.write("pair.toml", text);
+    const Ran ran = simulateWith(folder, file.string() + " --out " + (folder / "out").string());
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_NE(ran.errors.find("node slave ended with status 2 at "), std::string::npos)
+        << ran.errors;
+    EXPECT_NE(contents(folder / "out" / "pair" / "seed-1" / "slave.log").find("--no-such-option"),
+              std::string::npos);
+}
+
+TEST(AFile, ThatIsWrongIsToldBeforeAnythingRuns) {
+    const Folder folder;
+    const fs::path good = folder.write("good.toml", disturbedPair(1000));
+    const fs::path wrong = folder.write("wrong.toml", "duration = 5\nnodes = 3\n");
+    const Ran ran = simulateWith(
+        folder, good.string() + " " + wrong.string() + " --out " + (folder / "out").string());
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.out, "");
+    EXPECT_EQ(ran.errors.rfind(wrong.string() + ":", 0), 0u) << ran.errors;
+    EXPECT_FALSE(fs::exists(folder / "out"));
+}
+
+TEST(TheScenarios, CanBeRead) {
+    const Folder folder;
+    std::string files;
+    for (const auto& entry : fs::directory_iterator(ZEB_SCENARIOS)) {
+        files += entry.path().string() + " ";
+    }
+    // A second mistake, so that nothing runs.
+    const fs::path wrong = folder.write("wrong.toml", "duration = 5\n");
+    const Ran ran = simulateWith(folder, files + wrong.string());
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.errors.rfind(wrong.string() + ":", 0), 0u) << ran.errors;
+}
+
+}  // namespace
