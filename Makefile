@@ -28,7 +28,7 @@ demo: build/packages/demo $(ABIS:%=build/%/configured) ## a master and a slave o
 
 simulate: build/packages/demo $(ABIS:%=build/%/configured) ## scenarios/ in simulated time; SEEDS=1..20
 	cmake --build build/i386 --target tsyn libvirtual_i210.so
-	cmake --build build/x86_64 --target tsyn libvirtual_i210.so simulate
+	cmake --build build/x86_64 --target tsyn libvirtual_i210.so simulate flood
 	build/x86_64/simulate scenarios/*.toml $(addprefix --seeds ,$(SEEDS))
 
 lint: build/lint/configured ## format and static analysis; a repeated run looks at what changed

@@ -117,7 +117,12 @@ TEST(MistakesInAScenario, OfCablesAreTold) {
          "pair.toml:4: [[node]]: 'master' is on no [[link]] and no [[bridge]]; it has to be on "
          "one"},
         {"", "[[bridge]]\nnodes = \"slave\"\n",
-         "pair.toml:17: 'slave' is also named by line 14; a node is on one link or bridge"},
+         "pair.toml:17: 'slave' is also named by line 14; a node is on one link or bridge, once"},
+        {"[\"master\", \"slave\"]", "[\"*\", \"slave\"]",
+         "pair.toml:15: [[link]] between: a link has two ends; name two nodes, or write a "
+         "[[bridge]]"},
+        {"[[link]]\nbetween = [\"master\", \"slave\"]", "[[bridge]]\nnodes = [\"*\", \"slave\"]",
+         "pair.toml:14: 'slave' is named twice; a node is on one link or bridge, once"},
         {"", "[[bridge]]\nname = \"slave\"\nnodes = []\n",
          "pair.toml:18: [[bridge]] name: 'slave' is no name or a node's; write a letter, then "
          "letters, digits or '_', up to 15 in all"},
@@ -140,7 +145,7 @@ TEST(MistakesInAScenario, OfEventsAreTold) {
          "refuse, step_ns, rate_ppb, clear, interface, process or signal"},
         {"", event("fault = \"lose\"\n"),
          "pair.toml:20: [[event]] fault: 'lose' is not allowed; write corrupt, drop, duplicate, "
-         "reorder, stamp-late or stamp-lost"},
+         "reorder, rx-stamp-lost, stamp-late or stamp-lost"},
         {"", event("fault = \"drop\"\ntype = \"Sink\"\n"),
          "pair.toml:21: [[event]] type: 'Sink' is no message; write Announce, Delay_Req, "
          "Follow_Up, Pdelay_Req, Pdelay_Resp, Pdelay_Resp_Follow_Up, Signaling or Sync, or a "

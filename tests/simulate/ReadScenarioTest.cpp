@@ -111,6 +111,7 @@ options = ["{phc}", "get"]
     const simulate::Node& tool = *scenario.find("tool");
     EXPECT_EQ(tool.cardName, "slave");
     EXPECT_FALSE(tool.ownsCard());
+    EXPECT_EQ(tool.phcIndex, 1);
     EXPECT_EQ(tool.startNs, std::nullopt);
     EXPECT_TRUE(tool.mayEnd);
     EXPECT_EQ(tool.environment, (Settings{{"A", "b"}}));

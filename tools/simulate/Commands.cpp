@@ -39,7 +39,7 @@ std::string searched(const std::string& name) {
     const std::string folders = kSearchedFolders;
     for (std::size_t at = 0; at != std::string::npos;) {
         const std::size_t end = folders.find(':', at);
-        const std::string path = folders.substr(at, end - at) + "/" + name;
+        std::string path = folders.substr(at, end - at) + "/" + name;
         if (canRun(path)) {
             return path;
         }
@@ -66,16 +66,16 @@ std::string cardText(const Scenario& scenario, std::uint64_t seed) {
                        "; seed=" + std::to_string(seed) + "; capture=" + kResultsFolder +
                        "/capture.pcapng; epoch_ns=" + std::to_string(scenario.epochNs);
     for (const auto& [name, value] : scenario.machine) {
-        text += "; " + name + "=" + value;
+        text.append("; ").append(name).append("=").append(value);
     }
     for (const Node& node : scenario.nodes) {
         if (!node.ownsCard()) {
             continue;
         }
-        text += "; " + node.name + " phc=" + std::to_string(node.phcIndex) +
-                " net=" + netOf(scenario, node.name);
+        text.append("; ").append(node.name).append(" phc=" + std::to_string(node.phcIndex));
+        text.append(" net=").append(netOf(scenario, node.name));
         for (const auto& [name, value] : node.card) {
-            text += " " + name + "=" + value;
+            text.append(" ").append(name).append("=").append(value);
         }
     }
     return text;

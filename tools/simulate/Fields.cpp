@@ -94,7 +94,7 @@ std::optional<std::string> Fields::text(const std::string& key) {
 
 std::optional<std::string> Fields::choice(const std::string& key,
                                           const std::vector<std::string>& allowed) {
-    const auto value = text(key);
+    auto value = text(key);
     if (value && std::find(allowed.begin(), allowed.end(), *value) == allowed.end()) {
         wrong(key, "'" + *value + "' is not allowed; write " + listed(allowed));
         return std::nullopt;

@@ -44,6 +44,30 @@ std::vector<Drawn> drawnOf(const RunRecord& record) {
     return result;
 }
 
+/** How far errors go: at the most, and as a rule. */
+struct Reach {
+    double leastNs = 0.0;
+    double mostNs = 0.0;
+    double usualNs = 0.0;
+};
+
+Reach reachOf(const std::vector<Drawn>& drawn) {
+    constexpr double kLongTail = 20.0;
+    constexpr double kStepNs = 50.0;
+    Reach reach;
+    for (const Drawn& node : drawn) {
+        const Statistics statistics = statisticsOf(node.errors);
+        const double usual = std::min(statistics.p99, kLongTail * statistics.p50);
+        reach.usualNs = std::max(reach.usualNs, usual);
+        for (const Timed& error : node.errors) {
+            reach.leastNs = std::min(reach.leastNs, error.value);
+            reach.mostNs = std::max(reach.mostNs, error.value);
+        }
+    }
+    reach.usualNs = kStepNs * std::ceil(1.3 * std::max(reach.usualNs, kStepNs) / kStepNs);
+    return reach;
+}
+
 /** The least and the greatest value of each column of the picture; all where they are few. */
 std::vector<Timed> thinned(const std::vector<Timed>& values, double durationS) {
     if (values.size() <= 4 * kColumns) {
@@ -116,6 +140,27 @@ void writeMarks(std::ostringstream& script, const Scenario& scenario) {
     }
 }
 
+/** A fault's error may be a million times the usual one: then both are shown by an axis that is
+ *  linear up to 100 ns and logarithmic beyond. */
+void writeAxis(std::ostringstream& script, const Reach& reach) {
+    constexpr double kMuch = 10.0;
+    if (std::max(-reach.leastNs, reach.mostNs) < kMuch * reach.usualNs) {
+        return;
+    }
+    script << "set nonlinear y via (y<0?-1:1)*log10(1+abs(y)/100.0) "
+              "inverse (y<0?-1:1)*100.0*(10**abs(y)-1)\nset ytics ('0' 0";
+    const std::array<const char*, 10> names{"100 ns", "1 us",   "10 us", "100 us", "1 ms",
+                                            "10 ms",  "100 ms", "1 s",   "10 s",   "100 s"};
+    double ns = 100.0;
+    for (const char* name : names) {
+        script << ", '" << name << "' " << numberText(ns) << ", '-" << name << "' "
+               << numberText(-ns);
+        ns *= 10.0;
+    }
+    script << ")\nset yrange [" << numberText(2.0 * std::min(reach.leastNs, -100.0)) << ":"
+           << numberText(2.0 * std::max(reach.mostNs, 100.0)) << "]\n";
+}
+
 void writePlot(std::ostringstream& script, const std::vector<Drawn>& drawn) {
     script << "plot ";
     for (std::size_t i = 0; i < drawn.size(); ++i) {
@@ -145,26 +190,25 @@ std::string pictureScript(const RunRecord& record, const std::string& pngFile) {
         return {};
     }
     const double durationS = secondsOf(record.scenario->durationNs);
-    double p99 = 0.0;
-    for (const Drawn& node : drawn) {
-        p99 = std::max(p99, statisticsOf(node.errors).p99);
-    }
-    const double reachNs = 50 * std::ceil(1.3 * std::max(p99, 50.0) / 50);
+    const Reach reach = reachOf(drawn);
     std::ostringstream script;
     writePoints(script, drawn, durationS);
-    writeBins(script, drawn, reachNs);
+    writeBins(script, drawn, reach.usualNs);
     script << "set terminal pngcairo size 1400,520 font 'DejaVu Sans,11' background '#ffffff'\n"
               "set termoption noenhanced\nset output '"
            << pngFile << "'\nset multiplot title '" << titleOf(record) << "' font ',13'\n"
            << "set grid lc rgb '#dddddd'\nset border 3\nset tics nomirror out\n"
-              "set key bottom right samplen 2\nset size 0.75,0.92\nset origin 0,0\n"
+              "set linetype 1 lc rgb '#3060a0'\nset key bottom right samplen 2\n"
+              "set size 0.75,0.92\nset origin 0,0\n"
               "set xlabel 'time since the beginning of the run (s)'\nset ylabel 'error (ns)'\n"
            << "set xrange [0:" << numberText(durationS) << "]\n";
+    writeAxis(script, reach);
     writeMarks(script, *record.scenario);
     writePlot(script, drawn);
-    script << "unset arrow\nunset label\nset size 0.25,0.92\nset origin 0.75,0\n"
-           << "set xrange [" << -reachNs << ":" << reachNs << "]\nset yrange [0:*]\n"
-           << "set xlabel 'error (ns)'\nset ylabel 'samples'\nset xtics " << reachNs / 2
+    script << "unset arrow\nunset label\nunset nonlinear y\nset ytics auto\n"
+              "set size 0.25,0.92\nset origin 0.75,0\n"
+           << "set xrange [" << -reach.usualNs << ":" << reach.usualNs << "]\nset yrange [0:*]\n"
+           << "set xlabel 'error (ns)'\nset ylabel 'samples'\nset xtics " << reach.usualNs / 2
            << "\nset style fill solid 0.8\n"
               "plot $bins with boxes lc rgb '#3060a0' notitle\nunset multiplot\n";
     return script.str();

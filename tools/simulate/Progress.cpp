@@ -31,6 +31,9 @@ std::string speedText(double simulatedS, double wallS) {
 }
 
 std::string speedOf(const Outcome& outcome) {
+    if (outcome.summary.verdict != "held" && outcome.summary.verdict != "broken") {
+        return "-";
+    }
     return speedText(secondsOf(outcome.job.scenario->durationNs), outcome.wallS);
 }
 
@@ -80,7 +83,7 @@ void Progress::ended(const Outcome& outcome) {
         wipe();
     }
     const RunSummary& summary = outcome.summary;
-    std::printf("%-24s %-11s %s in %.2f s (%s)\n", called(outcome.job).c_str(),
+    std::printf("%-24s %-11s %s, %.2f s (%s)\n", called(outcome.job).c_str(),
                 summary.verdict.c_str(), secondsText(outcome.job.scenario->durationNs).c_str(),
                 outcome.wallS, speedOf(outcome).c_str());
     std::fflush(stdout);

@@ -53,9 +53,12 @@ void checkMembership(Fields& top, const Scenario& scenario) {
                                               "' is on no [[link]] and no [[bridge]]; it has to "
                                               "be on one");
         } else if (of.size() > 1) {
-            top.problems().add(of[1]->line, "'" + node.name + "' is also named by line " +
-                                                std::to_string(of[0]->line) +
-                                                "; a node is on one link or bridge");
+            const bool twice = of[0] == of[1];
+            top.problems().add(
+                of[1]->line,
+                "'" + node.name + "' is " +
+                    (twice ? "named twice" : "also named by line " + std::to_string(of[0]->line)) +
+                    "; a node is on one link or bridge, once");
         }
     }
 }

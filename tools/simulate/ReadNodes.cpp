@@ -243,6 +243,10 @@ void readNodes(Fields& top, Scenario& scenario) {
     for (const toml::table* table : tables) {
         checkReferences(*table, top, scenario);
     }
+    for (Node& node : scenario.nodes) {
+        const Node* owner = scenario.find(node.cardName);
+        node.phcIndex = owner == nullptr ? node.phcIndex : owner->phcIndex;
+    }
     checkCards(top, scenario);
 }
 
