@@ -141,6 +141,19 @@ TEST(ASummary, TellsWhatBroke) {
     EXPECT_EQ(summary.max, 250.0);
 }
 
+TEST(ASummary, NamesTheFirstNodesWhereMany) {
+    const auto scenario = readPairWith(kLimited);
+    RunRecord record = recordOf(scenario);
+    record.judgements.resize(1);
+    record.judgements.resize(5, record.judgements[0]);
+    const auto summary = summaryOf(record);
+    ASSERT_EQ(summary.complaints.size(), 4u);
+    EXPECT_EQ(summary.complaints[2], summary.complaints[0]);
+    EXPECT_EQ(summary.complaints[3],
+              "pair.toml:17: the same of 2 more nodes, which report.json names");
+    EXPECT_EQ(summary.bounds, 5u);
+}
+
 TEST(ASummary, OfARunWithoutSamplesHasNoErrors) {
     const auto scenario = readPairWith("");
     RunRecord record = recordOf(scenario);

@@ -2,11 +2,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 /** The program as a user runs it, with a master and a slave in simulated time. */
 
@@ -148,6 +151,46 @@ TEST(ARun, WhoseProgramEndsHasFailed) {
         << ran.errors;
     EXPECT_NE(contents(folder / "out" / "pair" / "seed-1" / "slave.log").find("--no-such-option"),
               std::string::npos);
+}
+
+/** Reads until the last process that could write has ended. */
+std::string readToTheEnd(int fd) {
+    std::string text;
+    std::array<char, 4096> part{};
+    for (ssize_t count = 0; (count = read(fd, part.data(), part.size())) > 0;) {
+        text.append(part.data(), static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+TEST(ARun, ThatIsInterruptedEndsItsProcesses) {
+    const Folder folder;
+    std::string text = disturbedPair(1000);
+    text.replace(text.find("12s"), 3, "10h");
+    const std::string file = folder.write("pair.toml", text).string();
+    const std::string out = (folder / "out").string();
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        execl(ZEB_SIMULATE, ZEB_SIMULATE, file.c_str(), "--out", out.c_str(), nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    const fs::path log = folder / "out" / "pair" / "seed-1" / "slave.log";
+    while (!fs::exists(log) && waitpid(child, nullptr, WNOHANG) == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(kill(child, SIGINT), 0);
+    const std::string told = readToTheEnd(ends[0]);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_NE(told.find("interrupted"), std::string::npos) << told;
+    close(ends[0]);
 }
 
 TEST(AFile, ThatIsWrongIsToldBeforeAnythingRuns) {

@@ -118,10 +118,12 @@ std::string bridgeCommands(const Scenario& scenario, const Net& net, std::size_t
     for (const std::string& node : net.nodes) {
         const std::string port = portOf(scenario, node);
         const std::size_t portIndex = index + positionOf(scenario, node);
-        text += "link add name " + endOf(scenario, node) + " type veth peer name " + port +
-                " index " + std::to_string(portIndex) + " address " + address(portIndex) +
-                "\nlink set dev " + port + " master " + net.name + "\n" + raised(node) +
-                raised(port);
+        text.append("link add name ").append(endOf(scenario, node));
+        text.append(" type veth peer name ").append(port);
+        text.append(" index " + std::to_string(portIndex));
+        text.append(" address ").append(address(portIndex));
+        text.append("\nlink set dev ").append(port).append(" master ").append(net.name);
+        text.append("\n").append(raised(node)).append(raised(port));
     }
     return text;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "tools/simulate/Statistics.h"
 #include "tools/simulate/Timeline.h"
@@ -103,6 +104,26 @@ Json judgementJson(const Judgement& judgement) {
     return json;
 }
 
+/** One line for each bound that broke; of a count of nodes, the first few are named. */
+void complain(const RunRecord& record, std::vector<std::string>& complaints) {
+    constexpr std::size_t kMostNamed = 3;
+    std::map<std::pair<const Limit*, std::string>, std::size_t> broken;
+    for (const Judgement& judgement : record.judgements) {
+        const std::string where =
+            record.scenario->file + ":" + std::to_string(judgement.limit->line) + ": ";
+        if (!judgement.held && ++broken[{judgement.limit, judgement.statistic}] <= kMostNamed) {
+            complaints.push_back(where + describe(judgement));
+        }
+    }
+    for (const auto& [bound, count] : broken) {
+        if (count > kMostNamed) {
+            complaints.push_back(record.scenario->file + ":" + std::to_string(bound.first->line) +
+                                 ": the same of " + std::to_string(count - kMostNamed) +
+                                 " more nodes, which report.json names");
+        }
+    }
+}
+
 template <typename Items, typename Convert>
 Json arrayOf(const Items& items, Convert convert) {
     Json json = Json::array();
@@ -120,13 +141,7 @@ RunSummary summaryOf(const RunRecord& record) {
     for (const std::string& failure : record.failures) {
         summary.complaints.push_back(record.scenario->file + ": " + failure);
     }
-    for (const Judgement& judgement : record.judgements) {
-        if (!judgement.held) {
-            summary.complaints.push_back(record.scenario->file + ":" +
-                                         std::to_string(judgement.limit->line) + ": " +
-                                         describe(judgement));
-        }
-    }
+    complain(record, summary.complaints);
     summary.verdict = !record.failures.empty()      ? "failed"
                       : !summary.complaints.empty() ? "broken"
                                                     : "held";

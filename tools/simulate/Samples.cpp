@@ -3,12 +3,35 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 
 namespace simulate {
+namespace {
+
+/** One line; false for the heading and for a line that is torn. */
+bool parseSample(const char* text, Sample& sample) {
+    char* end = nullptr;
+    sample.atS = std::strtod(text, &end);
+    if (end == text || *end != ',') {
+        return false;
+    }
+    sample.errorNs = std::strtoll(end + 1, &end, 10);
+    if (*end != ',') {
+        return false;
+    }
+    sample.bracketNs = static_cast<std::uint32_t>(std::strtoul(end + 1, &end, 10));
+    if (*end != ',' || end[1] == '\0') {
+        return false;
+    }
+    sample.valid = end[1] == '1';
+    return true;
+}
+
+}  // namespace
 
 std::vector<Sample> readSamples(const std::string& file, double startS) {
     std::vector<Sample> samples;
@@ -16,16 +39,8 @@ std::vector<Sample> readSamples(const std::string& file, double startS) {
     std::string line;
     while (std::getline(stream, line) && !stream.eof()) {
         Sample sample;
-        long long error = 0;
-        unsigned bracket = 0;
-        int valid = 0;
-        // The heading has no numbers.
-        if (std::sscanf(line.c_str(), "%lf,%lld,%u,%d", &sample.atS, &error, &bracket, &valid) ==
-            4) {
+        if (parseSample(line.c_str(), sample)) {
             sample.atS += startS;
-            sample.errorNs = error;
-            sample.bracketNs = bracket;
-            sample.valid = valid != 0;
             samples.push_back(sample);
         }
     }

@@ -14,14 +14,15 @@ struct Unit {
 };
 
 constexpr std::uint64_t kMinute = 60 * kNsPerSecond;
-constexpr std::uint64_t kDay = 24 * 60 * kMinute;
+constexpr std::uint64_t kHour = 60 * kMinute;
+constexpr std::uint64_t kDay = 24 * kHour;
 constexpr std::uint64_t kMostNs = INT64_MAX;
 constexpr std::array<Unit, 7> kUnits{{{"ns", 1},
                                       {"us", 1'000},
                                       {"ms", 1'000'000},
                                       {"s", kNsPerSecond},
                                       {"min", kMinute},
-                                      {"h", 60 * kMinute},
+                                      {"h", kHour},
                                       {"d", kDay}}};
 
 bool isDigit(char c) {
@@ -86,21 +87,37 @@ unsigned daysIn(int year, unsigned month) {
     return kDays[month - 1] + (month == 2 && leap ? 1 : 0);
 }
 
+/** A number of exactly so many digits, and what must stand behind it; moves behind both. */
+std::optional<unsigned> digitsAt(const char*& text, unsigned digits, const char* behind) {
+    unsigned number = 0;
+    for (unsigned i = 0; i < digits; ++i, ++text) {
+        if (!isDigit(*text)) {
+            return std::nullopt;
+        }
+        number = number * 10 + static_cast<unsigned>(*text - '0');
+    }
+    if (*behind != '\0' && (*text == '\0' || std::strchr(behind, *text++) == nullptr)) {
+        return std::nullopt;
+    }
+    return number;
+}
+
 /** The part behind the seconds' fraction: Z or +hh:mm. */
 std::optional<int> offsetMinutes(const char* text) {
     if (std::strcmp(text, "Z") == 0 || std::strcmp(text, "z") == 0) {
         return 0;
     }
-    unsigned hours = 0;
-    unsigned minutes = 0;
-    int length = 0;
-    if ((text[0] != '+' && text[0] != '-') ||
-        std::sscanf(text + 1, "%2u:%2u%n", &hours, &minutes, &length) != 2 || length != 5 ||
-        text[6] != '\0' || hours > 23 || minutes > 59) {
+    if (text[0] != '+' && text[0] != '-') {
         return std::nullopt;
     }
-    const int total = static_cast<int>(hours * 60 + minutes);
-    return text[0] == '-' ? -total : total;
+    const bool west = *text++ == '-';
+    const auto hours = digitsAt(text, 2, ":");
+    const auto minutes = hours ? digitsAt(text, 2, "") : std::nullopt;
+    if (!minutes || *text != '\0' || *hours > 23 || *minutes > 59) {
+        return std::nullopt;
+    }
+    const int total = static_cast<int>(*hours * 60 + *minutes);
+    return west ? -total : total;
 }
 
 /** Reads ".123" and moves behind it; 0 where there is none. */
@@ -165,24 +182,31 @@ std::string secondsText(std::uint64_t ns) {
 }
 
 std::optional<std::uint64_t> parseInstant(const std::string& text) {
-    int year = 0;
-    unsigned month = 0;
-    unsigned day = 0;
-    unsigned hour = 0;
-    unsigned minute = 0;
-    unsigned second = 0;
-    int length = 0;
-    if (std::sscanf(text.c_str(), "%4d-%2u-%2u%*1[Tt ]%2u:%2u:%2u%n", &year, &month, &day, &hour,
-                    &minute, &second, &length) != 6 ||
-        length != 19) {
-        return std::nullopt;
+    struct Part {
+        unsigned digits;
+        const char* behind;
+        unsigned least;
+        unsigned most;
+    };
+    constexpr std::array<Part, 6> kParts{{{4, "-", 1970, 2261},
+                                          {2, "-", 1, 12},
+                                          {2, "Tt ", 1, 31},
+                                          {2, ":", 0, 23},
+                                          {2, ":", 0, 59},
+                                          {2, "", 0, 59}}};
+    const char* rest = text.c_str();
+    std::array<unsigned, kParts.size()> values{};
+    for (std::size_t i = 0; i < kParts.size(); ++i) {
+        const auto value = digitsAt(rest, kParts[i].digits, kParts[i].behind);
+        if (!value || *value < kParts[i].least || *value > kParts[i].most) {
+            return std::nullopt;
+        }
+        values[i] = *value;
     }
-    const char* rest = text.c_str() + length;
+    const auto [year, month, day, hour, minute, second] = values;
     const std::uint64_t fraction = fractionNs(rest);
     const auto offset = offsetMinutes(rest);
-    constexpr int kLastYear = 2261;
-    if (!offset || year < 1970 || year > kLastYear || month < 1 || month > 12 || day < 1 ||
-        day > daysIn(year, month) || hour > 23 || minute > 59 || second > 59) {
+    if (!offset || day > daysIn(static_cast<int>(year), month)) {
         return std::nullopt;
     }
     const std::int64_t minutes =

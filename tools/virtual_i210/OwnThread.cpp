@@ -5,8 +5,6 @@
 
 #include <atomic>
 
-#include "tools/virtual_i210/State.h"
-
 namespace virtual_i210 {
 
 namespace {
@@ -39,10 +37,6 @@ Conductor* conducting() {
         conductor->comeBack(own.slot);
     }
     return conductor;
-}
-
-bool timeIsSimulated() {
-    return attachedConductor() != nullptr;
 }
 
 bool simulatedClock(clockid_t clock, std::uint64_t& ns) {
@@ -86,7 +80,7 @@ void chargeCall() {
     }
 }
 
-ClockReading::ClockReading() {
+void ClockReading::begin() {
     if (Conductor* conductor = conducting()) {
         const std::uint64_t ns = around(*conductor, conductor->costs().clockNs);
         const std::uint64_t beforeNs = conductor->random(ns + 1);

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "tools/virtual_i210/simulated/Conductor.h"
+#include "tools/virtual_i210/State.h"
 
 /** The calling thread as one of a simulated run. Every door of the simulation begins with
  *  conducting(). */
@@ -15,7 +15,9 @@ namespace virtual_i210 {
 Conductor* conducting();
 
 /** Whether time is simulated, also for a thread at its end. */
-bool timeIsSimulated();
+inline bool timeIsSimulated() {
+    return attachedConductor() != nullptr;
+}
 
 /** A clock of the simulated machine or of this process; false for one that it does not have. */
 bool simulatedClock(clockid_t clock, std::uint64_t& ns);
@@ -27,12 +29,22 @@ void chargeCall();
 /** While a clock is read: what it shows belongs to an instant anywhere within that time. */
 class ClockReading {
 public:
-    ClockReading();
-    ~ClockReading() { charge(restNs_); }
+    ClockReading() {
+        if (timeIsSimulated()) {
+            begin();
+        }
+    }
+    ~ClockReading() {
+        if (restNs_ > 0) {
+            charge(restNs_);
+        }
+    }
     ClockReading(const ClockReading&) = delete;
     ClockReading& operator=(const ClockReading&) = delete;
 
 private:
+    void begin();
+
     std::uint64_t restNs_ = 0;
 };
 

@@ -20,10 +20,11 @@ std::int64_t readPhcNs(CardState& card) {
     const std::uint64_t latchNs =
         card.readNs / 2 + seededRandom(card.seed, RandomStream::kReadLatch, number) % (extra + 1);
     const std::int64_t phcNs = card.shownPhcNs(startRawNs + latchNs);
-    if (conducting() != nullptr) {
+    if (timeIsSimulated()) {
         workUntil(startRawNs + durationNs);
+        return phcNs;
     }
-    while (!timeIsSimulated() && rawNowNs() < startRawNs + durationNs) {
+    while (rawNowNs() < startRawNs + durationNs) {
     }
     return phcNs;
 }

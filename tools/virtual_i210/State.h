@@ -107,7 +107,13 @@ SharedState& mapState(const Config& config);
 /** The state that this process attached to, or null. */
 SharedState* attachedState();
 
-/** The conductor of the run that this process is part of; null in real time. */
-Conductor* attachedConductor();
+/** Written by attach alone. */
+extern std::atomic<Conductor*> runConductor;
+
+/** The conductor of the run that this process is part of; null in real time, where nearly every
+ * call asks. */
+inline Conductor* attachedConductor() {
+    return runConductor.load(std::memory_order_acquire);
+}
 
 }  // namespace virtual_i210

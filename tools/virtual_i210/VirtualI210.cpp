@@ -50,10 +50,14 @@ Card describe(const CardState& state) {
 
 }  // namespace
 
+std::atomic<Conductor*> runConductor{nullptr};
+
 void attach(const std::string& configText) {
     const std::lock_guard<std::mutex> guard(attachMutex);
     if (sharedState.load() == nullptr) {
-        sharedState.store(&mapState(parseConfig(configText)));
+        SharedState& state = mapState(parseConfig(configText));
+        runConductor.store(state.conductor.active() ? &state.conductor : nullptr);
+        sharedState.store(&state);
     }
 }
 
@@ -71,11 +75,6 @@ bool attachFromEnvironment() {
 
 SharedState* attachedState() {
     return sharedState.load(std::memory_order_acquire);
-}
-
-Conductor* attachedConductor() {
-    SharedState* state = attachedState();
-    return state != nullptr && state->conductor.active() ? &state->conductor : nullptr;
 }
 
 std::vector<Card> cards() {

@@ -88,11 +88,7 @@ void flood(const Options& options) {
     std::printf("%u of %u frames sent\n", sent, frames);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    CLI::App app("Sends PTP frames that nobody asked for", "flood");
-    Options options;
+void addOptions(CLI::App& app, Options& options) {
     app.add_option("interface", options.interfaceName)->required();
     app.add_option("--kind", options.kind, "what is sent")
         ->check(CLI::IsMember(simulate::kFloodKinds))
@@ -104,11 +100,21 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.0, 4000.0))
         ->capture_default_str();
     app.add_option("--seed", options.seed, "of random bytes")->capture_default_str();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        app.parse(argc, argv);
+        CLI::App app("Sends PTP frames that nobody asked for", "flood");
+        Options options;
+        addOptions(app, options);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return app.exit(error);
+        }
         flood(options);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "flood: %s\n", error.what());
         return 1;
