@@ -10,6 +10,8 @@ namespace simulate {
 namespace {
 
 constexpr int kMostPhcIndex = 999;
+// The daemon reads two digits of an index, so that further cards share one.
+constexpr std::int64_t kPhcIndices = 100;
 
 struct CardKey {
     const char* name;
@@ -96,8 +98,10 @@ void readCard(Fields& fields, std::vector<Node>& nodes, std::size_t cardsBefore)
     const auto phc = fields.integer("phc", 0, kMostPhcIndex);
     const bool borrowed = !nodes.front().ownsCard();
     for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const auto position = static_cast<std::int64_t>(i);
         nodes[i].phcIndex = static_cast<std::int32_t>(
-            phc.value_or(static_cast<std::int64_t>(cardsBefore)) + static_cast<std::int64_t>(i));
+            phc ? *phc + position
+                : (static_cast<std::int64_t>(cardsBefore) + position) % kPhcIndices);
     }
     for (const CardKey& key : kCardKeys) {
         if (borrowed && fields.has(key.name)) {
@@ -180,7 +184,7 @@ void checkCards(Fields& top, const Scenario& scenario) {
         if (!node.ownsCard()) {
             continue;
         }
-        if (!taken.insert(node.phcIndex).second) {
+        if (!taken.insert(node.phcIndex).second && cards < kPhcIndices) {
             top.problems().add(node.line, "[[node]] phc: " + std::to_string(node.phcIndex) +
                                               " of '" + node.name +
                                               "' is taken by another; give each its own index");
