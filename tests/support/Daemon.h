@@ -13,9 +13,10 @@
 TSynInstanceConfig masterConfig(const std::string& interfaceName = "tsm0");
 TSynInstanceConfig slaveConfig(const std::string& interfaceName = "tsm0");
 
-/** Checks again and again until a condition holds; false when patience ends. */
+/** Checks again and again, after each step, until a condition holds; false when patience ends. */
 bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds patience = std::chrono::seconds(20));
+                std::chrono::milliseconds patience = std::chrono::seconds(20),
+                std::chrono::milliseconds step = std::chrono::milliseconds(1));
 
 /** Names of this process's threads that begin with "TSyn_", sorted. */
 std::vector<std::string> daemonThreads();

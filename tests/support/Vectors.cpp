@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <string>
 
 namespace {
 
@@ -19,7 +21,9 @@ nlohmann::json readFile() {
     if (!file) {
         fail("cannot be read");
     }
-    nlohmann::json content = nlohmann::json::parse(file, nullptr, false);
+    // From memory: every case is a process of its own and reads them anew.
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    nlohmann::json content = nlohmann::json::parse(text, nullptr, false);
     if (content.is_discarded()) {
         fail("is not valid JSON");
     }
