@@ -1,12 +1,7 @@
 #include "tests/support/Sandbox.h"
 
-#include <linux/ethtool.h>
-#include <linux/sockios.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,8 +9,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
+
+#include "tools/common/OwnNetwork.h"
 
 namespace {
 
@@ -23,39 +19,8 @@ namespace {
     throw std::runtime_error("sandbox: cannot " + action + ": " + std::strerror(errno));
 }
 
-void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream file(path);
-    file << text;
-    if (!file.flush()) {
-        fail("write " + path);
-    }
-}
-
-void becomeNamespaceRoot() {
-    const std::string user = std::to_string(getuid());
-    const std::string group = std::to_string(getgid());
-    if (unshare(CLONE_NEWUSER) != 0) {
-        fail("make a user namespace");
-    }
-    writeFile("/proc/self/setgroups", "deny");
-    writeFile("/proc/self/uid_map", "0 " + user + " 1");
-    writeFile("/proc/self/gid_map", "0 " + group + " 1");
-}
-
-/** The kernel lets a new link carry frames only in deferred work. This question makes it catch
- *  up. */
 void awaitLink(const std::string& name) {
-    ethtool_value link{};
-    link.cmd = ETHTOOL_GLINK;
-    ifreq request{};
-    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    request.ifr_data = reinterpret_cast<char*>(&link);
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool up = fd >= 0 && ioctl(fd, SIOCETHTOOL, &request) == 0 && link.data != 0;
-    if (fd >= 0) {
-        close(fd);
-    }
-    if (!up) {
+    if (!tools::carriesFrames(name)) {
         fail("bring up " + name);
     }
 }
@@ -73,7 +38,7 @@ void makePrivateShm() {
 
 Sandbox::Sandbox() {
     if (geteuid() != 0) {
-        becomeNamespaceRoot();
+        tools::becomeNamespaceRoot();
     }
     if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
         fail("make network and mount namespaces");

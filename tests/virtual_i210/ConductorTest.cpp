@@ -79,18 +79,23 @@ TEST(ConductorTest, MovesTimeToTheEarliestWakeUp) {
     EXPECT_EQ(kFirstInstantNs + 77, conductor->nowNs()) << "time never moves back";
 }
 
+/** A thread that sleeps until 100 ns after the beginning, and then notes the time. */
+std::thread sleeperOf(Conductor& conductor, pid_t pid, std::uint64_t& seenNs) {
+    const std::uint32_t slot = conductor.reserve(pid, false);
+    return std::thread([&conductor, &seenNs, slot] {
+        conductor.begin(slot);
+        conductor.awaitTurn(slot);
+        conductor.sleepUntil(slot, kFirstInstantNs + 100);
+        seenNs = conductor.nowNs();
+        conductor.leave(slot);
+    });
+}
+
 TEST(ConductorTest, TakesTheTurnFromWhoeverWorksPastAWakeUp) {
     const auto conductor = conductorOf(1);
     const std::uint32_t own = conductor->enter(getpid());
-    const std::uint32_t slot = conductor->reserve(getpid(), false);
     std::uint64_t seenNs = 0;
-    std::thread other([&] {
-        conductor->begin(slot);
-        conductor->awaitTurn(slot);
-        conductor->sleepUntil(slot, kFirstInstantNs + 100);
-        seenNs = conductor->nowNs();
-        conductor->leave(slot);
-    });
+    std::thread other = sleeperOf(*conductor, getpid(), seenNs);
     conductor->sleepUntil(own, kFirstInstantNs + 1);
     conductor->charge(own, 500);
     EXPECT_EQ(kFirstInstantNs + 100, seenNs);
@@ -102,15 +107,8 @@ TEST(ConductorTest, TakesTheTurnFromWhoeverWorksPastAWakeUp) {
 TEST(ConductorTest, LetsAnotherProcessGoFirstOnlyWhereItCouldTell) {
     const auto conductor = conductorOf(1);
     const std::uint32_t own = conductor->enter(getpid());
-    const std::uint32_t slot = conductor->reserve(kOther, false);
     std::uint64_t seenNs = 0;
-    std::thread other([&] {
-        conductor->begin(slot);
-        conductor->awaitTurn(slot);
-        conductor->sleepUntil(slot, kFirstInstantNs + 100);
-        seenNs = conductor->nowNs();
-        conductor->leave(slot);
-    });
+    std::thread other = sleeperOf(*conductor, kOther, seenNs);
     conductor->sleepUntil(own, kFirstInstantNs + 1);
     conductor->charge(own, 500);
     EXPECT_EQ(0U, seenNs);

@@ -1,7 +1,5 @@
 #include "tools/simulate/Network.h"
 
-#include <linux/ethtool.h>
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -20,6 +18,7 @@
 #include <stdexcept>
 
 #include "tools/common/OwnDescriptor.h"
+#include "tools/common/OwnNetwork.h"
 #include "tools/simulate/Paths.h"
 
 namespace simulate {
@@ -30,25 +29,6 @@ constexpr std::size_t kFirstIndex = 11;
 
 [[noreturn]] void fail(const std::string& action) {
     throw std::runtime_error("cannot " + action + ": " + std::strerror(errno));
-}
-
-void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream file(path);
-    file << text;
-    if (!file.flush()) {
-        fail("write " + path);
-    }
-}
-
-void becomeNamespaceRoot() {
-    const std::string user = std::to_string(getuid());
-    const std::string group = std::to_string(getgid());
-    if (unshare(CLONE_NEWUSER) != 0) {
-        fail("make a user namespace; allow them or run as root");
-    }
-    writeFile("/proc/self/setgroups", "deny");
-    writeFile("/proc/self/uid_map", "0 " + user + " 1");
-    writeFile("/proc/self/gid_map", "0 " + group + " 1");
 }
 
 /** The child goes on; this process ends with its status. */
@@ -134,19 +114,8 @@ ifreq requestFor(const std::string& name) {
     return request;
 }
 
-/** The kernel lets a new link carry frames only in deferred work. This question makes it catch
- *  up. */
-bool carriesFrames(const std::string& name) {
-    ethtool_value link{};
-    link.cmd = ETHTOOL_GLINK;
-    ifreq request = requestFor(name);
-    request.ifr_data = reinterpret_cast<char*>(&link);
-    const tools::OwnDescriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    return fd.isOpen() && ioctl(fd.get(), SIOCETHTOOL, &request) == 0 && link.data != 0;
-}
-
 void awaitLink(const std::string& name) {
-    if (!carriesFrames(name)) {
+    if (!tools::carriesFrames(name)) {
         fail("bring up " + name);
     }
 }
@@ -198,7 +167,7 @@ void runIp(const std::string& commands) {
 
 void enterNamespaces() {
     if (geteuid() != 0) {
-        becomeNamespaceRoot();
+        tools::becomeNamespaceRoot();
     }
     // Only now: another user's rights let the kernel forget it.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -252,7 +221,7 @@ void setInterface(const std::string& name, bool up) {
     if (ioctl(fd.get(), SIOCSIFFLAGS, &request) != 0) {
         fail("set the flags of " + name);
     }
-    carriesFrames(name);
+    tools::carriesFrames(name);
 }
 
 }  // namespace simulate

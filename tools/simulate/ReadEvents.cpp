@@ -10,16 +10,6 @@ namespace {
 
 using virtual_i210::Fault;
 
-const std::map<std::string, Fault> kFaults = {
-    {"stamp-lost", Fault::kTxTimestampLost},
-    {"stamp-late", Fault::kTxTimestampLate},
-    {"drop", Fault::kFrameDropped},
-    {"duplicate", Fault::kFrameDuplicated},
-    {"reorder", Fault::kFrameReordered},
-    {"corrupt", Fault::kFrameCorrupted},
-    {"rx-stamp-lost", Fault::kRxTimestampLost},
-};
-
 const std::map<std::string, std::uint32_t> kMessageTypes = {
     {"Sync", 0},        {"Delay_Req", 1},  {"Pdelay_Req", 2},
     {"Pdelay_Resp", 3}, {"Follow_Up", 8},  {"Pdelay_Resp_Follow_Up", 10},
@@ -71,8 +61,8 @@ void readFaultDetails(Fields& fields, Event& event) {
 }
 
 void readFault(Fields& fields, Event& event) {
-    event.value = fields.choice("fault", namesOf(kFaults)).value_or("drop");
-    event.fault.fault = kFaults.at(event.value);
+    event.value = fields.choice("fault", namesOf(virtual_i210::faultsByName())).value_or("drop");
+    event.fault.fault = virtual_i210::faultsByName().at(event.value);
     readMessageType(fields, event);
     readFaultDetails(fields, event);
     const auto count = fields.integer("count", 1, virtual_i210::kUntilCleared - 1LL);

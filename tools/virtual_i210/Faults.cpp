@@ -2,6 +2,19 @@
 
 namespace virtual_i210 {
 
+const std::map<std::string, Fault>& faultsByName() {
+    static const std::map<std::string, Fault> faults = {
+        {"stamp-lost", Fault::kTxTimestampLost},
+        {"stamp-late", Fault::kTxTimestampLate},
+        {"drop", Fault::kFrameDropped},
+        {"duplicate", Fault::kFrameDuplicated},
+        {"reorder", Fault::kFrameReordered},
+        {"corrupt", Fault::kFrameCorrupted},
+        {"rx-stamp-lost", Fault::kRxTimestampLost},
+    };
+    return faults;
+}
+
 void FaultBoard::order(const FaultOrder& order) {
     Standing& standing = standings[static_cast<std::size_t>(order.fault)];
     standing.remaining.store(0, std::memory_order_release);

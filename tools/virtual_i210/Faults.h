@@ -3,7 +3,9 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <string>
 
 namespace virtual_i210 {
 
@@ -18,6 +20,9 @@ enum class Fault : std::uint32_t {
 };
 
 constexpr std::size_t kFaultKinds = 7;
+/** By the names that orders and scenarios give them. */
+const std::map<std::string, Fault>& faultsByName();
+
 constexpr std::uint32_t kUntilCleared = 0xFFFFFFFFu;
 constexpr std::uint32_t kAnyMessageType = 0xFFFFFFFFu;
 

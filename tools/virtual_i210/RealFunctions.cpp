@@ -1,49 +1,42 @@
 #include "tools/virtual_i210/RealFunctions.h"
 
-#include <dlfcn.h>
-
 namespace virtual_i210 {
 
 namespace {
 
-template <typename Function>
-void find(Function& function, const char* name) {
-    function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 void findDescriptorCalls(RealFunctions& functions) {
-    find(functions.openat, "openat");
-    find(functions.openat64, "openat64");
-    find(functions.close, "close");
-    find(functions.dup, "dup");
-    find(functions.dup2, "dup2");
-    find(functions.dup3, "dup3");
-    find(functions.fcntl, "fcntl");
-    find(functions.fcntl64, "fcntl64");
-    find(functions.closeRange, "close_range");
-    find(functions.ioctl, "ioctl");
-    find(functions.read, "read");
-    find(functions.write, "write");
+    findReal(functions.openat, "openat");
+    findReal(functions.openat64, "openat64");
+    findReal(functions.close, "close");
+    findReal(functions.dup, "dup");
+    findReal(functions.dup2, "dup2");
+    findReal(functions.dup3, "dup3");
+    findReal(functions.fcntl, "fcntl");
+    findReal(functions.fcntl64, "fcntl64");
+    findReal(functions.closeRange, "close_range");
+    findReal(functions.ioctl, "ioctl");
+    findReal(functions.read, "read");
+    findReal(functions.write, "write");
 }
 
 void findClockCalls(RealFunctions& functions) {
-    find(functions.clockGettime, "clock_gettime");
-    find(functions.clockSettime, "clock_settime");
-    find(functions.clockGetres, "clock_getres");
-    find(functions.clockAdjtime, "clock_adjtime");
+    findReal(functions.clockGettime, "clock_gettime");
+    findReal(functions.clockSettime, "clock_settime");
+    findReal(functions.clockGetres, "clock_getres");
+    findReal(functions.clockAdjtime, "clock_adjtime");
 }
 
 void findSocketCalls(RealFunctions& functions) {
-    find(functions.socket, "socket");
-    find(functions.setsockopt, "setsockopt");
-    find(functions.getsockopt, "getsockopt");
-    find(functions.send, "send");
-    find(functions.sendto, "sendto");
-    find(functions.sendmsg, "sendmsg");
-    find(functions.recv, "recv");
-    find(functions.recvfrom, "recvfrom");
-    find(functions.recvmsg, "recvmsg");
-    find(functions.recvmmsg, "recvmmsg");
+    findReal(functions.socket, "socket");
+    findReal(functions.setsockopt, "setsockopt");
+    findReal(functions.getsockopt, "getsockopt");
+    findReal(functions.send, "send");
+    findReal(functions.sendto, "sendto");
+    findReal(functions.sendmsg, "sendmsg");
+    findReal(functions.recv, "recv");
+    findReal(functions.recvfrom, "recvfrom");
+    findReal(functions.recvmsg, "recvmsg");
+    findReal(functions.recvmmsg, "recvmmsg");
 }
 
 RealFunctions findAll() {

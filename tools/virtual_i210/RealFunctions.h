@@ -1,5 +1,6 @@
 #pragma once
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -40,6 +41,12 @@ struct RealFunctions {
     decltype(&::recvmmsg) recvmmsg;
     decltype(&::read) read;
 };
+
+/** The definition that the program would have met without this library. */
+template <typename Function>
+void findReal(Function& function, const char* name) {
+    function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
 
 /** Found at first use: other libraries' constructors may call before ours runs. */
 const RealFunctions& real();

@@ -1,85 +1,80 @@
 #include "tools/virtual_i210/RealWaits.h"
 
-#include <dlfcn.h>
+#include "tools/virtual_i210/RealFunctions.h"
 
 namespace virtual_i210 {
 
 namespace {
 
-template <typename Function>
-void find(Function& function, const char* name) {
-    function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 void findWaits(RealWaits& waits) {
-    find(waits.nanosleep, "nanosleep");
-    find(waits.clockNanosleep, "clock_nanosleep");
-    find(waits.poll, "poll");
-    find(waits.ppoll, "ppoll");
-    find(waits.select, "select");
-    find(waits.pselect, "pselect");
-    find(waits.epollWait, "epoll_wait");
-    find(waits.epollPwait, "epoll_pwait");
-    find(waits.sigtimedwait, "sigtimedwait");
-    find(waits.sigwaitinfo, "sigwaitinfo");
-    find(waits.sigwait, "sigwait");
-    find(waits.pause, "pause");
-    find(waits.timerfdCreate, "timerfd_create");
-    find(waits.timerfdSettime, "timerfd_settime");
-    find(waits.timerfdGettime, "timerfd_gettime");
-    find(waits.gettimeofday, "gettimeofday");
-    find(waits.settimeofday, "settimeofday");
-    find(waits.adjtimex, "adjtimex");
-    find(waits.adjtime, "adjtime");
-    find(waits.time, "time");
+    findReal(waits.nanosleep, "nanosleep");
+    findReal(waits.clockNanosleep, "clock_nanosleep");
+    findReal(waits.poll, "poll");
+    findReal(waits.ppoll, "ppoll");
+    findReal(waits.select, "select");
+    findReal(waits.pselect, "pselect");
+    findReal(waits.epollWait, "epoll_wait");
+    findReal(waits.epollPwait, "epoll_pwait");
+    findReal(waits.sigtimedwait, "sigtimedwait");
+    findReal(waits.sigwaitinfo, "sigwaitinfo");
+    findReal(waits.sigwait, "sigwait");
+    findReal(waits.pause, "pause");
+    findReal(waits.timerfdCreate, "timerfd_create");
+    findReal(waits.timerfdSettime, "timerfd_settime");
+    findReal(waits.timerfdGettime, "timerfd_gettime");
+    findReal(waits.gettimeofday, "gettimeofday");
+    findReal(waits.settimeofday, "settimeofday");
+    findReal(waits.adjtimex, "adjtimex");
+    findReal(waits.adjtime, "adjtime");
+    findReal(waits.time, "time");
 }
 
 void findThreads(RealWaits& waits) {
-    find(waits.threadCreate, "pthread_create");
-    find(waits.threadJoin, "pthread_join");
-    find(waits.schedYield, "sched_yield");
-    find(waits.threadCancel, "pthread_cancel");
-    find(waits.threadExit, "pthread_exit");
-    find(waits.mutexLock, "pthread_mutex_lock");
-    find(waits.mutexTrylock, "pthread_mutex_trylock");
-    find(waits.mutexTimedlock, "pthread_mutex_timedlock");
-    find(waits.mutexClocklock, "pthread_mutex_clocklock");
-    find(waits.mutexUnlock, "pthread_mutex_unlock");
-    find(waits.readLock, "pthread_rwlock_rdlock");
-    find(waits.readTrylock, "pthread_rwlock_tryrdlock");
-    find(waits.readClocklock, "pthread_rwlock_clockrdlock");
-    find(waits.writeLock, "pthread_rwlock_wrlock");
-    find(waits.writeClocklock, "pthread_rwlock_clockwrlock");
-    find(waits.writeTrylock, "pthread_rwlock_trywrlock");
-    find(waits.readWriteUnlock, "pthread_rwlock_unlock");
+    findReal(waits.threadCreate, "pthread_create");
+    findReal(waits.threadJoin, "pthread_join");
+    findReal(waits.schedYield, "sched_yield");
+    findReal(waits.threadCancel, "pthread_cancel");
+    findReal(waits.threadExit, "pthread_exit");
+    findReal(waits.mutexLock, "pthread_mutex_lock");
+    findReal(waits.mutexTrylock, "pthread_mutex_trylock");
+    findReal(waits.mutexTimedlock, "pthread_mutex_timedlock");
+    findReal(waits.mutexClocklock, "pthread_mutex_clocklock");
+    findReal(waits.mutexUnlock, "pthread_mutex_unlock");
+    findReal(waits.readLock, "pthread_rwlock_rdlock");
+    findReal(waits.readTrylock, "pthread_rwlock_tryrdlock");
+    findReal(waits.readClocklock, "pthread_rwlock_clockrdlock");
+    findReal(waits.writeLock, "pthread_rwlock_wrlock");
+    findReal(waits.writeClocklock, "pthread_rwlock_clockwrlock");
+    findReal(waits.writeTrylock, "pthread_rwlock_trywrlock");
+    findReal(waits.readWriteUnlock, "pthread_rwlock_unlock");
 }
 
 void findConditions(RealWaits& waits) {
-    find(waits.condWait, "pthread_cond_wait");
-    find(waits.condTimedwait, "pthread_cond_timedwait");
-    find(waits.condClockwait, "pthread_cond_clockwait");
-    find(waits.condSignal, "pthread_cond_signal");
-    find(waits.condBroadcast, "pthread_cond_broadcast");
-    find(waits.semWait, "sem_wait");
-    find(waits.semTrywait, "sem_trywait");
-    find(waits.semTimedwait, "sem_timedwait");
-    find(waits.semClockwait, "sem_clockwait");
-    find(waits.semPost, "sem_post");
+    findReal(waits.condWait, "pthread_cond_wait");
+    findReal(waits.condTimedwait, "pthread_cond_timedwait");
+    findReal(waits.condClockwait, "pthread_cond_clockwait");
+    findReal(waits.condSignal, "pthread_cond_signal");
+    findReal(waits.condBroadcast, "pthread_cond_broadcast");
+    findReal(waits.semWait, "sem_wait");
+    findReal(waits.semTrywait, "sem_trywait");
+    findReal(waits.semTimedwait, "sem_timedwait");
+    findReal(waits.semClockwait, "sem_clockwait");
+    findReal(waits.semPost, "sem_post");
 }
 
 void findProcesses(RealWaits& waits) {
-    find(waits.kill, "kill");
-    find(waits.threadKill, "pthread_kill");
-    find(waits.alarm, "alarm");
-    find(waits.setitimer, "setitimer");
-    find(waits.getitimer, "getitimer");
-    find(waits.fork, "fork");
-    find(waits.waitpid, "waitpid");
-    find(waits.wait4, "wait4");
-    find(waits.waitid, "waitid");
-    find(waits.execve, "execve");
-    find(waits.execvpe, "execvpe");
-    find(waits.exitNow, "_exit");
+    findReal(waits.kill, "kill");
+    findReal(waits.threadKill, "pthread_kill");
+    findReal(waits.alarm, "alarm");
+    findReal(waits.setitimer, "setitimer");
+    findReal(waits.getitimer, "getitimer");
+    findReal(waits.fork, "fork");
+    findReal(waits.waitpid, "waitpid");
+    findReal(waits.wait4, "wait4");
+    findReal(waits.waitid, "waitid");
+    findReal(waits.execve, "execve");
+    findReal(waits.execvpe, "execvpe");
+    findReal(waits.exitNow, "_exit");
 }
 
 RealWaits findAll() {

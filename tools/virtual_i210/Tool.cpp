@@ -13,16 +13,6 @@ namespace {
 using virtual_i210::Fault;
 using virtual_i210::FaultOrder;
 
-const std::map<std::string, Fault> kFaults = {
-    {"stamp-lost", Fault::kTxTimestampLost},
-    {"stamp-late", Fault::kTxTimestampLate},
-    {"drop", Fault::kFrameDropped},
-    {"duplicate", Fault::kFrameDuplicated},
-    {"reorder", Fault::kFrameReordered},
-    {"corrupt", Fault::kFrameCorrupted},
-    {"rx-stamp-lost", Fault::kRxTimestampLost},
-};
-
 void showCard(const virtual_i210::Card& card) {
     const auto counters = virtual_i210::counters(card.ifName);
     const std::uint64_t now = virtual_i210::rawNowNs();
@@ -40,7 +30,7 @@ void showCard(const virtual_i210::Card& card) {
                 counters.txTimestamps, counters.rxTimestamps, counters.rxFallbacks);
     std::printf("  clock read %" PRIu64 " times, set or adjusted %" PRIu64 " times\n",
                 counters.clockReadings, counters.clockAdjustments);
-    for (const auto& [name, fault] : kFaults) {
+    for (const auto& [name, fault] : virtual_i210::faultsByName()) {
         const std::uint32_t remaining = virtual_i210::remainingFaults(card.ifName, fault);
         if (remaining == virtual_i210::kUntilCleared) {
             std::printf("  fault %s until cleared\n", name.c_str());
@@ -81,14 +71,14 @@ CLI::App* addCommand(CLI::App& app, Order& order, const char* name, const char* 
 void addFault(CLI::App& app, Order& order) {
     CLI::App* fault = addCommand(
         app, order, "fault", "let the next frames that a card sends or receives fail", [&order] {
-            order.details.fault = kFaults.at(order.fault);
+            order.details.fault = virtual_i210::faultsByName().at(order.fault);
             order.details.count =
                 order.untilCleared ? virtual_i210::kUntilCleared : order.details.count;
             virtual_i210::orderFault(order.ifName, order.details);
         });
     std::vector<std::string> names;
-    names.reserve(kFaults.size());
-    for (const auto& entry : kFaults) {
+    names.reserve(virtual_i210::faultsByName().size());
+    for (const auto& entry : virtual_i210::faultsByName()) {
         names.push_back(entry.first);
     }
     fault->add_option("fault", order.fault, "what goes wrong")
