@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>

@@ -66,12 +66,14 @@ long double parabolicWave(std::uint64_t position, std::uint64_t period) {
 
 }  // namespace
 
+int (*readSystemClock)(clockid_t clock, timespec* time) = clock_gettime;
+
 std::uint64_t rawNowNs() {
     if (const Conductor* conductor = attachedConductor()) {
         return conductor->nowNs();
     }
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_RAW, &now);
+    readSystemClock(CLOCK_MONOTONIC_RAW, &now);
     return static_cast<std::uint64_t>(toNs(now));
 }
 
@@ -80,7 +82,7 @@ std::int64_t realtimeNowNs() {
         return static_cast<std::int64_t>(conductor->nowNs()) + conductor->realtimeOffsetNs();
     }
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    readSystemClock(CLOCK_REALTIME, &now);
     return toNs(now);
 }
 

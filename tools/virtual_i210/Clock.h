@@ -1,10 +1,16 @@
 #pragma once
 
+#include <time.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 namespace virtual_i210 {
+
+/** How this process reads the system's clocks. The library that takes clock_gettime over puts the C
+ *  library's own here, so that a reading of the card's does not come back to it. */
+extern int (*readSystemClock)(clockid_t clock, timespec* time);
 
 /** CLOCK_MONOTONIC_RAW in nanoseconds, of the simulated machine in a simulated run: the time that
  *  every card's oscillator is described in. */

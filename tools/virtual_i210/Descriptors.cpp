@@ -19,6 +19,7 @@ std::atomic<std::uint32_t> lastAskedFor{0}; /**< card + 1 */
 
 /** A wrong configuration is told at start, not at the first frame. */
 __attribute__((constructor)) void attachAtStart() {
+    readSystemClock = real().clockGettime;
     stateForCall();
     // In a simulated run a program begins when it has its first turn.
     conducting();

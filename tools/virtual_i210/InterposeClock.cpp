@@ -62,7 +62,7 @@ int adjustPhc(CardState& card, timex& adjustment) {
     return 0;
 }
 
-int readSystemClock(clockid_t clock, timespec* time) {
+int answerSystemClock(clockid_t clock, timespec* time) {
     std::uint64_t ns = 0;
     if (!virtual_i210::timeIsSimulated()) {
         return real().clockGettime(clock, time);
@@ -109,7 +109,7 @@ int adjustSystemClock(clockid_t clock, timex& adjustment) {
 VIRTUAL_I210_EXPORT int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const Descriptor* phc = phcOfClock(clock);
     if (phc == nullptr) {
-        return readSystemClock(clock, time);
+        return answerSystemClock(clock, time);
     }
     *time = virtual_i210::toTimespec(virtual_i210::readPhcNs(cardOf(*phc)));
     return 0;

@@ -24,9 +24,7 @@ bool isWrong(const timespec* duration) {
 Interest interestIn(const pollfd* entries, nfds_t count) {
     Interest interest;
     for (nfds_t i = 0; i < count; ++i) {
-        const Interest one = interestIn(entries[i].fd);
-        interest.add(one.card);
-        interest.others = interest.others || one.others;
+        interest.add(interestIn(entries[i].fd));
     }
     return interest;
 }
@@ -88,9 +86,7 @@ struct Sets {
         Interest all;
         for (int fd = 0; fd < end; ++fd) {
             if (FD_ISSET(fd, &wished[0]) || FD_ISSET(fd, &wished[1]) || FD_ISSET(fd, &wished[2])) {
-                const Interest one = interestIn(fd);
-                all.add(one.card);
-                all.others = all.others || one.others;
+                all.add(interestIn(fd));
             }
         }
         return all;

@@ -9,6 +9,7 @@
 #include <atomic>
 
 #include "tools/virtual_i210/Alarm.h"
+
 namespace virtual_i210 {
 
 namespace {

@@ -39,10 +39,8 @@ std::uint64_t visibleNs(const Descriptor& socket, const std::uint8_t* frame, std
 }  // namespace
 
 Interest interestIn(int fd) {
-    Interest interest;
     Descriptor* socket = descriptorOf(fd, DescriptorKind::kPacketSocket);
-    interest.add(socket != nullptr ? cardOfSocket(fd, *socket) : 0);
-    return interest;
+    return socket != nullptr ? Interest{cardOfSocket(fd, *socket), false} : Interest{0, true};
 }
 
 std::uint64_t frameOnItsWayNs(int fd) {

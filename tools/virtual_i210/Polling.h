@@ -19,11 +19,10 @@ struct Interest {
     std::uint64_t card = 0; /**< card + 1 whose socket is among them, kEveryCard for several */
     bool others = false;    /**< also descriptors that are no cards' */
 
-    void add(std::uint64_t another) {
-        if (another == 0) {
-            others = true;
-        } else {
-            card = card == 0 || card == another ? another : kEveryCard;
+    void add(const Interest& another) {
+        others = others || another.others;
+        if (another.card != 0) {
+            card = card == 0 || card == another.card ? another.card : kEveryCard;
         }
     }
 };

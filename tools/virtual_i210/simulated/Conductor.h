@@ -205,8 +205,7 @@ private:
     std::uint64_t draws_;
     std::uint64_t waits_;
     SimulatedCosts costs_;
-    std::uint32_t anyDescriptorWaits_;
-    std::uint32_t reserved_;
+    std::uint64_t anyDescriptorWaits_;
     std::int32_t ended_[kEndedProcesses]; /**< pids, the oldest replaced first */
     std::uint64_t endedCount_;
     std::uint64_t visibleNs_[kMaxCards];
