@@ -10,6 +10,7 @@
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
+#include "ptp/ProtocolSteps.h"
 #include "wire/EthernetFrame.h"
 
 namespace {
@@ -30,6 +31,9 @@ void waitWhilePaused() {
 
 void handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,
                  const ptp_time_t& rxTime) {
+    if (!protocolSteps.admits(frame, length, toNs(rxTime))) {
+        return;
+    }
     const std::unique_ptr<PTPMessage> message(
         pump.factory->getPTPMessageInstance(reinterpret_cast<ptpv2hdr_t*>(frame)));
     if (message == nullptr) {

@@ -15,6 +15,7 @@
 #include "api/InterfaceDataManager.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
+#include "platform/CardSteps.h"
 #include "platform/PtpFilter.h"
 #include "wire/EthernetFrame.h"
 #include "wire/FrameTrace.h"
@@ -80,6 +81,35 @@ bool waitForFrame(int socket) {
 
 }  // namespace
 
+int sendFrameAfterPhcRead(const UInterface& port, unsigned char* frame, int length,
+                          int /*headerSize*/) {
+    readPhcBeforeSend(port.name);
+    const sockaddr_ll link = gptpAddressOn(port.index);
+    const auto send = [&] {
+        return static_cast<int>(::sendto(port.s, frame, static_cast<size_t>(length), 0,
+                                         reinterpret_cast<const sockaddr*>(&link), sizeof link));
+    };
+    int sent = send();
+    if (sent == -1 && errno == ENOMSG) {
+        usleep(kSecondTryMicroseconds);
+        sent = send();
+        if (sent < 0) {
+            usleep(kThirdTryMicroseconds);
+            sent = send();
+        }
+    }
+    return sent;
+}
+
+int receiveFrameShortly(int socket, unsigned char* buffer, int capacity, unsigned long long* rxNs) {
+    if (!waitForFrame(socket)) {
+        return 0;
+    }
+    int length = capacity;
+    *rxNs = getRxTimestampedData(socket, buffer, &length);
+    return length;
+}
+
 template <typename Backend>
 NetworkService<Backend>::NetworkService(char const* wantedName)
     : mac_{}, domain_(0), vlan_{}, interface_{} {
@@ -124,23 +154,7 @@ int NetworkService<Backend>::sendto(void const* payload, int length, int /*flags
     const sockaddr_ll target = linkLayerAddress(destination, destinationLength);
     const int headerSize = ethernet::writeHeader(frame, target.sll_addr, mac_, vlan_);
     std::copy_n(static_cast<const unsigned char*>(payload), length, frame + headerSize);
-    const int frameLength = headerSize + length;
-    readPhcBeforeSend(interface_.name);
-    const sockaddr_ll link = gptpAddressOn(interface_.index);
-    const auto send = [&] {
-        return static_cast<int>(::sendto(interface_.s, frame, static_cast<size_t>(frameLength), 0,
-                                         reinterpret_cast<const sockaddr*>(&link), sizeof link));
-    };
-    int sent = send();
-    if (sent == -1 && errno == ENOMSG) {
-        usleep(kSecondTryMicroseconds);
-        sent = send();
-        if (sent < 0) {
-            usleep(kThirdTryMicroseconds);
-            sent = send();
-        }
-    }
-    return sent;
+    return cardSteps.sendFrame(interface_, frame, headerSize + length, headerSize);
 }
 
 template <typename Backend>
@@ -157,11 +171,11 @@ int NetworkService<Backend>::transmit(unsigned char const* payload, int length,
 
 template <typename Backend>
 int NetworkService<Backend>::receive(unsigned char* buffer, int capacity, ptp_time_t* rxTime) {
-    if (!waitForFrame(interface_.s)) {
+    unsigned long long rxNs = 0;
+    const int length = cardSteps.receiveFrame(interface_.s, buffer, capacity, &rxNs);
+    if (length == 0) {
         return 0;
     }
-    int length = capacity;
-    const unsigned long long rxNs = getRxTimestampedData(interface_.s, buffer, &length);
     if (vlan_.isTagged() && ethernet::isForeignVlan(buffer, vlan_)) {
         *rxTime = ptp_time_t{};
         return 0;

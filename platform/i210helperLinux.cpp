@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "base/DbgLog.h"
+#include "platform/CardSteps.h"
 #include "platform/CrossTimestamp.h"
 #include "platform/Descriptors.h"
 #include "platform/PhcDevice.h"
@@ -206,6 +207,17 @@ void retrieve_RX_timestamp(UInterface& /*interface*/, ptpv2hdr_t* /*header*/,
     exit(0);
 }
 
+ptp_ext_time_t narrowestOf25(int phcDevice) {
+    ptp_sys_offset offset{};
+    offset.n_samples = kCrossTimestampSamples;
+    // A clock that is not open leaves the readings 0, as a refused request does. Descriptor 0 is
+    // the host's.
+    if (phcDevice > 0) {
+        ioctl(phcDevice, PTP_SYS_OFFSET, &offset);
+    }
+    return narrowestBracket(offset.ts, kCrossTimestampSamples);
+}
+
 i210helper::i210helper() = default;
 
 i210helper::~i210helper() = default;
@@ -222,14 +234,7 @@ long long i210helper::e1000_ptp_get_time(char const* interfaceName) {
 bool i210helper::e1000_ptp_get_ext_time(char const* /*interfaceName*/,
                                         unsigned long long* systemTime,
                                         unsigned long long* phcTime) {
-    ptp_sys_offset offset{};
-    offset.n_samples = kCrossTimestampSamples;
-    // A clock that is not open leaves the readings 0, as a refused request does. Descriptor 0 is
-    // the host's.
-    if (phcDescriptor > 0) {
-        ioctl(phcDescriptor, PTP_SYS_OFFSET, &offset);
-    }
-    const ptp_ext_time_t best = narrowestBracket(offset.ts, kCrossTimestampSamples);
+    const ptp_ext_time_t best = cardSteps.crossTimestamp(phcDescriptor);
     *systemTime = best.systemTime;
     *phcTime = best.phcTime;
     return true;
@@ -243,7 +248,7 @@ int i210helper::e1000_ptp_set_time(char const* interfaceName, unsigned short upp
 bool i210helper::retrieve_TX_timestamp(UInterface& /*interface*/, ptpv2hdr_t* /*header*/,
                                        ptp_time_t* txTime) {
     *txTime = ptp_time_t{};
-    *txTime = toPtpTime(getTxTimestamp(rawSocketDescriptor));
+    *txTime = toPtpTime(cardSteps.transmitTimestamp(rawSocketDescriptor));
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "platform/i210helper.h"
 #include "ptp/LinkDelay.h"
 #include "ptp/Port.h"
+#include "ptp/ProtocolSteps.h"
 #include "ptp/clockitems.h"
 #include "ptp/ptpclass.h"
 
@@ -21,22 +22,6 @@ constexpr useconds_t kTransmitTimeGrace = 100;
 
 bool isComplete(const ClockItemMembersType& item) {
     return item.t1.ns != 0 && item.t2.ns != 0 && item.t4.ns != 0;
-}
-
-/** Holds the handler for good while t4 lies before t1 and reports are on: such times mean a clock
- *  stepped within the exchange, and integrators want to be stopped there. Lowering the trace level
- *  to 0 ends it; then the exchange goes on with a round trip of 0. */
-void reportImpossibleTimes(ClockItemMembersType& item) {
-    while (item.t4.ns < item.t1.ns) {
-        if (reportsFaults()) {
-            reportFault(
-                "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
-                "clockItems[item].t1'",
-                kHandler, kImpossibleTimesLine);
-        } else {
-            item.t4 = item.t1;
-        }
-    }
 }
 
 void acceptDelay(const char* interfaceName, const PdelayTimes& times, long long delay,
@@ -76,6 +61,36 @@ TimeBaseFit updateFit(long long correctionField, ClockItemMembersType& item) {
 }
 
 }  // namespace
+
+void reportImpossibleTimes(ClockItemMembersType& item) {
+    while (item.t4.ns < item.t1.ns) {
+        if (reportsFaults()) {
+            reportFault(
+                "@%s(%d): FATAL: invalid Runtime condition: 'clockItems[item].t4 < "
+                "clockItems[item].t1'",
+                kHandler, kImpossibleTimesLine);
+        } else {
+            item.t4 = item.t1;
+        }
+    }
+}
+
+void averageDelays(Port& port, const unsigned char* respFollowUp, const PdelayTimes& times,
+                   ClockItemMembersType& item) {
+    const long double ratio =
+        neighbourRateRatio(times.t3, item.prev_t3.ns, times.t4, item.prev_t4.ns);
+    ZEB_LOG_AS(kHandler, kInfo, "neighborRateRatio : %Lf\n", ratio);
+    const long long delay = meanLinkDelay(times, ratio);
+    if (isDelayInLimits(delay)) {
+        acceptDelay(port.name, times, delay, item, port.record);
+    } else {
+        rejectDelay(port.name, times, delay, item);
+    }
+    const LocalClock local = readLocalClock(port.service);
+    const TimeBaseFit fit = updateFit(
+        static_cast<long long>(wire::load64(respFollowUp + wire::kCorrectionField)), item);
+    port.record.publishTimeBase({fit.slope, fit.estimate, times.t3}, local);
+}
 
 PTPMsgPathDelayReq::PTPMsgPathDelayReq(unsigned char domain, unsigned short portNumber)
     : PTPMessage(wire::kPdelayReq, domain) {
@@ -130,7 +145,7 @@ unsigned int PTPMsgPathDelayResp::processIncoming() {
     }
     item.t2.ns = getPTPMessageTimestamp();
     item.t4.ns = toNs(rxTimestamp);
-    reportImpossibleTimes(item);
+    protocolSteps.checkResponse(item);
     return 1;
 }
 
@@ -147,19 +162,7 @@ unsigned int PTPMsgPathDelayRespFollowUp::processIncoming() {
         return 0;
     }
     const PdelayTimes times{item.t1.ns, item.t2.ns, item.t3.ns, item.t4.ns};
-    const long double ratio =
-        neighbourRateRatio(times.t3, item.prev_t3.ns, times.t4, item.prev_t4.ns);
-    ZEB_LOG(kInfo, "neighborRateRatio : %Lf\n", ratio);
-    const long long delay = meanLinkDelay(times, ratio);
-    if (isDelayInLimits(delay)) {
-        acceptDelay(port.name, times, delay, item, port.record);
-    } else {
-        rejectDelay(port.name, times, delay, item);
-    }
-    const LocalClock local = readLocalClock(service);
-    const TimeBaseFit fit =
-        updateFit(static_cast<long long>(wire::load64(buffer_ + wire::kCorrectionField)), item);
-    port.record.publishTimeBase({fit.slope, fit.estimate, times.t3}, local);
+    protocolSteps.usePdelayExchange(port, buffer_, times, item);
     item.prev_t1 = item.t1;
     item.prev_t2 = item.t2;
     item.prev_t3 = item.t3;

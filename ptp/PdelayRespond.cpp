@@ -2,6 +2,7 @@
 
 #include "base/MutexLock.h"
 #include "ptp/Port.h"
+#include "ptp/ProtocolSteps.h"
 #include "ptp/ptpclass.h"
 #include "timebase/TimeConversion.h"
 
@@ -35,6 +36,9 @@ unsigned int PTPMsgPathDelayReq::processIncoming() {
     ptp_time_t txTime{};
     service->transmit(response.data(), static_cast<int>(wire::messageLength(response.data())),
                       &txTime);
+    if (!protocolSteps.isSent(txTime)) {
+        return 1;
+    }
     PTPMsgPathDelayRespFollowUp followUp(domain);
     followUp.service = service;
     followUp.processOutgoing(&response, &txTime);

@@ -6,6 +6,7 @@
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "ptp/Port.h"
+#include "ptp/ProtocolSteps.h"
 #include "ptp/ReferenceRecord.h"
 #include "ptp/SyncEstimate.h"
 #include "ptp/clockitems.h"
@@ -119,6 +120,19 @@ void useSample(Port& port, const SyncSample& sample, ClockItemMembersType& item)
 
 }  // namespace
 
+void useSuccessivePairs(Port& port, const unsigned char* followUp, unsigned long long originNs,
+                        ClockItemMembersType& item) {
+    item.originTime.ns = originNs;
+    item.masterTimes.entries[0].ns = originNs;
+    if (item.initialised == 0) {
+        // Nothing is shifted, so the next pair divides absolute times and only the third one
+        // yields a real ratio.
+        item.initialised = 1;
+        return;
+    }
+    useSample(port, evaluateSample(followUp, originNs, port.record, item), item);
+}
+
 unsigned int PTPMsgSync::processIncoming() {
     const PortKey master = retrievePortIdentity();
     const InstanceBlock* const block = instanceBlock();
@@ -136,7 +150,7 @@ unsigned int PTPMsgSync::processIncoming() {
     item.originTime.ns = 0;
     item.masterTimes.entries[0].ns = 0;
     item.localTimes.entries[0].ns = t2;
-    pauseForCrossTimestamp(port.name);
+    protocolSteps.noteArrival(port.name);
     item.syncSequenceId = static_cast<int>(wire::sequenceId(buffer_));
     port.record.countAcceptedSync(wire::sequenceId(buffer_));
     return 1;
@@ -148,7 +162,7 @@ unsigned int PTPMsgFollowUp::processIncoming() {
     Port port = portOf(service);
     const int sequence = static_cast<int>(wire::sequenceId(buffer_));
     const PortKey master = retrievePortIdentity();
-    pauseForCrossTimestamp(port.name);
+    protocolSteps.noteArrival(port.name);
     const int arrivalMark = millisecondOfWallClock();
     if (wire::messageLength(buffer_) > wire::kFollowUpLength && !takeAutosarTlv(*this)) {
         return 1;
@@ -158,15 +172,6 @@ unsigned int PTPMsgFollowUp::processIncoming() {
     if (item.syncSequenceId != sequence) {
         return 1;
     }
-    const unsigned long long t1 = getPTPMessageTimestamp();
-    item.originTime.ns = t1;
-    item.masterTimes.entries[0].ns = t1;
-    if (item.initialised == 0) {
-        // Nothing is shifted, so the next pair divides absolute times and only the third one
-        // yields a real ratio.
-        item.initialised = 1;
-        return 1;
-    }
-    useSample(port, evaluateSample(buffer_, t1, port.record, item), item);
+    protocolSteps.useSyncPair(port, buffer_, getPTPMessageTimestamp(), item);
     return 1;
 }

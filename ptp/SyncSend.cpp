@@ -7,6 +7,7 @@
 #include "base/DbgLog.h"
 #include "platform/i210helper.h"
 #include "ptp/Port.h"
+#include "ptp/ProtocolSteps.h"
 #include "ptp/ReferenceRecord.h"
 #include "ptp/ptpclass.h"
 #include "timebase/PartialRegressionLine.h"
@@ -35,16 +36,6 @@ void storeClockIdentity(PTPMessage& message, std::initializer_list<int> offsets)
     for (const int offset : offsets) {
         std::memcpy(message.data() + offset, identity, wire::kClockIdentitySize);
     }
-}
-
-/** Publishes what a master knows after each Sync. */
-void publishMasterTime(Port& port) {
-    const long double rate =
-        static_cast<long double>(slope_mN) / static_cast<long double>(slope_mZ);
-    const long long phcNs = i210helper::e1000_ptp_get_time(port.name);
-    port.record.publishMasterTime(rate, phcNs, readLocalClock(port.service));
-    referenceRecord.hardwareTime[1] = static_cast<unsigned long long>(phcNs);
-    referenceRecord.cpuTime[1] = static_cast<unsigned long long>(processCpuTimeNs());
 }
 
 /** Sends a message whose transmit time nobody needs. */
@@ -81,6 +72,19 @@ bool lacksGlobalTimeBase(const InstanceBlock& block) {
 }  // namespace
 
 ReferenceRecord referenceRecord{};
+
+void publishClockReadings(Port& port) {
+    const long double rate =
+        static_cast<long double>(slope_mN) / static_cast<long double>(slope_mZ);
+    const long long phcNs = i210helper::e1000_ptp_get_time(port.name);
+    port.record.publishMasterTime(rate, phcNs, readLocalClock(port.service));
+    referenceRecord.hardwareTime[1] = static_cast<unsigned long long>(phcNs);
+    referenceRecord.cpuTime[1] = static_cast<unsigned long long>(processCpuTimeNs());
+}
+
+void logTxMode(unsigned int txMode) {
+    ZEB_LOG_AS("processOutgoing", kError, "Wrong configuration TxMode 0x%x ...\n", txMode);
+}
 
 long long processCpuTimeNs() {
     timespec cpuTime{};
@@ -142,14 +146,15 @@ unsigned int PTPMsgSync::processOutgoing() {
         ptp_time_t txTime{};
         service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &txTime);
 
-        PTPMsgFollowUp followUp(block->cfg.Domain);
-        followUp.service = service;
-        fillFollowUp(followUp, buffer_, port, *block, txTime);
-        sendUntimed(followUp);
-        publishMasterTime(port);
+        if (protocolSteps.isSent(txTime)) {
+            PTPMsgFollowUp followUp(block->cfg.Domain);
+            followUp.service = service;
+            fillFollowUp(followUp, buffer_, port, *block, txTime);
+            sendUntimed(followUp);
+        }
+        protocolSteps.publishMasterTime(port);
     }
-    // After a sent Sync as well: log readers count this line to see that a master is alive.
-    ZEB_LOG(kError, "Wrong configuration TxMode 0x%x ...\n", txMode);
+    protocolSteps.noteSyncTurn(txMode);
     return 0;
 }
 

@@ -1,0 +1,3 @@
+#include "platform/CardSteps.h"
+
+CardSteps cardSteps{sendFrameAfterPhcRead, getTxTimestamp, receiveFrameShortly, narrowestOf25};
