@@ -68,6 +68,10 @@ StartClaim daemon_threads::claimStart() {
     return found == kPending || isRunning() ? StartClaim::kStillRunning : StartClaim::kRestart;
 }
 
+bool daemon_threads::wasStarted() {
+    return __atomic_load_n(&startState, __ATOMIC_RELAXED) != kNeverStarted;
+}
+
 void daemon_threads::createMain(void* record) {
     if (!mainThread.create({ThreadKind::kMain, MainEntryPointSharedLibrary, record, "TSyn_Main"},
                            "", true)) {

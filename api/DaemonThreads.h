@@ -16,6 +16,9 @@ enum class StartClaim {
 };
 StartClaim claimStart();
 
+/** Whether a Start has been claimed in this process, whatever became of it. */
+bool wasStarted();
+
 /** Creates the detached main thread for an instance block, after a claim to create. Without a
  *  thread to be had the claim is given back. */
 void createMain(void* record);

@@ -131,6 +131,10 @@ std::string RunSession::startDaemon() {
     if (ZebEthTSynInterface_Create(&config) != 0) {
         return "the daemon refused the configuration; its log names the value";
     }
+    const TSynProfile profile = makeProfile(options_);
+    if (ZebEthTSynInterface_SetProfile(&profile) != 0) {
+        return "the daemon refused the profile; its log names the switch";
+    }
     ZebEthTSynInterface_Start(0, nullptr, nullptr);
     return options_.isMaster() ? setTimeBase() : std::string();
 }

@@ -74,6 +74,33 @@ void addProtocolOptions(CLI::App& command, RunOptions& options) {
         ->check(shorterThan(sizeof(TSynInstanceConfig::ethStackIdent)));
 }
 
+/** Sets the switch that a text "NAME=VALUE" tells. */
+bool setSwitch(TSynProfile& profile, const std::string& text) {
+    const std::size_t sign = text.find('=');
+    int value = 0;
+    return sign != std::string::npos && CLI::detail::lexical_cast(text.substr(sign + 1), value) &&
+           ZebEthTSynInterface_SetProfileSwitch(&profile, text.substr(0, sign).c_str(), value) == 0;
+}
+
+std::string switchProblem(const std::string& text) {
+    TSynProfile profile{};
+    return setSwitch(profile, text) ? ""
+                                    : "'" + text +
+                                          "' is no switch and value it may have; see "
+                                          "ZebEthTimeSynProfile.h";
+}
+
+void addProfileOptions(CLI::App& command, RunOptions& options) {
+    const std::map<std::string, unsigned int> presets = {{"deployed", TSYN_PRESET_DEPLOYED},
+                                                         {"standard", TSYN_PRESET_STANDARD}};
+    command.add_option("--profile", options.preset, "deployed or standard (deployed)")
+        ->transform(oneOf(presets));
+    command
+        .add_option("--switch", options.switches,
+                    "NAME=VALUE: one switch of the profile set by itself; may be repeated")
+        ->check(CLI::Validator(switchProblem, ""));
+}
+
 void addSubTlvOptions(CLI::App& command, RunOptions& options) {
     const std::map<std::string, unsigned int> timeForms = {{"off", 0}, {"secured", 1}};
     const std::map<std::string, unsigned int> forms = {
@@ -161,6 +188,7 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
         ->required()
         ->check(CLI::IsMember({"master", "slave"}));
     addProtocolOptions(command, options);
+    addProfileOptions(command, options);
     addAutosarOptions(command, options);
     addOutputOptions(command, options);
 }
@@ -186,6 +214,15 @@ TSynInstanceConfig makeConfig(const RunOptions& options) {
     config.userDataSubTlv = options.userDataSelector;
     config.CrcTimeFlags = static_cast<unsigned char>(options.crcTimeFlags);
     return config;
+}
+
+TSynProfile makeProfile(const RunOptions& options) {
+    TSynProfile profile{};
+    ZebEthTSynInterface_GetProfilePreset(options.preset, &profile);
+    for (const std::string& text : options.switches) {
+        setSwitch(profile, text);
+    }
+    return profile;
 }
 
 std::array<unsigned char, 4> makeUserData(const RunOptions& options) {

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
+#include "include/ZebEthTimeSynProfile.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
 namespace CLI {
@@ -31,6 +33,8 @@ struct RunOptions {
     unsigned int crcTimeFlags = 0;
     unsigned int timeBaseStatus = 8; /**< of a master; 8: global time base */
     std::string userData;
+    unsigned int preset = TSYN_PRESET_DEPLOYED;
+    std::vector<std::string> switches; /**< NAME=VALUE, on top of the preset */
 
     double durationS = 0.0; /**< 0: until a signal */
     int traceLevel = 0;
@@ -50,6 +54,9 @@ void addRunOptions(CLI::App& command, RunOptions& options);
 
 /** The configuration record that the library takes. */
 TSynInstanceConfig makeConfig(const RunOptions& options);
+
+/** The preset with its changed switches. */
+TSynProfile makeProfile(const RunOptions& options);
 
 /** The user data as the library's setter takes them: length and three bytes. */
 std::array<unsigned char, 4> makeUserData(const RunOptions& options);

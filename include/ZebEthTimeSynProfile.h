@@ -1,0 +1,97 @@
+/** Behaviour beyond that of deployed nodes, chosen switch by switch. Compiles as C99 and as C++.
+ *
+ *  A host that sets no profile runs as deployed nodes do, byte for byte. Between Create and Start
+ *  it may take a preset, change what it wants and set it:
+ *
+ *      TSynProfile profile;
+ *      ZebEthTSynInterface_GetProfilePreset(TSYN_PRESET_STANDARD, &profile);
+ *      ZebEthTSynInterface_SetProfile(&profile);
+ *
+ *  Each switch stands for itself; 0 is the deployed behaviour. */
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum TSynPreset { TSYN_PRESET_DEPLOYED = 0, TSYN_PRESET_STANDARD = 1 };
+
+/** Values of the switch timescale. */
+enum TSynTimescale {
+    TSYN_TIMESCALE_UNTOLD = 0,    /**< system time, marked as PTP time without an offset */
+    TSYN_TIMESCALE_ARBITRARY = 1, /**< system time, marked as what it is */
+    TSYN_TIMESCALE_TAI = 2        /**< system time plus utcOffset, marked as PTP time */
+};
+
+/** Receives each line of the log in place of standard output, without its newline. level: 2 always,
+ *  3 info, 4 debug, 7 warning, 8 error. Called from any thread of the daemon and of the host, one
+ *  at a time; it must not call the library. */
+typedef void (*TSynLogSink)(int level, const char* line, void* context);
+
+/** One byte a switch unless a unit is given: 0 off, 1 on. */
+typedef struct TSynProfile {
+    unsigned int recordSize; /**< sizeof(TSynProfile) */
+
+    /* The wire. */
+    unsigned char anyMinorVersion;       /**< peers of 802.1AS-2020, whose version byte is 0x12 */
+    unsigned char onePortNumber;         /**< peers that know a port by its number: always 1 */
+    unsigned char standardResponses;     /**< peers that compute a delay with us: responses and
+                                              their correction as the standard has them */
+    unsigned char configuredLogInterval; /**< peers that time out by logMessageInterval */
+    unsigned char timescale;             /**< enum TSynTimescale; peers that follow Announce */
+    unsigned char timeChangeMarks;       /**< peers that must learn of a step: gmTimeBaseIndicator
+                                              and lastGmPhaseChange */
+    unsigned char signedRateOffset; /**< masters whose cumulativeScaledRateOffset is negative */
+    unsigned char evenTlvs;         /**< peers that refuse a TLV of odd length: padded */
+
+    /* Whom it believes. */
+    unsigned char oneMaster;            /**< two masters on a segment: the other one is counted */
+    unsigned char masterIdentity[8];    /**< the one to believe; all 0: the first one heard */
+    unsigned char soleAnswer;           /**< bridges that forward gPTP: a delay that several ports
+                                             answered is not used */
+    unsigned char receiveStampRequired; /**< frames that the card did not stamp: dropped */
+    unsigned char answersPerSecond;     /**< request floods: answers to one peer; 0: all */
+    unsigned short portTableLimit;      /**< identity floods: ports remembered; 0: all */
+
+    /* Time. */
+    unsigned char matchedStamps;          /**< late, lost or swapped transmit timestamps */
+    unsigned char preciseCrossTimestamps; /**< slow or unsteady buses to the card */
+    unsigned char robustTime;             /**< jitter, outliers, silent masters: lines over a
+                                               second, states, bounds */
+    unsigned char robustDelay;            /**< jitter and outliers of measured delay */
+
+    /* Threads and files. */
+    unsigned char eventPumps;        /**< battery and load: nothing is polled for */
+    unsigned char quickStart;        /**< hosts in a hurry: Start returns within 50 ms */
+    unsigned char followLink;        /**< unplugged cables, interfaces made anew */
+    unsigned char startAfterDestroy; /**< hosts that start again */
+    unsigned char oneDaemon;         /**< a second daemon on the interface is refused */
+    unsigned char reserved0;         /**< 0 */
+    unsigned short segmentMode;      /**< access to the segment, such as 0644; 0: everybody's */
+
+    /* The log. */
+    unsigned char logThreshold;       /**< lines below this level are left out; 0: none */
+    unsigned char reserved1;          /**< 0 */
+    unsigned short logLinesPerSecond; /**< of one place in the source; 0: all */
+    TSynLogSink logSink;              /**< null: standard output */
+    void* logContext;                 /**< handed to logSink */
+
+    short utcOffset;          /**< seconds of TAI over UTC, for TSYN_TIMESCALE_TAI */
+    unsigned short reserved2; /**< 0 */
+} TSynProfile;
+
+/** Fills in a preset. Returns 0, or -1 for an unknown one or null. Any thread. */
+int ZebEthTSynInterface_GetProfilePreset(unsigned int preset, TSynProfile* profile);
+
+/** Sets one member of a record by its name, as a configuration file or command line gives it; not
+ *  masterIdentity, logSink and logContext. Returns 0, or -1 when it has no such member or the
+ * member cannot hold the value. Any thread. */
+int ZebEthTSynInterface_SetProfileSwitch(TSynProfile* profile, const char* name, int value);
+
+/** Takes a profile, between Create and Start. Returns 0, or -1 with one log line when its size is
+ *  another, a switch has a value that it does not know, or the threads have started. */
+int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
+
+#ifdef __cplusplus
+}
+#endif

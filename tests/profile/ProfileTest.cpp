@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "include/ZebEthTimeSynProfile.h"
+#include "include/ZebEthTimeSynSupportInterface.h"
+
+namespace {
+
+TSynProfile presetOf(unsigned int number) {
+    TSynProfile profile;
+    std::memset(&profile, 0xAA, sizeof profile);
+    EXPECT_EQ(0, ZebEthTSynInterface_GetProfilePreset(number, &profile));
+    return profile;
+}
+
+std::string refusalOf(const TSynProfile& profile) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(-1, ZebEthTSynInterface_SetProfile(&profile));
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(Preset, OfDeployedNodesHasEverySwitchOff) {
+    const TSynProfile deployed = presetOf(TSYN_PRESET_DEPLOYED);
+    EXPECT_EQ(sizeof(TSynProfile), deployed.recordSize);
+    EXPECT_EQ(0, deployed.anyMinorVersion);
+    EXPECT_EQ(TSYN_TIMESCALE_UNTOLD, deployed.timescale);
+    EXPECT_EQ(0, deployed.robustTime);
+    EXPECT_EQ(0, deployed.segmentMode);
+    EXPECT_EQ(nullptr, deployed.logSink);
+}
+
+TEST(Preset, OfTheStandardLeavesTlvsAsTheyAre) {
+    const TSynProfile standard = presetOf(TSYN_PRESET_STANDARD);
+    EXPECT_EQ(1, standard.anyMinorVersion);
+    EXPECT_EQ(1, standard.robustTime);
+    EXPECT_EQ(0, standard.evenTlvs);
+    EXPECT_EQ(0644, standard.segmentMode);
+}
+
+TEST(Preset, ThatDoesNotExistIsRefused) {
+    TSynProfile profile{};
+    EXPECT_EQ(-1, ZebEthTSynInterface_GetProfilePreset(2, &profile));
+    EXPECT_EQ(0U, profile.recordSize);
+    EXPECT_EQ(-1, ZebEthTSynInterface_GetProfilePreset(TSYN_PRESET_STANDARD, nullptr));
+}
+
+TEST(Switch, IsSetByItsName) {
+    TSynProfile profile = presetOf(TSYN_PRESET_DEPLOYED);
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfileSwitch(&profile, "evenTlvs", 1));
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfileSwitch(&profile, "portTableLimit", 300));
+    EXPECT_EQ(1, profile.evenTlvs);
+    EXPECT_EQ(300, profile.portTableLimit);
+    EXPECT_EQ(-1, ZebEthTSynInterface_SetProfileSwitch(&profile, "evenTlvs", 2));
+    EXPECT_EQ(-1, ZebEthTSynInterface_SetProfileSwitch(&profile, "evenTlvs", -1));
+    EXPECT_EQ(-1, ZebEthTSynInterface_SetProfileSwitch(&profile, "oddTlvs", 1));
+    EXPECT_EQ(1, profile.evenTlvs);
+}
+
+TEST(SetProfile, RefusesAnotherSizeAndNamesIt) {
+    TSynProfile profile = presetOf(TSYN_PRESET_STANDARD);
+    profile.recordSize -= 4;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("recordSize"));
+}
+
+TEST(SetProfile, RefusesAnUnknownValueAndNamesTheSwitch) {
+    TSynProfile profile = presetOf(TSYN_PRESET_STANDARD);
+    profile.timescale = 3;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("timescale"));
+    profile.timescale = TSYN_TIMESCALE_TAI;
+    profile.segmentMode = 01000;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("segmentMode"));
+    profile.segmentMode = 0600;
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfile(&profile));
+}
+
+}  // namespace
