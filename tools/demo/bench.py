@@ -36,6 +36,7 @@ class Setup:
     check_build: pathlib.Path
     duration_s: float
     seed: int
+    profile: str
 
     @property
     def samples(self):
@@ -61,6 +62,7 @@ class Measured:
     """The last JSON lines of both sides."""
     master: dict
     slave: dict
+    link_delays: list
 
 
 def end_with_parent():
@@ -73,6 +75,7 @@ class Bench:
     def __init__(self, setup):
         self.setup = setup
         self.children = []
+        self.link_delays = []
 
     def __enter__(self):
         return self
@@ -82,6 +85,8 @@ class Bench:
             if child.poll() is None:
                 child.kill()
             child.wait()
+        # Its other end goes with the slave's namespace, which the kernel may take some time over.
+        subprocess.run(["ip", "link", "del", MASTER_IF], capture_output=True, check=False)
 
     def command(self, *words):
         done = subprocess.run(words, capture_output=True, text=True, check=False)
@@ -123,6 +128,7 @@ class Bench:
                        "LD_PRELOAD": str(self.setup.build / "libvirtual_i210.so")}
         words = [*prefix, "env", f"LD_PRELOAD={environment.pop('LD_PRELOAD')}",
                  str(self.setup.build / "tsyn"), "run", name, "--role", role, "--json",
+                 "--profile", self.setup.profile,
                  "--log", str(self.setup.log(role)), "--data-id-list", DATA_ID_LIST, *options]
         self.setup.log(role).unlink(missing_ok=True)
         return self.spawn(*words, stdout=subprocess.PIPE, env=environment, text=True, bufsize=1)
@@ -147,7 +153,7 @@ class Bench:
         last = self.follow(master, slave)
         capture.send_signal(signal.SIGINT)
         capture.communicate(timeout=END_S)
-        return Measured(*last)
+        return Measured(*last, self.link_delays)
 
     def follow(self, master, slave):
         """Shows both sides until the slave's time is over; returns their closing lines."""
@@ -163,6 +169,8 @@ class Bench:
                     if not line:
                         raise DemoError(f"a tsyn ended early; see the logs in {self.setup.outdir}")
                     last[key.data] = json.loads(line)
+                    if key.data == 1 and last[1].get("link_delay_ns"):
+                        self.link_delays.append(last[1]["link_delay_ns"])
                     view.show(*last, changed=key.data)
         master.send_signal(signal.SIGTERM)
         closing = [json.loads(master.communicate(timeout=END_S)[0].splitlines()[-1]), last[1]]

@@ -57,13 +57,16 @@ def read_link_delays(log):
     return delays, text.count("out of limits")
 
 
-def link_delay_report(setup):
+def link_delay_report(setup, measured):
+    """Of deployed nodes each exchange, of others what they showed each second."""
     delays, rejected = read_link_delays(setup.log("slave"))
+    if setup.profile != "deployed":
+        delays = measured.link_delays
     settled = delays[SETTLED_EXCHANGES - 1] if len(delays) >= SETTLED_EXCHANGES else None
     return {"true": bench.CABLE_NS, "exchanges": len(delays), "rejected": rejected,
             f"after_{SETTLED_EXCHANGES}": settled,
             "error": None if settled is None else settled - bench.CABLE_NS,
-            "last": delays[-1] if delays else None}
+            "last": delays[-1] if delays else None, "all": delays}
 
 
 def check_capture(setup):
@@ -90,6 +93,7 @@ def build(setup, measured):
     brackets = sorted(int(row["bracket_ns"]) for row in rows)
     slave = measured.slave
     return {
+        "profile": setup.profile,
         "abi": slave["abi"],
         "duration_s": round(slave["duration_s"], 3),
         "seed": setup.seed,
@@ -103,7 +107,7 @@ def build(setup, measured):
             "state": slave["state"],
         },
         "master": {"rss_kib": measured.master["rss_kib"]},
-        "link_delay_ns": link_delay_report(setup),
+        "link_delay_ns": link_delay_report(setup, measured),
         "subtlv_valid": subtlv_report(slave),
         "check": check_capture(setup),
         "bracket_ns": {"p50": percentile(brackets, 0.50)},
@@ -148,24 +152,37 @@ def missed_protocol_goals(result):
     return missed
 
 
-def write(outdir, result):
-    (outdir / "report.json").write_text(json.dumps(result, indent=2) + "\n")
+def write(outdir, runs):
+    (outdir / "report.json").write_text(
+        json.dumps({setup.profile: result for setup, result in runs}, indent=2) + "\n")
 
 
-def error_panels(setup, result, reach):
-    errors = result["slave"]["error_ns"]
-    p99 = errors["p99"]
+COLOURS = {"deployed": "#3060a0", "standard": "#208040"}
+
+
+def error_panel(runs):
+    """Both errors over time; the wider one is drawn first."""
+    points = []
+    for setup, result in runs:
+        errors = result["slave"]["error_ns"]
+        points.append(f"'{setup.samples}' using ($4==1?$1:NaN):2 with points pt 7 ps 0.35 "
+                      f"lc rgb '{COLOURS[setup.profile]}' title '{setup.profile}: "
+                      f"p50 {errors['p50']}, p99 {errors['p99']}, max {errors['max']} ns'")
     return f"""
 set size 0.5,0.92
 set origin 0,0
-set title 'size: p50 {errors["p50"]}, p99 {p99}, max {errors["max"]} ns' font ',11'
-set yrange [{-reach}:{reach}]
+set title 'error' font ',11'
 set xlabel 'time since start of the slave (s)'
 set ylabel 'error (ns)'
-plot '{setup.samples}' using ($4==1?$1:NaN):2 with points pt 7 ps 0.35 lc rgb '#3060a0' \
-title 'error', \
-{p99} with lines dt 2 lw 1.5 lc rgb '#c03020' title '±p99 = {p99} ns', \
-{-p99} with lines dt 2 lw 1.5 lc rgb '#c03020' notitle
+plot {", ".join(points)}
+"""
+
+
+def histogram_panel(runs, reach):
+    boxes = [f"'{setup.samples}' using (bin*(floor(($4==1?$2:NaN)/bin)+0.5)):(1) smooth frequency "
+             f"with steps lw 2 lc rgb '{COLOURS[setup.profile]}' title '{setup.profile}'"
+             for setup, _ in runs]
+    return f"""
 bin = {reach} / 40.0
 set size 0.25,0.92
 set origin 0.5,0
@@ -174,59 +191,62 @@ set xrange [{-reach}:{reach}]
 set yrange [0:*]
 set xlabel 'error (ns)'
 set ylabel 'samples per bin'
-set style fill solid 0.8
-set boxwidth bin
 set xtics {reach / 2:g}
-set arrow 1 from {p99}, graph 0 to {p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
-set arrow 2 from {-p99}, graph 0 to {-p99}, graph 1 nohead dt 2 lw 1.5 lc rgb '#c03020'
-plot '{setup.samples}' using (bin*(floor(($4==1?$2:NaN)/bin)+0.5)):(1) smooth frequency \
-with boxes lc rgb '#3060a0' notitle
-unset arrow
+plot {", ".join(boxes)}
 """
 
 
-def link_delay_panel(setup, result):
-    delays, _ = read_link_delays(setup.log("slave"))
-    points = "\n".join(f"{number},{delay}" for number, delay in enumerate(delays, 1))
+def link_delay_panel(runs):
+    blocks, lines = [], []
+    longest = 1
+    for setup, result in runs:
+        delays = result["link_delay_ns"]["all"]
+        longest = max(longest, len(delays))
+        points = "\n".join(f"{number},{delay}" for number, delay in enumerate(delays, 1))
+        blocks.append(f"${setup.profile} << EOD\n{points}\nEOD")
+        lines.append(f"${setup.profile} using 1:2 with linespoints pt 7 ps 0.6 "
+                     f"lc rgb '{COLOURS[setup.profile]}' title '{setup.profile}'")
+    newline = "\n"
     return f"""
-$delays << EOD
-{points}
-EOD
+{newline.join(blocks)}
 set size 0.25,0.92
 set origin 0.75,0
-set title 'link delay: {result["link_delay_ns"]["last"]} ns' font ',11'
-set xrange [0:{len(delays) + 1}]
+set title 'link delay' font ',11'
+set xrange [0:{longest + 1}]
 set yrange [*:*]
 set xtics 5
 set xlabel 'exchange'
 set ylabel 'ns'
-plot $delays using 1:2 with linespoints pt 7 ps 0.6 lc rgb '#3060a0' title 'measured', \
+plot {", ".join(lines)}, \
 {bench.CABLE_NS} with lines dt 2 lw 1.5 lc rgb '#c03020' title 'true'
 """
 
 
-def draw(setup, result):
-    errors = result["slave"]["error_ns"]
-    reach = 50 * math.ceil(1.3 * max(errors["p99"], 50) / 50)
+def draw(outdir, runs):
+    widest = max(result["slave"]["error_ns"]["p99"] for _, result in runs)
+    reach = 50 * math.ceil(1.3 * max(widest, 50) / 50)
+    counts = " and ".join(str(result["slave"]["error_ns"]["count"]) for _, result in runs)
     script = f"""
 set terminal pngcairo size 1400,520 font 'DejaVu Sans,11' background '#ffffff'
-set output '{setup.outdir / "offset.png"}'
+set output '{outdir / "offset.png"}'
 set datafile separator ','
-set multiplot title 'Slave time minus true master time, {errors["count"]} samples, \
-{result["abi"]}, slave clock +{bench.SLAVE_RATE_PPB / 1000:g} ppm, {bench.CABLE_NS} ns cable' \
+set multiplot title 'Slave time minus true master time, {counts} samples, \
+{runs[0][1]["abi"]}, slave clock +{bench.SLAVE_RATE_PPB / 1000:g} ppm, {bench.CABLE_NS} ns cable' \
 font ',13'
 set grid lc rgb '#dddddd'
 set border 3
 set tics nomirror out
 set key top right vertical samplen 2
 set termoption noenhanced
-{error_panels(setup, result, reach)}
-{link_delay_panel(setup, result)}
+set yrange [{-reach}:{reach}]
+{error_panel(runs)}
+{histogram_panel(runs, reach)}
+{link_delay_panel(runs)}
 unset multiplot
 """
     done = subprocess.run(["gnuplot"], input=script, capture_output=True, text=True, check=False)
     if done.returncode != 0:
-        raise bench.DemoError(f"gnuplot cannot draw {setup.outdir / 'offset.png'}: "
+        raise bench.DemoError(f"gnuplot cannot draw {outdir / 'offset.png'}: "
                               f"{done.stderr.strip()}")
 
 
@@ -237,8 +257,8 @@ def summary(setup, result):
     subtlv = result["subtlv_valid"]
     frames = "  ".join(f"{name} {count}" for name, count in result["frames"].items())
     return f"""
-  Slave against the master's true clock ({result['abi']}, {result['duration_s']:.0f} s, \
-seed {result['seed']})
+  Profile {setup.profile}: slave against the master's true clock ({result['abi']}, \
+{result['duration_s']:.0f} s, seed {result['seed']})
     error        p50 {errors['p50']} ns   p99 {errors['p99']} ns   max {errors['max']} ns   \
 rms {errors['rms']} ns   mean {errors['mean']:+} ns
                  {errors['count']} samples from the first real rate ratio on; \
@@ -251,5 +271,4 @@ true {delay['true']} ns; wanted: within {GOAL_LINK_DELAY_NS} ns
     sub-TLVs     valid in {subtlv['valid']} of {subtlv['received']} Follow_Ups ({subtlv['sent']} Sync), \
 user data {subtlv['user_data']}; 'tsyn check': {result['check']['findings']} findings
     memory       {slave['rss_kib']} KiB resident; wanted: below {GOAL_RSS_KIB} KiB
-    frames       {frames}
-    files        {setup.outdir}: report.json offset.png samples.csv capture.pcapng"""
+    frames       {frames}"""
