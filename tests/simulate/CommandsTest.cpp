@@ -30,13 +30,13 @@ TEST(ATsyn, IsToldWhereToWriteWhat) {
     const Node& slave = *scenario.find("slave");
     const simulate::NodeFiles files = simulate::filesOf(slave, 2);
     EXPECT_EQ(simulate::commandOf(slave, {"/b/tsyn", ""}, files, "/b"),
-              (Words{"/b/tsyn", "run", "slave", "--role", "slave", "--json", "--log",
-                     "/dev/shm/out/slave.log", "--truth", "master", "--samples",
+              (Words{"/b/tsyn", "run", "slave", "--role", "slave", "--profile", "deployed",
+                     "--json", "--log", "/dev/shm/out/slave.log", "--truth", "master", "--samples",
                      "/dev/shm/out/slave.csv.2", "--sample-rate", "100"}));
     const Node& master = *scenario.find("master");
     EXPECT_EQ(simulate::commandOf(master, {"/b/tsyn", ""}, simulate::filesOf(master, 1), "/b"),
-              (Words{"/b/tsyn", "run", "master", "--role", "master", "--json", "--log",
-                     "/dev/shm/out/master.log"}));
+              (Words{"/b/tsyn", "run", "master", "--role", "master", "--profile", "deployed",
+                     "--json", "--log", "/dev/shm/out/master.log"}));
 }
 
 TEST(AnotherProgram, GetsItsOwnOptionsFilledIn) {

@@ -45,7 +45,7 @@ TEST(MistakesInAScenario, OfTheWholeRunAreTold) {
          "pair.toml:2: seed: write a whole number from 0 to "
          "9223372036854775807"},
         {"seed = 3", "sed = 3",
-         "pair.toml:2: sed: unknown; known are name, duration, seed, epoch, "
+         "pair.toml:2: sed: unknown; known are like, name, duration, profile, seed, epoch, "
          "machine, node, link, bridge, event and limit"},
         {"seed = 3", "name = \"a b\"",
          "pair.toml:2: name: 'a b' names no folder; write letters, digits, "
@@ -220,7 +220,7 @@ TEST(MistakesInAScenario, AreAllToldInTheOrderOfTheirLines) {
     EXPECT_EQ(mistakesIn("x = 1\nduration = true\n"),
               "pair.toml:1: 'node' is missing; write a [[node]] for each "
               "program of the run\n"
-              "pair.toml:1: x: unknown; known are name, duration, seed, "
+              "pair.toml:1: x: unknown; known are like, name, duration, profile, seed, "
               "epoch, machine, node, link, bridge, event and limit\n"
               "pair.toml:2: duration: write seconds or a text with units ns, "
               "us, ms, s, min, h, d, such as \"500ms\"");

@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "tests/simulate/Scenarios.h"
 
@@ -35,6 +39,63 @@ TEST(AScenario, TakesItsEpochInThreeForms) {
         EXPECT_EQ(simulate::parseScenario(text, "x.toml").epochNs, 2'147'483'640 * kSecond)
             << epoch;
     }
+}
+
+TEST(AScenario, GivesItsTsynsAProfileUnlessTheyNameOne) {
+    const Scenario scenario = simulate::parseScenario(
+        "profile = \"standard\"\n" + pairWith("[[node]]\nname = \"t\"\nrole = \"slave\"\n"
+                                              "profile = \"deployed\"\n"
+                                              "[[bridge]]\nnodes = [\"t\"]\n"),
+        "x.toml");
+    EXPECT_EQ(scenario.find("master")->profile, "standard");
+    EXPECT_EQ(scenario.find("t")->profile, "deployed");
+}
+
+/** A folder with two scenarios, one of them the pair. */
+class LikeAnother : public testing::Test {
+protected:
+    LikeAnother() : folder_(testing::TempDir() + "like-" + std::to_string(getpid())) {
+        std::filesystem::create_directory(folder_);
+        write("pair.toml", pairWith("[[limit]]\nnode = \"slave\"\nwhat = \"error\"\np50 = 1\n"));
+    }
+    ~LikeAnother() override { std::filesystem::remove_all(folder_); }
+
+    std::string write(const std::string& name, const std::string& text) {
+        std::ofstream(folder_ + "/" + name) << text;
+        return folder_ + "/" + name;
+    }
+    std::string mistakesOf(const std::string& file) {
+        try {
+            simulate::readScenario(file);
+            return "";
+        } catch (const simulate::ScenarioError& error) {
+            return std::string(error.what()).substr(folder_.size() + 1);
+        }
+    }
+
+private:
+    std::string folder_;
+};
+
+TEST_F(LikeAnother, TakesOverAllButNameAndLimits) {
+    const Scenario scenario = simulate::readScenario(
+        write("other.toml", "like = \"pair.toml\"\nduration = \"9s\"\nprofile = \"standard\"\n"));
+    EXPECT_EQ(scenario.name, "other");
+    EXPECT_EQ(scenario.durationNs, 9 * kSecond);
+    EXPECT_EQ(scenario.seed, 3u);
+    ASSERT_EQ(scenario.nodes.size(), 2u);
+    EXPECT_EQ(scenario.nodes[1].profile, "standard");
+    EXPECT_EQ(scenario.nets.size(), 1u);
+    EXPECT_TRUE(scenario.limits.empty());
+}
+
+TEST_F(LikeAnother, TellsOfAFileThatIsMissingOrLikeAnotherItself) {
+    const std::string other = write("other.toml", "like = \"none.toml\"\n");
+    EXPECT_EQ(mistakesOf(other),
+              "none.toml:1: cannot be read (No such file or directory); name a "
+              "scenario's TOML file");
+    EXPECT_EQ(mistakesOf(write("third.toml", "like = \"third.toml\"\n")),
+              "third.toml:1: like: is itself like another; name that one");
 }
 
 TEST(AMachine, HasItsSettingsAsTheCardWritesThem) {

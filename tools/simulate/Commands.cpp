@@ -113,8 +113,8 @@ std::vector<std::string> commandOf(const Node& node, const Program& program, con
                                    const std::string& buildFolder) {
     std::vector<std::string> words = {program.path};
     if (node.isTsyn()) {
-        words.insert(words.end(),
-                     {"run", node.cardName, "--role", node.role, "--json", "--log", files.log});
+        words.insert(words.end(), {"run", node.cardName, "--role", node.role, "--profile",
+                                   node.profile, "--json", "--log", files.log});
         if (!node.truth.empty()) {
             words.insert(words.end(), {"--truth", node.truth, "--samples", files.samples,
                                        "--sample-rate", numberText(node.sampleRateHz)});

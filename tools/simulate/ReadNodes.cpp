@@ -38,14 +38,15 @@ std::string fixedText(double value, bool decimals) {
     return text.data();
 }
 
-void readRole(Fields& fields, Node& node) {
+void readRole(Fields& fields, const Scenario& scenario, Node& node) {
     if (node.isTsyn()) {
+        node.profile = readProfile(fields).value_or(scenario.profile);
         fields.require("role", "write role = \"master\" or \"slave\"");
         node.role = fields.choice("role", {"master", "slave"}).value_or("slave");
         node.i386 = fields.choice("abi", {"x86_64", "i386"}).value_or("x86_64") == "i386";
         return;
     }
-    for (const char* key : {"role", "abi"}) {
+    for (const char* key : {"role", "abi", "profile"}) {
         if (fields.has(key)) {
             fields.text(key);
             fields.wrong(key, "is only for the program tsyn; leave it out");
@@ -83,7 +84,7 @@ Node readCommon(Fields& fields, const Scenario& scenario) {
     if (node.program.empty()) {
         fields.wrong("program", "write tsyn, or the name or path of a program");
     }
-    readRole(fields, node);
+    readRole(fields, scenario, node);
     node.options = fields.texts("options").value_or(std::vector<std::string>());
     node.environment = fields.settings("environment");
     node.config = fields.text("config");
@@ -197,6 +198,10 @@ void checkCards(Fields& top, const Scenario& scenario) {
 }
 
 }  // namespace
+
+std::optional<std::string> readProfile(Fields& fields) {
+    return fields.choice("profile", {"deployed", "standard"});
+}
 
 bool isNodeName(const std::string& name) {
     constexpr std::size_t kLongestName = 15;

@@ -9,6 +9,9 @@
 /** The parts of reading a scenario, in the order in which they need each other. */
 namespace simulate {
 
+/** What profile is chosen by a key, if it is there. */
+std::optional<std::string> readProfile(Fields& fields);
+
 void readNodes(Fields& top, Scenario& scenario);
 void readNets(Fields& top, Scenario& scenario);
 void readEvents(Fields& top, Scenario& scenario);

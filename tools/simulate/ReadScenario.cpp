@@ -62,6 +62,7 @@ void readRun(Fields& top, Scenario& scenario) {
     } else {
         scenario.durationNs = kMostDurationNs;
     }
+    scenario.profile = readProfile(top).value_or("deployed");
     scenario.seed = static_cast<std::uint64_t>(top.integer("seed", 0, INT64_MAX).value_or(1));
     scenario.epochNs = top.instant("epoch").value_or(kFirstSecondOf2026 * kNsPerSecond);
 }
@@ -85,14 +86,53 @@ toml::table parseToml(const std::string& text, const std::string& file) {
     }
 }
 
+std::string textOf(const std::string& file) {
+    std::ifstream stream(file);
+    // Reading a folder fails only here; an empty file has no duration, which is told.
+    if (!stream || (stream.peek(), stream.bad())) {
+        throw ScenarioError(file + ":1: cannot be read (" + std::strerror(errno) +
+                            "); name a scenario's TOML file");
+    }
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+/** Adds what a scenario takes over from another: all but its name and limits, where it says nothing
+ *  itself. */
+void takeOver(const std::string& otherFile, toml::table& table) {
+    const std::string text = textOf(otherFile);
+    toml::table other = parseToml(text, otherFile);
+    if (other.contains("like")) {
+        throw ScenarioError(otherFile + ":1: like: is itself like another; name that one");
+    }
+    parseScenario(text, otherFile);  // its own mistakes are told under its own name
+    for (auto&& [key, node] : other) {
+        if (key.str() != "name" && key.str() != "limit" && !table.contains(key.str())) {
+            // Moved, since a copy forgets its line.
+            node.visit(
+                [&table, &key = key](auto& value) { table.insert(key.str(), std::move(value)); });
+        }
+    }
+}
+
+/** The file that a scenario is like: beside itself unless it names a folder. */
+std::string pathOfLike(const std::string& name, const std::string& file) {
+    return file.substr(0, file.find_last_of('/') + 1) + name;
+}
+
 }  // namespace
 
 Scenario parseScenario(const std::string& text, const std::string& file) {
-    const toml::table table = parseToml(text, file);
+    toml::table table = parseToml(text, file);
     Problems problems(file);
     Scenario scenario;
+    if (const auto like = table["like"].value<std::string>()) {
+        takeOver(pathOfLike(*like, file), table);
+    }
     scenario.file = file;
     Fields top(table, "", problems);
+    top.text("like");
     readRun(top, scenario);
     readMachine(top, scenario);
     readNodes(top, scenario);
@@ -110,15 +150,7 @@ Scenario parseScenario(const std::string& text, const std::string& file) {
 }
 
 Scenario readScenario(const std::string& file) {
-    std::ifstream stream(file);
-    std::ostringstream text;
-    // Reading a folder fails only here; an empty file has no duration, which is told.
-    if (!stream || (stream.peek(), stream.bad())) {
-        throw ScenarioError(file + ":1: cannot be read (" + std::strerror(errno) +
-                            "); name a scenario's TOML file");
-    }
-    text << stream.rdbuf();
-    return parseScenario(text.str(), file);
+    return parseScenario(textOf(file), file);
 }
 
 }  // namespace simulate

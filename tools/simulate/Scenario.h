@@ -21,8 +21,9 @@ struct Node {
     std::string name;  /**< also the interface and the card */
     std::string group; /**< the name in the file, which a count shares */
     std::string program = "tsyn";
-    bool i386 = false; /**< of tsyn */
-    std::string role;  /**< of tsyn */
+    bool i386 = false;   /**< of tsyn */
+    std::string role;    /**< of tsyn */
+    std::string profile; /**< of tsyn */
     std::vector<std::string> options;
     Settings environment;
     std::optional<std::string> config;
@@ -107,7 +108,8 @@ struct Scenario {
     std::uint64_t durationNs = 0;
     std::uint64_t seed = 1;
     std::uint64_t epochNs = 0;
-    Settings machine; /**< in the syntax of VIRTUAL_I210 */
+    std::string profile; /**< of every tsyn that names none */
+    Settings machine;    /**< in the syntax of VIRTUAL_I210 */
     std::vector<Node> nodes;
     std::vector<Net> nets;
     std::vector<Event> events;
