@@ -15,8 +15,7 @@ struct CardSteps {
 
     /** Waits for one frame; buffer holds capacity + ethernet::kVlanTagSize bytes. Returns its
      *  length, 0 for nothing, and its receive time, PHC ns, 0 when it has none. */
-    int (*receiveFrame)(int socket, unsigned char* buffer, int capacity,
-                        unsigned long long* rxNs);
+    int (*receiveFrame)(int socket, unsigned char* buffer, int capacity, unsigned long long* rxNs);
 
     /** System and PHC time of one instant, ns; both 0 when the clock device cannot be read. */
     ptp_ext_time_t (*crossTimestamp)(int phcDevice);

@@ -58,7 +58,7 @@ TEST_F(SimulatedSleep, OfAgesDoesNotEndAtOnce) {
         nanosleep(&ages, nullptr);
         return 1;
     });
-    sleepNs(20 * 365 * 86'400 * kSecond);
+    sleepNs(20ULL * 365 * 86'400 * kSecond);
     ASSERT_EQ(0, kill(sleeper, SIGKILL));
     EXPECT_EQ(-1, resultOf(sleeper));
 }

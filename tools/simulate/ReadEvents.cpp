@@ -8,8 +8,6 @@
 namespace simulate {
 namespace {
 
-using virtual_i210::Fault;
-
 const std::map<std::string, std::uint32_t> kMessageTypes = {
     {"Sync", 0},        {"Delay_Req", 1},  {"Pdelay_Req", 2},
     {"Pdelay_Resp", 3}, {"Follow_Up", 8},  {"Pdelay_Resp_Follow_Up", 10},
