@@ -61,18 +61,24 @@ typedef struct TSynProfile {
     unsigned char robustDelay;            /**< jitter and outliers of measured delay */
 
     /* Threads and files. */
-    unsigned char eventPumps;        /**< battery and load: nothing is polled for */
+    unsigned char eventPumps;        /**< battery and load: one thread, TSyn_Main, sleeps until a
+                                          frame, the host or a deadline wakes it */
     unsigned char quickStart;        /**< hosts in a hurry: Start returns within 50 ms */
-    unsigned char followLink;        /**< unplugged cables, interfaces made anew */
-    unsigned char startAfterDestroy; /**< hosts that start again */
-    unsigned char oneDaemon;         /**< a second daemon on the interface is refused */
+    unsigned char followLink;        /**< unplugged cables, interfaces made anew or late; with
+                                          eventPumps */
+    unsigned char startAfterDestroy; /**< hosts that start again: Destroy returns when all threads
+                                          have ended */
+    unsigned char oneDaemon;         /**< Start of a second daemon on the interface returns -1 and
+                                          logs the process of the first, which is in
+                                          /dev/shm/INTERFACE.lock */
     unsigned char reserved0;         /**< 0 */
     unsigned short segmentMode;      /**< access to the segment, such as 0644; 0: everybody's */
 
     /* The log. */
     unsigned char logThreshold;       /**< lines below this level are left out; 0: none */
     unsigned char reserved1;          /**< 0 */
-    unsigned short logLinesPerSecond; /**< of one place in the source; 0: all */
+    unsigned short logLinesPerSecond; /**< of one place in the source; how many more there were is
+                                           told later, and nothing waits for standard output. 0: all */
     TSynLogSink logSink;              /**< null: standard output */
     void* logContext;                 /**< handed to logSink */
 
