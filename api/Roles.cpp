@@ -16,6 +16,7 @@
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "platform/i210helper.h"
+#include "ptp/ProtocolSteps.h"
 
 namespace {
 
@@ -59,15 +60,14 @@ void setRoleMark(char mark) {
     __atomic_store_n(&MasterOrSlave, mark, __ATOMIC_RELAXED);
 }
 
-/** The PTP port number: the low 16 bits of the interface index, which may all be 0. None (logged)
- *  when there is no such interface. */
+/** The PTP port number. None (logged) when there is no such interface. */
 std::optional<unsigned short> portNumber(const Role& role) {
     const unsigned int index = if_nametoindex(role.ifName);
     if (index == 0) {
         ZEB_LOG_AS(role.function, kError, "Error occured due to %s\n", strerror(errno));
         return std::nullopt;
     }
-    const auto port = static_cast<unsigned short>(index);
+    const unsigned short port = protocolSteps.portNumber(index);
     ZEB_LOG_AS(role.function, kDebug, "Port index: %d\n", static_cast<int>(port));
     return port;
 }
@@ -106,7 +106,7 @@ void setHardwareClockToSystemTime(const Role& role) {
     if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
         return;
     }
-    const auto seconds = static_cast<unsigned int>(now.tv_sec);
+    const auto seconds = protocolSteps.clockSeconds(static_cast<unsigned int>(now.tv_sec));
     const auto nanoseconds = static_cast<unsigned int>(now.tv_nsec);
     ZEB_LOG_AS(role.function, kAlways, "system time is: %d.%09u \n", static_cast<int>(seconds),
                nanoseconds);

@@ -75,7 +75,7 @@ SyncSample evaluateSample(const unsigned char* followUp, unsigned long long orig
     const long double recordRate = record.masterRate();
     const long long correction = totalCorrectionNs(
         correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField))),
-        masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
+        protocolSteps.masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
         static_cast<unsigned long long>(record.linkDelay()), recordRate == 0 ? 1 : recordRate);
     SyncSample sample{};
     sample.sequenceId = wire::sequenceId(followUp);
