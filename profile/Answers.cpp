@@ -2,12 +2,14 @@
 
 #include <pthread.h>
 
+#include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "profile/Monotonic.h"
 #include "profile/Quality.h"
 
 namespace {
 
+constexpr const char* kLogSource = log_source::kMessages;
 constexpr std::size_t kExchangesKept = 4;
 constexpr int kCleanExchanges = 3;
 constexpr std::size_t kPeersKept = 64;
@@ -99,6 +101,27 @@ bool admitsFollowUp(Exchange& exchange, const PortIdentity& responder) {
     return isFirst && exchange.sequenceId == requests.latest && !requests.severalAnswer;
 }
 
+struct Verdict {
+    bool isAdmitted;
+    bool isFirstDispute;  ///< since a single port answered
+};
+
+Verdict judge(const unsigned char* message) {
+    const MutexLock lock(requestsMutex);
+    const bool wereSeveral = requests.severalAnswer;
+    if (!requests.any || portIdentityAt(message + wire::kRequestingClockIdentity) != requests.own) {
+        return {false, false};
+    }
+    Exchange* const exchange = findExchange(wire::sequenceId(message));
+    if (exchange == nullptr) {
+        return {false, false};
+    }
+    const bool isAdmitted = wire::messageType(message) == wire::kPdelayResp
+                                ? admitsResponse(*exchange, sourceOf(message))
+                                : admitsFollowUp(*exchange, sourceOf(message));
+    return {isAdmitted, requests.severalAnswer && !wereSeveral};
+}
+
 /** The peer's place, or that of the one whose second began longest ago. */
 Peer& peerOf(unsigned long long identity) {
     Peer* oldest = &peers[0];
@@ -134,19 +157,15 @@ bool answers::admits(const unsigned char* message) {
     if (type != wire::kPdelayResp && type != wire::kPdelayRespFollowUp) {
         return true;
     }
-    const MutexLock lock(requestsMutex);
-    if (!requests.any || portIdentityAt(message + wire::kRequestingClockIdentity) != requests.own) {
-        return false;
+    const Verdict verdict = judge(message);
+    if (verdict.isFirstDispute) {
+        ZEB_LOG(kError, "Several ports answer a Pdelay_Req, such as %016llx: no delay is used\n",
+                wire::load64(message + wire::kSourceClockIdentity));
     }
-    Exchange* const exchange = findExchange(wire::sequenceId(message));
-    if (exchange == nullptr) {
-        return false;
-    }
-    return type == wire::kPdelayResp ? admitsResponse(*exchange, sourceOf(message))
-                                     : admitsFollowUp(*exchange, sourceOf(message));
+    return verdict.isAdmitted;
 }
 
-bool answers::exchangeIsDisputed(unsigned short sequenceId) {
+bool answers::exchangeIsDisputed(unsigned int sequenceId) {
     const MutexLock lock(requestsMutex);
     const Exchange* const exchange = findExchange(sequenceId);
     return requests.severalAnswer || (exchange != nullptr && exchange->disputed);

@@ -14,7 +14,7 @@ void noteRequest(const unsigned char* request);
 bool admits(const unsigned char* message);
 
 /** Whether several ports answered the request of this number, now or lately. Any thread. */
-bool exchangeIsDisputed(unsigned short sequenceId);
+bool exchangeIsDisputed(unsigned int sequenceId);
 
 /** Whether a Pdelay_Req is within what one peer may ask in a second; true for other messages.
  *  Input thread. */

@@ -4,6 +4,7 @@
 
 #include "ptp/ProtocolSteps.h"
 #include "tests/profile/Profiled.h"
+#include "tests/support/StdoutCapture.h"
 
 namespace {
 
@@ -33,6 +34,8 @@ protected:
     }
 
     static bool severalAnswer() { return (qualityNow().flags & TSYN_FLAG_SEVERAL_ANSWERS) != 0; }
+
+    StdoutCapture output_;
 };
 
 TEST_F(Answers, OfOnePortAreTaken) {
@@ -61,6 +64,8 @@ TEST_F(Answers, OfASecondPortEndTheExchange) {
     EXPECT_TRUE(answers::exchangeIsDisputed(1));
     EXPECT_TRUE(severalAnswer());
     EXPECT_EQ(1U, qualityNow().unusedExchanges) << "an exchange counts once";
+    EXPECT_EQ(1, output_.count("Several ports answer a Pdelay_Req, such as bbbbbbbbbbbbbbbb: no "
+                               "delay is used\n"));
 }
 
 TEST_F(Answers, OfASecondPortAfterTheExchangeDisputeItStill) {
