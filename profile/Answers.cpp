@@ -5,6 +5,7 @@
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "profile/Monotonic.h"
+#include "profile/Profile.h"
 #include "profile/Quality.h"
 
 namespace {
@@ -88,6 +89,13 @@ bool admitsResponse(Exchange& exchange, const PortIdentity& responder) {
     return false;
 }
 
+/** A second answer may come when the exchange is complete. The robust delay waits for it; without
+ *  it, only the exchange before tells whether there is one. */
+bool mayUseExchanges() {
+    return !requests.severalAnswer &&
+           (profile::current().robustDelay != 0 || requests.cleanInARow > 0);
+}
+
 bool admitsFollowUp(Exchange& exchange, const PortIdentity& responder) {
     if (!exchange.answered) {
         return false;
@@ -98,7 +106,7 @@ bool admitsFollowUp(Exchange& exchange, const PortIdentity& responder) {
     }
     const bool isFirst = !exchange.followed;
     exchange.followed = true;
-    return isFirst && exchange.sequenceId == requests.latest && !requests.severalAnswer;
+    return isFirst && exchange.sequenceId == requests.latest && mayUseExchanges();
 }
 
 struct Verdict {

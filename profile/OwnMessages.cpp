@@ -144,7 +144,9 @@ long double own_messages::signedRateRatio(unsigned int cumulativeScaledRateOffse
 
 void own_messages::noteHardTime(const char* interfaceName, unsigned long long ns) {
     const long long before = i210helper::e1000_ptp_get_time(interfaceName);
-    noteSoftTime(signedDiff(ns, static_cast<unsigned long long>(before)));
+    if (before != 0) {
+        noteSoftTime(signedDiff(ns, static_cast<unsigned long long>(before)));
+    }
 }
 
 void own_messages::noteSoftTime(long long stepNs) {

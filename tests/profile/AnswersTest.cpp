@@ -18,7 +18,7 @@ constexpr unsigned char kRespFollowUp = 10;
 
 class Answers : public testing::Test {
 protected:
-    Answers() { setProfile(deployedWith({{"soleAnswer", 1}})); }
+    Answers() { setProfile(deployedWith({{"soleAnswer", 1}, {"robustDelay", 1}})); }
 
     static void request(unsigned int sequenceId) {
         Bytes message = messageOf(2, 54, kOwn, sequenceId);
@@ -121,6 +121,16 @@ TEST_F(Answers, ToAnEarlierRequestAreTooLate) {
     EXPECT_FALSE(follows(kPeer, 2)) << "its response is missing";
     EXPECT_FALSE(responds(kPeer, 9));
     EXPECT_TRUE(responds(kPeer, 2));
+}
+
+TEST_F(Answers, AreUsedFromTheSecondExchangeOnWhereADelayIsUsedAtOnce) {
+    setProfile(deployedWith({{"soleAnswer", 1}}));
+    request(1);
+    EXPECT_TRUE(responds(kPeer, 1));
+    EXPECT_FALSE(follows(kPeer, 1));
+    request(2);
+    responds(kPeer, 2);
+    EXPECT_TRUE(follows(kPeer, 2));
 }
 
 class RequestsOfPeers : public testing::Test {
