@@ -1,10 +1,9 @@
 #include "ptp/ProtocolSteps.h"
 
 ProtocolSteps protocolSteps{
-    admitsEverything,     pauseForCrossTimestamp,
-    useSuccessivePairs,   reportImpossibleTimes,
-    averageDelays,        sentOrNot,
-    publishClockReadings, logTxMode,
+    admitsEverything,      pauseForCrossTimestamp, takesEverySync,
+    useSuccessivePairs,    reportImpossibleTimes,  averageDelays,
+    sentOrNot,             publishClockReadings,   logTxMode,
 };
 
 bool admitsEverything(unsigned char* /*message*/, unsigned int /*length*/,
@@ -13,5 +12,10 @@ bool admitsEverything(unsigned char* /*message*/, unsigned int /*length*/,
 }
 
 bool sentOrNot(const ptp_time_t& /*txTime*/) {
+    return true;
+}
+
+bool takesEverySync(const ClockItemMembersType& /*item*/, unsigned int /*sequenceId*/,
+                    unsigned long long /*rxNs*/) {
     return true;
 }
