@@ -25,7 +25,7 @@ double between(unsigned long long later, unsigned long long earlier) {
 }
 
 double medianOf(const double* values, int count) {
-    double sorted[8];
+    double sorted[estimator::kCapacity];
     std::copy(values, values + count, sorted);
     return estimator::median(sorted, count);
 }

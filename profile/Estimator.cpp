@@ -22,10 +22,22 @@ constexpr double kWander = 1e-6;
 constexpr int kReliableCount = 3;
 constexpr double kReliableSlopeDoubt = 5e-6;
 constexpr double kGapIntervals = 4;
+constexpr int kFewestOfBent = 4;
+constexpr double kLeastBend = 10;
 
 struct Point {
     double x, e;
+    double weight;
 };
+
+/** What remains uncertain of the narrowest bracket's middle. */
+constexpr double kLeastSpread = 15;
+
+/** A bracket that is wider than the best says so much less about where in it the reading was. */
+double weightOf(double doubt, double leastDoubt) {
+    const double spread = doubt - leastDoubt;
+    return 1 / (spread * spread / 3 + kLeastSpread * kLeastSpread);
+}
 
 long long rounded(double value) {
     return static_cast<long long>(std::floor(value + 0.5));
@@ -68,9 +80,9 @@ void leastSquares(const Point* points, const bool* near, int count, Line& line) 
     double n = 0, sx = 0, se = 0;
     for (int i = 0; i < count; ++i) {
         if (near[i]) {
-            n += 1;
-            sx += points[i].x;
-            se += points[i].e;
+            n += points[i].weight;
+            sx += points[i].weight * points[i].x;
+            se += points[i].weight * points[i].e;
         }
     }
     const double meanX = sx / n;
@@ -78,8 +90,9 @@ void leastSquares(const Point* points, const bool* near, int count, Line& line) 
     double xx = 0, xe = 0;
     for (int i = 0; i < count; ++i) {
         if (near[i]) {
-            xx += (points[i].x - meanX) * (points[i].x - meanX);
-            xe += (points[i].x - meanX) * (points[i].e - meanE);
+            const double apart = points[i].x - meanX;
+            xx += points[i].weight * apart * apart;
+            xe += points[i].weight * apart * (points[i].e - meanE);
         }
     }
     line.slope = xx > 0 ? xe / xx : line.slope;
@@ -121,10 +134,15 @@ Line fit(const Reading* readings, int count, double slopeBefore, double slopeDou
     }
     Point points[kCapacity];
     bool near[kCapacity];
+    const double leastDoubt =
+        std::min_element(readings, readings + count, [](const Reading& a, const Reading& b) {
+            return a.doubt < b.doubt;
+        })->doubt;
     for (int i = 0; i < count; ++i) {
         const long long dx = signedDiff(readings[i].x, latest.x);
         const long long dy = signedDiff(readings[i].y, latest.y);
-        points[i] = {static_cast<double>(dx), static_cast<double>(dy - dx)};
+        points[i] = {static_cast<double>(dx), static_cast<double>(dy - dx),
+                     weightOf(readings[i].doubt, leastDoubt)};
     }
     chooseNear(points, count, near);
     leastSquares(points, near, count, line);
@@ -189,8 +207,22 @@ void Tracker::append(const Reading& reading) {
     refit();
 }
 
+/** As many of the latest readings as one line explains: an oscillator that warms up bends it, so
+ *  that the first half tells another present than the second. */
+Line Tracker::fitLatest(const Reading* readings, int count, double slope, double slopeDoubt) {
+    Line line = fit(readings, count, slope, slopeDoubt);
+    for (int half = count / 2; half >= kFewestOfBent; half /= 2) {
+        const Line later = fit(readings + count - half, half, slope, slopeDoubt);
+        if (std::fabs(later.lift - line.lift) <= std::max(later.residual, kLeastBend)) {
+            break;
+        }
+        line = later;
+    }
+    return line;
+}
+
 void Tracker::refit() {
-    line_ = fit(readings_, count_, slopeBefore_, slopeDoubtBefore_);
+    line_ = fitLatest(readings_, count_, slopeBefore_, slopeDoubtBefore_);
     line_.slope = std::clamp(line_.slope, -kLargestSlope, kLargestSlope);
 }
 

@@ -4,8 +4,8 @@
  * times are ns, x and y of the two clocks' own. */
 namespace estimator {
 
-/** Readings that make a line: about a second of Syncs. Oscillators keep their rate for that long. */
-inline constexpr int kCapacity = 8;
+/** Readings that make a line, at most: two seconds of Syncs. */
+inline constexpr int kCapacity = 16;
 
 /** Bound of a believable rate: clocks of cards and hosts are within 100 ppm. */
 inline constexpr double kLargestSlope = 250e-6;
@@ -80,6 +80,7 @@ public:
     double lastStep() const { return lastStep_; }
 
 private:
+    static Line fitLatest(const Reading* readings, int count, double slope, double slopeDoubt);
     Verdict refuse(const Reading& reading);
     void append(const Reading& reading);
     void refit();

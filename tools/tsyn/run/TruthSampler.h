@@ -30,6 +30,12 @@ public:
     unsigned long count() const { return count_; }
 
 private:
+    struct Comparison {
+        long long errorNs = 0;
+        std::uint64_t bracketNs = 0;
+    };
+    std::optional<Comparison> compareOnce() const;
+    std::optional<Comparison> compare() const;
     std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
 
     std::string cardName_;
