@@ -18,6 +18,7 @@ constexpr double kNeverFar = 12;
 constexpr double kOtherCable = 100;
 constexpr int kOtherCableCount = 3;
 constexpr double kStampDoubt = 8;
+constexpr double kAloneDoubt = 1000;
 constexpr double kRounding = 4;
 
 double between(unsigned long long later, unsigned long long earlier) {
@@ -61,15 +62,25 @@ double DelayFilter::delayOf(const PdelayTimes& times) const {
     return (roundTrip - between(times.t3, times.t2) + roundTrip * slope_) / 2;
 }
 
-bool DelayFilter::take(const PdelayTimes& times, double rateBefore) {
+bool DelayFilter::reconsider(const Rate& rate) {
+    if (count_ != 1 || rate.doubt >= rateBefore_.doubt) {
+        return false;
+    }
+    rateBefore_ = rate;
+    refresh();
+    return true;
+}
+
+bool DelayFilter::take(const PdelayTimes& times, const Rate& rate) {
     if (!arePossible(times)) {
         return false;
     }
     if (count_ == 0) {
-        slope_ = rateBefore - 1;
+        slope_ = rate.slope;
     }
     const double delay = delayOf(times);
-    if (delay < kShortestDelay || delay > kLongestDelay) {
+    const double rateDoubt = count_ == 0 ? rate.doubt * between(times.t4, times.t1) : 0;
+    if (delay < kShortestDelay - rateDoubt || delay > kLongestDelay) {
         return false;
     }
     if (count_ > 0) {
@@ -85,7 +96,8 @@ bool DelayFilter::take(const PdelayTimes& times, double rateBefore) {
         keepLast(kCapacity - 1);
     }
     exchanges_[count_++] = times;
-    refresh(rateBefore);
+    rateBefore_ = rate;
+    refresh();
     return true;
 }
 
@@ -99,13 +111,13 @@ long long DelayFilter::delayNs() const {
     return static_cast<long long>(whole);
 }
 
-void DelayFilter::refresh(double rateBefore) {
+void DelayFilter::refresh() {
     estimator::Reading readings[kCapacity];
     for (int i = 0; i < count_; ++i) {
         readings[i] = {exchanges_[i].t4, exchanges_[i].t3, 0};
     }
     const estimator::Line line =
-        estimator::fit(readings, count_, rateBefore - 1, estimator::kLargestSlope);
+        estimator::fit(readings, count_, rateBefore_.slope, rateBefore_.doubt);
     slope_ = std::clamp(line.slope, -estimator::kLargestSlope, estimator::kLargestSlope);
     double delays[kCapacity];
     measure(delays);
@@ -114,9 +126,10 @@ void DelayFilter::refresh(double rateBefore) {
         measure(delays);
     }
     average(delays);
-    // One exchange alone has its turnaround measured by a rate from elsewhere.
+    // One exchange alone has its turnaround, often many milliseconds, measured by that rate; and a
+    // master that sets its clock when it starts may have done so meanwhile.
     if (count_ == 1) {
-        doubt_ += rateBefore == 1 ? kOtherCable : kStampDoubt;
+        doubt_ += kAloneDoubt + rateBefore_.doubt * between(exchanges_[0].t4, exchanges_[0].t1) / 2;
     }
 }
 

@@ -73,6 +73,9 @@ public:
     /** The rate stands on enough readings to be relied on. */
     bool isReliable() const;
 
+    /** The rate is known at all. */
+    bool hasRate() const { return count_ >= 2 || isReliable(); }
+
     /** Readings refused since the last one that was taken. */
     int refusedInARow() const { return refused_; }
 

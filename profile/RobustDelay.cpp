@@ -22,7 +22,6 @@ struct Pending {
     bool isThere;
     unsigned int sequenceId;
     PdelayTimes times;
-    double rateBefore;
 };
 Pending pending{};
 int lastSequenceId = -1;
@@ -40,9 +39,21 @@ bool isNeverDisputed(unsigned int /*sequenceId*/) {
     return false;
 }
 
+/** The master's rate is the neighbour's, or near it. */
+DelayFilter::Rate rateFrom(const TimeRecord& record) {
+    constexpr double kBridges = 5e-6;
+    constexpr double kAnyClock = 200e-6;
+    const long double rate = record.masterRate();
+    return isRateInRange(rate) ? DelayFilter::Rate{static_cast<double>(rate - 1), kBridges}
+                               : DelayFilter::Rate{0, kAnyClock};
+}
+
 enum class Settled { kNothing, kUsed, kRefused };
 
-Settled settleLocked(unsigned long long phcNs) {
+Settled settleLocked(const DelayFilter::Rate& rate, unsigned long long phcNs) {
+    if (filter.reconsider(rate)) {
+        return Settled::kUsed;
+    }
     if (!pending.isThere ||
         (phcNs != 0 && signedDiff(phcNs, pending.times.t4) < kUndisputedAfterNs)) {
         return Settled::kNothing;
@@ -51,13 +62,7 @@ Settled settleLocked(unsigned long long phcNs) {
     if (robust_delay::exchangeIsDisputed(pending.sequenceId)) {
         return Settled::kRefused;
     }
-    return filter.take(pending.times, pending.rateBefore) ? Settled::kUsed : Settled::kRefused;
-}
-
-/** The master's rate is the neighbour's, or near it. */
-double rateFrom(const TimeRecord& record) {
-    const long double rate = record.masterRate();
-    return isRateInRange(rate) ? static_cast<double>(rate) : 1;
+    return filter.take(pending.times, rate) ? Settled::kUsed : Settled::kRefused;
 }
 
 }  // namespace
@@ -71,7 +76,7 @@ void robust_delay::settle(TimeRecord record, unsigned long long phcNs) {
     long long delayNs = 0;
     {
         const FilterLock lock;
-        settled = settleLocked(phcNs);
+        settled = settleLocked(rateFrom(record), phcNs);
         delayNs = filter.delayNs();
     }
     if (settled == Settled::kUsed) {
@@ -92,7 +97,7 @@ void robust_delay::useExchange(Port& port, const unsigned char* respFollowUp,
         return;
     }
     lastSequenceId = static_cast<int>(sequenceId);
-    pending = {true, sequenceId, times, rateFrom(port.record)};
+    pending = {true, sequenceId, times};
     item.measuredDelay = static_cast<int>(filter.delayNs());
 }
 

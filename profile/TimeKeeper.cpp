@@ -25,6 +25,7 @@ constexpr long long kForgottenAfterNs = 10 * kVoidAfterNs;
 constexpr double kWander = 100e-9;
 /** Roundings of the record and of its conversion. */
 constexpr double kRounding = 4;
+constexpr double kRoundedDown = 1.5;
 /** Brackets much wider than usual were interrupted: they say less than the line does. */
 constexpr double kWideBracket = 4;
 constexpr double kAlwaysNarrow = 300;
@@ -135,7 +136,7 @@ Verdict TimeKeeper::takePair(const Reading& reading) {
 }
 
 bool TimeKeeper::hasTime() const {
-    return !phcOverSystem_.isEmpty() && (isMaster_ || masterOverPhc_.isReliable());
+    return !phcOverSystem_.isEmpty() && (isMaster_ || masterOverPhc_.hasRate());
 }
 
 unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& delay) const {
@@ -149,7 +150,7 @@ unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& del
     if (silentNs > kForgottenAfterNs) {
         return TSYN_STATE_NO_MASTER;
     }
-    if (!hasTime() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
+    if (!hasTime() || !masterOverPhc_.isReliable() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
         return TSYN_STATE_ACQUIRING;
     }
     if (silentNs > kVoidAfterNs) {
@@ -187,7 +188,8 @@ double TimeKeeper::doubtOf(unsigned long long systemNowNs, const Delay& delay) c
     }
     const double sincePair =
         std::fabs(static_cast<double>(signedDiff(systemNowNs, lastPairSystemNs_)));
-    return doubt + masterOverPhc_.line().residual + delay.doubt +
+    // Stamps that are rounded down are wrong by half of what they scatter.
+    return doubt + kRoundedDown * masterOverPhc_.line().residual + delay.doubt +
            (masterOverPhc_.line().slopeDoubt + kWander) * sincePair;
 }
 

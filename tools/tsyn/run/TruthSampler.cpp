@@ -7,6 +7,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "include/ZebEthTimeSynProfile.h"
+#include "include/gPtpTimeQuality.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/virtual_i210/TrueTime.h"
 
@@ -49,13 +51,16 @@ std::optional<std::uint64_t> TruthSampler::trueTimeNs(std::uint64_t rawNs) const
     return phcNs;
 }
 
-std::string TruthSampler::open(const std::string& path) {
+std::string TruthSampler::open(const std::string& path, bool withBounds) {
+    withBounds_ = withBounds;
     file_.reset(std::fopen(path.c_str(), "we"));
     if (!file_) {
         return "--samples " + path + ": cannot be created (" + std::strerror(errno) +
                "); name a file in a folder that can be written";
     }
-    std::fputs("t_s,error_ns,bracket_ns,valid\n", file_.get());
+    std::fputs(withBounds_ ? "t_s,error_ns,bracket_ns,valid,outside_ns,width_ns\n"
+                           : "t_s,error_ns,bracket_ns,valid\n",
+               file_.get());
     return {};
 }
 
@@ -94,17 +99,42 @@ std::optional<TruthSampler::Comparison> TruthSampler::compare() const {
     return Comparison{first + sum / count, narrowestNs};
 }
 
+/** Where the truth lies between the bounds that the daemon tells of one moment. */
+std::optional<TruthSampler::Bounds> TruthSampler::compareBounds() const {
+    TSynBoundedTime time{};
+    const std::uint64_t before = rawNowNs();
+    const int result = ZebEthTSynInterface_GetBoundedTime(&time);
+    const std::uint64_t after = rawNowNs();
+    const auto truth = trueTimeNs(before + (after - before) / 2);
+    if (result != 0 || !truth ||
+        (time.state != TSYN_STATE_SYNCHRONISED && time.state != TSYN_STATE_HOLDOVER)) {
+        return {};
+    }
+    const auto trueNs = static_cast<long long>(*truth);
+    const auto halfBracketNs = static_cast<long long>(after - before) / 2;
+    const long long outsideNs =
+        std::max(time.earliestNs - trueNs, trueNs - time.latestNs) - halfBracketNs;
+    return Bounds{std::max(outsideNs, 0LL), time.latestNs - time.earliestNs};
+}
+
 void TruthSampler::sample(double nowS, bool valid) {
     const std::optional<Comparison> compared = compare();
     if (!compared) {
         return;
     }
-    if (valid) {
+    const std::optional<Bounds> bounds = withBounds_ ? compareBounds() : std::nullopt;
+    const bool counts = valid && (!withBounds_ || bounds);
+    if (counts) {
         lastErrorNs_ = compared->errorNs;
     }
     ++count_;
-    std::fprintf(file_.get(), "%.6f,%lld,%llu,%d\n", nowS, compared->errorNs,
-                 static_cast<unsigned long long>(compared->bracketNs), valid ? 1 : 0);
+    std::fprintf(file_.get(), "%.6f,%lld,%llu,%d", nowS, compared->errorNs,
+                 static_cast<unsigned long long>(compared->bracketNs), counts ? 1 : 0);
+    if (withBounds_) {
+        const Bounds told = bounds.value_or(Bounds{});
+        std::fprintf(file_.get(), ",%lld,%lld", told.outsideNs, told.widthNs);
+    }
+    std::fputc('\n', file_.get());
 }
 
 }  // namespace tsyn
