@@ -3,13 +3,11 @@
 #include "ptp/SyncEstimate.h"
 
 ProtocolSteps protocolSteps{
-    admitsEverything,     pauseForCrossTimestamp,
-    useSuccessivePairs,   reportImpossibleTimes,
-    averageDelays,        sentOrNot,
-    publishClockReadings, logTxMode,
-    numberOfInterface,    leaveAnswer,
-    leaveMessage,         masterRateRatio,
-    sameSeconds,
+    admitsEverything,      pauseForCrossTimestamp, takesEverySync,
+    useSuccessivePairs,    reportImpossibleTimes,  averageDelays,
+    sentOrNot,             publishClockReadings,   logTxMode,
+    numberOfInterface,     leaveAnswer,            leaveMessage,
+    masterRateRatio,       sameSeconds,
 };
 
 bool admitsEverything(unsigned char* /*message*/, unsigned int /*length*/,
@@ -32,4 +30,9 @@ void leaveMessage(unsigned char* /*message*/) {}
 
 unsigned int sameSeconds(unsigned int systemSeconds) {
     return systemSeconds;
+}
+
+bool takesEverySync(const ClockItemMembersType& /*item*/, unsigned int /*sequenceId*/,
+                    unsigned long long /*rxNs*/) {
+    return true;
 }

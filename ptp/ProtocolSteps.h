@@ -15,6 +15,10 @@ struct ProtocolSteps {
     /** What happens as soon as a Sync or a Follow_Up came, whatever is in it. */
     void (*noteArrival)(const char* interfaceName);
 
+    /** Whether a Sync counts; rxNs: PHC receive time. The record holds the one before it. */
+    bool (*takesSync)(const ClockItemMembersType& item, unsigned int sequenceId,
+                      unsigned long long rxNs);
+
     /** Takes a Follow_Up whose Sync came before it; originNs: its preciseOriginTimestamp. */
     void (*useSyncPair)(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
@@ -57,6 +61,8 @@ extern ProtocolSteps protocolSteps;
 /* The steps of deployed nodes. */
 
 bool admitsEverything(unsigned char* message, unsigned int length, unsigned long long rxNs);
+bool takesEverySync(const ClockItemMembersType& item, unsigned int sequenceId,
+                    unsigned long long rxNs);
 void useSuccessivePairs(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
 

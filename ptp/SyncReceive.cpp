@@ -146,6 +146,9 @@ unsigned int PTPMsgSync::processIncoming() {
     }
     const unsigned long long t2 = toNs(rxTimestamp);
     ClockItemMembersType& item = clockItemOf(master);
+    if (!protocolSteps.takesSync(item, wire::sequenceId(buffer_), t2)) {
+        return 1;
+    }
     item.syncReceiveTime.ns = t2;
     item.originTime.ns = 0;
     item.masterTimes.entries[0].ns = 0;
