@@ -1,7 +1,5 @@
 #include "include/ZebEthTimeSynSupportInterface.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <exception>
@@ -11,10 +9,9 @@
 #include "api/DaemonState.h"
 #include "api/DaemonThreads.h"
 #include "api/InterfaceDataManager.h"
+#include "api/LoopOrders.h"
 #include "api/MessagePumps.h"
-#include "api/Pauses.h"
 #include "api/StackEnvironment.h"
-#include "api/ThreadHandle.h"
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
 #include "base/FieldText.h"
@@ -159,16 +156,9 @@ ZEB_ENTRY int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
 }
 
 ZEB_ENTRY int ZebEthTSynInterface_Destroy(void) {
-    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    requireInstance();
     ZEB_LOG(kAlways, "Destroying threads ...\n");
-    if (cfg.role != 0) {
-        ThreadHandle::cancel(ThreadKind::kSender);
-        ThreadHandle::cancel(ThreadKind::kAnnounce);
-    } else if (cfg.PropagationDelay == 0) {
-        ThreadHandle::cancel(ThreadKind::kSender);
-    }
-    ThreadHandle::cancel(ThreadKind::kInput);
-    ThreadHandle::cancel(ThreadKind::kMain);
+    daemon_threads::endAll();
     return 0;
 }
 
@@ -204,12 +194,15 @@ ZEB_ENTRY int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* sta
     case StartClaim::kRestart:
         ZEB_LOG(kAlways, "Restarting threads ...\n");
         setRunning(true);
+        loop_orders::sendNow();
         break;
     case StartClaim::kCreate:
+        if (!daemon_threads::takeInterface(fieldText(block.cfg.interfaceName).c_str())) {
+            return -1;
+        }
         ZEB_LOG(kAlways, "Creating and starting threads ...\n");
         DisableUsrSignals();
         daemon_threads::createMain(&block);
-        usleep(kSettle);
         break;
     }
     return 0;
@@ -221,6 +214,7 @@ ZEB_ENTRY int ZebEthTSynInterface_Stop(void) {
     block.userDataLength = 0;
     daemon_threads::endPendingStart();
     setRunning(false);
+    loop_orders::notice();
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "profile/TimeSteps.h"
 
 #include "platform/CardSteps.h"
+#include "profile/Answers.h"
 #include "profile/CrossTimestamps.h"
 #include "profile/RobustDelay.h"
 #include "profile/RobustTime.h"
@@ -21,6 +22,7 @@ void installStamps(bool matched) {
 }
 
 void installTime(bool robust) {
+    robust_time::rateOfMaster = protocolSteps.masterRateRatio;
     protocolSteps.noteArrival = robust ? robust_time::noteNothing : pauseForCrossTimestamp;
     protocolSteps.takesSync = robust ? robust_time::isFirstOfItsKind : takesEverySync;
     protocolSteps.useSyncPair = robust ? robust_time::useSyncPair : useSuccessivePairs;
@@ -30,6 +32,7 @@ void installTime(bool robust) {
 }
 
 void installDelay(bool robust) {
+    robust_delay::exchangeIsDisputed = answers::exchangeIsDisputed;
     protocolSteps.checkResponse = robust ? robust_delay::checkNothing : reportImpossibleTimes;
     protocolSteps.usePdelayExchange = robust ? robust_delay::useExchange : averageDelays;
 }
