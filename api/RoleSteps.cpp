@@ -9,6 +9,7 @@
 #include "base/DbgLog.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "ptp/ProtocolSteps.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ std::optional<unsigned short> portNumber(const char* function, const char* ifNam
         ZEB_LOG_AS(function, kError, "Error occured due to %s\n", strerror(errno));
         return std::nullopt;
     }
-    const auto port = static_cast<unsigned short>(index);
+    const unsigned short port = protocolSteps.portNumber(index);
     ZEB_LOG_AS(function, kDebug, "Port index: %d\n", static_cast<int>(port));
     return port;
 }
@@ -45,7 +46,7 @@ void setHardwareClockToSystemTime(const char* function, const char* ifName) {
     if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
         return;
     }
-    const auto seconds = static_cast<unsigned int>(now.tv_sec);
+    const auto seconds = protocolSteps.clockSeconds(static_cast<unsigned int>(now.tv_sec));
     const auto nanoseconds = static_cast<unsigned int>(now.tv_nsec);
     ZEB_LOG_AS(function, kAlways, "system time is: %d.%09u \n", static_cast<int>(seconds),
                nanoseconds);

@@ -13,9 +13,11 @@
 #include "api/MessagePumps.h"
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
+#include "base/Extended80.h"
 #include "base/FieldText.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "timebase/TimeChanges.h"
 #include "timebase/TimeConversion.h"
 #include "timebase/TimeRecord.h"
 #include "timebase/osipc.h"
@@ -271,8 +273,9 @@ ZEB_ENTRY int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned 
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     wakeSendersIf(notify);
     const StackScope scope(fieldText(cfg.ethStackIdent).c_str());
-    i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0,
-                                   static_cast<unsigned int>(seconds), nanoseconds);
+    const auto low = static_cast<unsigned int>(seconds);
+    timeChanges.onHardTime(fieldText(cfg.interfaceName).c_str(), toNs(low, nanoseconds));
+    i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0, low, nanoseconds);
     return 0;
 }
 
@@ -295,7 +298,11 @@ ZEB_ENTRY int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned 
         return -1;
     }
     const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
-    TimeRecord(record).setSoftOffset(hardware > 0 && target > 0 ? target - hardware : 0);
+    const long long before = TimeRecord(record).softOffset();
+    const long long offset = hardware > 0 && target > 0 ? target - hardware : 0;
+    TimeRecord(record).setSoftOffset(offset);
+    timeChanges.onSoftTime(signedDiff(static_cast<unsigned long long>(offset),
+                                      static_cast<unsigned long long>(before)));
     return 0;
 }
 

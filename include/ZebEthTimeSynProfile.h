@@ -98,6 +98,19 @@ int ZebEthTSynInterface_SetProfileSwitch(TSynProfile* profile, const char* name,
  *  another, a switch has a value that it does not know, or the threads have started. */
 int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
 
+/** Grandmaster time of one moment with what is known of its error. */
+typedef struct TSynBoundedTime {
+    long long earliestNs; /**< true time lies between this one */
+    long long latestNs;   /**< and this one; without a bound, from -2^63 to 2^63 - 1 */
+    long long timeNs;     /**< what the daemon takes for it */
+    unsigned int state;   /**< enum TSynTimeState */
+    unsigned int stepCount; /**< announced steps so far: only they move the time back */
+} TSynBoundedTime;
+
+/** The time now. Returns 0, or -1 when the daemon does not run, its profile has no robustTime, it
+ *  published nothing yet, or for null. Any thread. */
+int ZebEthTSynInterface_GetBoundedTime(TSynBoundedTime* time);
+
 #ifdef __cplusplus
 }
 #endif
