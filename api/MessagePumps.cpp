@@ -6,10 +6,12 @@
 #include <memory>
 
 #include "api/DaemonState.h"
+#include "api/LoopOrders.h"
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
+#include "profile/Profile.h"
 #include "ptp/ProtocolSteps.h"
 #include "wire/EthernetFrame.h"
 
@@ -19,9 +21,10 @@ constexpr const char* kLogSource = log_source::kControl;
 constexpr useconds_t kPausedPollMicroseconds = 100;
 constexpr useconds_t kIdlePollMicroseconds = 1000;
 constexpr int kReceiveCapacity = 2048;
+constexpr int kNotHandled = -1;
 
-// mutexInputThreader and mutexOutputThreader are locked and unlocked plainly: one that is held when
-// its pump is cancelled stays locked, so that no second sender meets a half-sent exchange.
+// mutexInputThreader and mutexOutputThreader: one that is held when its pump is cancelled stays
+// locked, so that no second sender meets a half-sent exchange.
 
 void waitWhilePaused() {
     while (!isRunning()) {
@@ -29,19 +32,25 @@ void waitWhilePaused() {
     }
 }
 
-void handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,
-                 const ptp_time_t& rxTime) {
-    if (!protocolSteps.admits(frame, length, toNs(rxTime))) {
-        return;
+/** Holds a pump's mutex for its turn. A pump that is cancelled within leaves it locked, unless
+ *  there may be pumps after it. */
+class PumpTurn {
+public:
+    explicit PumpTurn(pthread_mutex_t& mutex) : mutex_(mutex) { lockOrThrow(mutex_); }
+    ~PumpTurn() {
+        if (over_ || profile::current().startAfterDestroy != 0) {
+            pthread_mutex_unlock(&mutex_);
+        }
     }
-    const std::unique_ptr<PTPMessage> message(
-        pump.factory->getPTPMessageInstance(reinterpret_cast<ptpv2hdr_t*>(frame)));
-    if (message == nullptr) {
-        return;
-    }
-    message->setArrival(pump.service, rxTime, length);
-    message->processIncoming();
-}
+    PumpTurn(const PumpTurn&) = delete;
+    PumpTurn& operator=(const PumpTurn&) = delete;
+
+    void end() { over_ = true; }
+
+private:
+    pthread_mutex_t& mutex_;
+    bool over_ = false;
+};
 
 timespec monotonicDeadline(int periodMs) {
     timespec now{};
@@ -67,7 +76,7 @@ void waitForPeriod(int lastType, int periodMs) {
 
 /** Sends the message once and returns its type. */
 int sendOnce(PTPMessage& message) {
-    lockOrThrow(mutexOutputThreader);
+    PumpTurn turn(mutexOutputThreader);
     int type = message.getMsgNumericType();
     switch (type) {
     case wire::kSync:
@@ -83,7 +92,7 @@ int sendOnce(PTPMessage& message) {
         ZEB_LOG_AS("OutputThreader", kError, "Unknown message ...\n");
         type = 0;
     }
-    pthread_mutex_unlock(&mutexOutputThreader);
+    turn.end();
     return type;
 }
 
@@ -91,6 +100,21 @@ int sendOnce(PTPMessage& message) {
 
 void wakeSenders() {
     cv.notify_all();
+    loop_orders::sendNow();
+}
+
+int handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,
+                const ptp_time_t& rxTime) {
+    if (!protocolSteps.admits(frame, length, toNs(rxTime))) {
+        return kNotHandled;
+    }
+    const std::unique_ptr<PTPMessage> message(
+        pump.factory->getPTPMessageInstance(reinterpret_cast<ptpv2hdr_t*>(frame)));
+    if (message == nullptr) {
+        return kNotHandled;
+    }
+    message->setArrival(pump.service, rxTime, length);
+    return message->processIncoming() != 0 ? message->getMsgNumericType() : kNotHandled;
 }
 
 void* InputThreader(void* record) {
@@ -101,7 +125,7 @@ void* InputThreader(void* record) {
     atomic_add(&threadCount, 1);
     for (;;) {
         waitWhilePaused();
-        lockOrThrow(mutexInputThreader);
+        PumpTurn turn(mutexInputThreader);
         const auto length =
             static_cast<unsigned short>(pump.service->receive(buffer, kReceiveCapacity, &rxTime));
         if (length != 0) {
@@ -114,7 +138,7 @@ void* InputThreader(void* record) {
         } else {
             usleep(kIdlePollMicroseconds);
         }
-        pthread_mutex_unlock(&mutexInputThreader);
+        turn.end();
     }
 }
 
@@ -131,6 +155,10 @@ void* OutputThreader(void* record) {
             if (!isRunning()) {
                 waitWhilePaused();
                 lastType = 0;
+                if (profile::current().quickStart != 0) {
+                    sendFirst = true;
+                    continue;
+                }
             }
             waitForPeriod(lastType, pump.periodMs);
             if (!isRunning()) {

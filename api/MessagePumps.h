@@ -19,6 +19,11 @@ struct OutputPumpRecord {
     int periodMs;
 };
 
+/** Lets a received frame handle itself. Returns its messageType when it was handled, -1 when it was
+ *  refused or ignored. */
+int handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,
+                const ptp_time_t& rxTime);
+
 /** Receives frames and lets each handle itself, one after another, while runningState is set.
  *  Ends by cancellation only. */
 ZEB_ENTRY void* InputThreader(void* record);
@@ -28,5 +33,6 @@ ZEB_ENTRY void* InputThreader(void* record);
 ZEB_ENTRY void* OutputThreader(void* record);
 
 /** Ends the wait of every sender, so that each transmits at once and begins its period anew. One
- *  that is transmitting at that moment notices nothing. Any thread. */
+ *  that is transmitting at that moment notices nothing. An event loop sends after its turn. Any
+ *  thread. */
 void wakeSenders();

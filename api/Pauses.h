@@ -17,5 +17,8 @@ inline constexpr useconds_t kSettle = 120757;
 /** A host that condvar woke still finds the stack in SOCK for this time. */
 inline constexpr useconds_t kBeforeRestoringSock = 1000000;
 
+/** With a quick start, Start returns after it even if the main thread has published nothing yet. */
+inline constexpr long kQuickSettleNs = 40000000;
+
 /** Between two looks at threadCount, which only a host's own hooks ever raise. */
 inline constexpr useconds_t kThreadCountPoll = 1000000;

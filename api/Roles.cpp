@@ -1,10 +1,7 @@
 #include "api/Roles.h"
 
-#include <net/if.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -13,6 +10,7 @@
 #include "api/InterfaceDataManager.h"
 #include "api/Pauses.h"
 #include "api/Pump.h"
+#include "api/RoleSteps.h"
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "platform/i210helper.h"
@@ -21,13 +19,9 @@ namespace {
 
 constexpr const char* kLogSource = log_source::kControl;
 
-constexpr int kAnnouncePeriodMs = 1000;
-constexpr double kSyncsPerPdelay = 8.0;
-
 /** What one role opens and starts. Members end in reverse order: the service, then the messages,
  *  the factory of the input pump and the records. */
 struct Role {
-    const char* function;  ///< that log readers know the common steps' lines by
     const char* ifName;
     Pump input;
     Pump announce;
@@ -39,7 +33,6 @@ struct Role {
  *  of a missing name, too. Null when the name is missing. */
 std::unique_ptr<Role> openRole(const char* function, const char* ifName) {
     auto role = std::make_unique<Role>();
-    role->function = function;
     role->ifName = ifName;
     role->service = std::make_unique<NetworkService<sock>>(ifName);
     if (ifName == nullptr) {
@@ -49,37 +42,20 @@ std::unique_ptr<Role> openRole(const char* function, const char* ifName) {
     return role;
 }
 
+Role* shared = nullptr;  // with pumps that may run
+
 /** Takes the role from its thread before the first pump starts. Destroy cancels the thread and the
  *  pumps together; a pump that has not ended when the thread unwinds still uses all of it. */
 Role& shareWithPumps(std::unique_ptr<Role> role) {
-    return *role.release();
+    shared = role.release();
+    return *shared;
 }
 
-void setRoleMark(char mark) {
-    __atomic_store_n(&MasterOrSlave, mark, __ATOMIC_RELAXED);
-}
-
-/** The PTP port number: the low 16 bits of the interface index, which may all be 0. None (logged)
- *  when there is no such interface. */
-std::optional<unsigned short> portNumber(const Role& role) {
-    const unsigned int index = if_nametoindex(role.ifName);
-    if (index == 0) {
-        ZEB_LOG_AS(role.function, kError, "Error occured due to %s\n", strerror(errno));
-        return std::nullopt;
-    }
-    const auto port = static_cast<unsigned short>(index);
-    ZEB_LOG_AS(role.function, kDebug, "Port index: %d\n", static_cast<int>(port));
-    return port;
-}
-
-/** Whole milliseconds; what no int holds becomes the longest period rather than a flood. */
-int wholeMilliseconds(double milliseconds) {
-    constexpr int kLongest = 2147483647;
-    constexpr double kShortest = -2147483648.0;
-    if (!(milliseconds > kShortest - 1 && milliseconds < kLongest + 1.0)) {
-        return kLongest;
-    }
-    return static_cast<int>(milliseconds);
+/** Once every pump was joined. */
+std::unique_ptr<Role> takeBack() {
+    std::unique_ptr<Role> role(shared);
+    shared = nullptr;
+    return role;
 }
 
 void startSender(Role& role, std::unique_ptr<PTPMessage> message, int periodMs,
@@ -101,22 +77,11 @@ void waitForCountedThreads() {
     }
 }
 
-void setHardwareClockToSystemTime(const Role& role) {
-    timespec now{};
-    if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
-        return;
-    }
-    const auto seconds = static_cast<unsigned int>(now.tv_sec);
-    const auto nanoseconds = static_cast<unsigned int>(now.tv_nsec);
-    ZEB_LOG_AS(role.function, kAlways, "system time is: %d.%09u \n", static_cast<int>(seconds),
-               nanoseconds);
-    if (i210helper::e1000_ptp_set_time(role.ifName, 0, seconds, nanoseconds) != 0) {
-        ZEB_LOG_AS(role.function, kAlways, "time is set to: %lld\n",
-                   i210helper::e1000_ptp_get_time(role.ifName));
-    }
-}
-
 }  // namespace
+
+void freeCancelledRole() {
+    takeBack().reset();
+}
 
 void MasterThread(char* ifName) {
     const TSynInstanceConfig& cfg = InterfaceDataManager::getInstance()->block.cfg;
@@ -127,8 +92,8 @@ void MasterThread(char* ifName) {
     ZEB_LOG(kAlways, "arg: %s\n", ifName);
     setRoleMark('1');
     ZEB_LOG(kAlways, "Starting as Master ... interface=%s\n", ifName);
-    setHardwareClockToSystemTime(*opened);
-    const std::optional<unsigned short> port = portNumber(*opened);
+    setHardwareClockToSystemTime(__func__, ifName);
+    const std::optional<unsigned short> port = portNumber(__func__, ifName);
     if (!port.has_value()) {
         return;
     }
@@ -150,7 +115,7 @@ void MasterThread(char* ifName) {
     role.input.join();
     role.sender.join();
     role.announce.join();
-    std::unique_ptr<Role> ended(&role);  // nobody else uses it now
+    std::unique_ptr<Role> ended = takeBack();
     usleep(kSettle);
     ended.reset();
     waitForCountedThreads();
@@ -168,7 +133,7 @@ void SlaveThread(char* ifName) {
     i210helper::e1000_ptp_get_time(ifName);
     Role& role = shareWithPumps(std::move(opened));
     startInput(role, "TSyn_SInp_%s");
-    const std::optional<unsigned short> port = portNumber(role);
+    const std::optional<unsigned short> port = portNumber(__func__, ifName);
     if (!port.has_value()) {
         return;  // the input pump goes on with what it has
     }
@@ -181,6 +146,6 @@ void SlaveThread(char* ifName) {
     }
     role.sender.join();
     role.input.join();
-    delete &role;
+    takeBack().reset();
     waitForCountedThreads();
 }

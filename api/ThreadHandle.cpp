@@ -80,6 +80,20 @@ void ThreadHandle::join() {
     *link = next_;
 }
 
+void ThreadHandle::joinAll() {
+    for (;;) {
+        ThreadHandle* next = nullptr;
+        {
+            const ListLock lock;
+            next = first;
+        }
+        if (next == nullptr) {
+            return;
+        }
+        next->join();
+    }
+}
+
 void ThreadHandle::cancel(ThreadKind kind) {
     const ListLock lock;
     for (ThreadHandle* thread = first; thread != nullptr; thread = thread->next_) {

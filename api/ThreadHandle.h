@@ -20,6 +20,9 @@ public:
     /** Waits until the thread has ended, if there is one. */
     void join();
 
+    /** Joins every thread that was created and not joined, none of which is detached. */
+    static void joinAll();
+
     /** Cancels every thread of a kind that has not ended. */
     static void cancel(ThreadKind kind);
 

@@ -1,7 +1,5 @@
 #include "include/ZebEthTimeSynSupportInterface.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <exception>
@@ -11,14 +9,15 @@
 #include "api/DaemonState.h"
 #include "api/DaemonThreads.h"
 #include "api/InterfaceDataManager.h"
+#include "api/LoopOrders.h"
 #include "api/MessagePumps.h"
-#include "api/Pauses.h"
 #include "api/StackEnvironment.h"
-#include "api/ThreadHandle.h"
 #include "base/DbgLog.h"
+#include "base/Extended80.h"
 #include "base/FieldText.h"
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
+#include "timebase/TimeChanges.h"
 #include "timebase/TimeConversion.h"
 #include "timebase/TimeRecord.h"
 #include "timebase/osipc.h"
@@ -157,16 +156,9 @@ ZEB_ENTRY int ZebEthTSynInterface_Create(const TSynInstanceConfig* cfg) {
 }
 
 ZEB_ENTRY int ZebEthTSynInterface_Destroy(void) {
-    const TSynInstanceConfig& cfg = instanceBlock().cfg;
+    requireInstance();
     ZEB_LOG(kAlways, "Destroying threads ...\n");
-    if (cfg.role != 0) {
-        ThreadHandle::cancel(ThreadKind::kSender);
-        ThreadHandle::cancel(ThreadKind::kAnnounce);
-    } else if (cfg.PropagationDelay == 0) {
-        ThreadHandle::cancel(ThreadKind::kSender);
-    }
-    ThreadHandle::cancel(ThreadKind::kInput);
-    ThreadHandle::cancel(ThreadKind::kMain);
+    daemon_threads::endAll();
     return 0;
 }
 
@@ -202,12 +194,15 @@ ZEB_ENTRY int ZebEthTSynInterface_Start(unsigned int /*handle*/, const char* sta
     case StartClaim::kRestart:
         ZEB_LOG(kAlways, "Restarting threads ...\n");
         setRunning(true);
+        loop_orders::sendNow();
         break;
     case StartClaim::kCreate:
+        if (!daemon_threads::takeInterface(fieldText(block.cfg.interfaceName).c_str())) {
+            return -1;
+        }
         ZEB_LOG(kAlways, "Creating and starting threads ...\n");
         DisableUsrSignals();
         daemon_threads::createMain(&block);
-        usleep(kSettle);
         break;
     }
     return 0;
@@ -219,6 +214,7 @@ ZEB_ENTRY int ZebEthTSynInterface_Stop(void) {
     block.userDataLength = 0;
     daemon_threads::endPendingStart();
     setRunning(false);
+    loop_orders::notice();
     return 0;
 }
 
@@ -277,8 +273,9 @@ ZEB_ENTRY int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned 
     const TSynInstanceConfig& cfg = instanceBlock().cfg;
     wakeSendersIf(notify);
     const StackScope scope(fieldText(cfg.ethStackIdent).c_str());
-    i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0,
-                                   static_cast<unsigned int>(seconds), nanoseconds);
+    const auto low = static_cast<unsigned int>(seconds);
+    timeChanges.onHardTime(fieldText(cfg.interfaceName).c_str(), toNs(low, nanoseconds));
+    i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0, low, nanoseconds);
     return 0;
 }
 
@@ -301,7 +298,11 @@ ZEB_ENTRY int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned 
         return -1;
     }
     const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
-    TimeRecord(record).setSoftOffset(hardware > 0 && target > 0 ? target - hardware : 0);
+    const long long before = TimeRecord(record).softOffset();
+    const long long offset = hardware > 0 && target > 0 ? target - hardware : 0;
+    TimeRecord(record).setSoftOffset(offset);
+    timeChanges.onSoftTime(signedDiff(static_cast<unsigned long long>(offset),
+                                      static_cast<unsigned long long>(before)));
     return 0;
 }
 

@@ -12,6 +12,7 @@ constexpr unsigned int kNotSecured = 2;
 constexpr unsigned int kAutosarSubType = 0x605676;
 constexpr unsigned int kOrganizationFieldsSize = 6;
 constexpr unsigned int kFollowUpValueFieldsSize = 22;
+constexpr unsigned int kTlvHeadSize = 4;
 constexpr unsigned int kSubTlvHeadSize = 2;
 constexpr unsigned char kStatusSyncToGateway = 0x04;
 constexpr unsigned int kOfsContentSize = 16;
@@ -46,7 +47,19 @@ unsigned char statusByte(unsigned char timeBaseStatus, bool secured) {
     return (timeBaseStatus & kStatusSyncToGateway) != 0 ? 1 : 0;
 }
 
+/** Of an AUTOSAR TLV, its lengthField. */
+unsigned int paddedValueSize(unsigned int mask) {
+    const unsigned int size = kOrganizationFieldsSize + subTlvSize(mask);
+    return size + autosarPadding(size);
+}
+
 }  // namespace
+
+unsigned int (*autosarPadding)(unsigned int valueSize) = padNothing;
+
+unsigned int padNothing(unsigned int /*valueSize*/) {
+    return 0;
+}
 
 unsigned int subTlvMask(const TSynInstanceConfig& cfg) {
     struct Wish {
@@ -77,7 +90,7 @@ unsigned char* putFollowUpTlv(unsigned char* at) {
 
 unsigned char* putAutosarHead(unsigned char* at, unsigned int mask) {
     at = put<2>(at, wire::kTlvOrganizationExtension);
-    at = put<2>(at, kOrganizationFieldsSize + subTlvSize(mask));
+    at = put<2>(at, paddedValueSize(mask));
     at = put<3>(at, wire::kOrganizationAutosar);
     return put<3>(at, kAutosarSubType);
 }
@@ -118,7 +131,7 @@ void attachSubTlvs(unsigned char* followUp, const InstanceBlock& block, unsigned
     unsigned char* at = putAutosarHead(followUp + wire::kAutosarTlv, mask);
     // Before the sub-TLVs, whose CRCs may cover it.
     wire::store16(followUp + wire::kMessageLength,
-                  static_cast<unsigned int>(at - followUp) + subTlvSize(mask));
+                  wire::kAutosarTlv + kTlvHeadSize + paddedValueSize(mask));
     for (const SubTlvKind& kind : kSubTlvKinds) {
         if ((mask & kind.bit) != 0) {
             at = putSubTlv(at, kind, block, followUp);

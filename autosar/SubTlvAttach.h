@@ -6,6 +6,11 @@
 /* What a master appends to a Follow_Up. The building blocks write at a place in a zeroed buffer and
  * return the place behind what they wrote. */
 
+/** Bytes that follow the sub-TLVs within an AUTOSAR TLV of so many value bytes: none in deployed
+ *  nodes, unless a profile puts another step in place before the first thread starts. */
+extern unsigned int (*autosarPadding)(unsigned int valueSize);
+unsigned int padNothing(unsigned int valueSize);
+
 /** Mask of the sub-TLVs that a configuration asks for. */
 unsigned int subTlvMask(const TSynInstanceConfig& cfg);
 

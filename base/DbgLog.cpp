@@ -1,5 +1,6 @@
 #include "base/DbgLog.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 
@@ -9,6 +10,23 @@ ZEB_EXPORT const char* dbgMsgType[9] = {"DISABLED", "DEACTIVATED", "ALWAYS",  "I
                                         "NOTICE",   "ALERT",       "WARNING", "ERROR"};
 
 char MasterOrSlave = '?';
+
+const LogSteps* logSteps = nullptr;
+
+void handOverLogLine(int level, const char* format, ...) {
+    char text[1024];
+    constexpr int kLongest = sizeof text - 1;
+    va_list values;
+    va_start(values, format);
+    const int wanted = std::vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    if (wanted <= 0) {
+        return;
+    }
+    const int length = std::min(wanted, kLongest);
+    text[length - 1] = '\n';
+    logSteps->take(level, text, length);
+}
 
 void traceLine(const char* name, int line) {
     std::fprintf(stdout, "%s  trace line %d\n", name, line);

@@ -68,12 +68,35 @@ inline timespec logTime() {
                      ##__VA_ARGS__);                                                           \
     } while (false)
 
+/** What takes lines in place of standard output. */
+struct LogSteps {
+    /** Whether a line of that level from that place in the source is taken. */
+    bool (*admits)(int level, const char* source, int line);
+
+    /** Takes a line of length bytes, its newline included. */
+    void (*take)(int level, const char* text, int length);
+};
+
+/** Null for standard output, as deployed nodes print. Set before the first thread starts. */
+extern const LogSteps* logSteps;
+
+/** Formats a line that logSteps has admitted and hands it over, cut to what a log line may have. */
+void handOverLogLine(int level, const char* format, ...);
+
 /** Behind ZEB_LOG. The values are there before the clock is read, so a slow one does not make the
  *  stamp older than the line. */
 template <typename... Values>
 void printLogLine(const char* format, LogLevel level, const char* source, int line,
                   const char* function, Values... values) {
+    if (logSteps != nullptr && !logSteps->admits(level, source, line)) {
+        return;
+    }
     const timespec now = logTime();
+    if (logSteps != nullptr) {
+        handOverLogLine(level, format, dbgMsgType[level], static_cast<int>(now.tv_sec),
+                        static_cast<unsigned>(now.tv_nsec), source, line, function, values...);
+        return;
+    }
     std::printf(format, dbgMsgType[level], static_cast<int>(now.tv_sec),
                 static_cast<unsigned>(now.tv_nsec), source, line, function, values...);
     std::fflush(stdout);

@@ -61,18 +61,24 @@ typedef struct TSynProfile {
     unsigned char robustDelay;            /**< jitter and outliers of measured delay */
 
     /* Threads and files. */
-    unsigned char eventPumps;        /**< battery and load: nothing is polled for */
+    unsigned char eventPumps;        /**< battery and load: one thread, TSyn_Main, sleeps until a
+                                          frame, the host or a deadline wakes it */
     unsigned char quickStart;        /**< hosts in a hurry: Start returns within 50 ms */
-    unsigned char followLink;        /**< unplugged cables, interfaces made anew */
-    unsigned char startAfterDestroy; /**< hosts that start again */
-    unsigned char oneDaemon;         /**< a second daemon on the interface is refused */
+    unsigned char followLink;        /**< unplugged cables, interfaces made anew or late; with
+                                          eventPumps */
+    unsigned char startAfterDestroy; /**< hosts that start again: Destroy returns when all threads
+                                          have ended */
+    unsigned char oneDaemon;         /**< Start of a second daemon on the interface returns -1 and
+                                          logs the process of the first, which is in
+                                          /dev/shm/INTERFACE.lock */
     unsigned char reserved0;         /**< 0 */
     unsigned short segmentMode;      /**< access to the segment, such as 0644; 0: everybody's */
 
     /* The log. */
     unsigned char logThreshold;       /**< lines below this level are left out; 0: none */
     unsigned char reserved1;          /**< 0 */
-    unsigned short logLinesPerSecond; /**< of one place in the source; 0: all */
+    unsigned short logLinesPerSecond; /**< of one place in the source; how many more there were is
+                                           told later, and nothing waits for standard output. 0: all */
     TSynLogSink logSink;              /**< null: standard output */
     void* logContext;                 /**< handed to logSink */
 
@@ -91,6 +97,19 @@ int ZebEthTSynInterface_SetProfileSwitch(TSynProfile* profile, const char* name,
 /** Takes a profile, between Create and Start. Returns 0, or -1 with one log line when its size is
  *  another, a switch has a value that it does not know, or the threads have started. */
 int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
+
+/** Grandmaster time of one moment with what is known of its error. */
+typedef struct TSynBoundedTime {
+    long long earliestNs; /**< true time lies between this one */
+    long long latestNs;   /**< and this one; without a bound, from -2^63 to 2^63 - 1 */
+    long long timeNs;     /**< what the daemon takes for it */
+    unsigned int state;   /**< enum TSynTimeState */
+    unsigned int stepCount; /**< announced steps so far: only they move the time back */
+} TSynBoundedTime;
+
+/** The time now. Returns 0, or -1 when the daemon does not run, its profile has no robustTime, it
+ *  published nothing yet, or for null. Any thread. */
+int ZebEthTSynInterface_GetBoundedTime(TSynBoundedTime* time);
 
 #ifdef __cplusplus
 }

@@ -83,7 +83,7 @@ int ZebEthTSynInterface_getDaemonStatus(unsigned int handle, unsigned int* callC
 /** Starts the threads, or resumes them after Stop. The first call blocks for about 1.1 s and
  *  leaves SIGUSR1 blocked in the caller. The names replace the configured ones when
  *  argumentCount is above 1; longer ones are cut to 191 and 63 characters. Returns 0 even when
- *  the interface does not exist. */
+ *  the interface does not exist; -1 when a profile refuses a second daemon on it. */
 int ZebEthTSynInterface_Start(unsigned int handle, const char* stackIdent, const char* ifName);
 
 /** Pauses the threads and clears the user data length. Returns 0. */

@@ -31,5 +31,13 @@ int sendFrameAfterPhcRead(const UInterface& port, unsigned char* frame, int leng
 /** Waits up to 5 ms. */
 int receiveFrameShortly(int socket, unsigned char* buffer, int capacity, unsigned long long* rxNs);
 
+/** Takes what is queued and does not wait. Tells by queueState what it found. */
+int receiveQueuedFrame(int socket, unsigned char* buffer, int capacity, unsigned long long* rxNs);
+
+enum class QueueState { kFrame, kEmpty, kFailed };
+
+/** What the latest receiveQueuedFrame found; for the one thread that calls it. */
+QueueState queueState();
+
 /** The narrowest of 25 brackets. */
 ptp_ext_time_t narrowestOf25(int phcDevice);

@@ -16,3 +16,7 @@ inline int awayFromZero(int descriptor) {
 
 /** The process-wide raw packet socket: 0 before the set-up, -1 after a failed one. */
 int rawSocket();
+
+/** Closes the socket and the clock, so that the next use sets them up anew: an interface that was
+ *  deleted leaves both behind dead. A host's thread that is about to use the clock meanwhile finds none. */
+void closeCard();

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/DbgLog.h"
+#include "platform/CardSteps.h"
 #include "platform/CycleCounter.h"
 #include "platform/Descriptors.h"
 #include "platform/i210helper.h"
@@ -33,6 +34,8 @@ constexpr std::size_t kErrorQueueControlSize = 524;
 constexpr std::size_t kReceiveControlSize = 512;
 // Of the sent frame, which comes back with its stamp. Nobody looks at it, so it may be cut.
 constexpr std::size_t kSentFrameSize = 256;
+// More than a message has behind a header with a tag.
+constexpr int kReadPast = 512;
 
 struct Timestamping {
     timespec software, transformed, hardware;
@@ -96,6 +99,22 @@ int withItsTag(const tpacket_auxdata& aux, unsigned char* frame, int length) {
     return ethernet::putTagBack(frame, length, aux.tp_vlan_tpid, aux.tp_vlan_tci);
 }
 
+/** The receive time of a frame, PHC ns, 0 without one; its tag is put back on the way. */
+unsigned long long takeReceiveTime(msghdr& header, unsigned char* buffer, int* length) {
+    unsigned long long rxNs = 0;
+    forEachControlMessage(header, [&](const cmsghdr& control) {
+        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
+            rxNs = toNs(times->hardware);
+        } else if (const auto* aux =
+                       controlValue<tpacket_auxdata>(control, SOL_PACKET, PACKET_AUXDATA)) {
+            *length = withItsTag(*aux, buffer, *length);
+        }
+    });
+    return rxNs;
+}
+
+QueueState latestQueueState = QueueState::kEmpty;
+
 }  // namespace
 
 unsigned long long getTxTimestamp(int socket) {
@@ -141,14 +160,25 @@ unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* 
     } while (received < 0);
     *length = static_cast<int>(received);
 
-    unsigned long long rxNs = 0;
-    forEachControlMessage(message.header, [&](const cmsghdr& control) {
-        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
-            rxNs = toNs(times->hardware);
-        } else if (const auto* aux =
-                       controlValue<tpacket_auxdata>(control, SOL_PACKET, PACKET_AUXDATA)) {
-            *length = withItsTag(*aux, buffer, *length);
-        }
-    });
-    return rxNs;
+    return takeReceiveTime(message.header, buffer, length);
+}
+
+QueueState queueState() {
+    return latestQueueState;
+}
+
+int receiveQueuedFrame(int socket, unsigned char* buffer, int capacity, unsigned long long* rxNs) {
+    ReceivedMessage<kReceiveControlSize> message(buffer, static_cast<std::size_t>(capacity));
+    const ssize_t received = recvmsg(socket, &message.header, MSG_DONTWAIT);
+    if (received < 0) {
+        const bool isEmpty = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+        latestQueueState = isEmpty ? QueueState::kEmpty : QueueState::kFailed;
+        return 0;
+    }
+    latestQueueState = QueueState::kFrame;
+    int length = static_cast<int>(received);
+    // Handlers look past the end of a short message: at zeros, not at what came before.
+    std::memset(buffer + length, 0, static_cast<std::size_t>(std::min(capacity - length, kReadPast)));
+    *rxNs = takeReceiveTime(message.header, buffer, &length);
+    return length;
 }

@@ -121,6 +121,16 @@ int rawSocket() {
     return rawSocketDescriptor;
 }
 
+void closeCard() {
+    for (int* const descriptor : {&rawSocketDescriptor, &phcDescriptor}) {
+        const int closed = *descriptor;
+        *descriptor = 0;
+        if (closed > 0) {
+            close(closed);
+        }
+    }
+}
+
 int findPhcIndex(char* interfaceName) {
     ethtool_ts_info info{};
     info.cmd = ETHTOOL_GET_TS_INFO;

@@ -3,8 +3,11 @@
 #include <cstddef>
 #include <cstring>
 
+#include "platform/CardSteps.h"
+#include "profile/LogSwitches.h"
 #include "profile/TimeSteps.h"
 #include "profile/WireSteps.h"
+#include "timebase/osipc.h"
 
 namespace {
 
@@ -132,6 +135,9 @@ bool profile::setSwitch(TSynProfile& given, const char* name, int value) {
 
 void profile::apply(const TSynProfile& given) {
     inForce = given;
+    segmentMode = given.segmentMode;
+    cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
+    log_switches::install(given);
     wire_steps::install(given);
     time_steps::install(given);
 }

@@ -8,4 +8,8 @@ namespace time_steps {
 /** Puts the steps that the profile asks for in place. Before the threads start. */
 void install(const TSynProfile& profile);
 
+/** Lets readers see what changes without a Sync: holdover, a lost time, a bound that grew. Does
+ *  nothing before there is a time. At most once a Sync interval, from any thread of the daemon. */
+void tick();
+
 }  // namespace time_steps

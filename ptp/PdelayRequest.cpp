@@ -116,6 +116,7 @@ unsigned int PTPMsgPathDelayReq::processOutgoing() {
     wire::storeTimestamp(buffer_ + wire::kTimestamp,
                          toPtpTime(static_cast<unsigned long long>(phcNs)));
     ptp_time_t txTime{};
+    protocolSteps.finish(buffer_);
     service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &txTime);
     item.t1.ns = toNs(txTime);
     // Tested literally: the preset comes back when the 16-bit counter has wrapped.

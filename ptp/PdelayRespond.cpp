@@ -14,6 +14,11 @@ void storeCorrectionInHostOrder(unsigned char* message, long long correction) {
     std::memcpy(message + wire::kCorrectionField, &correction, sizeof correction);
 }
 
+void finishAnswer(PTPMessage& answer, PTPMessage& request) {
+    protocolSteps.finishAnswer(answer.data(), request.data(), request.service);
+    protocolSteps.finish(answer.data());
+}
+
 }  // namespace
 
 PTPMsgPathDelayResp::PTPMsgPathDelayResp(unsigned char domain)
@@ -33,6 +38,7 @@ unsigned int PTPMsgPathDelayReq::processIncoming() {
     PTPMsgPathDelayResp response(domain);
     response.service = service;
     response.processOutgoing(this, &rxTime);
+    finishAnswer(response, *this);
     ptp_time_t txTime{};
     service->transmit(response.data(), static_cast<int>(wire::messageLength(response.data())),
                       &txTime);
@@ -42,6 +48,7 @@ unsigned int PTPMsgPathDelayReq::processIncoming() {
     PTPMsgPathDelayRespFollowUp followUp(domain);
     followUp.service = service;
     followUp.processOutgoing(&response, &txTime);
+    finishAnswer(followUp, *this);
     ptp_time_t ignoredTime{};
     service->transmit(followUp.data(), static_cast<int>(wire::messageLength(followUp.data())),
                       &ignoredTime);

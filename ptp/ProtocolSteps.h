@@ -15,6 +15,10 @@ struct ProtocolSteps {
     /** What happens as soon as a Sync or a Follow_Up came, whatever is in it. */
     void (*noteArrival)(const char* interfaceName);
 
+    /** Whether a Sync counts; rxNs: PHC receive time. The record holds the one before it. */
+    bool (*takesSync)(const ClockItemMembersType& item, unsigned int sequenceId,
+                      unsigned long long rxNs);
+
     /** Takes a Follow_Up whose Sync came before it; originNs: its preciseOriginTimestamp. */
     void (*useSyncPair)(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
@@ -34,6 +38,22 @@ struct ProtocolSteps {
 
     /** Told after each turn of the Sync sender; txMode: as configured. */
     void (*noteSyncTurn)(unsigned int txMode);
+
+    /** The port number of own messages on the interface of an index. */
+    unsigned short (*portNumber)(unsigned int interfaceIndex);
+
+    /** Completes an answer to a request, before finish. */
+    void (*finishAnswer)(unsigned char* answer, const unsigned char* request,
+                         NetworkService<sock>* service);
+
+    /** Completes a message that is about to be sent. CRCs of a Follow_Up are in it already. */
+    void (*finish)(unsigned char* message);
+
+    /** Rate ratio that a Follow_Up tells. */
+    long double (*masterRateRatio)(unsigned int cumulativeScaledRateOffset);
+
+    /** What a master sets the seconds of its PHC to when it starts. */
+    unsigned int (*clockSeconds)(unsigned int systemSeconds);
 };
 
 extern ProtocolSteps protocolSteps;
@@ -41,6 +61,8 @@ extern ProtocolSteps protocolSteps;
 /* The steps of deployed nodes. */
 
 bool admitsEverything(unsigned char* message, unsigned int length, unsigned long long rxNs);
+bool takesEverySync(const ClockItemMembersType& item, unsigned int sequenceId,
+                    unsigned long long rxNs);
 void useSuccessivePairs(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
 
@@ -54,6 +76,13 @@ void averageDelays(Port& port, const unsigned char* respFollowUp, const PdelayTi
 /** Whatever the time is: deployed masters send the second message without one, too. */
 bool sentOrNot(const ptp_time_t& txTime);
 void publishClockReadings(Port& port);
+
+/** The low 16 bits, which may all be 0. */
+unsigned short numberOfInterface(unsigned int interfaceIndex);
+void leaveAnswer(unsigned char* answer, const unsigned char* request,
+                 NetworkService<sock>* service);
+void leaveMessage(unsigned char* message);
+unsigned int sameSeconds(unsigned int systemSeconds);
 
 /** Log readers count this line to see that a master is alive. */
 void logTxMode(unsigned int txMode);

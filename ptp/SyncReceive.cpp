@@ -75,7 +75,7 @@ SyncSample evaluateSample(const unsigned char* followUp, unsigned long long orig
     const long double recordRate = record.masterRate();
     const long long correction = totalCorrectionNs(
         correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField))),
-        masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
+        protocolSteps.masterRateRatio(wire::load32(followUp + wire::kCumulativeScaledRateOffset)),
         static_cast<unsigned long long>(record.linkDelay()), recordRate == 0 ? 1 : recordRate);
     SyncSample sample{};
     sample.sequenceId = wire::sequenceId(followUp);
@@ -146,6 +146,9 @@ unsigned int PTPMsgSync::processIncoming() {
     }
     const unsigned long long t2 = toNs(rxTimestamp);
     ClockItemMembersType& item = clockItemOf(master);
+    if (!protocolSteps.takesSync(item, wire::sequenceId(buffer_), t2)) {
+        return 1;
+    }
     item.syncReceiveTime.ns = t2;
     item.originTime.ns = 0;
     item.masterTimes.entries[0].ns = 0;

@@ -41,6 +41,7 @@ void storeClockIdentity(PTPMessage& message, std::initializer_list<int> offsets)
 /** Sends a message whose transmit time nobody needs. */
 void sendUntimed(PTPMessage& message) {
     ptp_time_t ignoredTime{};
+    protocolSteps.finish(message.data());
     message.service->transmit(message.data(), static_cast<int>(wire::messageLength(message.data())),
                               &ignoredTime);
 }
@@ -144,6 +145,7 @@ unsigned int PTPMsgSync::processOutgoing() {
         port.record.noteSentSync(sequence_);
         storeClockIdentity(*this, {wire::kSourceClockIdentity});
         ptp_time_t txTime{};
+        protocolSteps.finish(buffer_);
         service->transmit(buffer_, static_cast<int>(wire::messageLength(buffer_)), &txTime);
 
         if (protocolSteps.isSent(txTime)) {

@@ -17,3 +17,8 @@ ClockItemMembersType& clockItemOf(const PortKey& key) {
     const MutexLock lock(lookupMutex);
     return clockItems[key];
 }
+
+void forgetClockItem(const PortKey& key) {
+    const MutexLock lock(lookupMutex);
+    clockItems.erase(key);
+}

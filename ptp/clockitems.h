@@ -69,8 +69,12 @@ static_assert(sizeof(TimestampRecord) == 20, "timestamp slots are 20 bytes");
 static_assert(sizeof(TimestampHistory) == 160, "eight slots");
 static_assert(std::is_trivially_copyable<ClockItemMembersType>::value, "plain record");
 
-/** Every port heard of since the process started; entries are never erased. */
+/** Every port heard of since the process started, unless a profile bounds it. */
 ZEB_EXPORT extern std::map<PortKey, ClockItemMembersType> clockItems;
 
 /** The record of a port, made on first use. Only the look-up is guarded; the record is not. */
 ClockItemMembersType& clockItemOf(const PortKey& key);
+
+/** Erases the record of a port. Only by the thread that handles received messages, and never that
+ * of the port that own requests leave: no other thread holds a reference to any other record. */
+void forgetClockItem(const PortKey& key);

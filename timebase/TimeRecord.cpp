@@ -1,6 +1,50 @@
 #include "timebase/TimeRecord.h"
 
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstring>
+
 #include "base/Extended80.h"
+
+namespace {
+
+pthread_mutex_t writerMutex = PTHREAD_MUTEX_INITIALIZER;
+
+/** The one writer of a record as long as it exists; the sequence is odd then. Holds no cancellation
+ *  point, and does not throw. */
+class Writing {
+public:
+    explicit Writing(gPtpTimeDataStruct& record) : quality_(record.unused172) {
+        pthread_mutex_lock(&writerMutex);
+        std::memcpy(&before_, sequence(), sizeof before_);
+        store(before_ + 1);
+        __atomic_thread_fence(__ATOMIC_SEQ_CST);
+    }
+    ~Writing() {
+        __atomic_thread_fence(__ATOMIC_SEQ_CST);
+        store(before_ + 2);
+        pthread_mutex_unlock(&writerMutex);
+    }
+    Writing(const Writing&) = delete;
+    Writing& operator=(const Writing&) = delete;
+
+    void put(gPtpTimeQuality quality) {
+        quality.sequence = before_ + 1;
+        std::memcpy(quality_, &quality, sizeof quality);
+    }
+
+private:
+    unsigned int* sequence() {
+        return reinterpret_cast<unsigned int*>(quality_ + offsetof(gPtpTimeQuality, sequence));
+    }
+    void store(unsigned int value) { __atomic_store_n(sequence(), value, __ATOMIC_RELEASE); }
+
+    unsigned char* quality_;
+    unsigned int before_ = 0;
+};
+
+}  // namespace
 
 long long TimeRecord::linkDelay() const {
     return published_ != nullptr ? published_->linkDelay : 0;
@@ -60,6 +104,30 @@ void TimeRecord::publishMasterTime(long double rate, long long phcNs, const Loca
     published_->localTime = static_cast<unsigned long long>(local.phcNs);
     published_->systemOffset = local.systemOffset;
     storeExtended(published_->rateRatio2, local.rate);
+}
+
+void TimeRecord::publishLine(const TimeLine& line, const LineSource& source,
+                             gPtpTimeQuality quality) {
+    if (published_ == nullptr) {
+        return;
+    }
+    Writing writing(*published_);
+    published_->masterOffset = line.masterOffset;
+    published_->systemOffset = line.systemOffset;
+    storeExtended(published_->rateRatio1, line.masterRate);
+    storeExtended(published_->rateRatio2, line.phcRate);
+    published_->localTime = line.localTime;
+    published_->originTime = source.originTime;
+    if (source.systemTime != 0) {
+        published_->systemTime = source.systemTime;
+    }
+    writing.put(quality);
+}
+
+void TimeRecord::publishQuality(gPtpTimeQuality quality) {
+    if (published_ != nullptr) {
+        Writing(*published_).put(quality);
+    }
 }
 
 void TimeRecord::publishLinkDelay(int delayNs) {

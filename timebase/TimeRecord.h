@@ -1,6 +1,7 @@
 #pragma once
 
 #include "include/gPtpTimeData.h"
+#include "include/gPtpTimeQuality.h"
 
 /** A cross-timestamp of system clock and PHC, ns. */
 struct LocalClock {
@@ -19,6 +20,21 @@ struct SyncSample {
     unsigned long long localNs;   ///< PHC time when the Sync arrived
     long double rate;             ///< master over PHC since the previous pair
     long long offset;             ///< local minus master
+};
+
+/** A line of time that is published as a whole, see timebase/TimeConversion.h. */
+struct TimeLine {
+    unsigned long long localTime;  ///< its anchor, PHC time
+    long long masterOffset;        ///< PHC minus grandmaster time there
+    long long systemOffset;        ///< system minus PHC time there
+    long double masterRate;        ///< grandmaster over PHC
+    long double phcRate;           ///< PHC over system clock
+};
+
+/** Readings that are published along with a line, for whoever looks into the record. */
+struct LineSource {
+    unsigned long long originTime;
+    unsigned long long systemTime;  ///< 0: left as it is
 };
 
 /** What a completed peer-delay exchange tells about the time base. */
@@ -58,6 +74,13 @@ public:
 
     /** rate: that of the regression line; phcNs: the PHC after the Follow_Up. */
     void publishMasterTime(long double rate, long long phcNs, const LocalClock& local);
+
+    /** All of a time and what is said of it, so that readers know by the sequence in the quality
+     *  whether theirs belongs together. Any thread; the sequence is counted here. */
+    void publishLine(const TimeLine& line, const LineSource& source, gPtpTimeQuality quality);
+
+    /** As publishLine while there is no time yet, or its line stays. */
+    void publishQuality(gPtpTimeQuality quality);
 
     /* Peer delay. */
     void publishLinkDelay(int delayNs);

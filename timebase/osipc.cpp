@@ -16,6 +16,7 @@ Undestroyed<std::string> shmNameStorage ZEB_STORAGE_OF("_Z8shm_nameB5cxx11");
 Undestroyed<std::map<std::string, gPtpTimeDataStruct*>> recordMapStorage
     ZEB_STORAGE_OF("_ZN5OSipc3mapB5cxx11E");
 void* OSipc::global_master_offset_buffer = nullptr;
+unsigned int segmentMode = 0;
 
 namespace {
 
@@ -52,6 +53,17 @@ int openForEveryone(const std::string& name) {
     const OpenFileMask openMask;
     ZEB_LOG_AS("instance", kDebug, "shm_name.c_str(): %s\n", name.c_str());
     return shm_open(name.c_str(), O_CREAT | O_RDWR, 0777);
+}
+
+/** The mode is set behind the creation, too: the mask of the process cuts it there, and a segment
+ *  that an earlier run left behind has its own. */
+int openWithMode(const std::string& name) {
+    ZEB_LOG_AS("instance", kDebug, "shm_name.c_str(): %s\n", name.c_str());
+    const int descriptor = shm_open(name.c_str(), O_CREAT | O_RDWR, segmentMode);
+    if (descriptor >= 0 && fchmod(descriptor, segmentMode) != 0) {
+        ZEB_LOG_AS("instance", kError, "The segment keeps its access mode: %s\n", strerror(errno));
+    }
+    return descriptor;
 }
 
 MapStep sizeAndMap(int descriptor, void** segment) {
@@ -105,7 +117,8 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         if (known != map.end()) {
             return known->second;
         }
-        const int descriptor = openForEveryone(segmentName());
+        const int descriptor =
+            segmentMode == 0 ? openForEveryone(segmentName()) : openWithMode(segmentName());
         void* segment = nullptr;
         const MapStep failed = descriptor < 0 ? MapStep::kOpen : sizeAndMap(descriptor, &segment);
         if (failed == MapStep::kDone) {

@@ -28,6 +28,10 @@ public:
  *  nameSegment while threads run. */
 ZEB_EXPORT extern std::string shm_name;
 
+/** Access mode of the segment; 0: every local process may read and write. Set before the daemon's
+ *  threads start. */
+extern unsigned int segmentMode;
+
 /** Names the segment that instance maps from now on. Any thread. */
 void nameSegment(const std::string& name);
 

@@ -15,6 +15,7 @@ namespace {
 const char* const kFunctions[] = {
     "ZebEthTSynInterface_Create",
     "ZebEthTSynInterface_Destroy",
+    "ZebEthTSynInterface_GetBoundedTime",
     "ZebEthTSynInterface_GetCurrentTime",
     "ZebEthTSynInterface_GetMasterTime",
     "ZebEthTSynInterface_GetProfilePreset",

@@ -31,6 +31,18 @@ std::vector<Timed> errorsIn(const NodeResult& result, const Window& window) {
     return values;
 }
 
+std::vector<Timed> boundsIn(const NodeResult& result, const Window& window, Measure measure) {
+    std::vector<Timed> values;
+    for (const Sample& sample : result.samples) {
+        if (sample.valid && sample.bounds && window.holds(sample.atS)) {
+            const std::int64_t ns = measure == Measure::kOutside ? sample.bounds->outsideNs
+                                                                 : sample.bounds->widthNs;
+            values.push_back({sample.atS, static_cast<double>(ns)});
+        }
+    }
+    return values;
+}
+
 std::vector<Timed> reportedIn(const NodeResult& result, const Window& window,
                               const std::string& name) {
     std::vector<Timed> values;
@@ -49,6 +61,8 @@ void judgeStatistics(const Limit& limit, const NodeResult& result,
     std::vector<Timed> values;
     if (limit.measure == Measure::kError) {
         values = errorsIn(result, window);
+    } else if (limit.measure == Measure::kOutside || limit.measure == Measure::kWidth) {
+        values = boundsIn(result, window, limit.measure);
     } else {
         values = reportedIn(result, window,
                             limit.measure == Measure::kOffset  ? "offset_ns"
@@ -149,6 +163,8 @@ const char* unitOf(const Judgement& judgement) {
     case Measure::kError:
     case Measure::kOffset:
     case Measure::kDelay:
+    case Measure::kOutside:
+    case Measure::kWidth:
         return " ns";
     case Measure::kRate:
         return " ppm";
@@ -176,7 +192,7 @@ std::vector<Judgement> judge(const Scenario& scenario, const std::vector<NodeRes
             const auto result =
                 std::find_if(results.begin(), results.end(),
                              [&](const NodeResult& other) { return other.name == node; });
-            if (limit.measure <= Measure::kRate) {
+            if (limit.measure <= Measure::kWidth) {
                 judgeStatistics(limit, *result, judgements);
             } else {
                 judgements.push_back(judgeSingle(scenario, limit, *result));

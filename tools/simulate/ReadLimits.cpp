@@ -9,8 +9,8 @@ namespace simulate {
 namespace {
 
 const std::vector<std::string> kStatistics = {"p50", "p99", "max", "rms", "mean", "count"};
-const std::vector<std::string> kMeasures = {"error",    "offset",  "delay", "rate",
-                                            "recovery", "counter", "state", "log"};
+const std::vector<std::string> kMeasures = {"error", "offset",   "delay",   "rate",  "outside",
+                                            "width", "recovery", "counter", "state", "log"};
 const std::vector<std::string> kCardCounters = {"card.ptp_frames_sent", "card.event_frames_sent",
                                                 "card.tx_timestamps",   "card.rx_timestamps",
                                                 "card.rx_fallbacks",    "card.frames_swallowed",
@@ -129,7 +129,8 @@ void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
 
 /** Whether the nodes give what is to be judged. */
 void checkSources(Fields& fields, const Limit& limit, const Scenario& scenario) {
-    const bool samples = limit.measure == Measure::kError || limit.measure == Measure::kRecovery;
+    const bool samples = limit.measure == Measure::kError || limit.measure == Measure::kRecovery ||
+                         limit.measure == Measure::kOutside || limit.measure == Measure::kWidth;
     const bool card = limit.measure == Measure::kCounter && limit.subject.rfind("card.", 0) == 0;
     const bool lines = !samples && !card && limit.measure != Measure::kLog;
     for (const std::string& name : limit.nodes) {

@@ -28,6 +28,15 @@ bool parseSample(const char* text, Sample& sample) {
         return false;
     }
     sample.valid = end[1] == '1';
+    if (end[2] == ',') {
+        Sample::Bounds bounds;
+        bounds.outsideNs = std::strtoll(end + 3, &end, 10);
+        if (*end != ',') {
+            return false;
+        }
+        bounds.widthNs = std::strtoll(end + 1, &end, 10);
+        sample.bounds = bounds;
+    }
     return true;
 }
 
@@ -49,11 +58,18 @@ std::vector<Sample> readSamples(const std::string& file, double startS) {
 
 void writeSamples(const std::string& file, const std::vector<Sample>& samples) {
     const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(file.c_str(), "we"), std::fclose);
-    bool good =
-        stream != nullptr && std::fputs("t_s,error_ns,bracket_ns,valid\n", stream.get()) >= 0;
+    const bool bounded = !samples.empty() && samples.back().bounds;
+    const char* const heading = bounded ? "t_s,error_ns,bracket_ns,valid,outside_ns,width_ns\n"
+                                        : "t_s,error_ns,bracket_ns,valid\n";
+    bool good = stream != nullptr && std::fputs(heading, stream.get()) >= 0;
     for (const Sample& sample : samples) {
-        good = good && std::fprintf(stream.get(), "%.6f,%" PRId64 ",%u,%d\n", sample.atS,
+        good = good && std::fprintf(stream.get(), "%.6f,%" PRId64 ",%u,%d", sample.atS,
                                     sample.errorNs, sample.bracketNs, sample.valid ? 1 : 0) > 0;
+        if (good && sample.bounds) {
+            good = std::fprintf(stream.get(), ",%" PRId64 ",%" PRId64, sample.bounds->outsideNs,
+                                sample.bounds->widthNs) > 0;
+        }
+        good = good && std::fputc('\n', stream.get()) >= 0;
     }
     if (!good || std::fflush(stream.get()) != 0) {
         throw std::runtime_error(file + ": cannot be written: " + std::strerror(errno));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,13 @@ struct Sample {
     std::int64_t errorNs = 0;
     std::uint32_t bracketNs = 0; /**< width of the interval in which the time was asked */
     bool valid = false;
+
+    /** What a daemon with robustTime tells. */
+    struct Bounds {
+        std::int64_t outsideNs = 0; /**< how far the true time lies outside of them */
+        std::int64_t widthNs = 0;
+    };
+    std::optional<Bounds> bounds = std::nullopt;
 };
 
 /** The samples that one start of a tsyn wrote, whose times count from that start. A last line that

@@ -12,8 +12,8 @@ const Node* Scenario::find(const std::string& name) const {
 }
 
 const char* measureName(Measure measure) {
-    constexpr std::array<const char*, 8> kNames{"error",    "offset",  "delay", "rate",
-                                                "recovery", "counter", "state", "log"};
+    constexpr std::array<const char*, 10> kNames{"error", "offset",   "delay",   "rate",  "outside",
+                                                 "width", "recovery", "counter", "state", "log"};
     return kNames[static_cast<std::size_t>(measure)];
 }
 

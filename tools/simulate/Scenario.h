@@ -88,7 +88,19 @@ struct Bound {
     bool holds(double value) const { return (!min || value >= *min) && (!max || value <= *max); }
 };
 
-enum class Measure { kError, kOffset, kDelay, kRate, kRecovery, kCounter, kState, kLog };
+/** Up to kWidth, statistics of many values. */
+enum class Measure {
+    kError,
+    kOffset,
+    kDelay,
+    kRate,
+    kOutside,
+    kWidth,
+    kRecovery,
+    kCounter,
+    kState,
+    kLog
+};
 
 struct Limit {
     unsigned line = 0;

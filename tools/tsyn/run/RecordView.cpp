@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "tools/common/OwnDescriptor.h"
+#include "tools/tsyn/run/QualityReport.h"
 
 namespace tsyn {
 namespace {
@@ -19,6 +20,12 @@ void copyRecord(const unsigned char* segment, gPtpTimeDataStruct& record) {
         bytes[i] = source[i];
     }
     std::memcpy(&record, bytes, sizeof record);
+}
+
+/** False between two steps of a writer that marks its writing; others mark nothing. */
+bool isWhole(const gPtpTimeDataStruct& record) {
+    const std::optional<gPtpTimeQuality> quality = qualityOf(record);
+    return !quality || quality->sequence % 2 == 0;
 }
 
 }  // namespace
@@ -60,7 +67,7 @@ std::optional<gPtpTimeDataStruct> RecordView::snapshot() const {
     copyRecord(segment_, first);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         copyRecord(segment_, second);
-        if (std::memcmp(&first, &second, sizeof first) == 0) {
+        if (std::memcmp(&first, &second, sizeof first) == 0 && isWhole(first)) {
             return first;
         }
         first = second;

@@ -28,6 +28,8 @@ namespace {
 constexpr double kStatusPeriodS = 1.0;
 /** Short against the shortest Sync interval, so that no pair of messages goes unseen. */
 constexpr double kWatchPeriodS = 0.02;
+/** With a profile, a daemon that has been watched for so long is looked at with each status. */
+constexpr double kWatchedS = 5.0;
 constexpr double kNever = std::numeric_limits<double>::infinity();
 
 class RunSession {
@@ -49,6 +51,7 @@ private:
     bool reportStatus();
     Status currentStatus();
     double elapsedS() const;
+    double nextWatch(double nowS, double nextStatusS) const;
 
     const RunOptions& options_;
     OwnOutput output_;
@@ -57,6 +60,7 @@ private:
     SubTlvTracker subTlvs_;
     TruthSampler sampler_;
     sigset_t endSignals_{};
+    bool sparesWakeUps_ = false;
     std::chrono::steady_clock::time_point start_;
 };
 
@@ -105,7 +109,8 @@ std::string RunSession::prepare() {
         return *problem;
     }
     if (!options_.truthCard.empty()) {
-        std::string problem = sampler_.open(options_.samplesFile);
+        std::string problem = sampler_.open(
+            options_.samplesFile, makeProfile(options_).robustTime != 0);
         if (!problem.empty()) {
             return problem;
         }
@@ -135,7 +140,10 @@ std::string RunSession::startDaemon() {
     if (ZebEthTSynInterface_SetProfile(&profile) != 0) {
         return "the daemon refused the profile; its log names the switch";
     }
-    ZebEthTSynInterface_Start(0, nullptr, nullptr);
+    sparesWakeUps_ = profile.eventPumps != 0;
+    if (ZebEthTSynInterface_Start(0, nullptr, nullptr) != 0) {
+        return "another daemon runs on " + options_.interfaceName + "; the log names its process";
+    }
     return options_.isMaster() ? setTimeBase() : std::string();
 }
 
@@ -160,7 +168,7 @@ void RunSession::loop() {
         const double nowS = elapsedS();
         if (nowS >= nextWatchS) {
             watch();
-            nextWatchS = nowS + kWatchPeriodS;
+            nextWatchS = nextWatch(nowS, nextStatusS);
         }
         if (nowS >= nextSampleS) {
             sampler_.sample(nowS, tracker_.firstValidS().has_value());
@@ -176,10 +184,23 @@ void RunSession::loop() {
              elapsedS() < endS);
 }
 
+/** Every message is worth a look until the time is valid, and always where the daemon itself polls.
+ *  A daemon that sleeps is not woken for more than the status. */
+double RunSession::nextWatch(double nowS, double nextStatusS) const {
+    const bool isSettled =
+        (options_.isMaster() ? tracker_.firstSyncS() : tracker_.firstValidS()).has_value();
+    if (!sparesWakeUps_ || (!isSettled && nowS < kWatchedS)) {
+        return nowS + kWatchPeriodS;
+    }
+    return nextStatusS > nowS ? nextStatusS : nextStatusS + kStatusPeriodS;
+}
+
 /** Sleeps until that moment unless a signal asks for the end. */
 bool RunSession::endSignalledBefore(double wakeS) const {
-    const double waitS = std::clamp(wakeS - elapsedS(), 0.0, kStatusPeriodS / 2);
-    const timespec wait = {0, static_cast<long>(1e9 * waitS)};
+    const double waitS = std::clamp(wakeS - elapsedS(), 0.0, kStatusPeriodS);
+    timespec wait{};
+    wait.tv_sec = static_cast<time_t>(waitS);
+    wait.tv_nsec = static_cast<long>(1e9 * (waitS - static_cast<double>(wait.tv_sec)));
     return sigtimedwait(&endSignals_, nullptr, &wait) > 0;
 }
 
@@ -210,6 +231,9 @@ Status RunSession::currentStatus() {
     status.master = options_.isMaster();
     status.state = tracker_.state(status.elapsedS);
     status.record = view_.snapshot();
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    status.systemNs = now.tv_sec * 1000000000LL + now.tv_nsec;
     if (view_.isOpen()) {
         if (const auto time = status.master ? masterTime() : currentTime()) {
             status.hasTime = true;

@@ -10,6 +10,7 @@
 
 #include "base/Extended80.h"
 #include "tools/tsyn/Abi.h"
+#include "tools/tsyn/run/QualityReport.h"
 
 namespace tsyn {
 namespace {
@@ -99,6 +100,9 @@ std::string statusLine(const Status& status) {
                 record.masterOffset, ratePpm(record), record.linkDelay, record.acceptedSync,
                 record.rejectedSync);
         }
+        if (const auto quality = qualityOf(record)) {
+            line += qualityText(*quality, record, status.systemNs);
+        }
     }
     if (hasSubTlvs(status.subTlvs)) {
         line += subTlvText(*status.subTlvs);
@@ -130,6 +134,9 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
         json["link_delay_ns"] = static_cast<long long>(record.linkDelay);
         json["sync_accepted"] = static_cast<unsigned int>(record.acceptedSync);
         json["sync_rejected"] = static_cast<unsigned int>(record.rejectedSync);
+        if (const auto quality = qualityOf(record)) {
+            json["quality"] = qualityJson(*quality, record, status.systemNs);
+        }
     }
     if (hasSubTlvs(status.subTlvs)) {
         json["subtlv"] = subTlvJson(*status.subTlvs);

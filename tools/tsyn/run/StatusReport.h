@@ -18,6 +18,7 @@ struct Status {
     unsigned long long seconds = 0;
     unsigned int nanoseconds = 0;
     std::optional<gPtpTimeDataStruct> record;
+    long long systemNs = 0; /**< at which the quality is told */
     const SubTlvTracker* subTlvs = nullptr;
     std::optional<long long> truthErrorNs; /**< of the latest comparison with a virtual i210 */
 };

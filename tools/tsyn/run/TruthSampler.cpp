@@ -2,22 +2,18 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
+#include "include/ZebEthTimeSynProfile.h"
+#include "include/gPtpTimeQuality.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/virtual_i210/TrueTime.h"
 
 namespace tsyn {
 namespace {
-
-/** The daemon's time and the interval of raw monotonic time in which it was read. */
-struct BracketedTime {
-    std::uint64_t timeNs = 0;
-    std::uint64_t rawMiddleNs = 0;
-    std::uint64_t widthNs = UINT64_MAX;
-};
 
 std::uint64_t rawNowNs() {
     timespec now{};
@@ -26,24 +22,9 @@ std::uint64_t rawNowNs() {
            static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-/** The narrowest of a few readings, since any of them may be interrupted half-way. */
-std::optional<BracketedTime> readNarrowly() {
-    constexpr int kAttempts = 8;
-    constexpr std::uint64_t kNarrowNs = 400;
-    BracketedTime best;
-    for (int attempt = 0; attempt < kAttempts && best.widthNs > kNarrowNs; ++attempt) {
-        const std::uint64_t before = rawNowNs();
-        const std::optional<HostTime> time = currentTime();
-        const std::uint64_t after = rawNowNs();
-        if (!time) {
-            return {};
-        }
-        if (after - before < best.widthNs) {
-            best = {time->totalNs(), before + (after - before) / 2, after - before};
-        }
-    }
-    return best;
-}
+constexpr int kReadings = 8;
+/** Much wider ones were interrupted half-way. */
+constexpr std::uint64_t kWideFactor = 2;
 
 }  // namespace
 
@@ -70,32 +51,90 @@ std::optional<std::uint64_t> TruthSampler::trueTimeNs(std::uint64_t rawNs) const
     return phcNs;
 }
 
-std::string TruthSampler::open(const std::string& path) {
+std::string TruthSampler::open(const std::string& path, bool withBounds) {
+    withBounds_ = withBounds;
     file_.reset(std::fopen(path.c_str(), "we"));
     if (!file_) {
         return "--samples " + path + ": cannot be created (" + std::strerror(errno) +
                "); name a file in a folder that can be written";
     }
-    std::fputs("t_s,error_ns,bracket_ns,valid\n", file_.get());
+    std::fputs(withBounds_ ? "t_s,error_ns,bracket_ns,valid,outside_ns,width_ns\n"
+                           : "t_s,error_ns,bracket_ns,valid\n",
+               file_.get());
     return {};
 }
 
+std::optional<TruthSampler::Comparison> TruthSampler::compareOnce() const {
+    const std::uint64_t before = rawNowNs();
+    const std::optional<HostTime> time = currentTime();
+    const std::uint64_t after = rawNowNs();
+    const auto truth = trueTimeNs(before + (after - before) / 2);
+    if (!time || !truth) {
+        return {};
+    }
+    return Comparison{static_cast<long long>(time->totalNs() - *truth), after - before};
+}
+
+/** One reading errs by half its bracket: the mean of several that were not interrupted. */
+std::optional<TruthSampler::Comparison> TruthSampler::compare() const {
+    Comparison each[kReadings];
+    std::uint64_t narrowestNs = UINT64_MAX;
+    for (Comparison& comparison : each) {
+        const std::optional<Comparison> compared = compareOnce();
+        if (!compared) {
+            return {};
+        }
+        comparison = *compared;
+        narrowestNs = std::min(narrowestNs, comparison.bracketNs);
+    }
+    const long long first = each[0].errorNs;
+    long long sum = 0;
+    long long count = 0;
+    for (const Comparison& comparison : each) {
+        if (comparison.bracketNs <= kWideFactor * narrowestNs) {
+            sum += comparison.errorNs - first;
+            ++count;
+        }
+    }
+    return Comparison{first + sum / count, narrowestNs};
+}
+
+/** Where the truth lies between the bounds that the daemon tells of one moment. */
+std::optional<TruthSampler::Bounds> TruthSampler::compareBounds() const {
+    TSynBoundedTime time{};
+    const std::uint64_t before = rawNowNs();
+    const int result = ZebEthTSynInterface_GetBoundedTime(&time);
+    const std::uint64_t after = rawNowNs();
+    const auto truth = trueTimeNs(before + (after - before) / 2);
+    if (result != 0 || !truth ||
+        (time.state != TSYN_STATE_SYNCHRONISED && time.state != TSYN_STATE_HOLDOVER)) {
+        return {};
+    }
+    const auto trueNs = static_cast<long long>(*truth);
+    const auto halfBracketNs = static_cast<long long>(after - before) / 2;
+    const long long outsideNs =
+        std::max(time.earliestNs - trueNs, trueNs - time.latestNs) - halfBracketNs;
+    return Bounds{std::max(outsideNs, 0LL), time.latestNs - time.earliestNs};
+}
+
 void TruthSampler::sample(double nowS, bool valid) {
-    const std::optional<BracketedTime> reading = readNarrowly();
-    if (!reading) {
+    const std::optional<Comparison> compared = compare();
+    if (!compared) {
         return;
     }
-    const std::optional<std::uint64_t> truth = trueTimeNs(reading->rawMiddleNs);
-    if (!truth) {
-        return;
-    }
-    const auto errorNs = static_cast<long long>(reading->timeNs - *truth);
-    if (valid) {
-        lastErrorNs_ = errorNs;
+    const std::optional<Bounds> bounds = withBounds_ ? compareBounds() : std::nullopt;
+    const bool counts = valid && (!withBounds_ || bounds);
+    if (counts) {
+        lastErrorNs_ = compared->errorNs;
     }
     ++count_;
-    std::fprintf(file_.get(), "%.6f,%lld,%llu,%d\n", nowS, errorNs,
-                 static_cast<unsigned long long>(reading->widthNs), valid ? 1 : 0);
+    std::fprintf(file_.get(), "%.6f,%lld,%llu,%d", nowS, compared->errorNs,
+                 static_cast<unsigned long long>(compared->bracketNs), counts ? 1 : 0);
+    if (withBounds_) {
+        const Bounds told = bounds.value_or(Bounds{});
+        std::fprintf(file_.get(), ",%lld,%lld", told.outsideNs, told.widthNs);
+    }
+    std::fputc('\n', file_.get());
 }
 
 }  // namespace tsyn

@@ -19,8 +19,10 @@ public:
      *  wrong, empty on success; to be called before the others. */
     std::string findCard();
 
-    /** Creates the CSV file. Returns what went wrong, empty on success. */
-    std::string open(const std::string& path);
+    /** Creates the CSV file. Returns what went wrong, empty on success. withBounds: the daemon tells
+     *  bounds, so each line also has outside_ns (how far the truth lies outside them) and width_ns,
+     *  and is valid only while they hold. */
+    std::string open(const std::string& path, bool withBounds);
 
     /** Compares once; a daemon that gives no time yet is not sampled. */
     void sample(double nowS, bool valid);
@@ -30,6 +32,17 @@ public:
     unsigned long count() const { return count_; }
 
 private:
+    struct Comparison {
+        long long errorNs = 0;
+        std::uint64_t bracketNs = 0;
+    };
+    struct Bounds {
+        long long outsideNs = 0;
+        long long widthNs = 0;
+    };
+    std::optional<Bounds> compareBounds() const;
+    std::optional<Comparison> compareOnce() const;
+    std::optional<Comparison> compare() const;
     std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
 
     std::string cardName_;
@@ -37,6 +50,7 @@ private:
     std::unique_ptr<FILE, int (*)(FILE*)> file_{nullptr, std::fclose};
     std::optional<long long> lastErrorNs_;
     unsigned long count_ = 0;
+    bool withBounds_ = false;
 };
 
 }  // namespace tsyn

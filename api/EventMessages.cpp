@@ -1,0 +1,133 @@
+#include "api/EventMessages.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "api/RoleSteps.h"
+#include "base/DbgLog.h"
+#include "profile/LoopSteps.h"
+
+namespace {
+
+constexpr const char* kLogSource = log_source::kControl;
+constexpr const char* kFunction = "EventLoop";
+// A delay that has been measured so often changes slowly: half the requests will do.
+constexpr int kEnoughExchanges = 16;
+constexpr unsigned long long kSyncsOfSilence = 3;
+
+unsigned long long periodNs(double milliseconds) {
+    const int whole = std::max(wholeMilliseconds(milliseconds), 1);
+    return static_cast<unsigned long long>(whole) * kNsPerMillisecond;
+}
+
+/** By how much a message may leave off its moment to leave together with one of the Sync. */
+unsigned long long slackNs(const Periodic& syncs, const Periodic& others) {
+    return std::min(syncs.periodNs, others.periodNs) / 2;
+}
+
+}  // namespace
+
+unsigned long long monotonicNs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return toNs(now);
+}
+
+EventMessages::EventMessages(NetworkService<sock>& service, const TSynInstanceConfig& cfg,
+                             unsigned short portNumber)
+    : input_{&service, &factory_} {
+    syncTimes_.periodNs = periodNs(cfg.syncInterval);
+    announceTimes_.periodNs = periodNs(kAnnouncePeriodMs);
+    requestTimes_.periodNs = periodNs(cfg.syncInterval * kSyncsPerPdelay);
+    if (cfg.role != 0) {
+        sync_ = std::make_unique<PTPMsgSync>(cfg.Domain, portNumber);
+        sync_->service = &service;
+        announce_ = std::make_unique<PTPMsgAnnounce>(cfg.Domain, portNumber);
+        announce_->service = &service;
+        ZEB_LOG_AS(kFunction, kAlways, "tdata_m -> idelay: %d\n",
+                   wholeMilliseconds(cfg.syncInterval));
+    } else if (cfg.PropagationDelay == 0) {
+        request_ = std::make_unique<PTPMsgPathDelayReq>(cfg.Domain, portNumber);
+        request_->service = &service;
+    }
+}
+
+void EventMessages::restart(unsigned long long nowNs) {
+    for (Periodic* const times : {&syncTimes_, &announceTimes_, &requestTimes_}) {
+        times->restart(nowNs);
+    }
+    lastFollowUpNs_ = 0;
+    answered_ = true;
+}
+
+void EventMessages::sendSync(unsigned long long nowNs) {
+    syncTimes_.advance(nowNs);
+    sync_->processOutgoing();
+    if (announceTimes_.isDue(nowNs + slackNs(syncTimes_, announceTimes_))) {
+        announceTimes_.advance(nowNs);
+        announce_->processOutgoing();
+    }
+}
+
+void EventMessages::sendRequest(unsigned long long nowNs) {
+    goodExchanges_ = answered_ ? goodExchanges_ : 0;
+    answered_ = false;
+    const unsigned long long syncs =
+        goodExchanges_ < kEnoughExchanges ? static_cast<unsigned long long>(kSyncsPerPdelay)
+                                          : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
+    requestTimes_.periodNs = syncs * syncTimes_.periodNs;
+    requestTimes_.advance(nowNs);
+    request_->processOutgoing();
+}
+
+void EventMessages::sendDue(unsigned long long nowNs) {
+    if (sync_ != nullptr && syncTimes_.isDue(nowNs)) {
+        sendSync(nowNs);
+    }
+    if (nextDeadline() > nowNs) {
+        return;
+    }
+    if (announce_ != nullptr && announceTimes_.isDue(nowNs)) {
+        announceTimes_.advance(nowNs);
+        announce_->processOutgoing();
+    }
+    if (request_ != nullptr && requestTimes_.isDue(nowNs)) {
+        sendRequest(nowNs);
+    }
+}
+
+unsigned long long EventMessages::nextDeadline() const {
+    if (sync_ != nullptr) {
+        const unsigned long long slack = slackNs(syncTimes_, announceTimes_);
+        return std::min(syncTimes_.dueNs, announceTimes_.dueNs + slack);
+    }
+    if (request_ == nullptr) {
+        return kNoDeadline;
+    }
+    const bool followsSyncs =
+        lastFollowUpNs_ != 0 &&
+        requestTimes_.dueNs < lastFollowUpNs_ + kSyncsOfSilence * syncTimes_.periodNs;
+    return requestTimes_.dueNs + (followsSyncs ? slackNs(syncTimes_, requestTimes_) : 0);
+}
+
+void EventMessages::noteFollowUp(unsigned long long nowNs) {
+    lastFollowUpNs_ = nowNs;
+    if (request_ != nullptr &&
+        requestTimes_.isDue(nowNs + slackNs(syncTimes_, requestTimes_))) {
+        sendRequest(nowNs);
+    }
+}
+
+void EventMessages::handle(unsigned char* frame, unsigned short length, const ptp_time_t& rxTime) {
+    switch (handleFrame(input_, frame, length, rxTime)) {
+    case wire::kFollowUp:
+        noteFollowUp(monotonicNs());
+        break;
+    case wire::kPdelayRespFollowUp:
+        answered_ = true;
+        goodExchanges_ = std::min(goodExchanges_ + 1, kEnoughExchanges);
+        break;
+    default:
+        break;
+    }
+}

@@ -1,0 +1,278 @@
+#include "api/EventRole.h"
+
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "api/DaemonState.h"
+#include "api/EventMessages.h"
+#include "api/InterfaceDataManager.h"
+#include "api/LoopOrders.h"
+#include "api/MessagePumps.h"
+#include "api/RoleSteps.h"
+#include "api/StackEnvironment.h"
+#include "base/DbgLog.h"
+#include "base/FieldText.h"
+#include "platform/CardSteps.h"
+#include "platform/Descriptors.h"
+#include "profile/LinkWatch.h"
+#include "profile/LoopSteps.h"
+#include "profile/Profile.h"
+#include "profile/Quality.h"
+
+namespace {
+
+constexpr const char* kLogSource = log_source::kControl;
+constexpr const char* kFunction = "EventLoop";
+constexpr int kReceiveCapacity = 2048;
+// Between two turns of the loop, so that a flood delays neither a Sync nor an order for long.
+constexpr int kFramesAtOnce = 64;
+constexpr int kMostQueued = 8192;
+// A socket that goes on failing is left alone for so long; a set-up that failed, for longer.
+constexpr int kFailuresBeforeRest = 3;
+constexpr unsigned long long kSocketRestNs = 100ULL * kNsPerMillisecond;
+constexpr unsigned long long kSetUpRestNs = 1000ULL * kNsPerMillisecond;
+
+class EventLoop {
+public:
+    explicit EventLoop(const char* ifName) : ifName_(ifName) {}
+
+    void run();
+
+private:
+    bool begin();
+    void setUp(int index);
+    void tearDown();
+    void followLink(unsigned long long nowNs);
+    bool takeOrders(unsigned long long nowNs);
+    void sendDue(unsigned long long nowNs);
+    unsigned long long nextTurn(unsigned long long nowNs);
+    void sleepUntil(unsigned long long wakeNs, unsigned long long nowNs);
+    void receiveQueued();
+    void takeErrors();
+    void discardQueued();
+    bool takeFrame();
+
+    const char* const ifName_;
+    std::unique_ptr<LinkWatch> link_;
+    std::unique_ptr<NetworkService<sock>> service_;
+    std::unique_ptr<EventMessages> messages_;
+    int index_ = 0;
+    bool linkUp_ = true;
+    bool active_ = false;
+    int failures_ = 0;  // of the socket since the last frame
+    unsigned long long socketRestsUntilNs_ = 0;
+    unsigned long long setUpAgainNs_ = kNoDeadline;
+    unsigned char buffer_[kReceiveCapacity + ethernet::kVlanTagSize];
+};
+
+/** What the host's other threads still change is looked up at each use; this is fixed by now. */
+const TSynInstanceConfig& configuration() {
+    return InterfaceDataManager::getInstance()->block.cfg;
+}
+
+void EventLoop::setUp(int index) {
+    service_ = std::make_unique<NetworkService<sock>>(ifName_);
+    if (configuration().role != 0) {
+        setHardwareClockToSystemTime(kFunction, ifName_);
+    } else {
+        i210helper::e1000_ptp_get_time(ifName_);  // opens the clock here rather than in a handler
+    }
+    messages_ = std::make_unique<EventMessages>(*service_, configuration(),
+                                                static_cast<unsigned short>(index));
+    index_ = index;
+    discardQueued();
+}
+
+void EventLoop::tearDown() {
+    messages_.reset();
+    service_.reset();
+    closeCard();
+    index_ = 0;
+    active_ = false;
+}
+
+bool EventLoop::begin() {
+    // The socket of an earlier run is used again, unless that was on another interface.
+    static char earlier[IFNAMSIZ] = "";
+    if (std::strncmp(earlier, ifName_, sizeof earlier) != 0) {
+        closeCard();
+        std::strncpy(earlier, ifName_, sizeof earlier - 1);
+    }
+    const bool isMaster = configuration().role != 0;
+    setRoleMark(isMaster ? '1' : '2');
+    ZEB_LOG_AS(kFunction, kAlways, "Starting as %s ... interface=%s\n",
+               isMaster ? "Master" : "slave", ifName_);
+    if (profile::current().followLink != 0) {
+        link_ = std::make_unique<LinkWatch>(ifName_);
+        followLink(monotonicNs());
+    } else if (const auto port = portNumber(kFunction, ifName_)) {
+        setUp(*port);
+    } else {
+        return false;
+    }
+    stack_environment::restore();
+    return true;
+}
+
+/** Looks at the interface and makes good what it became. */
+void EventLoop::followLink(unsigned long long nowNs) {
+    const LinkWatch::State state = link_->look(index_);
+    const bool failed = rawSocket() <= 0 && state.isUp;
+    if (index_ != 0 && (state.wasDeleted || state.index != index_ || failed)) {
+        tearDown();
+    }
+    if (index_ == 0 && state.index != 0) {
+        const StackScope scope(fieldText(configuration().ethStackIdent).c_str());
+        setUp(state.index);
+    }
+    setUpAgainNs_ = rawSocket() <= 0 && state.isUp ? nowNs + kSetUpRestNs : kNoDeadline;
+    if (state.isUp != linkUp_) {
+        ZEB_LOG_AS(kFunction, kAlways, "The link of %s is %s\n", ifName_,
+                   state.isUp ? "up" : "down");
+        linkUp_ = state.isUp;
+    }
+    quality::setFlag(TSYN_FLAG_LINK_DOWN, !linkUp_);
+}
+
+/** False when the loop is to end. */
+bool EventLoop::takeOrders(unsigned long long nowNs) {
+    const loop_orders::Orders orders = loop_orders::take();
+    const bool mayBeActive = isRunning() && linkUp_ && messages_ != nullptr;
+    if (mayBeActive && (orders.sendNow || !active_)) {
+        if (!active_) {
+            discardQueued();
+        }
+        messages_->restart(nowNs);
+    }
+    active_ = mayBeActive;
+    return !orders.end;
+}
+
+void EventLoop::sendDue(unsigned long long nowNs) {
+    try {
+        messages_->sendDue(nowNs);
+    } catch (const std::exception& problem) {
+        // Exhausted memory, for one: the next turn has its chance.
+        ZEB_LOG_AS(kFunction, kError, "Nothing sent: %s\n", problem.what());
+    }
+}
+
+unsigned long long EventLoop::nextTurn(unsigned long long nowNs) {
+    unsigned long long wakeNs = std::min(setUpAgainNs_, loopSteps.tick(nowNs));
+    if (active_) {
+        wakeNs = std::min(wakeNs, messages_->nextDeadline());
+    }
+    return socketRestsUntilNs_ > nowNs ? std::min(wakeNs, socketRestsUntilNs_) : wakeNs;
+}
+
+void EventLoop::run() {
+    if (!begin()) {
+        return;
+    }
+    for (;;) {
+        unsigned long long nowNs = monotonicNs();
+        if (link_ != nullptr && setUpAgainNs_ <= nowNs) {
+            followLink(nowNs);
+        }
+        if (!takeOrders(nowNs)) {
+            return;
+        }
+        if (active_) {
+            sendDue(nowNs);
+            nowNs = monotonicNs();
+        }
+        sleepUntil(nextTurn(nowNs), nowNs);
+    }
+}
+
+void EventLoop::sleepUntil(unsigned long long wakeNs, unsigned long long nowNs) {
+    const bool listens = active_ && socketRestsUntilNs_ <= nowNs;
+    pollfd descriptors[] = {{loop_orders::descriptor(), POLLIN, 0},
+                            {link_ != nullptr ? link_->descriptor() : -1, POLLIN, 0},
+                            {listens ? rawSocket() : -1, POLLIN, 0}};
+    const unsigned long long waitNs = wakeNs > nowNs ? wakeNs - nowNs : 0;
+    timespec wait{};
+    wait.tv_sec = static_cast<time_t>(std::min(waitNs / kNsPerSecond, 0x7FFFFFFFULL));
+    wait.tv_nsec = static_cast<long>(waitNs % kNsPerSecond);
+    if (ppoll(descriptors, 3, wakeNs == kNoDeadline ? nullptr : &wait, nullptr) <= 0) {
+        return;
+    }
+    if (descriptors[0].revents != 0) {
+        loop_orders::acknowledge();
+    }
+    if (descriptors[1].revents != 0) {
+        followLink(monotonicNs());
+    }
+    if ((descriptors[2].revents & POLLIN) != 0 && messages_ != nullptr) {
+        receiveQueued();
+    }
+    if ((descriptors[2].revents & ~POLLIN) != 0) {
+        takeErrors();
+    }
+}
+
+/** Lets the next queued frame handle itself. False when there is none. */
+bool EventLoop::takeFrame() {
+    ptp_time_t rxTime{};
+    const auto length =
+        static_cast<unsigned short>(service_->receive(buffer_, kReceiveCapacity, &rxTime));
+    if (length != 0) {
+        failures_ = 0;
+        try {
+            messages_->handle(buffer_, length, rxTime);
+        } catch (const std::exception&) {
+            // Such a frame is dropped; the next one deserves its chance.
+            return true;
+        }
+    }
+    return queueState() == QueueState::kFrame;
+}
+
+void EventLoop::receiveQueued() {
+    for (int i = 0; i < kFramesAtOnce && takeFrame(); ++i) {
+    }
+    if (queueState() == QueueState::kFailed) {
+        takeErrors();
+    }
+}
+
+/** What raised the error condition is taken off the socket. One that comes again and again would
+ *  keep the loop awake, hence the rest. */
+void EventLoop::takeErrors() {
+    if (rawSocket() <= 0) {
+        return;
+    }
+    int error = 0;
+    socklen_t size = sizeof error;
+    const bool hadStamps = loopSteps.takeStrayStamps(rawSocket());
+    static_cast<void>(getsockopt(rawSocket(), SOL_SOCKET, SO_ERROR, &error, &size));
+    failures_ += hadStamps ? 0 : 1;
+    if (failures_ >= kFailuresBeforeRest) {
+        socketRestsUntilNs_ = monotonicNs() + kSocketRestNs;
+    }
+}
+
+/** What came while nobody listened tells of a time that has passed. */
+void EventLoop::discardQueued() {
+    unsigned long long rxNs = 0;
+    for (int i = 0; i < kMostQueued && rawSocket() > 0; ++i) {
+        receiveQueuedFrame(rawSocket(), buffer_, kReceiveCapacity, &rxNs);
+        if (queueState() != QueueState::kFrame) {
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+void runEventRole(const char* ifName) {
+    const auto loop = std::make_unique<EventLoop>(ifName);
+    loop->run();
+}

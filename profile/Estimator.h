@@ -1,0 +1,106 @@
+#pragma once
+
+/* Lines through readings of two clocks. Everything here is computed from its arguments alone; all
+ * times are ns, x and y of the two clocks' own. */
+namespace estimator {
+
+/** Readings that make a line, at most: two seconds of Syncs. */
+inline constexpr int kCapacity = 16;
+
+/** Bound of a believable rate: clocks of cards and hosts are within 100 ppm. */
+inline constexpr double kLargestSlope = 250e-6;
+
+/** Both clocks at one instant. doubt: by how much y may be wrong by the way that it was read. */
+struct Reading {
+    unsigned long long x;
+    unsigned long long y;
+    double doubt;
+};
+
+/** y0 + lift + (x - x0) * (1 + slope). */
+struct Line {
+    unsigned long long x0;
+    unsigned long long y0;
+    double lift;
+    double slope;
+    double residual;    ///< of the readings that made it, at most
+    double tightest;    ///< least doubt and distance of one of them: y is within this at x0
+    double slopeDoubt;  ///< by how much the slope may be wrong
+
+    /** y at x, and x at y, rounded. */
+    unsigned long long at(unsigned long long x) const;
+    unsigned long long inverse(unsigned long long y) const;
+
+    /** How far above the line a reading lies. */
+    double above(const Reading& reading) const;
+};
+
+/** The line through count readings, the latest last. Those that lie far from the line through most
+ *  of them have no part in it. One alone gives the slope that is handed over. */
+Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore);
+
+/** Sorts the values, of which there is one at least. */
+double median(double* values, int count);
+
+enum class Verdict {
+    kTaken,
+    kRepeated,  ///< as old as the one before
+    kRefused,   ///< no rate or noise explains it
+    kFollowed   ///< as the ones before that were refused: what they tell is believed from now on
+};
+
+/** Follows one clock over another. */
+class Tracker {
+public:
+    Verdict take(const Reading& reading);
+
+    /** Whether take would accept it as one of the line. */
+    bool fits(const Reading& reading) const;
+
+    /** Begins a line with the last reading and this one: the rate has changed. */
+    void bend(const Reading& reading);
+
+    /** One of the clocks was set: all readings move along. */
+    void shift(unsigned long long byX, unsigned long long byY);
+
+    void forget();
+
+    /** The line; needs one reading. */
+    const Line& line() const { return line_; }
+    bool isEmpty() const { return count_ == 0; }
+    const Reading& last() const { return readings_[count_ - 1]; }
+
+    /** The rate stands on enough readings to be relied on. */
+    bool isReliable() const;
+
+    /** The rate is known at all. */
+    bool hasRate() const { return count_ >= 2 || isReliable(); }
+
+    /** Readings refused since the last one that was taken. */
+    int refusedInARow() const { return refused_; }
+
+    /** What a followed reading lies above the line before it. */
+    double lastStep() const { return lastStep_; }
+
+private:
+    static Line fitLatest(const Reading* readings, int count, double slope, double slopeDoubt);
+    Verdict refuse(const Reading& reading);
+    void append(const Reading& reading);
+    void refit();
+    void startAnew(const Reading* readings, int count);
+    double tolerance(const Reading& reading) const;
+
+    static constexpr int kCandidates = 3;
+
+    Reading readings_[kCapacity] = {};
+    int count_ = 0;
+    Reading candidates_[kCandidates] = {};
+    int candidateCount_ = 0;
+    int refused_ = 0;
+    Line line_ = {0, 0, 0, 0, 0, 0, kLargestSlope};
+    double slopeBefore_ = 0;
+    double slopeDoubtBefore_ = kLargestSlope;
+    double lastStep_ = 0;
+};
+
+}  // namespace estimator

@@ -1,0 +1,156 @@
+#include "profile/OwnMessages.h"
+
+#include <net/if.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "api/InterfaceDataManager.h"
+#include "base/Extended80.h"
+#include "base/MutexLock.h"
+#include "platform/i210helper.h"
+#include "profile/Answers.h"
+#include "profile/Profile.h"
+#include "ptp/ProtocolSteps.h"
+#include "wire/ptpwire.h"
+
+namespace {
+
+constexpr unsigned char kControlOther = 5;
+constexpr unsigned char kUtcOffsetValidFlag = 0x04;
+constexpr double kSyncsPerPdelay = 8.0;
+constexpr double kMillisecondsPerSecond = 1000.0;
+constexpr int kLongestLogInterval = 126;  // 127 says that there is none
+constexpr int kMinorSdoId = 5;
+constexpr int kMessageTypeSpecific = 16;
+constexpr int kCurrentUtcOffset = 44;
+constexpr int kPhaseChangeNs = wire::kLastGmPhaseChange + 2;  // of 96 bits, in ns * 2^16
+
+/** What a Follow_Up tells of the steps that the time has made. */
+struct TimeSteps {
+    unsigned short count = 0;
+    long long lastNs = 0;
+};
+
+pthread_mutex_t stepsMutex = PTHREAD_MUTEX_INITIALIZER;
+TimeSteps timeSteps;
+
+void storeLogInterval(unsigned char* message, double milliseconds) {
+    if (milliseconds > 0 && std::isfinite(milliseconds)) {
+        const double exact = std::log2(milliseconds / kMillisecondsPerSecond);
+        const long rounded = std::lround(std::min<double>(exact, kLongestLogInterval));
+        message[wire::kLogMessageInterval] = static_cast<unsigned char>(rounded);
+    }
+}
+
+void storeConfiguredInterval(unsigned char* message) {
+    const InterfaceDataManager* const instance = InterfaceDataManager::getInstance();
+    if (instance == nullptr) {
+        return;
+    }
+    const double syncInterval = instance->block.cfg.syncInterval;
+    switch (wire::messageType(message)) {
+    case wire::kSync:
+    case wire::kFollowUp:
+        storeLogInterval(message, syncInterval);
+        break;
+    case wire::kPdelayReq:
+        storeLogInterval(message, syncInterval * kSyncsPerPdelay);
+        break;
+    default:
+        break;  // answers have none, and an Announce comes each second: 0, as it stands
+    }
+}
+
+void storeTimescale(unsigned char* message, const TSynProfile& profile) {
+    unsigned char& flags = message[wire::kFlags + 1];
+    const bool isAnnounce = wire::messageType(message) == wire::kAnnounce;
+    flags = static_cast<unsigned char>(flags & ~(wire::kPtpTimescaleFlag | kUtcOffsetValidFlag));
+    if (profile.timescale != TSYN_TIMESCALE_TAI) {
+        return;
+    }
+    flags |= wire::kPtpTimescaleFlag;
+    if (isAnnounce) {
+        flags |= kUtcOffsetValidFlag;
+        wire::store16(message + kCurrentUtcOffset, static_cast<unsigned int>(profile.utcOffset));
+    }
+}
+
+void storeTimeSteps(unsigned char* followUp) {
+    const MutexLock lock(stepsMutex);
+    wire::store16(followUp + wire::kGmTimeBaseIndicator, timeSteps.count);
+    const unsigned int sign = timeSteps.lastNs < 0 ? 0xFFFF : 0;
+    wire::store16(followUp + wire::kLastGmPhaseChange, sign);
+    wire::storeBigEndian<8>(followUp + kPhaseChangeNs,
+                            static_cast<unsigned long long>(timeSteps.lastNs));
+}
+
+}  // namespace
+
+unsigned short own_messages::alwaysOne(unsigned int /*interfaceIndex*/) {
+    return 1;
+}
+
+void own_messages::finishStandardAnswer(unsigned char* answer, const unsigned char* request,
+                                        NetworkService<sock>* service) {
+    const bool isResponse = wire::messageType(answer) == wire::kPdelayResp;
+    answer[wire::kVersion] = wire::kVersionPtp;
+    wire::store16(answer + wire::kMessageLength, wire::kPdelayLength);
+    answer[kMinorSdoId] = 0;
+    answer[wire::kFlags] = isResponse ? wire::kTwoStepFlag : 0;
+    answer[wire::kFlags + 1] = wire::kPtpTimescaleFlag;
+    wire::storeBigEndian<8>(answer + wire::kCorrectionField,
+                            isResponse ? 0 : wire::load64(request + wire::kCorrectionField));
+    wire::storeBigEndian<4>(answer + kMessageTypeSpecific, 0);
+    wire::store16(answer + wire::kSourcePortNumber,
+                  protocolSteps.portNumber(if_nametoindex(GetInterfaceName(service))));
+    answer[wire::kControl] = kControlOther;
+    answer[wire::kLogMessageInterval] = wire::kLogIntervalUnknown;
+}
+
+void own_messages::finishAsProfiled(unsigned char* message) {
+    const TSynProfile& profile = profile::current();
+    if (profile.onePortNumber != 0) {
+        wire::store16(message + wire::kSourcePortNumber, 1);
+    }
+    if (profile.configuredLogInterval != 0) {
+        storeConfiguredInterval(message);
+    }
+    if (profile.timescale != TSYN_TIMESCALE_UNTOLD) {
+        storeTimescale(message, profile);
+    }
+    if (profile.timeChangeMarks != 0 && wire::messageType(message) == wire::kFollowUp) {
+        storeTimeSteps(message);
+    }
+    if (wire::messageType(message) == wire::kPdelayReq) {
+        answers::noteRequest(message);
+    }
+}
+
+unsigned int own_messages::taiSeconds(unsigned int systemSeconds) {
+    return systemSeconds + static_cast<unsigned int>(profile::current().utcOffset);
+}
+
+unsigned int own_messages::padToEven(unsigned int valueSize) {
+    return valueSize % 2;
+}
+
+long double own_messages::signedRateRatio(unsigned int cumulativeScaledRateOffset) {
+    return 1 +
+           std::ldexp(static_cast<long double>(static_cast<int>(cumulativeScaledRateOffset)), -41);
+}
+
+void own_messages::noteHardTime(const char* interfaceName, unsigned long long ns) {
+    const long long before = i210helper::e1000_ptp_get_time(interfaceName);
+    if (before != 0) {
+        noteSoftTime(signedDiff(ns, static_cast<unsigned long long>(before)));
+    }
+}
+
+void own_messages::noteSoftTime(long long stepNs) {
+    const MutexLock lock(stepsMutex);
+    ++timeSteps.count;
+    timeSteps.lastNs = stepNs;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/NetworkService.h"
+
+/* What own messages say of their sender, its clock and its intervals. Steps, each for one switch or
+ * reading the profile for several. */
+namespace own_messages {
+
+unsigned short alwaysOne(unsigned int interfaceIndex);
+
+/** An answer of the standard: nothing of the request is left but its number, and its correction
+ *  in the second message. */
+void finishStandardAnswer(unsigned char* answer, const unsigned char* request,
+                          NetworkService<sock>* service);
+
+void finishAsProfiled(unsigned char* message);
+
+unsigned int taiSeconds(unsigned int systemSeconds);
+
+/** 1 for an odd size, else 0. */
+unsigned int padToEven(unsigned int valueSize);
+
+/** 1 + field * 2^-41 of a signed field. */
+long double signedRateRatio(unsigned int cumulativeScaledRateOffset);
+
+/* Steps of a master's time, which its next Follow_Ups tell. Any thread. */
+void noteHardTime(const char* interfaceName, unsigned long long ns);
+void noteSoftTime(long long stepNs);
+
+}  // namespace own_messages

@@ -1,0 +1,201 @@
+#include "profile/RobustTime.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include "base/DbgLog.h"
+#include "base/Extended80.h"
+#include "platform/i210helper.h"
+#include "profile/CrossTimestamps.h"
+#include "profile/Profile.h"
+#include "profile/Quality.h"
+#include "profile/RobustDelay.h"
+#include "profile/TimeKeeper.h"
+#include "ptp/SyncEstimate.h"
+#include "timebase/SystemClock.h"
+#include "wire/ptpwire.h"
+
+namespace {
+
+using estimator::Reading;
+using estimator::Verdict;
+
+constexpr const char* kLogSource = log_source::kMessages;
+constexpr unsigned int kTxModeSend = 1;
+constexpr int kConfirmations = 2;
+/** A second copy comes much sooner than the next Sync. */
+constexpr long long kCopyWithinNs = 4 * static_cast<long long>(kNsPerMillisecond);
+/** Less is not told from the time that two readings take. */
+constexpr long long kLeastSystemStepNs = 20000;
+constexpr double kDeployedDelayDoubt = 50;
+constexpr double kUnknownDelayDoubt = 50000;
+
+pthread_mutex_t keeperMutex = PTHREAD_MUTEX_INITIALIZER;
+TimeKeeper keeper;
+TimeRecord keptRecord(nullptr);  ///< of the last Sync, for tick
+LineSource lastSource{};
+SystemSteps systemSteps;
+
+/** Holds no cancellation point. */
+class KeeperLock {
+public:
+    KeeperLock() { pthread_mutex_lock(&keeperMutex); }
+    ~KeeperLock() { pthread_mutex_unlock(&keeperMutex); }
+    KeeperLock(const KeeperLock&) = delete;
+    KeeperLock& operator=(const KeeperLock&) = delete;
+};
+
+/** A cross-timestamp; x 0 when there is none. */
+Reading readClocks() {
+    unsigned long long systemNs = 0;
+    unsigned long long phcNs = 0;
+    i210helper::e1000_ptp_get_ext_time("", &systemNs, &phcNs);
+    const unsigned int halfWidth = profile::current().preciseCrossTimestamps != 0
+                                       ? cross_timestamps::lastHalfWidthNs()
+                                       : cross_timestamps::kUnknownHalfWidth;
+    return {systemNs, phcNs, static_cast<double>(halfWidth)};
+}
+
+bool takeClocks(const Reading& reading) {
+    const KeeperLock lock;
+    const long long stepNs = systemSteps.since(kLeastSystemStepNs);
+    if (stepNs != 0) {
+        keeper.shiftSystem(stepNs);
+    }
+    return keeper.takeClocks(reading);
+}
+
+/** Reads both clocks once. Only when they seem to have been set does it look again, since a reading
+ *  across such a moment tells nothing. */
+Reading followClocks() {
+    Reading reading = readClocks();
+    if (reading.x == 0 || takeClocks(reading)) {
+        return reading;
+    }
+    for (int i = 0; i < kConfirmations; ++i) {
+        const Reading again = readClocks();
+        if (again.x == 0 || takeClocks(again)) {
+            return again;
+        }
+        const KeeperLock lock;
+        if (!keeper.agree(reading, again)) {
+            return again;
+        }
+        reading = again;
+    }
+    const KeeperLock lock;
+    keeper.followClocks(reading);
+    return reading;
+}
+
+TimeKeeper::Delay delayTo(const TimeRecord& record) {
+    const InstanceBlock* const block = instanceBlock();
+    const long long ns = record.linkDelay();
+    if (block != nullptr && block->cfg.PropagationDelay != 0) {
+        return {ns, 0, true};
+    }
+    if (profile::current().robustDelay == 0) {
+        return {ns, ns != 0 ? kDeployedDelayDoubt : kUnknownDelayDoubt, ns != 0};
+    }
+    const bool isKnown = robust_delay::isKnown();
+    return {ns, isKnown ? robust_delay::doubt() : kUnknownDelayDoubt, isKnown};
+}
+
+/** Publishes the time as it is known now. The caller holds the keeper. */
+void publishLocked(TimeRecord record, const LineSource& source, const TimeKeeper::Delay& delay) {
+    const unsigned long long nowNs = systemClockNs();
+    gPtpTimeQuality told{};
+    if (!keeper.hasTime()) {
+        quality::fill(told);
+        told.state = keeper.state(nowNs, delay);
+        told.boundNs = ~0U;
+        record.publishQuality(told);
+        return;
+    }
+    const TimeKeeper::Publication publication = keeper.publish(nowNs, delay);
+    if (publication.isStep) {
+        quality::countStep();
+    }
+    quality::fill(told);
+    told.state = publication.state;
+    told.boundNs = publication.boundNs;
+    told.boundGrowthPpb = publication.boundGrowthPpb;
+    told.voidAfterNs = publication.voidAfterNs;
+    record.publishLine(publication.line, source, told);
+    keptRecord = record;
+    lastSource = source;
+}
+
+}  // namespace
+
+long double (*robust_time::rateOfMaster)(unsigned int cumulativeScaledRateOffset) =
+    masterRateRatio;
+
+void robust_time::noteNothing(const char* /*interfaceName*/) {}
+
+bool robust_time::isFirstOfItsKind(const ClockItemMembersType& item, unsigned int sequenceId,
+                                   unsigned long long rxNs) {
+    const long long since = signedDiff(rxNs, item.syncReceiveTime.ns);
+    return item.syncSequenceId != static_cast<int>(sequenceId) || since < 0 ||
+           since > kCopyWithinNs;
+}
+
+void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
+                              unsigned long long originNs, ClockItemMembersType& item) {
+    const unsigned long long rxNs = item.localTimes.entries[0].ns;
+    item.originTime.ns = originNs;
+    item.initialised = 1;
+    if (rxNs == 0 || originNs == 0) {
+        quality::countRefusedSample();
+        return;
+    }
+    robust_delay::settle(port.record, rxNs);
+    const long long correction =
+        correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField)));
+    const unsigned long long masterNs = originNs + static_cast<unsigned long long>(correction);
+    item.masterTimes.entries[0].ns = masterNs;
+    TimeKeeper::Delay delay = delayTo(port.record);
+    delay.ns = toS64(static_cast<long double>(delay.ns) *
+                         rateOfMaster(wire::load32(followUp + wire::kCumulativeScaledRateOffset)) +
+                     0.5L);
+    followClocks();
+    const KeeperLock lock;
+    const Verdict verdict = keeper.takePair({rxNs, masterNs, 0});
+    if (verdict == Verdict::kRefused) {
+        quality::countRefusedSample();
+    }
+    const LineSource source{verdict == Verdict::kRefused ? lastSource.originTime : originNs, 0};
+    publishLocked(port.record, source, delay);
+}
+
+void robust_time::publishMasterTime(Port& port) {
+    const Reading clocks = followClocks();
+    const KeeperLock lock;
+    keeper.beMaster();
+    if (clocks.x != 0) {
+        publishLocked(port.record, {clocks.y, clocks.x}, {0, 0, true});
+    }
+}
+
+void robust_time::logUnknownTxMode(unsigned int txMode) {
+    if (txMode > kTxModeSend) {
+        ZEB_LOG_AS("processOutgoing", kError, "Wrong configuration TxMode 0x%x ...\n", txMode);
+    }
+}
+
+void robust_time::tick() {
+    TimeRecord record(nullptr);
+    {
+        const KeeperLock lock;
+        record = keptRecord;
+    }
+    if (record.published() == nullptr) {
+        return;
+    }
+    followClocks();
+    const TimeKeeper::Delay delay = delayTo(record);
+    const KeeperLock lock;
+    publishLocked(record, lastSource, delay);
+}

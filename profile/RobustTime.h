@@ -1,0 +1,34 @@
+#pragma once
+
+#include "ptp/Port.h"
+#include "ptp/clockitems.h"
+
+/* Published time as lines over a second, of a slave and of a master. */
+namespace robust_time {
+
+/** As ProtocolSteps::noteArrival. */
+void noteNothing(const char* interfaceName);
+
+/** As ProtocolSteps::takesSync: a Sync that the network doubled tells its second arrival. */
+bool isFirstOfItsKind(const ClockItemMembersType& item, unsigned int sequenceId,
+                      unsigned long long rxNs);
+
+/** As ProtocolSteps::useSyncPair. */
+void useSyncPair(Port& port, const unsigned char* followUp, unsigned long long originNs,
+                 ClockItemMembersType& item);
+
+/** As ProtocolSteps::publishMasterTime. */
+void publishMasterTime(Port& port);
+
+/** As ProtocolSteps::noteSyncTurn: tells of a mode that it does not know. */
+void logUnknownTxMode(unsigned int txMode);
+
+/** Publishes anew what has changed without a Sync: the state, a line that was slowed, the bound.
+ *  Does nothing before the first one. At most once a Sync interval; any thread of the daemon. */
+void tick();
+
+/** Master rate over that of its peers from a Follow_Up; in place of the deployed reading, which
+ *  knows no negative offset, when somebody reads it better. */
+extern long double (*rateOfMaster)(unsigned int cumulativeScaledRateOffset);
+
+}  // namespace robust_time

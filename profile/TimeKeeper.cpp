@@ -1,0 +1,262 @@
+#include "profile/TimeKeeper.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "base/Extended80.h"
+#include "base/ptptime.h"
+#include "timebase/TimeConversion.h"
+
+using estimator::Reading;
+using estimator::Tracker;
+using estimator::Verdict;
+
+namespace {
+
+constexpr double kFirstIntervalNs = 125e6;
+constexpr double kShortestIntervalNs = 5e6;
+constexpr double kLongestIntervalNs = 5e9;
+constexpr double kSilentIntervals = 3;
+constexpr long long kVoidAfterNs = 60 * static_cast<long long>(kNsPerSecond);
+constexpr long long kForgottenAfterNs = 10 * kVoidAfterNs;
+
+/** What an oscillator's rate may change by beside what the line tells of it. */
+constexpr double kWander = 100e-9;
+/** Roundings of the record and of its conversion. */
+constexpr double kRounding = 4;
+constexpr double kRoundedDown = 1.5;
+/** Brackets much wider than usual were interrupted: they say less than the line does. */
+constexpr double kWideBracket = 4;
+constexpr double kAlwaysNarrow = 300;
+
+/** Time that would have to stand still for long is set instead, and the step is announced. */
+constexpr long long kLongestSlewNs = 20000;
+constexpr double kSteepestSlew = 200e-6;
+
+unsigned int saturated(double value) {
+    constexpr double kMost = std::numeric_limits<unsigned int>::max();
+    return value >= kMost ? std::numeric_limits<unsigned int>::max()
+                          : static_cast<unsigned int>(std::ceil(std::max(value, 0.0)));
+}
+
+gPtpTimeDataStruct recordOf(const TimeLine& line) {
+    gPtpTimeDataStruct record{};
+    record.localTime = line.localTime;
+    record.masterOffset = line.masterOffset;
+    record.systemOffset = line.systemOffset;
+    storeExtended(record.rateRatio1, line.masterRate);
+    storeExtended(record.rateRatio2, line.phcRate);
+    return record;
+}
+
+}  // namespace
+
+/** Where the time shall be. */
+struct TimeKeeper::Target {
+    unsigned long long timeNs;
+    double masterSlope;
+    double phcSlope;
+};
+
+bool TimeKeeper::takeClocks(const Reading& reading) {
+    if (!phcOverSystem_.fits(reading)) {
+        return false;
+    }
+    const bool isWide =
+        !phcOverSystem_.isEmpty() &&
+        reading.doubt > kWideBracket * phcOverSystem_.line().tightest + kAlwaysNarrow &&
+        static_cast<double>(signedDiff(reading.x, phcOverSystem_.last().x)) < kLongestIntervalNs;
+    if (!isWide) {
+        phcOverSystem_.take(reading);
+    }
+    return true;
+}
+
+bool TimeKeeper::agree(const Reading& a, const Reading& b) const {
+    const long long apart =
+        signedDiff(b.y, a.y) - signedDiff(b.x, a.x);
+    return std::fabs(static_cast<double>(apart)) <= a.doubt + b.doubt + 1000;
+}
+
+void TimeKeeper::followClocks(const Reading& reading) {
+    const double above = phcOverSystem_.line().above(reading);
+    const double elapsed =
+        static_cast<double>(signedDiff(reading.x, phcOverSystem_.last().x));
+    if (elapsed > 0 && std::fabs(above) <= estimator::kLargestSlope * elapsed) {
+        phcOverSystem_.bend(reading);
+        return;
+    }
+    const auto step = static_cast<unsigned long long>(toS64(static_cast<long double>(above)));
+    phcOverSystem_.shift(0, step);
+    phcOverSystem_.take(reading);
+    if (isMaster_) {
+        stepFollows_ = true;
+        return;
+    }
+    masterOverPhc_.shift(step, 0);
+    lastPairPhcNs_ += step;
+    shown_.localTime += step;
+    shown_.systemOffset -= static_cast<long long>(step);
+    shown_.masterOffset += static_cast<long long>(step);
+}
+
+void TimeKeeper::shiftSystem(long long byNs) {
+    phcOverSystem_.shift(static_cast<unsigned long long>(byNs), 0);
+    lastPairSystemNs_ += static_cast<unsigned long long>(byNs);
+    shown_.systemOffset += byNs;
+}
+
+void TimeKeeper::noteInterval(const Reading& reading) {
+    if (masterOverPhc_.isEmpty()) {
+        return;
+    }
+    const double apart =
+        std::clamp(static_cast<double>(signedDiff(reading.x, masterOverPhc_.last().x)),
+                   kShortestIntervalNs, kLongestIntervalNs);
+    const bool isFirst = intervalNs_ == 0 || apart < intervalNs_ / kSilentIntervals;
+    intervalNs_ = isFirst ? apart : intervalNs_ + (apart - intervalNs_) / 8;
+}
+
+Verdict TimeKeeper::takePair(const Reading& reading) {
+    const double above =
+        masterOverPhc_.isEmpty() ? 0 : std::fabs(masterOverPhc_.line().above(reading));
+    if (masterOverPhc_.fits(reading)) {
+        noteInterval(reading);
+    }
+    const Verdict verdict = masterOverPhc_.take(reading);
+    pendingDoubt_ = verdict == Verdict::kRefused ? above : 0;
+    stepFollows_ = stepFollows_ || verdict == Verdict::kFollowed;
+    if (verdict == Verdict::kTaken || verdict == Verdict::kFollowed) {
+        lastPairPhcNs_ = reading.x;
+        lastPairSystemNs_ =
+            phcOverSystem_.isEmpty() ? 0 : phcOverSystem_.line().inverse(reading.x);
+    }
+    return verdict;
+}
+
+bool TimeKeeper::hasTime() const {
+    return !phcOverSystem_.isEmpty() && (isMaster_ || masterOverPhc_.hasRate());
+}
+
+unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& delay) const {
+    if (isMaster_) {
+        return phcOverSystem_.isEmpty() ? TSYN_STATE_ACQUIRING : TSYN_STATE_SYNCHRONISED;
+    }
+    if (masterOverPhc_.isEmpty()) {
+        return TSYN_STATE_NO_MASTER;
+    }
+    const long long silentNs = signedDiff(systemNowNs, lastPairSystemNs_);
+    if (silentNs > kForgottenAfterNs) {
+        return TSYN_STATE_NO_MASTER;
+    }
+    if (!hasTime() || !masterOverPhc_.isReliable() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
+        return TSYN_STATE_ACQUIRING;
+    }
+    if (silentNs > kVoidAfterNs) {
+        return TSYN_STATE_LOST;
+    }
+    const double interval = intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
+    return static_cast<double>(silentNs) > kSilentIntervals * interval ? TSYN_STATE_HOLDOVER
+                                                                      : TSYN_STATE_SYNCHRONISED;
+}
+
+TimeKeeper::Target TimeKeeper::target(unsigned long long systemNowNs, const Delay& delay) const {
+    const estimator::Line& system = phcOverSystem_.line();
+    const unsigned long long phcNs = system.at(systemNowNs);
+    if (isMaster_) {
+        return {phcNs, 0, system.slope};
+    }
+    const estimator::Line& master = masterOverPhc_.line();
+    return {master.at(phcNs) + static_cast<unsigned long long>(delay.ns), master.slope,
+            system.slope};
+}
+
+double TimeKeeper::growth() const {
+    const double master = isMaster_ ? 0 : masterOverPhc_.line().slopeDoubt;
+    return master + phcOverSystem_.line().slopeDoubt + kWander;
+}
+
+double TimeKeeper::doubtOf(unsigned long long systemNowNs, const Delay& delay) const {
+    const estimator::Line& system = phcOverSystem_.line();
+    const double sinceClocks =
+        std::fabs(static_cast<double>(signedDiff(systemNowNs, phcOverSystem_.last().x)));
+    const double doubt =
+        system.tightest + system.slopeDoubt * sinceClocks + kRounding + pendingDoubt_;
+    if (isMaster_) {
+        return doubt + kWander * sinceClocks;
+    }
+    const double sincePair =
+        std::fabs(static_cast<double>(signedDiff(systemNowNs, lastPairSystemNs_)));
+    // Stamps that are rounded down are wrong by half of what they scatter.
+    return doubt + kRoundedDown * masterOverPhc_.line().residual + delay.doubt +
+           (masterOverPhc_.line().slopeDoubt + kWander) * sincePair;
+}
+
+/** The line with this time now. A slave's begins at its last Sync, where deployed readers expect
+ *  it; a master's begins now, so that its PHC remains its time. */
+TimeLine TimeKeeper::lineThrough(unsigned long long systemNowNs, unsigned long long timeNs,
+                                 const Target& target, double slowing) const {
+    TimeLine line{};
+    line.phcRate = 1 + static_cast<long double>(target.phcSlope);
+    line.masterRate = 1 + static_cast<long double>(target.masterSlope);
+    if (isMaster_) {
+        line.phcRate -= static_cast<long double>(slowing);
+        line.localTime = timeNs;
+        line.systemOffset = signedDiff(systemNowNs, timeNs);
+        return line;
+    }
+    line.masterRate -= static_cast<long double>(slowing);
+    const unsigned long long anchorSystemNs = phcOverSystem_.line().inverse(lastPairPhcNs_);
+    const long long elapsed = signedDiff(systemNowNs, anchorSystemNs);
+    const long double gain =
+        static_cast<long double>(elapsed) * (line.phcRate * line.masterRate - 1);
+    const unsigned long long anchorTimeNs = timeNs - static_cast<unsigned long long>(elapsed) -
+                                            static_cast<unsigned long long>(toS64(gain));
+    line.localTime = lastPairPhcNs_;
+    line.systemOffset = signedDiff(anchorSystemNs, lastPairPhcNs_);
+    line.masterOffset = signedDiff(lastPairPhcNs_, anchorTimeNs);
+    return line;
+}
+
+TimeKeeper::Publication TimeKeeper::publish(unsigned long long systemNowNs, const Delay& delay) {
+    const Target goal = target(systemNowNs, delay);
+    double ahead = 0;
+    double slowing = 0;
+    unsigned long long timeNs = goal.timeNs;
+    bool isStep = stepFollows_;
+    if (hasShown_ && !isStep) {
+        const auto shownNs =
+            static_cast<unsigned long long>(currentTimeNs(shown_, systemNowNs));
+        const long long aheadNs = signedDiff(shownNs, goal.timeNs);
+        isStep = aheadNs > kLongestSlewNs;
+        if (aheadNs > 0 && !isStep) {
+            const double interval = intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
+            ahead = static_cast<double>(aheadNs);
+            slowing = std::min(ahead / interval, kSteepestSlew);
+            timeNs = shownNs;
+        }
+    }
+    Publication told{};
+    told.line = lineThrough(systemNowNs, timeNs, goal, slowing);
+    gPtpTimeDataStruct record = recordOf(told.line);
+    if (hasShown_ && !isStep) {
+        // Readers truncate: what that takes away must not make the time go back, either.
+        const long long back =
+            currentTimeNs(shown_, systemNowNs) - currentTimeNs(record, systemNowNs);
+        if (back > 0) {
+            (isMaster_ ? told.line.systemOffset : told.line.masterOffset) -= back;
+            record = recordOf(told.line);
+        }
+    }
+    told.isStep = isStep && hasShown_;
+    told.state = state(systemNowNs, delay);
+    told.boundNs = saturated(doubtOf(systemNowNs, delay) + ahead);
+    told.boundGrowthPpb = saturated((growth() + slowing) * 1e9);
+    told.voidAfterNs = static_cast<long long>(isMaster_ ? systemNowNs : lastPairSystemNs_) +
+                       kVoidAfterNs;
+    shown_ = record;
+    hasShown_ = true;
+    stepFollows_ = false;
+    return told;
+}

@@ -1,0 +1,162 @@
+#include "profile/Answers.h"
+
+#include <gtest/gtest.h>
+
+#include "ptp/ProtocolSteps.h"
+#include "tests/profile/Profiled.h"
+#include "tests/support/StdoutCapture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr unsigned char kOwn = 0x11;
+constexpr unsigned char kPeer = 0xAA;
+constexpr unsigned char kStranger = 0xBB;
+constexpr unsigned char kResp = 3;
+constexpr unsigned char kRespFollowUp = 10;
+
+class Answers : public testing::Test {
+protected:
+    Answers() { setProfile(deployedWith({{"soleAnswer", 1}, {"robustDelay", 1}})); }
+
+    static void request(unsigned int sequenceId) {
+        Bytes message = messageOf(2, 54, kOwn, sequenceId);
+        protocolSteps.finish(message.data());
+    }
+
+    static bool responds(unsigned char responder, unsigned int sequenceId) {
+        return isAdmitted(answerTo(kOwn, kResp, responder, sequenceId));
+    }
+
+    static bool follows(unsigned char responder, unsigned int sequenceId) {
+        return isAdmitted(answerTo(kOwn, kRespFollowUp, responder, sequenceId));
+    }
+
+    static bool severalAnswer() { return (qualityNow().flags & TSYN_FLAG_SEVERAL_ANSWERS) != 0; }
+
+    StdoutCapture output_;
+};
+
+TEST_F(Answers, OfOnePortAreTaken) {
+    request(1);
+    EXPECT_TRUE(responds(kPeer, 1));
+    EXPECT_TRUE(follows(kPeer, 1));
+    EXPECT_FALSE(answers::exchangeIsDisputed(1));
+    EXPECT_FALSE(severalAnswer());
+}
+
+TEST_F(Answers, ToRequestsOfOthersAreNotHandled) {
+    EXPECT_FALSE(isAdmitted(answerTo(kOwn, kResp, kPeer, 1))) << "nothing was requested";
+    request(1);
+    EXPECT_FALSE(isAdmitted(answerTo(kStranger, kResp, kPeer, 1)));
+    EXPECT_FALSE(isAdmitted(answerTo(kStranger, kRespFollowUp, kPeer, 1)));
+    EXPECT_EQ(0U, qualityNow().unusedExchanges);
+    EXPECT_TRUE(responds(kPeer, 1));
+}
+
+TEST_F(Answers, OfASecondPortEndTheExchange) {
+    request(1);
+    EXPECT_TRUE(responds(kPeer, 1));
+    EXPECT_FALSE(responds(kStranger, 1));
+    EXPECT_FALSE(follows(kStranger, 1));
+    EXPECT_FALSE(follows(kPeer, 1));
+    EXPECT_TRUE(answers::exchangeIsDisputed(1));
+    EXPECT_TRUE(severalAnswer());
+    EXPECT_EQ(1U, qualityNow().unusedExchanges) << "an exchange counts once";
+    EXPECT_EQ(1, output_.count("Several ports answer a Pdelay_Req, such as bbbbbbbbbbbbbbbb: no "
+                               "delay is used\n"));
+}
+
+TEST_F(Answers, OfASecondPortAfterTheExchangeDisputeItStill) {
+    request(1);
+    responds(kPeer, 1);
+    EXPECT_TRUE(follows(kPeer, 1));
+    EXPECT_FALSE(answers::exchangeIsDisputed(1));
+    EXPECT_FALSE(responds(kStranger, 1));
+    EXPECT_TRUE(answers::exchangeIsDisputed(1));
+    EXPECT_EQ(1U, qualityNow().unusedExchanges);
+}
+
+TEST_F(Answers, OfASecondPortAfterTheNextRequestDisputeTheirOwnExchange) {
+    request(1);
+    responds(kPeer, 1);
+    request(2);
+    EXPECT_FALSE(responds(kStranger, 1));
+    EXPECT_TRUE(answers::exchangeIsDisputed(1));
+    EXPECT_TRUE(severalAnswer());
+}
+
+TEST_F(Answers, AreTakenAgainAfterThreeExchangesWithOne) {
+    request(1);
+    responds(kPeer, 1);
+    responds(kStranger, 1);
+    for (unsigned int sequenceId = 2; sequenceId <= 4; ++sequenceId) {
+        request(sequenceId);
+        EXPECT_TRUE(responds(kPeer, sequenceId));
+        EXPECT_FALSE(follows(kPeer, sequenceId)) << sequenceId;
+        EXPECT_TRUE(severalAnswer());
+    }
+    request(5);
+    EXPECT_FALSE(severalAnswer());
+    responds(kPeer, 5);
+    EXPECT_TRUE(follows(kPeer, 5));
+    EXPECT_EQ(1U, qualityNow().unusedExchanges);
+}
+
+TEST_F(Answers, ThatComeTwiceAreTakenOnce) {
+    request(1);
+    EXPECT_TRUE(responds(kPeer, 1));
+    EXPECT_FALSE(responds(kPeer, 1));
+    EXPECT_TRUE(follows(kPeer, 1));
+    EXPECT_FALSE(follows(kPeer, 1));
+    EXPECT_FALSE(severalAnswer());
+}
+
+TEST_F(Answers, ToAnEarlierRequestAreTooLate) {
+    request(1);
+    responds(kPeer, 1);
+    request(2);
+    EXPECT_FALSE(follows(kPeer, 1));
+    EXPECT_FALSE(follows(kPeer, 2)) << "its response is missing";
+    EXPECT_FALSE(responds(kPeer, 9));
+    EXPECT_TRUE(responds(kPeer, 2));
+}
+
+TEST_F(Answers, AreUsedFromTheSecondExchangeOnWhereADelayIsUsedAtOnce) {
+    setProfile(deployedWith({{"soleAnswer", 1}}));
+    request(1);
+    EXPECT_TRUE(responds(kPeer, 1));
+    EXPECT_FALSE(follows(kPeer, 1));
+    request(2);
+    responds(kPeer, 2);
+    EXPECT_TRUE(follows(kPeer, 2));
+}
+
+class RequestsOfPeers : public testing::Test {
+protected:
+    RequestsOfPeers() { setProfile(deployedWith({{"answersPerSecond", 2}})); }
+
+    static bool isAnswered(unsigned char peer) { return isAdmitted(messageOf(2, 54, peer)); }
+
+    TimeSandbox sandbox_;
+};
+
+TEST_F(RequestsOfPeers, AreAnsweredUpToTheirRate) {
+    EXPECT_TRUE(isAnswered(kPeer));
+    EXPECT_TRUE(isAnswered(kPeer));
+    EXPECT_FALSE(isAnswered(kPeer));
+    EXPECT_TRUE(isAnswered(kStranger)) << "each peer has its own rate";
+    pass(milliseconds(990));
+    EXPECT_FALSE(isAnswered(kPeer));
+    pass(milliseconds(20));
+    EXPECT_TRUE(isAnswered(kPeer));
+}
+
+TEST_F(RequestsOfPeers, OfMoreThanAreKnownAreAnsweredAll) {
+    for (int peer = 0; peer < 200; ++peer) {
+        EXPECT_TRUE(isAnswered(static_cast<unsigned char>(peer))) << peer;
+    }
+}
+
+}  // namespace

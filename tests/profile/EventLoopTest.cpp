@@ -1,0 +1,142 @@
+#include <poll.h>
+
+#include <atomic>
+#include <chrono>
+
+#include "tests/api/QuickKernel.h"
+#include "tests/profile/EventDaemon.h"
+#include "tests/support/PeerSocket.h"
+#include "tests/support/StdoutCapture.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr int kSync = 0;
+constexpr int kPdelayReq = 2;
+constexpr int kPdelayResp = 3;
+constexpr int kAnnounce = 11;
+
+class EventLoop : public testing::Test {
+protected:
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer{"tsm0peer"};
+};
+
+Clock::duration since(Clock::time_point start) {
+    return Clock::now() - start;
+}
+
+TEST_F(EventLoop, StartsWithinFiftyMillisecondsAndSendsWithinAHundred) {
+    const auto start = Clock::now();
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    EXPECT_LT(since(start), Milliseconds(50));
+    const auto sync = peer.awaitType(kSync);
+    ASSERT_TRUE(sync);
+    EXPECT_LT(sync->when - start, Milliseconds(100));
+    EXPECT_TRUE(peer.awaitType(kAnnounce, Milliseconds(100)));
+}
+
+TEST_F(EventLoop, FirstRequestOfASlaveLeavesAtOnce) {
+    const auto start = Clock::now();
+    const ProfiledDaemon daemon(slaveConfig(), eventProfile());
+    const auto request = peer.awaitType(kPdelayReq);
+    ASSERT_TRUE(request);
+    EXPECT_LT(request->when - start, Milliseconds(100));
+}
+
+TEST_F(EventLoop, IsOneThread) {
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kSync));
+    EXPECT_EQ(std::vector<std::string>{"TSyn_Main"}, daemonThreads());
+}
+
+TEST_F(EventLoop, HoursOfSyncsDoNotDrift) {
+    TSynInstanceConfig config = masterConfig();
+    config.syncInterval = 1000.0;
+    const ProfiledDaemon daemon(config, eventProfile());
+    const auto first = peer.awaitType(kSync);
+    ASSERT_TRUE(first);
+    for (int i = 1; i <= 600; ++i) {
+        const auto sync = peer.awaitType(kSync);
+        ASSERT_TRUE(sync);
+        const auto late = sync->when - first->when - std::chrono::seconds(i);
+        ASSERT_LT(std::chrono::abs(late), Milliseconds(1)) << i;
+    }
+}
+
+TEST_F(EventLoop, AnswersARequest) {
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kSync));
+    Bytes request(14 + 54, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0, 0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x12, 0x02, 0, 54};
+    std::copy(std::begin(header), std::end(header), request.begin());
+    request[14 + 31] = 0x77;  // sequenceId
+    ASSERT_TRUE(peer.send(request));
+    const auto response = peer.awaitType(kPdelayResp, Milliseconds(100));
+    ASSERT_TRUE(response);
+    EXPECT_EQ(0x77, response->message()[31]);
+}
+
+TEST_F(EventLoop, StopSilencesAndStartSendsAtOnce) {
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kSync));
+    ZebEthTSynInterface_Stop();
+    while (peer.receive(Milliseconds(50))) {
+        // A turn that had begun sends all of its messages.
+    }
+    EXPECT_FALSE(peer.receive(std::chrono::seconds(5)));
+    const auto start = Clock::now();
+    ZebEthTSynInterface_Start(0, nullptr, nullptr);
+    const auto sync = peer.awaitType(kSync);
+    ASSERT_TRUE(sync);
+    EXPECT_LT(sync->when - start, Milliseconds(20));
+}
+
+TEST_F(EventLoop, SettingTheTimeSendsAtOnce) {
+    TSynInstanceConfig config = masterConfig();
+    config.syncInterval = 3600000.0;
+    const ProfiledDaemon daemon(config, eventProfile());
+    ASSERT_TRUE(peer.awaitType(kSync));
+    ZebEthTSynInterface_SetHardTime(0, 1000, 0, 1);
+    EXPECT_TRUE(peer.awaitType(kSync, std::chrono::seconds(1)));
+}
+
+/** Counts what the loop waits for. */
+struct CountingKernel : QuickKernel {
+    CountingKernel() {
+        recvmsg = [this](int, msghdr*, int flags) -> std::optional<ssize_t> {
+            if (isHost() || (flags & MSG_ERRQUEUE) != 0) {
+                return std::nullopt;
+            }
+            ++receptions;
+            return failing ? std::optional<ssize_t>(refuse(EIO)) : std::nullopt;
+        };
+    }
+    std::atomic<int> receptions{0};
+    std::atomic<bool> failing{false};
+};
+
+TEST_F(EventLoop, ASocketThatGoesOnFailingIsLeftAloneForAWhile) {
+    CountingKernel kernel;
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kSync));
+    kernel.failing = true;
+    ASSERT_TRUE(peer.send(Bytes{0x01, 0x80, 0xC2, 0, 0, 0x0E, 2, 0, 0, 0, 0, 2, 0x88, 0xF7, 0x10,
+                                2,    0,    54,   0, 0, 0,    0, 0, 0, 0, 0, 0, 0,    0,    0,
+                                0,    0,    0,    0, 0, 0,    0, 0, 0, 0, 0, 0, 0,    0,    0,
+                                0,    0,    0,    0, 0, 0,    0, 0, 0, 0, 0, 0, 0,    0,    0}));
+    EXPECT_TRUE(eventually([&] { return kernel.receptions > 1; }));
+    const int before = kernel.receptions;
+    peer.drain();
+    const auto start = Clock::now();
+    while (since(start) < std::chrono::seconds(10)) {
+        ASSERT_TRUE(peer.awaitType(kSync));
+    }
+    EXPECT_LE(kernel.receptions - before, 110);
+}
+
+}  // namespace

@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tools/tsyn/run/QualityReport.h"
+#include "tools/tsyn/run/StatusReport.h"
+
+namespace {
+
+using tsyn::Status;
+
+gPtpTimeQuality quality() {
+    gPtpTimeQuality quality{};
+    quality.magic = kTimeQualityMagic;
+    quality.layout = kTimeQualityLayout;
+    quality.state = TSYN_STATE_HOLDOVER;
+    quality.flags = TSYN_FLAG_LINK_DOWN;
+    quality.boundNs = 150;
+    quality.boundGrowthPpb = 100;
+    quality.voidAfterNs = 9'000'000'000;
+    const unsigned char identity[] = {2, 0, 0, 0xFF, 0xFE, 0, 0, 0x0A};
+    std::memcpy(quality.masterIdentity, identity, sizeof identity);
+    quality.masterPort = 1;
+    quality.ignoredFrames = 7;
+    return quality;
+}
+
+/** A slave whose time was anchored at 3 s of system time, seen at so many seconds. */
+Status statusOf(const gPtpTimeQuality& quality, long long seconds) {
+    gPtpTimeDataStruct record{};
+    record.localTime = 1'000'000'000;
+    record.systemOffset = 2'000'000'000;
+    std::memcpy(reinterpret_cast<unsigned char*>(&record) + kTimeQualityOffset, &quality,
+                sizeof quality);
+    Status status;
+    status.record = record;
+    status.systemNs = seconds * 1'000'000'000;
+    return status;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
+    const std::string line = statusLine(statusOf(quality(), 5));
+    EXPECT_TRUE(contains(line, "  quality holdover  master 020000fffe00000a-1  bound 350 ns  "
+                               "link-down"))
+        << line;
+    const std::string json = statusJson("eth0", statusOf(quality(), 5));
+    EXPECT_TRUE(contains(json, "\"quality\":{\"state\":\"holdover\",\"master\":"
+                               "\"020000fffe00000a\",\"master_port\":1,\"bound_ns\":350,"
+                               "\"flags\":[\"link-down\"],"))
+        << json;
+    EXPECT_TRUE(contains(json, "\"ignored_frames\":7")) << json;
+}
+
+TEST(QualityReport, ABoundThatIsVoidIsNotTold) {
+    EXPECT_TRUE(contains(statusLine(statusOf(quality(), 10)), "bound -"));
+    EXPECT_TRUE(contains(statusJson("eth0", statusOf(quality(), 10)), "\"bound_ns\":null"));
+    gPtpTimeQuality acquiring = quality();
+    acquiring.state = TSYN_STATE_ACQUIRING;
+    EXPECT_TRUE(contains(statusLine(statusOf(acquiring, 5)), "bound -"));
+}
+
+TEST(QualityReport, DaemonsThatTellNoneAreShownAsEver) {
+    const gPtpTimeQuality none{};
+    EXPECT_FALSE(contains(statusLine(statusOf(none, 5)), "quality"));
+    EXPECT_FALSE(contains(statusJson("eth0", statusOf(none, 5)), "quality"));
+    gPtpTimeQuality later = quality();
+    later.layout = 2;
+    EXPECT_FALSE(contains(statusLine(statusOf(later, 5)), "quality"));
+}
+
+}  // namespace
