@@ -163,6 +163,9 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
     followClocks();
     const KeeperLock lock;
     const Verdict verdict = keeper.takePair({rxNs, masterNs, 0});
+    if (verdict == Verdict::kRepeated) {
+        return;
+    }
     if (verdict == Verdict::kRefused) {
         quality::countRefusedSample();
     }
