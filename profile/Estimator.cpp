@@ -22,6 +22,7 @@ constexpr double kWander = 1e-6;
 constexpr int kReliableCount = 3;
 constexpr double kReliableSlopeDoubt = 5e-6;
 constexpr double kGapIntervals = 4;
+constexpr double kNearIntervals = 0.25;
 constexpr int kFewestOfBent = 4;
 constexpr double kLeastBend = 10;
 
@@ -185,17 +186,31 @@ Verdict Tracker::take(const Reading& reading) {
     }
     refused_ = 0;
     candidateCount_ = 0;
-    if (count_ >= 2) {
-        // A line across a silence would hang on its last reading alone.
-        const double interval = static_cast<double>(signedDiff(last().x, readings_[0].x)) /
-                                static_cast<double>(count_ - 1);
-        if (static_cast<double>(signedDiff(reading.x, last().x)) > kGapIntervals * interval) {
-            startAnew(&reading, 1);
-            return Verdict::kTaken;
-        }
+    const double apart = isEmpty() ? 0 : static_cast<double>(signedDiff(reading.x, last().x));
+    if (count_ >= 2 && apart < kNearIntervals * interval()) {
+        return replaceLast(reading);
     }
-    append(reading);
+    // A line across a silence would hang on its last reading alone.
+    if (count_ >= 2 && apart > kGapIntervals * interval()) {
+        startAnew(&reading, 1);
+    } else {
+        append(reading);
+    }
     return Verdict::kTaken;
+}
+
+double Tracker::interval() const {
+    return static_cast<double>(signedDiff(last().x, readings_[0].x)) /
+           static_cast<double>(count_ - 1);
+}
+
+/** Two readings at nearly one place tell no rate: the better one stays. */
+Verdict Tracker::replaceLast(const Reading& reading) {
+    if (reading.doubt < last().doubt) {
+        readings_[count_ - 1] = reading;
+        refit();
+    }
+    return Verdict::kRepeated;
 }
 
 void Tracker::append(const Reading& reading) {

@@ -44,7 +44,7 @@ double median(double* values, int count);
 
 enum class Verdict {
     kTaken,
-    kRepeated,  ///< as old as the one before
+    kRepeated,  ///< as old as the one before, or nearly so
     kRefused,   ///< no rate or noise explains it
     kFollowed   ///< as the ones before that were refused: what they tell is believed from now on
 };
@@ -85,6 +85,8 @@ public:
 private:
     static Line fitLatest(const Reading* readings, int count, double slope, double slopeDoubt);
     Verdict refuse(const Reading& reading);
+    Verdict replaceLast(const Reading& reading);
+    double interval() const;
     void append(const Reading& reading);
     void refit();
     void startAnew(const Reading* readings, int count);

@@ -13,6 +13,7 @@
 #include "profile/Quality.h"
 #include "profile/RobustDelay.h"
 #include "profile/TimeKeeper.h"
+#include "ptp/ProtocolSteps.h"
 #include "ptp/SyncEstimate.h"
 #include "timebase/SystemClock.h"
 #include "wire/ptpwire.h"
@@ -130,9 +131,6 @@ void publishLocked(TimeRecord record, const LineSource& source, const TimeKeeper
 
 }  // namespace
 
-long double (*robust_time::rateOfMaster)(unsigned int cumulativeScaledRateOffset) =
-    masterRateRatio;
-
 void robust_time::noteNothing(const char* /*interfaceName*/) {}
 
 bool robust_time::isFirstOfItsKind(const ClockItemMembersType& item, unsigned int sequenceId,
@@ -158,11 +156,15 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
     item.masterTimes.entries[0].ns = masterNs;
     TimeKeeper::Delay delay = delayTo(port.record);
     delay.ns = toS64(static_cast<long double>(delay.ns) *
-                         rateOfMaster(wire::load32(followUp + wire::kCumulativeScaledRateOffset)) +
+                         protocolSteps.masterRateRatio(
+                             wire::load32(followUp + wire::kCumulativeScaledRateOffset)) +
                      0.5L);
     followClocks();
     const KeeperLock lock;
     const Verdict verdict = keeper.takePair({rxNs, masterNs, 0});
+    if (verdict == Verdict::kRepeated) {
+        return;
+    }
     if (verdict == Verdict::kRefused) {
         quality::countRefusedSample();
     }

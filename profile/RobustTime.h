@@ -27,8 +27,4 @@ void logUnknownTxMode(unsigned int txMode);
  *  Does nothing before the first one. At most once a Sync interval; any thread of the daemon. */
 void tick();
 
-/** Master rate over that of its peers from a Follow_Up; in place of the deployed reading, which
- *  knows no negative offset, when somebody reads it better. */
-extern long double (*rateOfMaster)(unsigned int cumulativeScaledRateOffset);
-
 }  // namespace robust_time

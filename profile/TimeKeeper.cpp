@@ -26,6 +26,8 @@ constexpr double kWander = 100e-9;
 /** Roundings of the record and of its conversion. */
 constexpr double kRounding = 4;
 constexpr double kRoundedDown = 1.5;
+/** A pair that is off by more leaves two times to choose from, not one with a bound. */
+constexpr double kMostDoubt = 1e6;
 /** Brackets much wider than usual were interrupted: they say less than the line does. */
 constexpr double kWideBracket = 4;
 constexpr double kAlwaysNarrow = 300;
@@ -108,12 +110,11 @@ void TimeKeeper::shiftSystem(long long byNs) {
 }
 
 void TimeKeeper::noteInterval(const Reading& reading) {
-    if (masterOverPhc_.isEmpty()) {
+    if (lastPairPhcNs_ == 0) {
         return;
     }
-    const double apart =
-        std::clamp(static_cast<double>(signedDiff(reading.x, masterOverPhc_.last().x)),
-                   kShortestIntervalNs, kLongestIntervalNs);
+    const double apart = std::clamp(static_cast<double>(signedDiff(reading.x, lastPairPhcNs_)),
+                                    kShortestIntervalNs, kLongestIntervalNs);
     const bool isFirst = intervalNs_ == 0 || apart < intervalNs_ / kSilentIntervals;
     intervalNs_ = isFirst ? apart : intervalNs_ + (apart - intervalNs_) / 8;
 }
@@ -121,10 +122,10 @@ void TimeKeeper::noteInterval(const Reading& reading) {
 Verdict TimeKeeper::takePair(const Reading& reading) {
     const double above =
         masterOverPhc_.isEmpty() ? 0 : std::fabs(masterOverPhc_.line().above(reading));
-    if (masterOverPhc_.fits(reading)) {
+    const Verdict verdict = masterOverPhc_.take(reading);
+    if (verdict == Verdict::kTaken) {
         noteInterval(reading);
     }
-    const Verdict verdict = masterOverPhc_.take(reading);
     pendingDoubt_ = verdict == Verdict::kRefused ? above : 0;
     stepFollows_ = stepFollows_ || verdict == Verdict::kFollowed;
     if (verdict == Verdict::kTaken || verdict == Verdict::kFollowed) {
@@ -150,7 +151,7 @@ unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& del
     if (silentNs > kForgottenAfterNs) {
         return TSYN_STATE_NO_MASTER;
     }
-    if (!hasTime() || !masterOverPhc_.isReliable() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
+    if (pendingDoubt_ > kMostDoubt || !hasTime() || !masterOverPhc_.isReliable() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
         return TSYN_STATE_ACQUIRING;
     }
     if (silentNs > kVoidAfterNs) {

@@ -22,7 +22,6 @@ void installStamps(bool matched) {
 }
 
 void installTime(bool robust) {
-    robust_time::rateOfMaster = protocolSteps.masterRateRatio;
     protocolSteps.noteArrival = robust ? robust_time::noteNothing : pauseForCrossTimestamp;
     protocolSteps.takesSync = robust ? robust_time::isFirstOfItsKind : takesEverySync;
     protocolSteps.useSyncPair = robust ? robust_time::useSyncPair : useSuccessivePairs;

@@ -49,7 +49,7 @@ TSynBoundedTime boundedTimeAt(const gPtpTimeDataStruct& record, long long system
         record.localTime + static_cast<unsigned long long>(record.systemOffset);
     const auto age = static_cast<double>(
         static_cast<long long>(static_cast<unsigned long long>(systemNs) - anchorNs));
-    const double grown = std::fabs(age) * quality.boundGrowthPpb * 1e-9;
+    const double grown = std::fabs(age) * quality.boundGrowthPpb / 1e9;
     const long long half = static_cast<long long>(quality.boundNs) +
                            static_cast<long long>(std::ceil(grown));
     time.earliestNs = time.timeNs - half;

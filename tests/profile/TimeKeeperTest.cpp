@@ -1,0 +1,224 @@
+#include "profile/TimeKeeper.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "base/Extended80.h"
+#include "timebase/TimeConversion.h"
+
+namespace {
+
+using estimator::Reading;
+
+constexpr long long kEpoch = 1767225600000000000LL;
+constexpr long long kSecond = 1000000000;
+constexpr long long kInterval = kSecond / 8;
+
+gPtpTimeDataStruct recordOf(const TimeLine& line) {
+    gPtpTimeDataStruct record{};
+    record.localTime = line.localTime;
+    record.masterOffset = line.masterOffset;
+    record.systemOffset = line.systemOffset;
+    storeExtended(record.rateRatio1, line.masterRate);
+    storeExtended(record.rateRatio2, line.phcRate);
+    return record;
+}
+
+/** A slave with its three clocks, as functions of what has elapsed; stamps of 8 ns, brackets of
+ *  some 200. */
+class Slave : public testing::Test {
+protected:
+    long long master(long long t) const { return kEpoch + t + masterSet; }
+    long long phc(long long t) const { return kEpoch + t + rounded(37e-6, t) + 777 + phcSet; }
+    long long system(long long t) const { return kEpoch + t - rounded(5e-6, t) - 555 + systemSet; }
+
+    static long long rounded(double rate, long long t) {
+        return static_cast<long long>(std::floor(rate * static_cast<double>(t) + 0.5));
+    }
+    static unsigned long long stamp(long long ns) {
+        return static_cast<unsigned long long>(ns / 8 * 8);
+    }
+
+    Reading clocks() {
+        std::uniform_int_distribution<int> extra(0, 100);
+        const int half = extra(random);
+        std::uniform_int_distribution<int> inside(-half, half);
+        return {static_cast<unsigned long long>(system(elapsed) + inside(random)),
+                stamp(phc(elapsed)), 80.0 + half};
+    }
+
+    /** Hands a pair over and publishes; error: of its stamps. */
+    TimeKeeper::Publication sync(long long error = 0) {
+        elapsed += kInterval;
+        keeper.takePair({stamp(phc(elapsed)), stamp(master(elapsed) - delay.ns + error), 0});
+        elapsed += 100000;
+        return look();
+    }
+
+    TimeKeeper::Publication look() {
+        const Reading reading = clocks();
+        if (!keeper.takeClocks(reading)) {
+            keeper.followClocks(clocks());
+        }
+        elapsed += 5000;
+        shown = keeper.publish(static_cast<unsigned long long>(system(elapsed)), delay);
+        return shown;
+    }
+
+    long long shownAt(long long t) const {
+        return currentTimeNs(recordOf(shown.line), static_cast<unsigned long long>(system(t)));
+    }
+
+    double boundAt(long long t) const {
+        const long long anchor =
+            static_cast<long long>(shown.line.localTime) + shown.line.systemOffset;
+        return shown.boundNs +
+               shown.boundGrowthPpb * 1e-9 * std::fabs(static_cast<double>(system(t) - anchor));
+    }
+
+    void settle() {
+        lookFirst();
+        for (int i = 0; i < 20; ++i) {
+            sync();
+        }
+    }
+    void lookFirst() { keeper.takeClocks(clocks()); }
+
+    std::mt19937 random{1};
+    TimeKeeper keeper;
+    TimeKeeper::Delay delay{500, 0, true};
+    TimeKeeper::Publication shown{};
+    long long elapsed = 10 * kSecond;
+    long long masterSet = 0;
+    long long phcSet = 0;
+    long long systemSet = 0;
+};
+
+TEST_F(Slave, IsWithinItsBoundAlwaysAndWithinNinetyNanosecondsAtRest) {
+    settle();
+    for (int i = 0; i < 2000; ++i) {
+        sync();
+        for (const long long later : {0LL, kInterval / 2, kInterval}) {
+            const auto error = static_cast<double>(shownAt(elapsed + later) -
+                                                   master(elapsed + later));
+            ASSERT_LE(std::fabs(error), boundAt(elapsed + later));
+            ASSERT_LE(std::fabs(error), 90);
+        }
+        ASSERT_LE(boundAt(elapsed), 220);
+        ASSERT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
+    }
+}
+
+TEST_F(Slave, NeverTurnsTheTimeBack) {
+    settle();
+    long long before = shownAt(elapsed);
+    for (int i = 0; i < 2000; ++i) {
+        elapsed += kInterval - 105000;
+        const long long last = shownAt(elapsed + 5000);
+        ASSERT_GE(last, before);
+        look();
+        ASSERT_FALSE(shown.isStep);
+        ASSERT_GE(shownAt(elapsed), last);
+        sync();
+        before = shownAt(elapsed);
+    }
+}
+
+TEST_F(Slave, MeetsALineBelowWithinOneInterval) {
+    settle();
+    delay.ns -= 3000;
+    masterSet -= 3000;
+    const long long ahead = shownAt(elapsed) - master(elapsed);
+    look();
+    EXPECT_NEAR(static_cast<double>(ahead), static_cast<double>(shownAt(elapsed) - master(elapsed)),
+                20);
+    EXPECT_LE(std::llabs(shownAt(elapsed + kInterval) - master(elapsed + kInterval)), 40);
+}
+
+TEST_F(Slave, AnnouncesAStepOfTheMasterAtTheThirdPair) {
+    settle();
+    masterSet -= kSecond;
+    EXPECT_FALSE(sync().isStep);
+    EXPECT_EQ(TSYN_STATE_ACQUIRING, shown.state);
+    EXPECT_FALSE(sync().isStep);
+    EXPECT_TRUE(sync().isStep);
+    EXPECT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
+    EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), 60);
+    EXPECT_FALSE(sync().isStep);
+}
+
+TEST_F(Slave, CoversAPairThatItDoesNotBelieveYet) {
+    settle();
+    masterSet += 20000;
+    sync();
+    EXPECT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
+    EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), boundAt(elapsed));
+}
+
+TEST_F(Slave, GoesOnWhenItsOwnClocksAreSet) {
+    settle();
+    phcSet += kSecond;
+    sync();
+    EXPECT_FALSE(shown.isStep);
+    EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), 300);
+    systemSet -= 3600 * kSecond;
+    keeper.shiftSystem(-3600 * kSecond);
+    sync();
+    EXPECT_FALSE(shown.isStep);
+    EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), 300);
+}
+
+TEST_F(Slave, TellsHoldoverAndLossOfASilentMaster) {
+    settle();
+    elapsed += 4 * kInterval;
+    EXPECT_EQ(TSYN_STATE_HOLDOVER, look().state);
+    for (int i = 0; i < 50; ++i) {
+        elapsed += kSecond;
+        look();
+        ASSERT_EQ(TSYN_STATE_HOLDOVER, shown.state);
+        ASSERT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), boundAt(elapsed));
+    }
+    elapsed += 20 * kSecond;
+    EXPECT_EQ(TSYN_STATE_LOST, look().state);
+    EXPECT_LT(shown.voidAfterNs, system(elapsed));
+}
+
+TEST_F(Slave, HasNoMasterThenAcquiresOne) {
+    lookFirst();
+    EXPECT_EQ(TSYN_STATE_NO_MASTER, keeper.state(static_cast<unsigned long long>(system(elapsed)),
+                                                 delay));
+    elapsed += kInterval;
+    keeper.takePair({stamp(phc(elapsed)), stamp(master(elapsed)), 0});
+    EXPECT_FALSE(keeper.hasTime());
+    sync();
+    EXPECT_TRUE(keeper.hasTime());
+    EXPECT_EQ(TSYN_STATE_ACQUIRING, shown.state);
+    sync();
+    EXPECT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
+}
+
+TEST_F(Slave, IsNotSynchronisedWhileTheDelayIsUnknown) {
+    delay.isKnown = false;
+    settle();
+    EXPECT_EQ(TSYN_STATE_ACQUIRING, shown.state);
+}
+
+TEST_F(Slave, AsAMasterTellsItsPhc) {
+    keeper.beMaster();
+    lookFirst();
+    for (int i = 0; i < 100; ++i) {
+        elapsed += kInterval;
+        look();
+        ASSERT_EQ(0, shown.line.masterOffset);
+        ASSERT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
+    }
+    EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed)), 40);
+    phcSet -= kSecond;
+    elapsed += kInterval;
+    EXPECT_TRUE(look().isStep);
+    EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed)), 300);
+}
+
+}  // namespace
