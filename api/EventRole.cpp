@@ -25,6 +25,7 @@
 #include "profile/LoopSteps.h"
 #include "profile/Profile.h"
 #include "profile/Quality.h"
+#include "ptp/ProtocolSteps.h"
 
 namespace {
 
@@ -84,8 +85,8 @@ void EventLoop::setUp(int index) {
     } else {
         i210helper::e1000_ptp_get_time(ifName_);  // opens the clock here rather than in a handler
     }
-    messages_ = std::make_unique<EventMessages>(*service_, configuration(),
-                                                static_cast<unsigned short>(index));
+    messages_ = std::make_unique<EventMessages>(
+        *service_, configuration(), protocolSteps.portNumber(static_cast<unsigned int>(index)));
     index_ = index;
     discardQueued();
 }

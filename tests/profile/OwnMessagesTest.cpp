@@ -7,6 +7,8 @@
 #include "api/InterfaceDataManager.h"
 #include "autosar/TLVObject.h"
 #include "base/ptptime.h"
+#include "ptp/clockitems.h"
+#include "tests/profile/EventDaemon.h"
 #include "tests/profile/Profiled.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
@@ -68,9 +70,28 @@ TEST(PortNumber, IsOneInEveryMessageOfAMaster) {
     EXPECT_EQ("0001", hexOf(node.next(10), 28, 2));
 }
 
-TEST(PortNumber, IsOneInARequestAndItsRecord) {
-    const Node node(slaveConfig(), {{"onePortNumber", 1}});
-    EXPECT_EQ("0001", hexOf(node.next(2), 28, 2));
+/** Of the ports that a slave keeps records of when its first request leaves. */
+std::string portsAfterFirstRequest(TSynProfile profile) {
+    profile.onePortNumber = 1;
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    const ProfiledDaemon daemon(slaveConfig(), profile);
+    const auto request = peer.awaitType(2);
+    EXPECT_EQ("0001", request ? hexOf(request->message(), 28, 2) : "none");
+    std::string ports;
+    for (const auto& [key, item] : clockItems) {
+        ports += std::to_string(key.second) + " ";
+    }
+    return ports;
+}
+
+TEST(PortNumber, IsOneInTheFirstRequestsRecord) {
+    EXPECT_EQ("1 ", portsAfterFirstRequest(deployedWith({})));
+}
+
+TEST(PortNumber, IsOneInTheFirstRequestsRecordOfAnEventLoop) {
+    EXPECT_EQ("1 ", portsAfterFirstRequest(eventProfile()));
 }
 
 TEST(StandardAnswers, HaveNothingOfTheRequestButNumberAndCorrection) {
