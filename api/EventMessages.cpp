@@ -56,7 +56,7 @@ void EventMessages::restart(unsigned long long nowNs) {
     for (Periodic* const times : {&syncTimes_, &announceTimes_, &requestTimes_}) {
         times->restart(nowNs);
     }
-    lastFollowUpNs_ = 0;
+    requestsAtOnce_ = true;
     answered_ = true;
 }
 
@@ -72,6 +72,7 @@ void EventMessages::sendSync(unsigned long long nowNs) {
 void EventMessages::sendRequest(unsigned long long nowNs) {
     goodExchanges_ = answered_ ? goodExchanges_ : 0;
     answered_ = false;
+    requestsAtOnce_ = false;
     const unsigned long long syncs =
         goodExchanges_ < kEnoughExchanges ? static_cast<unsigned long long>(kSyncsPerPdelay)
                                           : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
@@ -105,7 +106,7 @@ unsigned long long EventMessages::nextDeadline() const {
         return kNoDeadline;
     }
     const bool followsSyncs =
-        lastFollowUpNs_ != 0 &&
+        !requestsAtOnce_ && lastFollowUpNs_ != 0 &&
         requestTimes_.dueNs < lastFollowUpNs_ + kSyncsOfSilence * syncTimes_.periodNs;
     return requestTimes_.dueNs + (followsSyncs ? slackNs(syncTimes_, requestTimes_) : 0);
 }

@@ -25,6 +25,9 @@ public:
     /** CLOCK_MONOTONIC, ns; kNoDeadline without any. */
     unsigned long long nextDeadline() const;
 
+    /** When the latest Follow_Up came, CLOCK_MONOTONIC, ns; 0 before. */
+    unsigned long long lastFollowUpNs() const { return lastFollowUpNs_; }
+
     /** Lets a received frame handle itself. May throw what its handler throws. */
     void handle(unsigned char* frame, unsigned short length, const ptp_time_t& rxTime);
 
@@ -42,4 +45,5 @@ private:
     unsigned long long lastFollowUpNs_ = 0;
     int goodExchanges_ = 0;
     bool answered_ = true;
+    bool requestsAtOnce_ = true;
 };

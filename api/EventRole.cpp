@@ -1,5 +1,6 @@
 #include "api/EventRole.h"
 
+#include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -38,6 +39,8 @@ constexpr int kMostQueued = 8192;
 // A socket that goes on failing is left alone for so long; a set-up that failed, for longer.
 constexpr int kFailuresBeforeRest = 3;
 constexpr unsigned long long kSocketRestNs = 100ULL * kNsPerMillisecond;
+constexpr double kSyncsOfSilence = 3;
+constexpr unsigned long long kTickPeriodNs = 1000ULL * kNsPerMillisecond;
 constexpr unsigned long long kSetUpRestNs = 1000ULL * kNsPerMillisecond;
 
 class EventLoop {
@@ -53,7 +56,9 @@ private:
     void followLink(unsigned long long nowNs);
     bool takeOrders(unsigned long long nowNs);
     void sendDue(unsigned long long nowNs);
-    unsigned long long nextTurn(unsigned long long nowNs);
+    unsigned long long nextTick() const;
+    void tickIfDue(unsigned long long nowNs);
+    unsigned long long nextTurn(unsigned long long nowNs) const;
     void sleepUntil(unsigned long long wakeNs, unsigned long long nowNs);
     void receiveQueued();
     void takeErrors();
@@ -66,6 +71,9 @@ private:
     std::unique_ptr<EventMessages> messages_;
     int index_ = 0;
     bool linkUp_ = true;
+    bool linkChanged_ = false;
+    unsigned long long heardNs_ = 0;  // the latest Follow_Up
+    unsigned long long lastTickNs_ = 0;
     bool active_ = false;
     int failures_ = 0;  // of the socket since the last frame
     unsigned long long socketRestsUntilNs_ = 0;
@@ -78,6 +86,15 @@ const TSynInstanceConfig& configuration() {
     return InterfaceDataManager::getInstance()->block.cfg;
 }
 
+/** A frame that leaves by another socket would come back to this one and wake the loop for nothing.
+ *  A kernel that does not know how to hide it costs just that. */
+void hideOwnFrames() {
+    const int on = 1;
+    if (setsockopt(rawSocket(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0) {
+        ZEB_LOG_AS(kFunction, kDebug, "Own frames come back: %s\n", strerror(errno));
+    }
+}
+
 void EventLoop::setUp(int index) {
     service_ = std::make_unique<NetworkService<sock>>(ifName_);
     if (configuration().role != 0) {
@@ -88,6 +105,7 @@ void EventLoop::setUp(int index) {
     messages_ = std::make_unique<EventMessages>(
         *service_, configuration(), protocolSteps.portNumber(static_cast<unsigned int>(index)));
     index_ = index;
+    hideOwnFrames();
     discardQueued();
 }
 
@@ -138,6 +156,7 @@ void EventLoop::followLink(unsigned long long nowNs) {
         ZEB_LOG_AS(kFunction, kAlways, "The link of %s is %s\n", ifName_,
                    state.isUp ? "up" : "down");
         linkUp_ = state.isUp;
+        linkChanged_ = true;
     }
     quality::setFlag(TSYN_FLAG_LINK_DOWN, !linkUp_);
 }
@@ -165,12 +184,30 @@ void EventLoop::sendDue(unsigned long long nowNs) {
     }
 }
 
-unsigned long long EventLoop::nextTurn(unsigned long long nowNs) {
-    unsigned long long wakeNs = std::min(setUpAgainNs_, loopSteps.tick(nowNs));
+unsigned long long EventLoop::nextTurn(unsigned long long nowNs) const {
+    unsigned long long wakeNs = std::min(setUpAgainNs_, nextTick());
     if (active_) {
         wakeNs = std::min(wakeNs, messages_->nextDeadline());
     }
     return socketRestsUntilNs_ > nowNs ? std::min(wakeNs, socketRestsUntilNs_) : wakeNs;
+}
+
+/** A master that is there tells by each Sync; its silence is told, and what that does in time. */
+unsigned long long EventLoop::nextTick() const {
+    if (heardNs_ == 0 || !isRunning()) {
+        return kNoDeadline;
+    }
+    const double silenceNs = kSyncsOfSilence * configuration().syncInterval * kNsPerMillisecond;
+    return std::max(heardNs_ + static_cast<unsigned long long>(silenceNs),
+                    lastTickNs_ + kTickPeriodNs);
+}
+
+void EventLoop::tickIfDue(unsigned long long nowNs) {
+    if (linkChanged_ || nextTick() <= nowNs) {
+        linkChanged_ = false;
+        lastTickNs_ = nowNs;
+        loopSteps.tick();
+    }
 }
 
 void EventLoop::run() {
@@ -189,6 +226,7 @@ void EventLoop::run() {
             sendDue(nowNs);
             nowNs = monotonicNs();
         }
+        tickIfDue(nowNs);
         sleepUntil(nextTurn(nowNs), nowNs);
     }
 }
@@ -228,6 +266,7 @@ bool EventLoop::takeFrame() {
         failures_ = 0;
         try {
             messages_->handle(buffer_, length, rxTime);
+            heardNs_ = std::max(heardNs_, messages_->lastFollowUpNs());
         } catch (const std::exception&) {
             // Such a frame is dropped; the next one deserves its chance.
             return true;

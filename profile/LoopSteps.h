@@ -5,9 +5,9 @@
 inline constexpr unsigned long long kNoDeadline = ~0ULL;
 
 struct LoopSteps {
-    /** Told on every turn of the loop, before it waits. Returns when the next turn is needed at the
-     *  latest, CLOCK_MONOTONIC ns, or kNoDeadline. */
-    unsigned long long (*tick)(unsigned long long monotonicNs);
+    /** Lets readers of the record see what changes while no Sync comes. Once the master is silent,
+     *  then every second, and when the link comes or goes. */
+    void (*tick)();
 
     /** Takes what lies in the error queue of the socket while no transmission waits for it. Returns
      *  whether anything lay there. */
@@ -16,8 +16,8 @@ struct LoopSteps {
 
 extern LoopSteps loopSteps;
 
-/** Has nothing to do. */
-unsigned long long neverDue(unsigned long long monotonicNs);
+/** Deployed records change with a Sync only. */
+void tellNothing();
 
 /** Counts and drops them: left behind, they would wake the loop for ever. */
 bool dropStrayStamps(int socket);

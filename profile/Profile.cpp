@@ -5,6 +5,7 @@
 
 #include "platform/CardSteps.h"
 #include "profile/LogSwitches.h"
+#include "profile/LoopSteps.h"
 #include "profile/TimeSteps.h"
 #include "profile/WireSteps.h"
 #include "timebase/osipc.h"
@@ -137,6 +138,7 @@ void profile::apply(const TSynProfile& given) {
     inForce = given;
     segmentMode = given.segmentMode;
     cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
+    loopSteps.tick = given.robustTime != 0 ? time_steps::tick : tellNothing;
     log_switches::install(given);
     wire_steps::install(given);
     time_steps::install(given);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 
+#include "profile/LoopSteps.h"
 #include "tests/api/QuickKernel.h"
 #include "tests/profile/EventDaemon.h"
 #include "tests/support/PeerSocket.h"
@@ -137,6 +138,32 @@ TEST_F(EventLoop, ASocketThatGoesOnFailingIsLeftAloneForAWhile) {
         ASSERT_TRUE(peer.awaitType(kSync));
     }
     EXPECT_LE(kernel.receptions - before, 110);
+}
+
+TEST_F(EventLoop, FramesOfItsOwnDoNotWakeIt) {
+    CountingKernel kernel;
+    TSynProfile profile = eventProfile();
+    profile.matchedStamps = 1;
+    const ProfiledDaemon daemon(masterConfig(), profile);
+    ASSERT_TRUE(peer.awaitType(kSync));
+    const int before = kernel.receptions;
+    for (int i = 0; i < 80; ++i) {
+        ASSERT_TRUE(peer.awaitType(kSync));
+    }
+    EXPECT_LE(kernel.receptions - before, 8);
+}
+
+TEST_F(EventLoop, ASlaveTellsOnItsOwnThatTheMasterIsSilent) {
+    static std::atomic<int> ticks;
+    const ProfiledDaemon daemon(slaveConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kPdelayReq));
+    loopSteps.tick = [] { ++ticks; };
+    Bytes followUp(14 + 76, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0, 0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x18, 0x02, 0, 76};
+    std::copy(std::begin(header), std::end(header), followUp.begin());
+    ASSERT_TRUE(peer.send(followUp));
+    EXPECT_TRUE(eventually([] { return ticks > 2; }, std::chrono::seconds(4)));
 }
 
 }  // namespace
