@@ -82,6 +82,9 @@ int RunSession::run() {
         return fail(problem);
     }
     loop();
+    if (sparesWakeUps_) {
+        watch();  // the last look may be a second old
+    }
     RunSummary summary;
     summary.durationS = elapsedS();
     summary.master = options_.isMaster();
