@@ -30,7 +30,7 @@ public:
     double slope() const { return slope_; }
 
 private:
-    static constexpr int kCapacity = 8;
+    static constexpr int kCapacity = 12;
 
     void refresh();
     void measure(double* delays) const;

@@ -25,7 +25,7 @@ constexpr long long kForgottenAfterNs = 10 * kVoidAfterNs;
 constexpr double kWander = 100e-9;
 /** Roundings of the record and of its conversion. */
 constexpr double kRounding = 4;
-constexpr double kRoundedDown = 1.5;
+constexpr double kRoundedDown = 2;
 /** A pair that is off by more leaves two times to choose from, not one with a bound. */
 constexpr double kMostDoubt = 1e6;
 /** Brackets much wider than usual were interrupted: they say less than the line does. */
