@@ -42,6 +42,7 @@ private:
     };
     std::optional<Bounds> compareBounds() const;
     std::optional<Comparison> compareOnce() const;
+    std::optional<Comparison> compareNarrowly() const;
     std::optional<Comparison> compare() const;
     std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
 
