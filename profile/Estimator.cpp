@@ -129,7 +129,7 @@ double Line::above(const Reading& reading) const {
 
 Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore) {
     const Reading& latest = readings[count - 1];
-    Line line{latest.x, latest.y,         0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
+    Line line{latest.x,        latest.y, 0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
               slopeDoubtBefore};
     if (count < 2) {
         return line;

@@ -130,8 +130,7 @@ void publishLocked(TimeRecord record, const LineSource& source, const TimeKeeper
 
 }  // namespace
 
-long double (*robust_time::rateOfMaster)(unsigned int cumulativeScaledRateOffset) =
-    masterRateRatio;
+long double (*robust_time::rateOfMaster)(unsigned int cumulativeScaledRateOffset) = masterRateRatio;
 
 void robust_time::noteNothing(const char* /*interfaceName*/) {}
 

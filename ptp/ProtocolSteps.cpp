@@ -1,9 +1,9 @@
 #include "ptp/ProtocolSteps.h"
 
 ProtocolSteps protocolSteps{
-    admitsEverything,      pauseForCrossTimestamp, takesEverySync,
-    useSuccessivePairs,    reportImpossibleTimes,  averageDelays,
-    sentOrNot,             publishClockReadings,   logTxMode,
+    admitsEverything,   pauseForCrossTimestamp, takesEverySync,
+    useSuccessivePairs, reportImpossibleTimes,  averageDelays,
+    sentOrNot,          publishClockReadings,   logTxMode,
 };
 
 bool admitsEverything(unsigned char* /*message*/, unsigned int /*length*/,

@@ -104,8 +104,8 @@ TEST_F(Slave, IsWithinItsBoundAlways) {
     for (int i = 0; i < 2000; ++i) {
         sync();
         for (const long long later : {0LL, kInterval / 2, kInterval}) {
-            const auto error = static_cast<double>(shownAt(elapsed + later) -
-                                                   master(elapsed + later));
+            const auto error =
+                static_cast<double>(shownAt(elapsed + later) - master(elapsed + later));
             ASSERT_LE(std::fabs(error), boundAt(elapsed + later));
             ASSERT_LE(std::fabs(error), 150);
         }
@@ -192,8 +192,8 @@ TEST_F(Slave, TellsHoldoverAndLossOfASilentMaster) {
 
 TEST_F(Slave, HasNoMasterThenAcquiresOne) {
     lookFirst();
-    EXPECT_EQ(TSYN_STATE_NO_MASTER, keeper.state(static_cast<unsigned long long>(system(elapsed)),
-                                                 delay));
+    EXPECT_EQ(TSYN_STATE_NO_MASTER,
+              keeper.state(static_cast<unsigned long long>(system(elapsed)), delay));
     elapsed += kInterval;
     keeper.takePair({stamp(phc(elapsed)), stamp(master(elapsed)), 0});
     EXPECT_FALSE(keeper.hasTime());
