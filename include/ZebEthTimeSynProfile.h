@@ -100,10 +100,10 @@ int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
 
 /** Grandmaster time of one moment with what is known of its error. */
 typedef struct TSynBoundedTime {
-    long long earliestNs; /**< true time lies between this one */
-    long long latestNs;   /**< and this one; without a bound, from -2^63 to 2^63 - 1 */
-    long long timeNs;     /**< what the daemon takes for it */
-    unsigned int state;   /**< enum TSynTimeState */
+    long long earliestNs;   /**< true time lies between this one */
+    long long latestNs;     /**< and this one; without a bound, from -2^63 to 2^63 - 1 */
+    long long timeNs;       /**< what the daemon takes for it */
+    unsigned int state;     /**< enum TSynTimeState */
     unsigned int stepCount; /**< announced steps so far: only they move the time back */
 } TSynBoundedTime;
 

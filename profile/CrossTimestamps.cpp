@@ -13,7 +13,7 @@ namespace {
 using cross_timestamps::Bracketed;
 
 /** Few, so that the reading is short; the narrowest of them is nearly always undisturbed. */
-constexpr unsigned int kExtendedSamples = 9;
+constexpr unsigned int kExtendedSamples = 12;
 constexpr unsigned int kPlainSamples = 25;
 /** The device latches both clocks; what remains is its own conversion. */
 constexpr unsigned int kPreciseHalfWidth = 10;

@@ -18,6 +18,7 @@ constexpr double kNeverFar = 12;
 constexpr double kOtherCable = 100;
 constexpr int kOtherCableCount = 3;
 constexpr double kStampDoubt = 8;
+constexpr double kFewestThatScatter = 5;
 constexpr double kAloneDoubt = 1000;
 constexpr double kRounding = 4;
 
@@ -157,5 +158,7 @@ void DelayFilter::average(const double* delays) {
         }
     }
     delay_ = sum / near;
-    doubt_ = std::max(farthest, kStampDoubt) / std::sqrt(near) + kRounding;
+    // Of a few, one may be wrong by itself; of more, they scatter.
+    const double scatter = near < kFewestThatScatter ? 1 : std::sqrt(near);
+    doubt_ = std::max(farthest, kStampDoubt) / scatter + kRounding;
 }

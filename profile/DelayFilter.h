@@ -2,7 +2,8 @@
 
 #include "ptp/LinkDelay.h"
 
-/** Mean link delay of several exchanges with the neighbour. Reads no clock; one caller at a time. */
+/** Mean link delay of several exchanges with the neighbour. Reads no clock; one caller at a time.
+ */
 class DelayFilter {
 public:
     /** What is known of the neighbour's rate from elsewhere: rate over own, less 1. */
@@ -30,7 +31,7 @@ public:
     double slope() const { return slope_; }
 
 private:
-    static constexpr int kCapacity = 8;
+    static constexpr int kCapacity = 12;
 
     void refresh();
     void measure(double* delays) const;

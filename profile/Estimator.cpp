@@ -19,12 +19,13 @@ constexpr double kNeverFar = 60;
 constexpr double kTolerance = 1000;
 /** An oscillator's rate changes by less while nobody looks. */
 constexpr double kWander = 1e-6;
+constexpr double kRestingWander = 100e-9;
 constexpr int kReliableCount = 3;
 constexpr double kReliableSlopeDoubt = 5e-6;
 constexpr double kGapIntervals = 4;
 constexpr double kNearIntervals = 0.25;
 constexpr int kFewestOfBent = 4;
-constexpr double kLeastBend = 10;
+constexpr double kLeastBend = 20;
 
 struct Point {
     double x, e;
@@ -128,7 +129,7 @@ double Line::above(const Reading& reading) const {
 
 Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore) {
     const Reading& latest = readings[count - 1];
-    Line line{latest.x, latest.y,         0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
+    Line line{latest.x,        latest.y, 0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
               slopeDoubtBefore};
     if (count < 2) {
         return line;
@@ -228,10 +229,16 @@ Line Tracker::fitLatest(const Reading* readings, int count, double slope, double
     Line line = fit(readings, count, slope, slopeDoubt);
     for (int half = count / 2; half >= kFewestOfBent; half /= 2) {
         const Line later = fit(readings + count - half, half, slope, slopeDoubt);
-        if (std::fabs(later.lift - line.lift) <= std::max(later.residual, kLeastBend)) {
+        const double bend = std::fabs(later.lift - line.lift);
+        if (bend <= std::max(1.5 * later.residual, kLeastBend)) {
+            // Less of a bend than the noise shows is in the line all the same.
+            line.residual += bend / 4;
+            line.tightest += bend / 4;
             break;
         }
         line = later;
+        line.residual += bend / 2;
+        line.tightest += bend / 2;
     }
     return line;
 }
@@ -277,7 +284,7 @@ Verdict Tracker::refuse(const Reading& reading) {
 void Tracker::startAnew(const Reading* readings, int count) {
     if (count_ >= kReliableCount) {
         slopeBefore_ = line_.slope;
-        slopeDoubtBefore_ = line_.slopeDoubt + kWander;
+        slopeDoubtBefore_ = line_.slopeDoubt + kRestingWander;
     }
     std::copy(readings, readings + count, readings_);
     count_ = count;

@@ -14,8 +14,7 @@
 namespace {
 
 int openNetlink() {
-    const int netlink =
-        socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    const int netlink = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = RTMGRP_LINK;
@@ -36,7 +35,7 @@ bool tellsDeletion(const unsigned char* datagram, std::size_t length, int index)
         if (header.nlmsg_len < sizeof header || header.nlmsg_len > length - at) {
             return false;
         }
-        ifinfomsg interface{};
+        ifinfomsg interface {};
         if (header.nlmsg_type == RTM_DELLINK &&
             header.nlmsg_len >= NLMSG_LENGTH(sizeof interface)) {
             std::memcpy(&interface, datagram + at + NLMSG_HDRLEN, sizeof interface);

@@ -25,7 +25,7 @@ constexpr long long kForgottenAfterNs = 10 * kVoidAfterNs;
 constexpr double kWander = 100e-9;
 /** Roundings of the record and of its conversion. */
 constexpr double kRounding = 4;
-constexpr double kRoundedDown = 1.5;
+constexpr double kRoundedDown = 2;
 /** A pair that is off by more leaves two times to choose from, not one with a bound. */
 constexpr double kMostDoubt = 1e6;
 /** Brackets much wider than usual were interrupted: they say less than the line does. */
@@ -76,15 +76,13 @@ bool TimeKeeper::takeClocks(const Reading& reading) {
 }
 
 bool TimeKeeper::agree(const Reading& a, const Reading& b) const {
-    const long long apart =
-        signedDiff(b.y, a.y) - signedDiff(b.x, a.x);
+    const long long apart = signedDiff(b.y, a.y) - signedDiff(b.x, a.x);
     return std::fabs(static_cast<double>(apart)) <= a.doubt + b.doubt + 1000;
 }
 
 void TimeKeeper::followClocks(const Reading& reading) {
     const double above = phcOverSystem_.line().above(reading);
-    const double elapsed =
-        static_cast<double>(signedDiff(reading.x, phcOverSystem_.last().x));
+    const double elapsed = static_cast<double>(signedDiff(reading.x, phcOverSystem_.last().x));
     if (elapsed > 0 && std::fabs(above) <= estimator::kLargestSlope * elapsed) {
         phcOverSystem_.bend(reading);
         return;
@@ -130,8 +128,7 @@ Verdict TimeKeeper::takePair(const Reading& reading) {
     stepFollows_ = stepFollows_ || verdict == Verdict::kFollowed;
     if (verdict == Verdict::kTaken || verdict == Verdict::kFollowed) {
         lastPairPhcNs_ = reading.x;
-        lastPairSystemNs_ =
-            phcOverSystem_.isEmpty() ? 0 : phcOverSystem_.line().inverse(reading.x);
+        lastPairSystemNs_ = phcOverSystem_.isEmpty() ? 0 : phcOverSystem_.line().inverse(reading.x);
     }
     return verdict;
 }
@@ -151,7 +148,8 @@ unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& del
     if (silentNs > kForgottenAfterNs) {
         return TSYN_STATE_NO_MASTER;
     }
-    if (pendingDoubt_ > kMostDoubt || !hasTime() || !masterOverPhc_.isReliable() || !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
+    if (pendingDoubt_ > kMostDoubt || !hasTime() || !masterOverPhc_.isReliable() ||
+        !delay.isKnown || masterOverPhc_.refusedInARow() >= 2) {
         return TSYN_STATE_ACQUIRING;
     }
     if (silentNs > kVoidAfterNs) {
@@ -159,7 +157,7 @@ unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& del
     }
     const double interval = intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
     return static_cast<double>(silentNs) > kSilentIntervals * interval ? TSYN_STATE_HOLDOVER
-                                                                      : TSYN_STATE_SYNCHRONISED;
+                                                                       : TSYN_STATE_SYNCHRONISED;
 }
 
 TimeKeeper::Target TimeKeeper::target(unsigned long long systemNowNs, const Delay& delay) const {
@@ -227,8 +225,7 @@ TimeKeeper::Publication TimeKeeper::publish(unsigned long long systemNowNs, cons
     unsigned long long timeNs = goal.timeNs;
     bool isStep = stepFollows_;
     if (hasShown_ && !isStep) {
-        const auto shownNs =
-            static_cast<unsigned long long>(currentTimeNs(shown_, systemNowNs));
+        const auto shownNs = static_cast<unsigned long long>(currentTimeNs(shown_, systemNowNs));
         const long long aheadNs = signedDiff(shownNs, goal.timeNs);
         isStep = aheadNs > kLongestSlewNs;
         if (aheadNs > 0 && !isStep) {
@@ -254,8 +251,8 @@ TimeKeeper::Publication TimeKeeper::publish(unsigned long long systemNowNs, cons
     told.state = state(systemNowNs, delay);
     told.boundNs = saturated(doubtOf(systemNowNs, delay) + ahead);
     told.boundGrowthPpb = saturated((growth() + slowing) * 1e9);
-    told.voidAfterNs = static_cast<long long>(isMaster_ ? systemNowNs : lastPairSystemNs_) +
-                       kVoidAfterNs;
+    told.voidAfterNs =
+        static_cast<long long>(isMaster_ ? systemNowNs : lastPairSystemNs_) + kVoidAfterNs;
     shown_ = record;
     hasShown_ = true;
     stepFollows_ = false;

@@ -3,11 +3,20 @@
 #include "ptp/SyncEstimate.h"
 
 ProtocolSteps protocolSteps{
-    admitsEverything,      pauseForCrossTimestamp, takesEverySync,
-    useSuccessivePairs,    reportImpossibleTimes,  averageDelays,
-    sentOrNot,             publishClockReadings,   logTxMode,
-    numberOfInterface,     leaveAnswer,            leaveMessage,
-    masterRateRatio,       sameSeconds,
+    admitsEverything,
+    pauseForCrossTimestamp,
+    takesEverySync,
+    useSuccessivePairs,
+    reportImpossibleTimes,
+    averageDelays,
+    sentOrNot,
+    publishClockReadings,
+    logTxMode,
+    numberOfInterface,
+    leaveAnswer,
+    leaveMessage,
+    masterRateRatio,
+    sameSeconds,
 };
 
 bool admitsEverything(unsigned char* /*message*/, unsigned int /*length*/,

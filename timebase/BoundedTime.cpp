@@ -50,15 +50,14 @@ TSynBoundedTime boundedTimeAt(const gPtpTimeDataStruct& record, long long system
     const auto age = static_cast<double>(
         static_cast<long long>(static_cast<unsigned long long>(systemNs) - anchorNs));
     const double grown = std::fabs(age) * quality.boundGrowthPpb / 1e9;
-    const long long half = static_cast<long long>(quality.boundNs) +
-                           static_cast<long long>(std::ceil(grown));
+    const long long half =
+        static_cast<long long>(quality.boundNs) + static_cast<long long>(std::ceil(grown));
     time.earliestNs = time.timeNs - half;
     time.latestNs = time.timeNs + half;
     return time;
 }
 
-bool readTogether(const gPtpTimeDataStruct* shared, gPtpTimeDataStruct& copy,
-                  long long& systemNs) {
+bool readTogether(const gPtpTimeDataStruct* shared, gPtpTimeDataStruct& copy, long long& systemNs) {
     constexpr int kTries = 1000;
     for (int i = 0; i < kTries; ++i) {
         const unsigned int before = sequenceOf(shared);

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "include/ZebEthTimeSynProfile.h"
 #include "include/gPtpTimeData.h"
 #include "include/gPtpTimeQuality.h"
-#include "include/ZebEthTimeSynProfile.h"
 
 /** What a record says of the time at a system time; a silence that its writer did not live to tell
  *  is seen by the age. */

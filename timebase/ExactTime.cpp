@@ -17,7 +17,8 @@ unsigned long long rounded(long double value) {
     return bits(toS64(value < 0 ? value - 0.5L : value + 0.5L));
 }
 
-/** Master over system rate less 1: small, so that its product with decades keeps its nanoseconds. */
+/** Master over system rate less 1: small, so that its product with decades keeps its nanoseconds.
+ */
 long double gainOf(const gPtpTimeDataStruct& data) {
     return loadExtended(data.rateRatio1) * loadExtended(data.rateRatio2) - 1;
 }
@@ -43,8 +44,7 @@ ZEB_ENTRY long long gPtpSystemAtTime(const gPtpTimeDataStruct* data, long long t
     if (gain == kNoRate) {
         return kNoTime;
     }
-    const unsigned long long elapsed =
-        bits(timeNs) - (data->localTime - bits(data->masterOffset));
+    const unsigned long long elapsed = bits(timeNs) - (data->localTime - bits(data->masterOffset));
     const auto signedElapsed = static_cast<long double>(static_cast<long long>(elapsed));
     return static_cast<long long>(data->localTime + bits(data->systemOffset) + elapsed -
                                   rounded(signedElapsed * gain / (1 + gain)));

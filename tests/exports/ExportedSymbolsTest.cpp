@@ -55,6 +55,8 @@ const char* const kFunctions[] = {
     "_Z33getConfigParameterBlockTLVBitmaskv",
     "_Z34BuildPTPClockIdentityFromMacAdressP14NetworkServiceI4sockE",
     "_Z7getTimeP8timespec",
+    "gPtpSystemAtTime",
+    "gPtpTimeAtSystem",
 };
 
 const char* const kMembers[] = {

@@ -22,8 +22,8 @@ public:
     explicit Clocks(double rate, unsigned seed = 1) : rate_(rate), random_(seed) {}
 
     unsigned long long trueY(unsigned long long x) const {
-        const auto gain = static_cast<long long>(
-            std::floor(rate_ * static_cast<double>(x - kStart) + 0.5));
+        const auto gain =
+            static_cast<long long>(std::floor(rate_ * static_cast<double>(x - kStart) + 0.5));
         return x + ahead + static_cast<unsigned long long>(gain);
     }
 
@@ -53,8 +53,7 @@ Tracker settled(Clocks& clocks, int readings = 20) {
 
 double errorOf(const Tracker& tracker, const Clocks& clocks, unsigned long long later = 0) {
     const unsigned long long x = clocks.now + later;
-    return static_cast<double>(
-        static_cast<long long>(tracker.line().at(x) - clocks.trueY(x)));
+    return static_cast<double>(static_cast<long long>(tracker.line().at(x) - clocks.trueY(x)));
 }
 
 TEST(Line, LeadsThereAndBackWithinOneNanosecond) {
@@ -91,8 +90,8 @@ TEST(Fit, TrustsANarrowBracketMoreThanWideOnes) {
         readings[i] = {kStart + i * kInterval, kStart + i * kInterval + (i % 2) * 40,
                        i % 2 != 0 ? 400.0 : 100.0};
     }
-    const double above = static_cast<double>(static_cast<long long>(
-        fit(readings, 4, 0, 1).at(readings[3].x) - readings[3].x));
+    const double above = static_cast<double>(
+        static_cast<long long>(fit(readings, 4, 0, 1).at(readings[3].x) - readings[3].x));
     EXPECT_LT(std::fabs(above), 10);
 }
 

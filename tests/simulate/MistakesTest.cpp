@@ -190,7 +190,7 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
     expectTold({
         {"", limit("what = \"eror\"\np50 = 1\n"),
          "pair.toml:19: [[limit]] what: 'eror' is not allowed; write error, offset, delay, rate, "
-         "recovery, counter, state or log"},
+         "outside, width, recovery, counter, state or log"},
         {"", limit("what = \"error\"\n"),
          "pair.toml:17: [[limit]]: bounds nothing; write one or more of p50, p99, max, rms, mean "
          "or count"},

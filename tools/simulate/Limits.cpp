@@ -35,8 +35,8 @@ std::vector<Timed> boundsIn(const NodeResult& result, const Window& window, Meas
     std::vector<Timed> values;
     for (const Sample& sample : result.samples) {
         if (sample.valid && sample.bounds && window.holds(sample.atS)) {
-            const std::int64_t ns = measure == Measure::kOutside ? sample.bounds->outsideNs
-                                                                 : sample.bounds->widthNs;
+            const std::int64_t ns =
+                measure == Measure::kOutside ? sample.bounds->outsideNs : sample.bounds->widthNs;
             values.push_back({sample.atS, static_cast<double>(ns)});
         }
     }

@@ -112,8 +112,8 @@ std::string RunSession::prepare() {
         return *problem;
     }
     if (!options_.truthCard.empty()) {
-        std::string problem = sampler_.open(
-            options_.samplesFile, makeProfile(options_).robustTime != 0);
+        std::string problem =
+            sampler_.open(options_.samplesFile, makeProfile(options_).robustTime != 0);
         if (!problem.empty()) {
             return problem;
         }

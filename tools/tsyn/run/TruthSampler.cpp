@@ -75,6 +75,23 @@ std::optional<TruthSampler::Comparison> TruthSampler::compareOnce() const {
     return Comparison{static_cast<long long>(time->totalNs() - *truth), after - before};
 }
 
+/** The narrowest of a few readings, since any of them may be interrupted half-way. Runs of deployed
+ *  daemons are repeated from their seeds, so it takes no more readings than it needs. */
+std::optional<TruthSampler::Comparison> TruthSampler::compareNarrowly() const {
+    constexpr std::uint64_t kNarrowNs = 400;
+    Comparison best{0, UINT64_MAX};
+    for (int i = 0; i < kReadings && best.bracketNs > kNarrowNs; ++i) {
+        const std::optional<Comparison> compared = compareOnce();
+        if (!compared) {
+            return {};
+        }
+        if (compared->bracketNs < best.bracketNs) {
+            best = *compared;
+        }
+    }
+    return best;
+}
+
 /** One reading errs by half its bracket: the mean of several that were not interrupted. */
 std::optional<TruthSampler::Comparison> TruthSampler::compare() const {
     Comparison each[kReadings];
@@ -118,7 +135,7 @@ std::optional<TruthSampler::Bounds> TruthSampler::compareBounds() const {
 }
 
 void TruthSampler::sample(double nowS, bool valid) {
-    const std::optional<Comparison> compared = compare();
+    const std::optional<Comparison> compared = withBounds_ ? compare() : compareNarrowly();
     if (!compared) {
         return;
     }

@@ -19,9 +19,9 @@ public:
      *  wrong, empty on success; to be called before the others. */
     std::string findCard();
 
-    /** Creates the CSV file. Returns what went wrong, empty on success. withBounds: the daemon tells
-     *  bounds, so each line also has outside_ns (how far the truth lies outside them) and width_ns,
-     *  and is valid only while they hold. */
+    /** Creates the CSV file. Returns what went wrong, empty on success. withBounds: the daemon
+     * tells bounds, so each line also has outside_ns (how far the truth lies outside them) and
+     * width_ns, and is valid only while they hold. */
     std::string open(const std::string& path, bool withBounds);
 
     /** Compares once; a daemon that gives no time yet is not sampled. */
@@ -42,6 +42,7 @@ private:
     };
     std::optional<Bounds> compareBounds() const;
     std::optional<Comparison> compareOnce() const;
+    std::optional<Comparison> compareNarrowly() const;
     std::optional<Comparison> compare() const;
     std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
 
