@@ -20,12 +20,14 @@ FILES = ("capture.pcapng", "master.json", "master.log", "slave.csv", "slave.json
 # What changes with the sources and the build, not with behaviour.
 SOURCE_LINE = re.compile(rb"<([\w./]+)/\d+->")
 BUILD_DATE = re.compile(rb"created on [\d.]+ at [\d:]+,")
+LINE_IN_TEXT = re.compile(rb"SlaveThread\(\d+\): ")
 
 
 def digest(path):
     data = path.read_bytes()
     if path.suffix == ".log":
         data = BUILD_DATE.sub(b"created,", SOURCE_LINE.sub(rb"<\1->", data))
+        data = LINE_IN_TEXT.sub(b"SlaveThread(): ", data)
     return hashlib.sha256(data).hexdigest()
 
 
