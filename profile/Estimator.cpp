@@ -77,8 +77,9 @@ void chooseNear(const Point* points, int count, bool* near) {
     }
 }
 
-/** Least squares through the marked points; the slope stays when they are at one place. */
-void leastSquares(const Point* points, const bool* near, int count, Line& line) {
+/** Least squares through the marked points; a slope that is known stays, and so does any when they
+ *  are at one place. */
+void leastSquares(const Point* points, const bool* near, int count, bool slopeIsKnown, Line& line) {
     double n = 0, sx = 0, se = 0;
     for (int i = 0; i < count; ++i) {
         if (near[i]) {
@@ -97,7 +98,7 @@ void leastSquares(const Point* points, const bool* near, int count, Line& line) 
             xe += points[i].weight * apart * (points[i].e - meanE);
         }
     }
-    line.slope = xx > 0 ? xe / xx : line.slope;
+    line.slope = xx > 0 && !slopeIsKnown ? xe / xx : line.slope;
     line.lift = meanE - line.slope * meanX;
 }
 
@@ -147,7 +148,10 @@ Line fit(const Reading* readings, int count, double slopeBefore, double slopeDou
                      weightOf(readings[i].doubt, leastDoubt)};
     }
     chooseNear(points, count, near);
-    leastSquares(points, near, count, line);
+    // Readings that follow each other closely tell less of the rate than was known before them.
+    const double span = -points[0].x;
+    const bool slopeIsKnown = 2 * kLeastNoise > slopeDoubtBefore * span;
+    leastSquares(points, near, count, slopeIsKnown, line);
     double residual = 0;
     double tightest = latest.doubt + std::fabs(line.above(latest));
     for (int i = 0; i < count; ++i) {
@@ -160,7 +164,7 @@ Line fit(const Reading* readings, int count, double slopeBefore, double slopeDou
     const double noise = std::max(residual, kLeastNoise);
     line.residual = count < kReliableCount ? noise : std::max(residual, kLeastResidual);
     line.tightest = tightest;
-    line.slopeDoubt = std::min(kLargestSlope, 2 * noise / -points[0].x);
+    line.slopeDoubt = slopeIsKnown ? slopeDoubtBefore : std::min(kLargestSlope, 2 * noise / span);
     return line;
 }
 

@@ -179,6 +179,16 @@ TEST(Tracker, KeepsItsRateOverASilence) {
     EXPECT_LE(std::fabs(errorOf(tracker, clocks, kInterval)), 30);
 }
 
+TEST(Tracker, TakesNoRateFromTwoReadingsAtNearlyOnePlaceAfterASilence) {
+    Clocks clocks(37e-6);
+    Tracker tracker = settled(clocks);
+    clocks.now += 5000000000;
+    tracker.take(clocks.next(-8));
+    clocks.now -= kInterval - 60000;
+    tracker.take(clocks.next(8));
+    EXPECT_NEAR(0, errorOf(tracker, clocks, kInterval), 60);
+}
+
 TEST(Tracker, TakesARepeatedReadingOnce) {
     Clocks clocks(0);
     Tracker tracker = settled(clocks);
