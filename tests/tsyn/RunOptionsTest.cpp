@@ -27,6 +27,21 @@ TEST(RunOptions, DefaultsSuitABench) {
     EXPECT_EQ(0, config.EnableAutosarExtensions);
 }
 
+TEST(RunOptions, ProfileIsTheStandardOneUnlessTold) {
+    EXPECT_EQ(1, tsyn::makeProfile(parsed("eth1 --role slave")).robustTime);
+    EXPECT_EQ(0, tsyn::makeProfile(parsed("eth1 --role slave --profile deployed")).robustTime);
+}
+
+TEST(RunOptions, SwitchesGoOnTopOfTheProfile) {
+    const TSynProfile profile =
+        tsyn::makeProfile(parsed("eth1 --role slave --switch timescale=2 --switch robustDelay=0"));
+    EXPECT_EQ(TSYN_TIMESCALE_TAI, profile.timescale);
+    EXPECT_EQ(0, profile.robustDelay);
+    EXPECT_EQ(1, profile.robustTime);
+    EXPECT_THROW(parsed("eth1 --role slave --switch robustDelay=2"), CLI::ParseError);
+    EXPECT_THROW(parsed("eth1 --role slave --switch robust=1"), CLI::ParseError);
+}
+
 TEST(RunOptions, EveryProtocolOptionReachesItsField) {
     const TSynInstanceConfig config = tsyn::makeConfig(
         parsed("eth1 --role master --stack es0 --domain 15 --vlan-id 4096 --vlan-prio 7 "

@@ -114,6 +114,6 @@ class Simulated(network.Network):
     def start(self, *words, build=None, program="tsyn"):
         build = build or network.BUILD
         child = Program(self.timekeeper, build / "libvirtual_i210.so",
-                        (str(build / program), *words))
+                        (str(build / program), *network.as_deployed(words)))
         self.addCleanup(self.reap, child)
         return child

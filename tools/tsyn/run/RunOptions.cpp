@@ -93,7 +93,7 @@ std::string switchProblem(const std::string& text) {
 void addProfileOptions(CLI::App& command, RunOptions& options) {
     const std::map<std::string, unsigned int> presets = {{"deployed", TSYN_PRESET_DEPLOYED},
                                                          {"standard", TSYN_PRESET_STANDARD}};
-    command.add_option("--profile", options.preset, "deployed or standard (deployed)")
+    command.add_option("--profile", options.preset, "deployed or standard (standard)")
         ->transform(oneOf(presets));
     command
         .add_option("--switch", options.switches,

@@ -33,7 +33,7 @@ struct RunOptions {
     unsigned int crcTimeFlags = 0;
     unsigned int timeBaseStatus = 8; /**< of a master; 8: global time base */
     std::string userData;
-    unsigned int preset = TSYN_PRESET_DEPLOYED;
+    unsigned int preset = TSYN_PRESET_STANDARD;
     std::vector<std::string> switches; /**< NAME=VALUE, on top of the preset */
 
     double durationS = 0.0; /**< 0: until a signal */
