@@ -176,6 +176,14 @@ TEST(ARun, DiffersWithItsSeed) {
               contents(folder / "out" / "pair" / "seed-2" / "slave.csv"));
 }
 
+TEST(ARun, NeedsNoStandardInput) {
+    const Folder folder;
+    const fs::path file = folder.write("pair.toml", disturbedPair(1000));
+    const Ran ran = simulateWith(
+        folder, file.string() + " --no-picture --out " + (folder / "out").string() + " <&-");
+    EXPECT_EQ(ran.status, 0) << ran.out << ran.errors;
+}
+
 TEST(ARun, WithABrokenLimitSaysHowToRepeatIt) {
     const Folder folder;
     const fs::path file = folder.write("pair.toml", disturbedPair(1));

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -29,6 +30,18 @@ struct Options {
     std::string out = "build/simulate";
     bool noPicture = false;
 };
+
+/** A pipe or socket of this program or of a child would get the number of a standard stream that
+ *  was closed, and be taken for it. */
+void fillStandardStreams() {
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) {
+        fd = open("/dev/null", O_RDWR);
+    }
+    if (fd > STDERR_FILENO) {
+        close(fd);
+    }
+}
 
 std::string buildFolder() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path();
@@ -119,6 +132,7 @@ void addOptions(CLI::App& app, Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillStandardStreams();
     try {
         CLI::App app("Runs scenarios in simulated time; doc/simulation.md tells how to write one",
                      "simulate");
