@@ -1,3 +1,5 @@
+#include "tests/simulate/Runs.h"
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -5,57 +7,14 @@
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <thread>
 #include <vector>
 
 /** The program as a user runs it, with a master and a slave in simulated time. */
 
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string contents(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-/** A folder that is gone with its scope. */
-class Folder {
-public:
-    Folder() { path_ = mkdtemp(name_.data()); }
-    ~Folder() { fs::remove_all(path_); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    fs::path operator/(const std::string& name) const { return path_ / name; }
-    fs::path write(const std::string& name, const std::string& text) const {
-        std::ofstream(path_ / name) << text;
-        return path_ / name;
-    }
-
-private:
-    std::string name_ = "/tmp/simulate_runs_XXXXXX";
-    fs::path path_;
-};
-
-struct Ran {
-    int status = -1;
-    std::string out;
-    std::string errors;
-};
-
-Ran simulateWith(const Folder& folder, const std::string& arguments) {
-    const std::string command = std::string(ZEB_SIMULATE) + " " + arguments + " >" +
-                                (folder / "stdout").string() + " 2>" + (folder / "stderr").string();
-    const int status = std::system(command.c_str());
-    return {WEXITSTATUS(status), contents(folder / "stdout"), contents(folder / "stderr")};
-}
 
 /** 12 s of a pair that is disturbed, with this limit on the slave's error. */
 std::string disturbedPair(int most, const std::string& abi = "x86_64") {
