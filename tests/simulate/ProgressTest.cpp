@@ -37,9 +37,17 @@ TEST(TheTable, HasALineForEachRun) {
 
 TEST(ABrokenLimit, IsToldWithTheCommandThatRepeatsIt) {
     const auto scenario = readPairWith("");
-    EXPECT_EQ(simulate::complaintsOf(outcomeOf(scenario), "build/x86_64/simulate"),
+    EXPECT_EQ(simulate::complaintsOf(outcomeOf(scenario), "build/x86_64/simulate", " --out r"),
               "pair.toml:17: slave error p99: 345 ns (seed 7)\n"
-              "  again: build/x86_64/simulate pair.toml --seeds 7; results: /r/pair/seed-7\n");
+              "  again: build/x86_64/simulate pair.toml --seeds 7 --out r; "
+              "results: /r/pair/seed-7\n");
+}
+
+TEST(AWordOfAShell, IsQuotedWhereItHasTo) {
+    EXPECT_EQ(simulate::shellWord("../out-1/a_b.toml"), "../out-1/a_b.toml");
+    EXPECT_EQ(simulate::shellWord("my results"), "'my results'");
+    EXPECT_EQ(simulate::shellWord("it's"), "'it'\\''s'");
+    EXPECT_EQ(simulate::shellWord(""), "''");
 }
 
 TEST(Seeds, AreOneOrARange) {

@@ -146,14 +146,16 @@ TEST(ARun, NeedsNoStandardInput) {
 TEST(ARun, WithABrokenLimitSaysHowToRepeatIt) {
     const Folder folder;
     const fs::path file = folder.write("pair.toml", disturbedPair(1));
-    const Ran ran = simulateWith(
-        folder, file.string() + " --no-picture --seeds 9 --out " + (folder / "out").string());
+    const std::string out = (folder / "out").string();
+    const Ran ran =
+        simulateWith(folder, file.string() + " --seeds 9 --out " + out + " --no-picture");
     EXPECT_EQ(ran.status, 1);
     EXPECT_NE(ran.errors.find(file.string() + ":25: slave error p50: "), std::string::npos)
         << ran.errors;
     EXPECT_NE(ran.errors.find(" ns, at most 1 ns is allowed (seed 9)"), std::string::npos)
         << ran.errors;
-    EXPECT_NE(ran.errors.find("again: " ZEB_SIMULATE " " + file.string() + " --seeds 9"),
+    EXPECT_NE(ran.errors.find("again: " ZEB_SIMULATE " " + file.string() + " --seeds 9 --out " +
+                              out + " --no-picture; results: "),
               std::string::npos)
         << ran.errors;
 }

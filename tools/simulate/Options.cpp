@@ -28,4 +28,17 @@ std::optional<Seeds> parseSeeds(const std::string& text) {
     return Seeds{*first, *last};
 }
 
+std::string shellWord(const std::string& text) {
+    constexpr const char* kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:=+@%";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char letter : text) {
+        word += letter == '\'' ? "'\\''" : std::string(1, letter);
+    }
+    return word + "'";
+}
+
 }  // namespace simulate

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdarg>
 
+#include "tools/simulate/Options.h"
 #include "tools/simulate/Units.h"
 
 namespace simulate {
@@ -132,14 +133,16 @@ std::string tableOf(const std::vector<Outcome>& outcomes) {
     return text;
 }
 
-std::string complaintsOf(const Outcome& outcome, const std::string& program) {
+std::string complaintsOf(const Outcome& outcome, const std::string& program,
+                         const std::string& options) {
     std::string text;
     for (const std::string& complaint : outcome.summary.complaints) {
         text += complaint + " (seed " + std::to_string(outcome.job.seed) + ")\n";
     }
     if (!text.empty()) {
-        text += "  again: " + program + " " + outcome.job.scenario->file + " --seeds " +
-                std::to_string(outcome.job.seed) + "; results: " + outcome.job.results + "\n";
+        text += "  again: " + shellWord(program) + " " + shellWord(outcome.job.scenario->file) +
+                " --seeds " + std::to_string(outcome.job.seed) + options +
+                "; results: " + outcome.job.results + "\n";
     }
     for (const std::string& remark : outcome.summary.remarks) {
         text += called(outcome.job) + ": " + remark + "\n";

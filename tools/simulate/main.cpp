@@ -22,12 +22,13 @@ using namespace std::string_literals;
 constexpr int kBroken = 1;
 constexpr int kUnreadable = 2;
 constexpr int kInterrupted = 130;
+constexpr const char* kDefaultOut = "build/simulate";
 
 struct Options {
     std::vector<std::string> files;
     std::string seeds;
     unsigned jobs = static_cast<unsigned>(simulate::allowedCpus().size());
-    std::string out = "build/simulate";
+    std::string out = kDefaultOut;
     bool noPicture = false;
 };
 
@@ -95,6 +96,15 @@ std::vector<simulate::Job> jobsOf(const std::vector<simulate::Scenario>& scenari
     return jobs;
 }
 
+/** What a run is repeated with, besides its seed. */
+std::string againOptions(const Options& options) {
+    std::string text;
+    if (options.out != kDefaultOut) {
+        text += " --out " + simulate::shellWord(options.out);
+    }
+    return text + (options.noPicture ? " --no-picture" : "");
+}
+
 int runAll(const Options& options, const std::string& program) {
     std::vector<simulate::Scenario> scenarios;
     if (!readAll(options.files, scenarios)) {
@@ -108,7 +118,7 @@ int runAll(const Options& options, const std::string& program) {
     std::fflush(stdout);
     int status = 0;
     for (const simulate::Outcome& outcome : outcomes) {
-        std::fputs(simulate::complaintsOf(outcome, program).c_str(), stderr);
+        std::fputs(simulate::complaintsOf(outcome, program, againOptions(options)).c_str(), stderr);
         const bool stopped = outcome.summary.verdict == "interrupted";
         status = stopped || status == kInterrupted   ? kInterrupted
                  : outcome.summary.verdict == "held" ? status
