@@ -225,6 +225,19 @@ TEST(AFile, ThatIsWrongIsToldBeforeAnythingRuns) {
     EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
+TEST(ResultsThatCannotBeWritten, AreToldBeforeAnythingRuns) {
+    const Folder folder;
+    const std::string file = folder.write("pair.toml", disturbedPair(1000)).string();
+    for (const std::string& out : {file, file + "/out"}) {
+        const Ran ran = simulateWith(folder, file + " --seeds 1..3 --out " + out);
+        EXPECT_EQ(ran.status, 2);
+        EXPECT_EQ(ran.out, "");
+        EXPECT_EQ(ran.errors, "--out: " + out +
+                                  " cannot be created (Not a directory); name a writable "
+                                  "folder\n");
+    }
+}
+
 TEST(TheScenarios, CanBeRead) {
     const Folder folder;
     std::string files;

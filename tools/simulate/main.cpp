@@ -2,7 +2,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <set>
@@ -96,6 +98,20 @@ std::vector<simulate::Job> jobsOf(const std::vector<simulate::Scenario>& scenari
     return jobs;
 }
 
+/** Whether the results can be written; tells of it when they cannot. */
+bool makeOut(const std::string& out) {
+    std::error_code error;
+    std::filesystem::create_directories(out, error);
+    const bool made = !error && std::filesystem::is_directory(out, error);
+    if (made && access(out.c_str(), W_OK | X_OK) == 0) {
+        return true;
+    }
+    const int number = error ? error.value() : made ? errno : ENOTDIR;
+    std::fprintf(stderr, "--out: %s cannot be %s (%s); name a writable folder\n", out.c_str(),
+                 made ? "written" : "created", std::strerror(number));
+    return false;
+}
+
 /** What a run is repeated with, besides its seed. */
 std::string againOptions(const Options& options) {
     std::string text;
@@ -107,7 +123,7 @@ std::string againOptions(const Options& options) {
 
 int runAll(const Options& options, const std::string& program) {
     std::vector<simulate::Scenario> scenarios;
-    if (!readAll(options.files, scenarios)) {
+    if (!readAll(options.files, scenarios) || !makeOut(options.out)) {
         return kUnreadable;
     }
     const auto jobs = jobsOf(scenarios, options);
