@@ -14,6 +14,8 @@ simulate::Outcome outcomeOf(const simulate::Scenario& scenario) {
     outcome.summary.verdict = "broken";
     outcome.summary.complaints = {"pair.toml:17: slave error p99: 345 ns"};
     outcome.summary.bounds = 2;
+    outcome.summary.held = 1;
+    outcome.summary.node = "slave";
     outcome.summary.p50 = 100.4;
     outcome.summary.p99 = 345.0;
     outcome.summary.max = 46000.0;
@@ -29,10 +31,10 @@ TEST(ABar, IsFilledAsFarAsTheRunHasCome) {
 TEST(TheTable, HasALineForEachRun) {
     const auto scenario = readPairWith("");
     EXPECT_EQ(simulate::tableOf({outcomeOf(scenario)}),
-              "scenario        seed  verdict     bounds       p50 ns       p99 ns       max ns    "
-              "speed\n"
-              "pair               7  broken           2          100          345        46000    "
-              "120 x\n");
+              "scenario        seed  verdict        bounds  node        p50 ns       p99 ns       "
+              "max ns    speed\n"
+              "pair               7  broken            1/2  slave          100          345        "
+              "46000    120 x\n");
 }
 
 TEST(ABrokenLimit, IsToldWithTheCommandThatRepeatsIt) {

@@ -137,8 +137,22 @@ TEST(ASummary, TellsWhatBroke) {
               std::vector<std::string>{
                   "pair.toml:17: slave error max: 250 ns at 11 s, at most 200 ns is allowed"});
     EXPECT_EQ(summary.bounds, 2u);
+    EXPECT_EQ(summary.held, 1u);
+    EXPECT_EQ(summary.node, "slave");
     EXPECT_EQ(summary.p50, 100.0);
     EXPECT_EQ(summary.max, 250.0);
+}
+
+TEST(ASummary, IsOfTheNodeWithTheGreatestP99) {
+    const auto scenario = readPairWith("");
+    RunRecord record = recordOf(scenario);
+    record.results[0].samples.assign(200, {1.0, 300, 3, true});
+    record.results[1].samples.assign(200, {1.0, 200, 3, true});
+    record.results[1].samples[7].errorNs = 9000;
+    const auto summary = summaryOf(record);
+    EXPECT_EQ(summary.node, "master");
+    EXPECT_EQ(summary.p99, 300.0);
+    EXPECT_EQ(summary.max, 300.0);
 }
 
 TEST(ASummary, NamesTheFirstNodesWhereMany) {
@@ -161,6 +175,7 @@ TEST(ASummary, OfARunWithoutSamplesHasNoErrors) {
     const auto summary = simulate::summaryFrom(simulate::toJson(summaryOf(record)));
     EXPECT_EQ(summary.verdict, "held");
     EXPECT_EQ(summary.p99, std::nullopt);
+    EXPECT_EQ(summary.node, "");
 }
 
 TEST(ASummary, OfAFailedRunSaysWhy) {
