@@ -183,34 +183,71 @@ std::string readToTheEnd(int fd) {
     return text;
 }
 
-TEST(ARun, ThatIsInterruptedEndsItsProcesses) {
-    const Folder folder;
-    std::string text = disturbedPair(1000);
-    text.replace(text.find("12s"), 3, "10h");
-    const std::string file = folder.write("pair.toml", text).string();
-    const std::string out = (folder / "out").string();
+/** The program with these arguments, interrupted as soon as a file is there, and what it printed.
+ */
+Ran interruptedAt(const fs::path& awaited, std::vector<std::string> arguments) {
+    std::vector<char*> words;
+    for (std::string& argument : arguments) {
+        words.push_back(argument.data());
+    }
+    words.push_back(nullptr);
     std::array<int, 2> ends{};
-    ASSERT_EQ(pipe(ends.data()), 0);
+    EXPECT_EQ(pipe(ends.data()), 0);
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         close(ends[1]);
-        execl(ZEB_SIMULATE, ZEB_SIMULATE, file.c_str(), "--out", out.c_str(), nullptr);
+        execv(ZEB_SIMULATE, words.data());
         _exit(127);
     }
     close(ends[1]);
-    const fs::path log = folder / "out" / "pair" / "seed-1" / "slave.log";
-    while (!fs::exists(log) && waitpid(child, nullptr, WNOHANG) == 0) {
+    while (!fs::exists(awaited) && waitpid(child, nullptr, WNOHANG) == 0) {
         std::this_thread::yield();
     }
     EXPECT_EQ(kill(child, SIGINT), 0);
-    const std::string told = readToTheEnd(ends[0]);
+    Ran ran;
+    ran.out = readToTheEnd(ends[0]);
     int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 130);
-    EXPECT_NE(told.find("interrupted"), std::string::npos) << told;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    ran.status = WEXITSTATUS(status);
     close(ends[0]);
+    return ran;
+}
+
+/** A pair that nobody would wait for. */
+std::string writeLongPair(const Folder& folder) {
+    std::string text = disturbedPair(1000);
+    text.replace(text.find("12s"), 3, "10h");
+    return folder.write("pair.toml", text).string();
+}
+
+TEST(ARun, ThatIsInterruptedEndsItsProcesses) {
+    const Folder folder;
+    const Ran ran =
+        interruptedAt(folder / "out" / "pair" / "seed-1" / "slave.log",
+                      {"simulate", writeLongPair(folder), "--out", (folder / "out").string()});
+    EXPECT_EQ(ran.status, 130);
+    EXPECT_NE(ran.out.find("interrupted"), std::string::npos) << ran.out;
+}
+
+TEST(ARun, ThatNeverBeganIsToldAsSuch) {
+    const Folder folder;
+    const Ran ran = interruptedAt(folder / "out" / "pair" / "seed-1" / "slave.log",
+                                  {"simulate", writeLongPair(folder), "--seeds", "1..2", "--jobs",
+                                   "1", "--out", (folder / "out").string()});
+    EXPECT_EQ(ran.status, 130);
+    EXPECT_NE(ran.out.find(" 1  interrupted "), std::string::npos) << ran.out;
+    EXPECT_NE(ran.out.find(" 2  not begun "), std::string::npos) << ran.out;
+}
+
+TEST(ARun, ThatIsInterruptedEarlyLeavesNoEmptyFolder) {
+    const Folder folder;
+    const fs::path results = folder / "out" / "pair" / "seed-1";
+    const Ran ran = interruptedAt(
+        results, {"simulate", writeLongPair(folder), "--out", (folder / "out").string()});
+    EXPECT_EQ(ran.status, 130);
+    EXPECT_TRUE(!fs::exists(results) || !fs::is_empty(results));
 }
 
 TEST(AFile, ThatIsWrongIsToldBeforeAnythingRuns) {

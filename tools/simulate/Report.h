@@ -14,7 +14,7 @@ namespace simulate {
 
 /** What the closing table says of a run. */
 struct RunSummary {
-    std::string verdict; /**< held, broken, failed or interrupted */
+    std::string verdict; /**< held, broken, failed, interrupted or not begun */
     /** What broke or failed, "FILE:LINE: ..." */
     std::vector<std::string> complaints;
     std::vector<std::string> remarks; /**< that change no verdict */

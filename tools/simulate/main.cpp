@@ -135,10 +135,11 @@ int runAll(const Options& options, const std::string& program) {
     int status = 0;
     for (const simulate::Outcome& outcome : outcomes) {
         std::fputs(simulate::complaintsOf(outcome, program, againOptions(options)).c_str(), stderr);
-        const bool stopped = outcome.summary.verdict == "interrupted";
-        status = stopped || status == kInterrupted   ? kInterrupted
-                 : outcome.summary.verdict == "held" ? status
-                                                     : kBroken;
+        const std::string& verdict = outcome.summary.verdict;
+        const bool stopped = verdict == "interrupted" || verdict == "not begun";
+        status = stopped || status == kInterrupted ? kInterrupted
+                 : verdict == "held"               ? status
+                                                   : kBroken;
     }
     return status;
 }
