@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -56,7 +57,8 @@ bool isThirtyTwoBit(const std::string& path) {
 }
 
 std::string folderFor(bool i386, const std::string& buildFolder) {
-    return i386 ? buildFolder + "/../i386" : buildFolder;
+    const std::filesystem::path folder = buildFolder;
+    return i386 ? folder.parent_path() / "i386" : folder;
 }
 
 }  // namespace
@@ -97,7 +99,7 @@ Program findProgram(const Node& node, const std::string& buildFolder) {
     }
     for (const std::string& path : {program.path, program.preload}) {
         if (access(path.c_str(), R_OK) != 0) {
-            throw std::runtime_error(path + " is not there; run make simulate");
+            throw std::runtime_error(path + " is not there; run make");
         }
     }
     return program;
