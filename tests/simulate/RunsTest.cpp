@@ -275,6 +275,15 @@ TEST(ResultsThatCannotBeWritten, AreToldBeforeAnythingRuns) {
     }
 }
 
+TEST(ATable, ThatCannotBeWrittenIsNoSuccess) {
+    const Folder folder;
+    const std::string file = folder.write("pair.toml", disturbedPair(1000)).string();
+    const Ran ran = simulateWith(
+        folder, file + " --no-picture --out " + (folder / "out").string() + " >/dev/full");
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.errors, "simulate: the table cannot be written (No space left on device)\n");
+}
+
 TEST(TheScenarios, CanBeRead) {
     const Folder folder;
     std::string files;

@@ -121,6 +121,16 @@ std::string againOptions(const Options& options) {
     return text + (options.noPicture ? " --no-picture" : "");
 }
 
+/** Tells when it could not, since a verdict that nobody can read is none. */
+bool printTable(const std::vector<simulate::Outcome>& outcomes) {
+    std::printf("\n%s", simulate::tableOf(outcomes).c_str());
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return true;
+    }
+    std::fprintf(stderr, "simulate: the table cannot be written (%s)\n", std::strerror(errno));
+    return false;
+}
+
 int runAll(const Options& options, const std::string& program) {
     std::vector<simulate::Scenario> scenarios;
     if (!readAll(options.files, scenarios) || !makeOut(options.out)) {
@@ -130,9 +140,7 @@ int runAll(const Options& options, const std::string& program) {
     simulate::Progress progress(jobs.size(), isatty(STDOUT_FILENO) != 0);
     const auto outcomes =
         simulate::runAll(jobs, {options.jobs, buildFolder(), !options.noPicture}, progress);
-    std::printf("\n%s", simulate::tableOf(outcomes).c_str());
-    std::fflush(stdout);
-    int status = 0;
+    int status = printTable(outcomes) ? 0 : kBroken;
     for (const simulate::Outcome& outcome : outcomes) {
         std::fputs(simulate::complaintsOf(outcome, program, againOptions(options)).c_str(), stderr);
         const std::string& verdict = outcome.summary.verdict;
