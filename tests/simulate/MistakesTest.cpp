@@ -76,11 +76,17 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
         {"role = \"slave\"", "program = \"ptp4l\"\nrole = \"slave\"",
          "pair.toml:11: [[node]] role: is only for the program tsyn; leave it out"},
         {"rate_ppb = 37000", "rate_ppb = \"37 ppm\"",
-         "pair.toml:11: [[node]] rate_ppb: write a number from -100000000 to 100000000"},
+         "pair.toml:11: [[node]] rate_ppb: write a number of ppb without quotes from -100000000 to "
+         "100000000"},
         {"rate_ppb = 37000", "jitter_ns = 1.5",
-         "pair.toml:11: [[node]] jitter_ns: write a whole number from 0 to 1000000000"},
+         "pair.toml:11: [[node]] jitter_ns: write a whole number of nanoseconds from 0 to "
+         "1000000000"},
+        {"rate_ppb = 37000", "cable_ns = \"250ns\"",
+         "pair.toml:11: [[node]] cable_ns: write a whole number of nanoseconds without quotes from "
+         "0 to 1000000000"},
         {"rate_ppb = 37000", "granularity_ns = 0",
-         "pair.toml:11: [[node]] granularity_ns: write a number from 1 to 1000000000"},
+         "pair.toml:11: [[node]] granularity_ns: write a whole number of nanoseconds from 1 to "
+         "1000000000"},
         {"rate_ppb = 37000", "rate_ppb = { from = 1, to = 2 }",
          "pair.toml:11: [[node]] rate_ppb: write a number or, with a count from 2, { from = A, to "
          "= B }"},
@@ -194,6 +200,11 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
         {"", limit("what = \"error\"\n"),
          "pair.toml:17: [[limit]]: bounds nothing; write one or more of p50, p99, max, rms, mean "
          "or count"},
+        {"", limit("what = \"error\"\np99 = \"1us\"\n"),
+         "pair.toml:20: [[limit]] p99: write a whole or decimal number of nanoseconds without "
+         "quotes from 0 to 1e+18"},
+        {"", limit("what = \"rate\"\np99 = -1\n"),
+         "pair.toml:20: [[limit]] p99: write a whole or decimal number of ppm from 0 to 1e+18"},
         {"", limit("what = \"error\"\np50 = { least = 1 }\n"),
          "pair.toml:20: [[limit]] p50: 'least' is unknown; write min, max or both"},
         {"", limit("what = \"error\"\np50 = { min = 2, max = 1 }\n"),

@@ -17,8 +17,9 @@ const std::vector<std::string> kCardCounters = {"card.ptp_frames_sent", "card.ev
                                                 "card.clock_readings",  "card.clock_adjustments"};
 
 void readStatistics(Fields& fields, Limit& limit) {
+    const std::string unit = limit.measure == Measure::kRate ? "ppm" : "nanoseconds";
     for (const std::string& name : kStatistics) {
-        if (const auto bound = fields.bound(name)) {
+        if (const auto bound = fields.bound(name, name == "mean", name == "count" ? "" : unit)) {
             limit.bounds.emplace_back(name, *bound);
         } else if (fields.has(name)) {
             return;
@@ -30,9 +31,9 @@ void readStatistics(Fields& fields, Limit& limit) {
     }
 }
 
-void readOneBound(Fields& fields, const std::string& key, Limit& limit) {
+void readOneBound(Fields& fields, const std::string& key, bool negative, Limit& limit) {
     fields.require(key, "write the most, or { min = A, max = B }");
-    if (const auto bound = fields.bound(key)) {
+    if (const auto bound = fields.bound(key, negative, "")) {
         limit.bounds.emplace_back(key, *bound);
     }
 }
@@ -58,7 +59,7 @@ void readCounter(Fields& fields, Limit& limit) {
         fields.wrong("counter", "'" + limit.subject + "' is no counter of a card; write " +
                                     listed(kCardCounters));
     }
-    readOneBound(fields, "value", limit);
+    readOneBound(fields, "value", true, limit);
 }
 
 void readState(Fields& fields, Limit& limit) {
@@ -77,7 +78,7 @@ void readLog(Fields& fields, Limit& limit) {
     } catch (const std::regex_error&) {
         fields.wrong("matches", "is no regular expression; write one as of ECMAScript");
     }
-    readOneBound(fields, "lines", limit);
+    readOneBound(fields, "lines", false, limit);
 }
 
 void readMeasure(Fields& fields, Limit& limit) {
