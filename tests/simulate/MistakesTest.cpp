@@ -97,7 +97,7 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
         {"rate_ppb = 37000", "options = [1]",
          "pair.toml:11: [[node]] options: write texts in brackets, such as [\"a\", \"b\"]"},
         {"truth = \"master\"", "truth = \"mister\"",
-         "pair.toml:12: [[node]] truth: 'mister' is no node with a card; write the name of one"},
+         "pair.toml:12: [[node]] truth: 'mister' is no node with a card; write master or slave"},
         {"truth = \"master\"", "sample_rate = 10",
          "pair.toml:12: [[node]] sample_rate: there is no truth to sample against; write truth = "
          "CARD"},
@@ -106,6 +106,10 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
 
 TEST(MistakesInAScenario, OfNamesAreTold) {
     expectTold({
+        {"truth = \"master\"\n",
+         "truth = \"m\"\n[[node]]\nname = \"n\"\nrole = \"slave\"\ncount = 10\n",
+         "pair.toml:12: [[node]] truth: 'm' is no node with a card; write master, slave, n1, n2, "
+         "n3, n4, n5, n6 or another"},
         {"", "[[node]]\nname = \"slave\"\nrole = \"slave\"\n",
          "pair.toml:18: [[node]] name: 'slave' is taken by the node of line 8; give each its own "
          "name"},
@@ -215,7 +219,11 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
          "pair.toml:21: [[limit]] to: the window from 0 s to 61 s is empty or goes beyond the end "
          "at 60 s"},
         {"", limit("what = \"error\"\np50 = 1\nafter = \"x\"\n"),
-         "pair.toml:21: [[limit]] after: 'x' is no event; write the name of one"},
+         "pair.toml:21: [[limit]] after: 'x' is no event; none has a name; give the event one"},
+        {"",
+         event("name = \"a\"\nclear = true\n") + event("name = \"b\"\nclear = true\n") +
+             limit("what = \"error\"\np50 = 1\nafter = \"c\"\n"),
+         "pair.toml:31: [[limit]] after: 'c' is no event; write a or b"},
         {"", limit("what = \"log\"\nmatches = \"(\"\nlines = 0\nfrom = 1\n"),
          "pair.toml:17: [[limit]]: a log has no window; leave from, to and after out\n"
          "pair.toml:20: [[limit]] matches: is no regular expression; write one as of ECMAScript"},

@@ -63,4 +63,11 @@ TEST(Seeds, AreOneOrARange) {
     }
 }
 
+TEST(Seeds, ThatAreWrongAreToldWithTheReason) {
+    EXPECT_EQ(simulate::seedsMistake("1..3"), "");
+    EXPECT_EQ(simulate::seedsMistake("3..1"), "3 is above 1; write the lower seed first");
+    EXPECT_EQ(simulate::seedsMistake("1-3"), "'1-3' is no seed; write A or A..B");
+    EXPECT_EQ(simulate::seedsMistake("0..1000000"), "more than a million seeds; write fewer");
+}
+
 }  // namespace

@@ -100,6 +100,16 @@ void readMeasure(Fields& fields, Limit& limit) {
     }
 }
 
+std::string eventAdvice(const Scenario& scenario) {
+    std::vector<std::string> names;
+    for (const Event& event : scenario.events) {
+        if (!event.name.empty()) {
+            names.push_back(event.name);
+        }
+    }
+    return names.empty() ? "none has a name; give the event one" : "write " + listed(names);
+}
+
 void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
     limit.fromNs = fields.duration("from").value_or(0);
     limit.toNs = fields.duration("to").value_or(scenario.durationNs);
@@ -107,7 +117,7 @@ void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
         const auto event = std::find_if(scenario.events.begin(), scenario.events.end(),
                                         [&](const Event& other) { return other.name == *after; });
         if (after->empty() || event == scenario.events.end()) {
-            fields.wrong("after", "'" + *after + "' is no event; write the name of one");
+            fields.wrong("after", "'" + *after + "' is no event; " + eventAdvice(scenario));
         } else {
             limit.fromNs = event->endNs();
         }

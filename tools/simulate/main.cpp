@@ -19,8 +19,6 @@
 
 namespace {
 
-using namespace std::string_literals;
-
 constexpr int kBroken = 1;
 constexpr int kUnreadable = 2;
 constexpr int kInterrupted = 130;
@@ -155,9 +153,7 @@ int runAll(const Options& options, const std::string& program) {
 void addOptions(CLI::App& app, Options& options) {
     app.add_option("file", options.files, "scenarios, TOML")->required();
     app.add_option("--seeds", options.seeds, "A or A..B, in place of the scenario's seed")
-        ->check([](const std::string& text) {
-            return simulate::parseSeeds(text) ? ""s : "'" + text + "' is no seed; write A or A..B"s;
-        });
+        ->check(simulate::seedsMistake);
     app.add_option("--jobs", options.jobs, "runs at once (as many as there are CPUs)")
         ->check(CLI::Range(1, 1024));
     app.add_option("--out", options.out, "folder of the results")->capture_default_str();
