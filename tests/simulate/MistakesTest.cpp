@@ -235,6 +235,21 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
     });
 }
 
+TEST(MistakesInAScenario, BringNoFurtherOnesAlong) {
+    expectTold({
+        {"[[link]]\nbetween", "[[brigde]]\nnodes",
+         "pair.toml:14: brigde: unknown; known are like, name, duration, profile, seed, epoch, "
+         "machine, node, link, bridge, event and limit"},
+        {"", limit("what = \"recover\"\nafter = \"x\"\nbelow_ns = 5\nwithin = 1\n"),
+         "pair.toml:19: [[limit]] what: 'recover' is not allowed; write error, offset, delay, "
+         "rate, outside, width, recovery, counter, state or log"},
+        {"",
+         "[[event]]\nname = \"late\"\nat = 61\ncard = \"slave\"\nclear = true\n" +
+             limit("what = \"error\"\np50 = 1\nafter = \"late\"\n"),
+         "pair.toml:19: [[event]] at: is not before the end of the run at 60 s"},
+    });
+}
+
 TEST(MistakesInAScenario, AreAllToldInTheOrderOfTheirLines) {
     EXPECT_EQ(mistakesIn("x = 1\nduration = true\n"),
               "pair.toml:1: 'node' is missing; write a [[node]] for each "

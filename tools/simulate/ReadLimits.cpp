@@ -81,11 +81,18 @@ void readLog(Fields& fields, Limit& limit) {
     readOneBound(fields, "lines", false, limit);
 }
 
-void readMeasure(Fields& fields, Limit& limit) {
+/** False when it cannot be told what is bound. */
+bool readWhat(Fields& fields, Limit& limit) {
     fields.require("what", "write " + listed(kMeasures));
-    const std::string what = fields.choice("what", kMeasures).value_or("error");
-    limit.measure = static_cast<Measure>(std::find(kMeasures.begin(), kMeasures.end(), what) -
-                                         kMeasures.begin());
+    const auto what = fields.choice("what", kMeasures);
+    if (what) {
+        limit.measure = static_cast<Measure>(std::find(kMeasures.begin(), kMeasures.end(), *what) -
+                                             kMeasures.begin());
+    }
+    return what.has_value();
+}
+
+void readBounds(Fields& fields, Limit& limit) {
     switch (limit.measure) {
     case Measure::kRecovery:
         return readRecovery(fields, limit);
@@ -111,6 +118,7 @@ std::string eventAdvice(const Scenario& scenario) {
 }
 
 void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
+    bool told = false;
     limit.fromNs = fields.duration("from").value_or(0);
     limit.toNs = fields.duration("to").value_or(scenario.durationNs);
     if (const auto after = fields.text("after")) {
@@ -120,6 +128,7 @@ void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
             fields.wrong("after", "'" + *after + "' is no event; " + eventAdvice(scenario));
         } else {
             limit.fromNs = event->endNs();
+            told = event->atNs >= scenario.durationNs || event->endNs() > scenario.durationNs;
         }
         if (fields.has("from")) {
             fields.wrong("from", "there is after already; write one of them");
@@ -130,7 +139,7 @@ void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
         fields.problems().add(fields.line(),
                               "[[limit]]: a log has no window; leave from, to and "
                               "after out");
-    } else if (limit.toNs > scenario.durationNs || limit.fromNs >= limit.toNs) {
+    } else if (!told && (limit.toNs > scenario.durationNs || limit.fromNs >= limit.toNs)) {
         const std::string key = fields.has("to") ? "to" : fields.has("from") ? "from" : "after";
         fields.wrong(key, "the window from " + secondsText(limit.fromNs) + " to " +
                               secondsText(limit.toNs) + " is empty or goes beyond the end at " +
@@ -168,7 +177,10 @@ void readLimits(Fields& top, Scenario& scenario) {
         limit.line = fields.line();
         fields.require("node", "write the name of a node");
         limit.nodes = readNodeNames(fields, "node", scenario);
-        readMeasure(fields, limit);
+        if (!readWhat(fields, limit)) {
+            continue;  // which keys are right depends on it
+        }
+        readBounds(fields, limit);
         readWindow(fields, limit, scenario);
         checkSources(fields, limit, scenario);
         fields.finish();
