@@ -169,8 +169,11 @@ TEST(ARun, WhoseProgramEndsHasFailed) {
     EXPECT_EQ(ran.status, 1);
     EXPECT_NE(ran.errors.find("node slave ended with status 2 at "), std::string::npos)
         << ran.errors;
-    EXPECT_NE(contents(folder / "out" / "pair" / "seed-1" / "slave.log").find("--no-such-option"),
-              std::string::npos);
+    const std::string log = contents(folder / "out" / "pair" / "seed-1" / "slave.log");
+    EXPECT_NE(log.find("--no-such-option"), std::string::npos);
+    EXPECT_NE(ran.errors.find(" s: " + log.substr(0, log.find('\n')) + "; see slave.log"),
+              std::string::npos)
+        << ran.errors;
 }
 
 /** Reads until the last process that could write has ended. */
