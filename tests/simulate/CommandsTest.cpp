@@ -71,6 +71,17 @@ TEST(AProgram, ThatIsMissingIsTold) {
     }
 }
 
+TEST(AProgram, OfTheBuildThatIsMissingIsToldWithWhatBuildsIt) {
+    Node node;
+    node.program = "{build}/flood";
+    try {
+        simulate::findProgram(node, "/b");
+        FAIL() << "it was found";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "/b/flood is not there; run make");
+    }
+}
+
 TEST(ATsyn, ThatIsNotBuiltIsToldWithWhatBuildsIt) {
     for (const bool i386 : {false, true}) {
         Node node;

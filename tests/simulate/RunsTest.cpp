@@ -87,6 +87,11 @@ private:
     std::vector<std::thread> loops_;
 };
 
+/** The 32-bit programs are of another build. */
+bool narrowIsBuilt() {
+    return fs::exists(fs::path(ZEB_SIMULATE).parent_path().parent_path() / "i386" / "tsyn");
+}
+
 TEST(ARun, GivesTheSameBytesWhenItIsRepeated) {
     const Folder folder;
     const fs::path file = folder.write("pair.toml", disturbedPair(1000));
@@ -107,7 +112,7 @@ TEST(ARun, GivesTheSameBytesWhenItIsRepeated) {
 }
 
 TEST(ARun, OfEitherWordSizeGivesTheSameFramesAndTimes) {
-    if (!fs::exists(fs::path(ZEB_SIMULATE).parent_path().parent_path() / "i386" / "tsyn")) {
+    if (!narrowIsBuilt()) {
         GTEST_SKIP() << "the 32-bit programs are not built";
     }
     const Folder folder;
@@ -291,7 +296,9 @@ TEST(TheScenarios, CanBeRead) {
     const Folder folder;
     std::string files;
     for (const auto& entry : fs::directory_iterator(ZEB_SCENARIOS)) {
-        files += entry.path().string() + " ";
+        if (narrowIsBuilt() || contents(entry.path()).find("\"i386\"") == std::string::npos) {
+            files += entry.path().string() + " ";
+        }
     }
     // A second mistake, so that nothing runs.
     const fs::path wrong = folder.write("wrong.toml", "duration = 5\n");

@@ -18,6 +18,8 @@ namespace {
 constexpr const char* kSearchedFolders =
     "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
+constexpr const char* kNotBuilt = " is not there; run make";
+
 std::string netOf(const Scenario& scenario, const std::string& node) {
     for (const Net& net : scenario.nets) {
         for (const std::string& name : net.nodes) {
@@ -89,7 +91,11 @@ Program findProgram(const Node& node, const std::string& buildFolder) {
         program.path = folderFor(node.i386, buildFolder) + "/tsyn";
         program.preload = folderFor(node.i386, buildFolder) + "/libvirtual_i210.so";
     } else {
-        program.path = searched(filledIn(node.program, node, buildFolder));
+        const std::string wanted = filledIn(node.program, node, buildFolder);
+        program.path = searched(wanted);
+        if (program.path.empty() && wanted.rfind(buildFolder + "/", 0) == 0) {
+            throw std::runtime_error(wanted + kNotBuilt);
+        }
         if (program.path.empty()) {
             throw std::runtime_error("program '" + node.program +
                                      "' cannot be run; install it or name another");
@@ -99,7 +105,7 @@ Program findProgram(const Node& node, const std::string& buildFolder) {
     }
     for (const std::string& path : {program.path, program.preload}) {
         if (access(path.c_str(), R_OK) != 0) {
-            throw std::runtime_error(path + " is not there; run make");
+            throw std::runtime_error(path + kNotBuilt);
         }
     }
     return program;
