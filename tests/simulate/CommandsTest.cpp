@@ -69,12 +69,30 @@ TEST(AProgram, ThatIsMissingIsTold) {
         EXPECT_STREQ(error.what(),
                      "program 'no-such-program' cannot be run; install it or name another");
     }
-    node.program = "tsyn";
+}
+
+TEST(AProgram, OfTheBuildThatIsMissingIsToldWithWhatBuildsIt) {
+    Node node;
+    node.program = "{build}/flood";
     try {
         simulate::findProgram(node, "/b");
         FAIL() << "it was found";
     } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "/b/tsyn is not there; run make simulate");
+        EXPECT_STREQ(error.what(), "/b/flood is not there; run make");
+    }
+}
+
+TEST(ATsyn, ThatIsNotBuiltIsToldWithWhatBuildsIt) {
+    for (const bool i386 : {false, true}) {
+        Node node;
+        node.i386 = i386;
+        try {
+            simulate::findProgram(node, "/b/x86_64");
+            FAIL() << "it was found";
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), i386 ? "/b/i386/tsyn is not there; run make"
+                                            : "/b/x86_64/tsyn is not there; run make");
+        }
     }
 }
 

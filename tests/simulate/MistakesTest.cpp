@@ -76,11 +76,17 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
         {"role = \"slave\"", "program = \"ptp4l\"\nrole = \"slave\"",
          "pair.toml:11: [[node]] role: is only for the program tsyn; leave it out"},
         {"rate_ppb = 37000", "rate_ppb = \"37 ppm\"",
-         "pair.toml:11: [[node]] rate_ppb: write a number from -100000000 to 100000000"},
+         "pair.toml:11: [[node]] rate_ppb: write a number of ppb without quotes from -100000000 to "
+         "100000000"},
         {"rate_ppb = 37000", "jitter_ns = 1.5",
-         "pair.toml:11: [[node]] jitter_ns: write a whole number from 0 to 1000000000"},
+         "pair.toml:11: [[node]] jitter_ns: write a whole number of nanoseconds from 0 to "
+         "1000000000"},
+        {"rate_ppb = 37000", "cable_ns = \"250ns\"",
+         "pair.toml:11: [[node]] cable_ns: write a whole number of nanoseconds without quotes from "
+         "0 to 1000000000"},
         {"rate_ppb = 37000", "granularity_ns = 0",
-         "pair.toml:11: [[node]] granularity_ns: write a number from 1 to 1000000000"},
+         "pair.toml:11: [[node]] granularity_ns: write a whole number of nanoseconds from 1 to "
+         "1000000000"},
         {"rate_ppb = 37000", "rate_ppb = { from = 1, to = 2 }",
          "pair.toml:11: [[node]] rate_ppb: write a number or, with a count from 2, { from = A, to "
          "= B }"},
@@ -91,7 +97,7 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
         {"rate_ppb = 37000", "options = [1]",
          "pair.toml:11: [[node]] options: write texts in brackets, such as [\"a\", \"b\"]"},
         {"truth = \"master\"", "truth = \"mister\"",
-         "pair.toml:12: [[node]] truth: 'mister' is no node with a card; write the name of one"},
+         "pair.toml:12: [[node]] truth: 'mister' is no node with a card; write master or slave"},
         {"truth = \"master\"", "sample_rate = 10",
          "pair.toml:12: [[node]] sample_rate: there is no truth to sample against; write truth = "
          "CARD"},
@@ -100,6 +106,10 @@ TEST(MistakesInAScenario, OfNodesAreTold) {
 
 TEST(MistakesInAScenario, OfNamesAreTold) {
     expectTold({
+        {"truth = \"master\"\n",
+         "truth = \"m\"\n[[node]]\nname = \"n\"\nrole = \"slave\"\ncount = 10\n",
+         "pair.toml:12: [[node]] truth: 'm' is no node with a card; write master, slave, n1, n2, "
+         "n3, n4, n5, n6 or another"},
         {"", "[[node]]\nname = \"slave\"\nrole = \"slave\"\n",
          "pair.toml:18: [[node]] name: 'slave' is taken by the node of line 8; give each its own "
          "name"},
@@ -194,6 +204,11 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
         {"", limit("what = \"error\"\n"),
          "pair.toml:17: [[limit]]: bounds nothing; write one or more of p50, p99, max, rms, mean "
          "or count"},
+        {"", limit("what = \"error\"\np99 = \"1us\"\n"),
+         "pair.toml:20: [[limit]] p99: write a whole or decimal number of nanoseconds without "
+         "quotes from 0 to 1e+18"},
+        {"", limit("what = \"rate\"\np99 = -1\n"),
+         "pair.toml:20: [[limit]] p99: write a whole or decimal number of ppm from 0 to 1e+18"},
         {"", limit("what = \"error\"\np50 = { least = 1 }\n"),
          "pair.toml:20: [[limit]] p50: 'least' is unknown; write min, max or both"},
         {"", limit("what = \"error\"\np50 = { min = 2, max = 1 }\n"),
@@ -204,7 +219,11 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
          "pair.toml:21: [[limit]] to: the window from 0 s to 61 s is empty or goes beyond the end "
          "at 60 s"},
         {"", limit("what = \"error\"\np50 = 1\nafter = \"x\"\n"),
-         "pair.toml:21: [[limit]] after: 'x' is no event; write the name of one"},
+         "pair.toml:21: [[limit]] after: 'x' is no event; none has a name; give the event one"},
+        {"",
+         event("name = \"a\"\nclear = true\n") + event("name = \"b\"\nclear = true\n") +
+             limit("what = \"error\"\np50 = 1\nafter = \"c\"\n"),
+         "pair.toml:31: [[limit]] after: 'c' is no event; write a or b"},
         {"", limit("what = \"log\"\nmatches = \"(\"\nlines = 0\nfrom = 1\n"),
          "pair.toml:17: [[limit]]: a log has no window; leave from, to and after out\n"
          "pair.toml:20: [[limit]] matches: is no regular expression; write one as of ECMAScript"},
@@ -213,6 +232,21 @@ TEST(MistakesInAScenario, OfLimitsAreTold) {
          "card.ptp_frames_sent, card.event_frames_sent, card.tx_timestamps, card.rx_timestamps, "
          "card.rx_fallbacks, card.frames_swallowed, card.clock_readings or "
          "card.clock_adjustments"},
+    });
+}
+
+TEST(MistakesInAScenario, BringNoFurtherOnesAlong) {
+    expectTold({
+        {"[[link]]\nbetween", "[[brigde]]\nnodes",
+         "pair.toml:14: brigde: unknown; known are like, name, duration, profile, seed, epoch, "
+         "machine, node, link, bridge, event and limit"},
+        {"", limit("what = \"recover\"\nafter = \"x\"\nbelow_ns = 5\nwithin = 1\n"),
+         "pair.toml:19: [[limit]] what: 'recover' is not allowed; write error, offset, delay, "
+         "rate, outside, width, recovery, counter, state or log"},
+        {"",
+         "[[event]]\nname = \"late\"\nat = 61\ncard = \"slave\"\nclear = true\n" +
+             limit("what = \"error\"\np50 = 1\nafter = \"late\"\n"),
+         "pair.toml:19: [[event]] at: is not before the end of the run at 60 s"},
     });
 }
 

@@ -137,8 +137,22 @@ TEST(ASummary, TellsWhatBroke) {
               std::vector<std::string>{
                   "pair.toml:17: slave error max: 250 ns at 11 s, at most 200 ns is allowed"});
     EXPECT_EQ(summary.bounds, 2u);
+    EXPECT_EQ(summary.held, 1u);
+    EXPECT_EQ(summary.node, "slave");
     EXPECT_EQ(summary.p50, 100.0);
     EXPECT_EQ(summary.max, 250.0);
+}
+
+TEST(ASummary, IsOfTheNodeWithTheGreatestP99) {
+    const auto scenario = readPairWith("");
+    RunRecord record = recordOf(scenario);
+    record.results[0].samples.assign(200, {1.0, 300, 3, true});
+    record.results[1].samples.assign(200, {1.0, 200, 3, true});
+    record.results[1].samples[7].errorNs = 9000;
+    const auto summary = summaryOf(record);
+    EXPECT_EQ(summary.node, "master");
+    EXPECT_EQ(summary.p99, 300.0);
+    EXPECT_EQ(summary.max, 300.0);
 }
 
 TEST(ASummary, NamesTheFirstNodesWhereMany) {
@@ -161,6 +175,7 @@ TEST(ASummary, OfARunWithoutSamplesHasNoErrors) {
     const auto summary = simulate::summaryFrom(simulate::toJson(summaryOf(record)));
     EXPECT_EQ(summary.verdict, "held");
     EXPECT_EQ(summary.p99, std::nullopt);
+    EXPECT_EQ(summary.node, "");
 }
 
 TEST(ASummary, OfAFailedRunSaysWhy) {
@@ -178,10 +193,50 @@ TEST(APicture, MarksEventsAndIsNotMadeOfNothing) {
     const std::string script = simulate::pictureScript(record, "/x/picture.png");
     EXPECT_NE(script.find("set output '/x/picture.png'"), std::string::npos);
     EXPECT_NE(script.find("10 100\n11 -250\n"), std::string::npos);
-    EXPECT_NE(script.find("set label 'link down' at 20,"), std::string::npos);
+    EXPECT_NE(script.find("set label 'pulled' at 20,"), std::string::npos);
     EXPECT_NE(script.find("set arrow from 21.5,"), std::string::npos);
+    EXPECT_NE(script.find(" title 'event begins'"), std::string::npos);
+    EXPECT_NE(script.find(" title 'event is taken back'"), std::string::npos);
     record.results[1].samples.clear();
     EXPECT_EQ(simulate::pictureScript(record, "/x/picture.png"), "");
+}
+
+TEST(APicture, LabelsAnEventWithoutANameByItsDeedAndNode) {
+    const auto scenario = readPairWith(R"([[event]]
+at = 20
+node = "slave"
+process = "restart"
+[[event]]
+at = 30
+card = "*"
+link = "up"
+[[event]]
+name = "don't"
+at = 40
+card = "slave"
+clear = true
+)");
+    const std::string script = simulate::pictureScript(recordOf(scenario), "x.png");
+    EXPECT_NE(script.find("set label 'process restart slave' at 20,"), std::string::npos);
+    EXPECT_NE(script.find("set label 'link up master and 1 more' at 30,"), std::string::npos);
+    EXPECT_NE(script.find("set label 'don''t' at 40,"), std::string::npos);
+    EXPECT_EQ(script.find("'event is taken back'"), std::string::npos);
+}
+
+TEST(APicture, SaysWhatItDoesNotShow) {
+    const auto scenario = readPairWith(R"([[event]]
+at = 1
+every = 1
+times = 41
+card = "slave"
+link = "up"
+)");
+    RunRecord record = recordOf(scenario);
+    record.results[1].samples.assign(200, {1.0, 100, 3, true});
+    record.results[1].samples[7].errorNs = 9000;
+    const std::string script = simulate::pictureScript(record, "x.png");
+    EXPECT_NE(script.find("'error (ns); 1 of 200 beyond'"), std::string::npos);
+    EXPECT_NE(script.find("'event begins (the first 40)'"), std::string::npos);
 }
 
 TEST(APicture, OfALongRunKeepsItsExtremes) {

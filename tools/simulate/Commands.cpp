@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -16,6 +17,8 @@ namespace {
 
 constexpr const char* kSearchedFolders =
     "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+constexpr const char* kNotBuilt = " is not there; run make";
 
 std::string netOf(const Scenario& scenario, const std::string& node) {
     for (const Net& net : scenario.nets) {
@@ -56,7 +59,8 @@ bool isThirtyTwoBit(const std::string& path) {
 }
 
 std::string folderFor(bool i386, const std::string& buildFolder) {
-    return i386 ? buildFolder + "/../i386" : buildFolder;
+    const std::filesystem::path folder = buildFolder;
+    return i386 ? folder.parent_path() / "i386" : folder;
 }
 
 }  // namespace
@@ -87,7 +91,11 @@ Program findProgram(const Node& node, const std::string& buildFolder) {
         program.path = folderFor(node.i386, buildFolder) + "/tsyn";
         program.preload = folderFor(node.i386, buildFolder) + "/libvirtual_i210.so";
     } else {
-        program.path = searched(filledIn(node.program, node, buildFolder));
+        const std::string wanted = filledIn(node.program, node, buildFolder);
+        program.path = searched(wanted);
+        if (program.path.empty() && wanted.rfind(buildFolder + "/", 0) == 0) {
+            throw std::runtime_error(wanted + kNotBuilt);
+        }
         if (program.path.empty()) {
             throw std::runtime_error("program '" + node.program +
                                      "' cannot be run; install it or name another");
@@ -97,7 +105,7 @@ Program findProgram(const Node& node, const std::string& buildFolder) {
     }
     for (const std::string& path : {program.path, program.preload}) {
         if (access(path.c_str(), R_OK) != 0) {
-            throw std::runtime_error(path + " is not there; run make simulate");
+            throw std::runtime_error(path + kNotBuilt);
         }
     }
     return program;

@@ -12,6 +12,24 @@ namespace {
 constexpr const char* kDurationAdvice =
     "write seconds or a text with units ns, us, ms, s, min, h, d, such as \"500ms\"";
 
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/** "a whole number of nanoseconds": the key's end says of what. */
+std::string kindOf(const std::string& key, bool decimals) {
+    return std::string(decimals ? "a number" : "a whole number") +
+           (endsWith(key, "_ns")    ? " of nanoseconds"
+            : endsWith(key, "_ppb") ? " of ppb"
+                                    : "");
+}
+
+std::string numberAdvice(const toml::node& value, const std::string& kind,
+                         const std::string& range) {
+    return "write " + kind + (value.is_string() ? " without quotes" : "") + " from " + range;
+}
+
 std::string rangeText(double least, double most) {
     return numberText(least) + " to " + numberText(most);
 }
@@ -153,18 +171,18 @@ std::optional<std::int64_t> Fields::integer(const std::string& key, std::int64_t
     }
     const auto* whole = value->as_integer();
     if (whole == nullptr || whole->get() < least || whole->get() > most) {
-        wrong(key,
-              "write a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+        wrong(key, numberAdvice(*value, kindOf(key, false),
+                                std::to_string(least) + " to " + std::to_string(most)));
         return std::nullopt;
     }
     return whole->get();
 }
 
 std::optional<double> Fields::numberOf(const toml::node* value, const std::string& key,
-                                       double least, double most) {
+                                       double least, double most, const std::string& kind) {
     const auto number = value->is_number() ? value->value<double>() : std::nullopt;
     if (!number || !(*number >= least && *number <= most)) {
-        wrong(key, "write a number from " + rangeText(least, most));
+        wrong(key, numberAdvice(*value, kind, rangeText(least, most)));
         return std::nullopt;
     }
     return number;
@@ -172,7 +190,7 @@ std::optional<double> Fields::numberOf(const toml::node* value, const std::strin
 
 std::optional<double> Fields::number(const std::string& key, double least, double most) {
     const toml::node* value = find(key);
-    return value == nullptr ? std::nullopt : numberOf(value, key, least, most);
+    return value == nullptr ? std::nullopt : numberOf(value, key, least, most, kindOf(key, true));
 }
 
 std::optional<bool> Fields::flag(const std::string& key) {
@@ -252,10 +270,12 @@ std::optional<Bound> Fields::boundBy(const std::string& key, Read read) {
     return bound;
 }
 
-std::optional<Bound> Fields::bound(const std::string& key) {
+std::optional<Bound> Fields::bound(const std::string& key, bool negative, const std::string& unit) {
     constexpr double kMost = 1e18;
-    return boundBy(key,
-                   [&](const toml::node* value) { return numberOf(value, key, -kMost, kMost); });
+    const std::string kind = "a whole or decimal number" + (unit.empty() ? "" : " of " + unit);
+    return boundBy(key, [&](const toml::node* value) {
+        return numberOf(value, key, negative ? -kMost : 0.0, kMost, kind);
+    });
 }
 
 std::optional<Bound> Fields::durationBound(const std::string& key) {
@@ -271,6 +291,7 @@ std::vector<double> Fields::spread(const std::string& key, double least, double 
     if (value == nullptr) {
         return {};
     }
+    const std::string kind = kindOf(key, decimals);
     std::optional<double> from;
     std::optional<double> to;
     if (const toml::table* ends = value->as_table()) {
@@ -280,12 +301,12 @@ std::vector<double> Fields::spread(const std::string& key, double least, double 
             wrong(key, "write a number or, with a count from 2, { from = A, to = B }");
             return {};
         }
-        from = numberOf(first, key, least, most);
-        to = numberOf(last, key, least, most);
+        from = numberOf(first, key, least, most, kind);
+        to = numberOf(last, key, least, most, kind);
     } else {
-        from = to = numberOf(value, key, least, most);
+        from = to = numberOf(value, key, least, most, kind);
         if (from && !decimals && !value->is_integer()) {
-            wrong(key, "write a whole number from " + rangeText(least, most));
+            wrong(key, numberAdvice(*value, kind, rangeText(least, most)));
         }
     }
     std::vector<double> result;

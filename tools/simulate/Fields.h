@@ -64,8 +64,9 @@ public:
     std::optional<std::uint64_t> duration(const std::string& key);
     /** In nanoseconds since 1970. */
     std::optional<std::uint64_t> instant(const std::string& key);
-    /** A number, which is the most, or { min, max }. */
-    std::optional<Bound> bound(const std::string& key);
+    /** A number, which is the most, or { min, max }. The unit, if any, is for who writes another.
+     */
+    std::optional<Bound> bound(const std::string& key, bool negative, const std::string& unit);
     /** The same of durations, in seconds. */
     std::optional<Bound> durationBound(const std::string& key);
 
@@ -89,7 +90,7 @@ private:
     const toml::node* find(const std::string& key);
     std::string called(const std::string& key) const;
     std::optional<double> numberOf(const toml::node* value, const std::string& key, double least,
-                                   double most);
+                                   double most, const std::string& kind);
     std::optional<std::uint64_t> durationOf(const toml::node* value, const std::string& key);
     template <typename Read>
     std::optional<Bound> boundBy(const std::string& key, Read read);

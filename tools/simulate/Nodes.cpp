@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -48,6 +50,29 @@ std::string endText(int status) {
         return "by signal " + std::to_string(WTERMSIG(status));
     }
     return "with status " + std::to_string(WEXITSTATUS(status));
+}
+
+std::uintmax_t sizeOf(const std::string& file) {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(file, error);
+    return error ? 0 : size;
+}
+
+/** ": TEXT" with the first line from there on, cut where it is very long; empty without any. */
+std::string saidFirst(const std::string& log, std::uintmax_t begin) {
+    constexpr std::size_t kMost = 200;
+    std::ifstream stream(log);
+    stream.seekg(static_cast<std::streamoff>(begin));
+    std::string line;
+    while (line.empty() && std::getline(stream, line)) {
+    }
+    if (line.size() > kMost) {
+        line = line.substr(0, kMost) + "...";
+    }
+    // A report is JSON, which takes no bytes that are no text.
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return std::isprint(c) == 0; }, '?');
+    return line.empty() ? "" : ": " + line;
 }
 
 bool endedWell(int status) {
@@ -104,6 +129,7 @@ void Nodes::start(const std::string& name) {
         return;
     }
     state.startsNs.push_back(simulation_.nowNs());
+    state.logBegin = sizeOf(filesOf(*state.node, 1).log);
     const auto number = static_cast<unsigned>(state.startsNs.size());
     state.endExpected = false;
     state.restarts = false;
@@ -135,8 +161,10 @@ void Nodes::ended(State& state, int status) {
     state.pid = 0;
     // A program that is ended by a signal on purpose may say so in its status.
     if (!state.endExpected && !(state.node->mayEnd && endedWell(status))) {
+        const std::string said =
+            WIFEXITED(status) ? saidFirst(filesOf(*state.node, 1).log, state.logBegin) : "";
         failures_.push_back("node " + state.node->name + " ended " + endText(status) + " at " +
-                            secondsText(simulation_.nowNs()) + "; see " + state.node->name +
+                            secondsText(simulation_.nowNs()) + said + "; see " + state.node->name +
                             ".log");
     }
 }

@@ -44,7 +44,7 @@ public:
     /** SIGTERM to all, the last started first. */
     void endAll();
 
-    /** "node slave ended with status 1 at 12.5 s" */
+    /** "node slave ended with status 1 at 12.5 s: what it said first; see slave.log" */
     const std::vector<std::string>& failures() const { return failures_; }
 
     /** Reads what the nodes wrote, and joins what several starts wrote in one file each. Samples
@@ -60,6 +60,7 @@ private:
         bool restarts = false;
         bool stopped = false;
         std::vector<std::uint64_t> startsNs;
+        std::uintmax_t logBegin = 0; /**< what earlier starts had written */
     };
 
     void exec(const State& state, unsigned start) const;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -29,11 +30,12 @@ struct Drawn {
 };
 
 std::vector<Drawn> drawnOf(const RunRecord& record) {
+    const double durationS = secondsOf(record.scenario->durationNs);
     std::vector<Drawn> result;
     for (const NodeResult& node : record.results) {
         Drawn drawn{node.name, {}};
         for (const Sample& sample : node.samples) {
-            if (sample.valid) {
+            if (sample.valid && sample.atS <= durationS) {
                 drawn.errors.push_back({sample.atS, static_cast<double>(sample.errorNs)});
             }
         }
@@ -101,16 +103,21 @@ void writePoints(std::ostringstream& script, const std::vector<Drawn>& drawn, do
     }
 }
 
-/** Counted here: gnuplot would have to be given every sample. */
-void writeBins(std::ostringstream& script, const std::vector<Drawn>& drawn, double reachNs) {
+/** Counted here: gnuplot would have to be given every sample. Says how many samples no bin has. */
+std::string writeBins(std::ostringstream& script, const std::vector<Drawn>& drawn, double reachNs) {
     constexpr std::size_t kBins = 80;
+    std::size_t samples = 0;
+    std::size_t beyond = 0;
     std::array<std::size_t, kBins> bins{};
     const double width = 2 * reachNs / kBins;
     for (const Drawn& node : drawn) {
         for (const Timed& error : node.errors) {
             const double bin = std::floor((error.value + reachNs) / width);
+            ++samples;
             if (bin >= 0 && bin < kBins) {
                 ++bins[static_cast<std::size_t>(bin)];
+            } else {
+                ++beyond;
             }
         }
     }
@@ -119,25 +126,65 @@ void writeBins(std::ostringstream& script, const std::vector<Drawn>& drawn, doub
         script << numberText(-reachNs + (double(i) + 0.5) * width) << ' ' << bins[i] << '\n';
     }
     script << "EOD\n";
+    return beyond == 0
+               ? ""
+               : "; " + std::to_string(beyond) + " of " + std::to_string(samples) + " beyond";
 }
 
-void writeMarks(std::ostringstream& script, const Scenario& scenario) {
+/** A text as gnuplot reads it between single quotes. */
+std::string quotable(const std::string& text) {
+    std::string result;
+    for (const char letter : text) {
+        const bool control = std::iscntrl(static_cast<unsigned char>(letter)) != 0;
+        result += letter == '\'' ? "''" : std::string(1, control ? ' ' : letter);
+    }
+    return result;
+}
+
+/** Its name, or else what it does and to whom. */
+std::string labelOf(const Event& event) {
+    if (!event.name.empty()) {
+        return quotable(event.name);
+    }
+    const std::size_t others = event.nodes.size() - 1;
+    return describe(event) + " " + event.nodes[0] +
+           (others == 0 ? "" : " and " + std::to_string(others) + " more");
+}
+
+/** What the legend has to tell of. */
+struct Marks {
+    bool begins = false;
+    bool ends = false;
+    bool leftOut = false;
+};
+
+constexpr const char* kBeginColour = "#c03020";
+constexpr const char* kEndColour = "#30a050";
+
+Marks writeMarks(std::ostringstream& script, const Scenario& scenario) {
+    Marks marks;
     std::set<std::uint64_t> marked;
     std::size_t label = 0;
     for (const Step& step : timelineOf(scenario)) {
-        if (step.event == nullptr || marked.size() >= kMostMarks ||
-            !marked.insert(step.atNs).second) {
+        if (step.event == nullptr || marked.count(step.atNs) != 0) {
             continue;
         }
+        if (marked.size() == kMostMarks) {
+            marks.leftOut = true;
+            break;
+        }
+        marked.insert(step.atNs);
         const bool begins = step.kind == Step::Kind::kEvent;
+        (begins ? marks.begins : marks.ends) = true;
         const std::string at = numberText(secondsOf(step.atNs));
         script << "set arrow from " << at << ", graph 0 to " << at
-               << ", graph 1 nohead dt 3 lc rgb '" << (begins ? "#c03020" : "#30a050") << "'\n";
+               << ", graph 1 nohead dt 3 lc rgb '" << (begins ? kBeginColour : kEndColour) << "'\n";
         if (begins) {
-            script << "set label '" << describe(*step.event) << "' at " << at << ", graph "
+            script << "set label '" << labelOf(*step.event) << "' at " << at << ", graph "
                    << 0.97 - 0.05 * double(label++ % 4) << " offset 0.4,0 font ',9'\n";
         }
     }
+    return marks;
 }
 
 /** A fault's error may be a million times the usual one: then both are shown by an axis that is
@@ -161,7 +208,12 @@ void writeAxis(std::ostringstream& script, const Reach& reach) {
            << numberText(2.0 * std::max(reach.mostNs, 100.0)) << "]\n";
 }
 
-void writePlot(std::ostringstream& script, const std::vector<Drawn>& drawn) {
+/** A line of the legend for what is no curve. */
+void writeLegend(std::ostringstream& script, const char* colour, const std::string& text) {
+    script << ", NaN with lines dt 3 lc rgb '" << colour << "' title '" << text << "'";
+}
+
+void writePlot(std::ostringstream& script, const std::vector<Drawn>& drawn, const Marks& marks) {
     script << "plot ";
     for (std::size_t i = 0; i < drawn.size(); ++i) {
         script << (i == 0 ? "" : ", ") << "$errors" << i << " with points pt 7 ps 0.35 ";
@@ -171,15 +223,24 @@ void writePlot(std::ostringstream& script, const std::vector<Drawn>& drawn) {
             script << "notitle";
         }
     }
+    const std::string which =
+        marks.leftOut ? " (the first " + std::to_string(kMostMarks) + ")" : "";
+    if (marks.begins) {
+        writeLegend(script, kBeginColour, "event begins" + which);
+    }
+    if (marks.ends) {
+        writeLegend(script, kEndColour, "event is taken back" + which);
+    }
     script << '\n';
 }
 
 std::string titleOf(const RunRecord& record) {
     const RunSummary summary = summaryOf(record);
     return record.scenario->name + ", seed " + std::to_string(record.seed) + ", " +
-           secondsText(record.scenario->durationNs) + ": " + summary.verdict + "; p50 " +
-           numberText(summary.p50.value_or(0)) + ", p99 " + numberText(summary.p99.value_or(0)) +
-           ", max " + numberText(summary.max.value_or(0)) + " ns";
+           secondsText(record.scenario->durationNs) + ": " + summary.verdict + "; " + summary.node +
+           " p50 " + numberText(summary.p50.value_or(0)) + ", p99 " +
+           numberText(summary.p99.value_or(0)) + ", max " + numberText(summary.max.value_or(0)) +
+           " ns";
 }
 
 }  // namespace
@@ -193,7 +254,7 @@ std::string pictureScript(const RunRecord& record, const std::string& pngFile) {
     const Reach reach = reachOf(drawn);
     std::ostringstream script;
     writePoints(script, drawn, durationS);
-    writeBins(script, drawn, reach.usualNs);
+    const std::string beyond = writeBins(script, drawn, reach.usualNs);
     script << "set terminal pngcairo size 1400,520 font 'DejaVu Sans,11' background '#ffffff'\n"
               "set termoption noenhanced\nset output '"
            << pngFile << "'\nset multiplot title '" << titleOf(record) << "' font ',13'\n"
@@ -203,12 +264,13 @@ std::string pictureScript(const RunRecord& record, const std::string& pngFile) {
               "set xlabel 'time since the beginning of the run (s)'\nset ylabel 'error (ns)'\n"
            << "set xrange [0:" << numberText(durationS) << "]\n";
     writeAxis(script, reach);
-    writeMarks(script, *record.scenario);
-    writePlot(script, drawn);
+    const Marks marks = writeMarks(script, *record.scenario);
+    writePlot(script, drawn, marks);
     script << "unset arrow\nunset label\nunset nonlinear y\nset ytics auto\n"
               "set size 0.25,0.92\nset origin 0.75,0\n"
            << "set xrange [" << -reach.usualNs << ":" << reach.usualNs << "]\nset yrange [0:*]\n"
-           << "set xlabel 'error (ns)'\nset ylabel 'samples'\nset xtics " << reach.usualNs / 2
+           << "set xlabel 'error (ns)" << beyond << "'\nset ylabel 'samples'\nset xtics "
+           << reach.usualNs / 2
            << "\nset style fill solid 0.8\n"
               "plot $bins with boxes lc rgb '#3060a0' notitle\nunset multiplot\n";
     return script.str();

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdarg>
 
+#include "tools/simulate/Options.h"
 #include "tools/simulate/Units.h"
 
 namespace simulate {
@@ -114,32 +115,39 @@ void Progress::show() {
 
 std::string tableOf(const std::vector<Outcome>& outcomes) {
     std::size_t width = sizeof "scenario";
+    std::size_t nodeWidth = sizeof "node";
     for (const Outcome& outcome : outcomes) {
         width = std::max(width, outcome.job.scenario->name.size());
+        nodeWidth = std::max(nodeWidth, outcome.summary.node.size());
     }
     const int column = static_cast<int>(width);
+    const int nodeColumn = static_cast<int>(nodeWidth);
     std::string text =
-        formatted("%-*s %10s  %-11s %6s %12s %12s %12s %8s\n", column, "scenario", "seed",
-                  "verdict", "bounds", "p50 ns", "p99 ns", "max ns", "speed");
+        formatted("%-*s %10s  %-11s %9s  %-*s %12s %12s %12s %8s\n", column, "scenario", "seed",
+                  "verdict", "bounds", nodeColumn, "node", "p50 ns", "p99 ns", "max ns", "speed");
     for (const Outcome& outcome : outcomes) {
         const RunSummary& summary = outcome.summary;
         text += formatted(
-            "%-*s %10llu  %-11s %6zu %12s %12s %12s %8s\n", column,
+            "%-*s %10llu  %-11s %9s  %-*s %12s %12s %12s %8s\n", column,
             outcome.job.scenario->name.c_str(), static_cast<unsigned long long>(outcome.job.seed),
-            summary.verdict.c_str(), summary.bounds, cell(summary.p50).c_str(),
-            cell(summary.p99).c_str(), cell(summary.max).c_str(), speedOf(outcome).c_str());
+            summary.verdict.c_str(), formatted("%zu/%zu", summary.held, summary.bounds).c_str(),
+            nodeColumn, summary.node.empty() ? "-" : summary.node.c_str(),
+            cell(summary.p50).c_str(), cell(summary.p99).c_str(), cell(summary.max).c_str(),
+            speedOf(outcome).c_str());
     }
     return text;
 }
 
-std::string complaintsOf(const Outcome& outcome, const std::string& program) {
+std::string complaintsOf(const Outcome& outcome, const std::string& program,
+                         const std::string& options) {
     std::string text;
     for (const std::string& complaint : outcome.summary.complaints) {
         text += complaint + " (seed " + std::to_string(outcome.job.seed) + ")\n";
     }
     if (!text.empty()) {
-        text += "  again: " + program + " " + outcome.job.scenario->file + " --seeds " +
-                std::to_string(outcome.job.seed) + "; results: " + outcome.job.results + "\n";
+        text += "  again: " + shellWord(program) + " " + shellWord(outcome.job.scenario->file) +
+                " --seeds " + std::to_string(outcome.job.seed) + options +
+                "; results: " + outcome.job.results + "\n";
     }
     for (const std::string& remark : outcome.summary.remarks) {
         text += called(outcome.job) + ": " + remark + "\n";

@@ -67,7 +67,9 @@ private:
 /** The closing table; one line a run. */
 std::string tableOf(const std::vector<Outcome>& outcomes);
 
-/** What broke in a run and the command that repeats it; empty where nothing did. */
-std::string complaintsOf(const Outcome& outcome, const std::string& program);
+/** What broke in a run and the command that repeats it; empty where nothing did. The options are
+ *  those besides the seed, as words of a shell. */
+std::string complaintsOf(const Outcome& outcome, const std::string& program,
+                         const std::string& options);
 
 }  // namespace simulate

@@ -17,8 +17,9 @@ const std::vector<std::string> kCardCounters = {"card.ptp_frames_sent", "card.ev
                                                 "card.clock_readings",  "card.clock_adjustments"};
 
 void readStatistics(Fields& fields, Limit& limit) {
+    const std::string unit = limit.measure == Measure::kRate ? "ppm" : "nanoseconds";
     for (const std::string& name : kStatistics) {
-        if (const auto bound = fields.bound(name)) {
+        if (const auto bound = fields.bound(name, name == "mean", name == "count" ? "" : unit)) {
             limit.bounds.emplace_back(name, *bound);
         } else if (fields.has(name)) {
             return;
@@ -30,9 +31,9 @@ void readStatistics(Fields& fields, Limit& limit) {
     }
 }
 
-void readOneBound(Fields& fields, const std::string& key, Limit& limit) {
+void readOneBound(Fields& fields, const std::string& key, bool negative, Limit& limit) {
     fields.require(key, "write the most, or { min = A, max = B }");
-    if (const auto bound = fields.bound(key)) {
+    if (const auto bound = fields.bound(key, negative, "")) {
         limit.bounds.emplace_back(key, *bound);
     }
 }
@@ -58,7 +59,7 @@ void readCounter(Fields& fields, Limit& limit) {
         fields.wrong("counter", "'" + limit.subject + "' is no counter of a card; write " +
                                     listed(kCardCounters));
     }
-    readOneBound(fields, "value", limit);
+    readOneBound(fields, "value", true, limit);
 }
 
 void readState(Fields& fields, Limit& limit) {
@@ -77,14 +78,21 @@ void readLog(Fields& fields, Limit& limit) {
     } catch (const std::regex_error&) {
         fields.wrong("matches", "is no regular expression; write one as of ECMAScript");
     }
-    readOneBound(fields, "lines", limit);
+    readOneBound(fields, "lines", false, limit);
 }
 
-void readMeasure(Fields& fields, Limit& limit) {
+/** False when it cannot be told what is bound. */
+bool readWhat(Fields& fields, Limit& limit) {
     fields.require("what", "write " + listed(kMeasures));
-    const std::string what = fields.choice("what", kMeasures).value_or("error");
-    limit.measure = static_cast<Measure>(std::find(kMeasures.begin(), kMeasures.end(), what) -
-                                         kMeasures.begin());
+    const auto what = fields.choice("what", kMeasures);
+    if (what) {
+        limit.measure = static_cast<Measure>(std::find(kMeasures.begin(), kMeasures.end(), *what) -
+                                             kMeasures.begin());
+    }
+    return what.has_value();
+}
+
+void readBounds(Fields& fields, Limit& limit) {
     switch (limit.measure) {
     case Measure::kRecovery:
         return readRecovery(fields, limit);
@@ -99,16 +107,28 @@ void readMeasure(Fields& fields, Limit& limit) {
     }
 }
 
+std::string eventAdvice(const Scenario& scenario) {
+    std::vector<std::string> names;
+    for (const Event& event : scenario.events) {
+        if (!event.name.empty()) {
+            names.push_back(event.name);
+        }
+    }
+    return names.empty() ? "none has a name; give the event one" : "write " + listed(names);
+}
+
 void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
+    bool told = false;
     limit.fromNs = fields.duration("from").value_or(0);
     limit.toNs = fields.duration("to").value_or(scenario.durationNs);
     if (const auto after = fields.text("after")) {
         const auto event = std::find_if(scenario.events.begin(), scenario.events.end(),
                                         [&](const Event& other) { return other.name == *after; });
         if (after->empty() || event == scenario.events.end()) {
-            fields.wrong("after", "'" + *after + "' is no event; write the name of one");
+            fields.wrong("after", "'" + *after + "' is no event; " + eventAdvice(scenario));
         } else {
             limit.fromNs = event->endNs();
+            told = event->atNs >= scenario.durationNs || event->endNs() > scenario.durationNs;
         }
         if (fields.has("from")) {
             fields.wrong("from", "there is after already; write one of them");
@@ -119,7 +139,7 @@ void readWindow(Fields& fields, Limit& limit, const Scenario& scenario) {
         fields.problems().add(fields.line(),
                               "[[limit]]: a log has no window; leave from, to and "
                               "after out");
-    } else if (limit.toNs > scenario.durationNs || limit.fromNs >= limit.toNs) {
+    } else if (!told && (limit.toNs > scenario.durationNs || limit.fromNs >= limit.toNs)) {
         const std::string key = fields.has("to") ? "to" : fields.has("from") ? "from" : "after";
         fields.wrong(key, "the window from " + secondsText(limit.fromNs) + " to " +
                               secondsText(limit.toNs) + " is empty or goes beyond the end at " +
@@ -157,7 +177,10 @@ void readLimits(Fields& top, Scenario& scenario) {
         limit.line = fields.line();
         fields.require("node", "write the name of a node");
         limit.nodes = readNodeNames(fields, "node", scenario);
-        readMeasure(fields, limit);
+        if (!readWhat(fields, limit)) {
+            continue;  // which keys are right depends on it
+        }
+        readBounds(fields, limit);
         readWindow(fields, limit, scenario);
         checkSources(fields, limit, scenario);
         fields.finish();

@@ -166,6 +166,22 @@ void readNode(const toml::table& table, Fields& top, Scenario& scenario) {
     }
 }
 
+/** Names as advice; of many, the first. */
+std::string cardNames(const Scenario& scenario) {
+    constexpr std::size_t kMostListed = 8;
+    std::vector<std::string> names;
+    for (const Node& node : scenario.nodes) {
+        if (node.ownsCard()) {
+            names.push_back(node.name);
+        }
+    }
+    if (names.size() > kMostListed) {
+        names.resize(kMostListed);
+        names.emplace_back("another");
+    }
+    return listed(names);
+}
+
 /** What names a node of another table can only be checked when all are there. */
 void checkReferences(const toml::table& table, Fields& top, const Scenario& scenario) {
     Fields fields(table, "[[node]]", top.problems());
@@ -173,7 +189,8 @@ void checkReferences(const toml::table& table, Fields& top, const Scenario& scen
         const auto name = fields.peek(key);
         const Node* card = name ? scenario.find(*name) : nullptr;
         if (name && (card == nullptr || !card->ownsCard())) {
-            fields.wrong(key, "'" + *name + "' is no node with a card; write the name of one");
+            fields.wrong(key,
+                         "'" + *name + "' is no node with a card; write " + cardNames(scenario));
         }
     }
 }

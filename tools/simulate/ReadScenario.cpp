@@ -137,12 +137,14 @@ Scenario parseScenario(const std::string& text, const std::string& file) {
     readMachine(top, scenario);
     readNodes(top, scenario);
     // What comes below names nodes: without all of them, each name would be called wrong.
-    if (problems.none()) {
+    const bool nodesAreGood = problems.none();
+    // Before the cables, since a misspelt [[bridge]] seems to leave its nodes without one.
+    top.finish({"link", "bridge", "event", "limit"});
+    if (nodesAreGood) {
         readNets(top, scenario);
         readEvents(top, scenario);
         readLimits(top, scenario);
     }
-    top.finish({"link", "bridge", "event", "limit"});
     if (!problems.none()) {
         fail(problems);
     }

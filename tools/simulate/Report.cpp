@@ -138,6 +138,9 @@ Json arrayOf(const Items& items, Convert convert) {
 RunSummary summaryOf(const RunRecord& record) {
     RunSummary summary;
     summary.bounds = record.judgements.size();
+    summary.held = static_cast<std::size_t>(
+        std::count_if(record.judgements.begin(), record.judgements.end(),
+                      [](const Judgement& judgement) { return judgement.held; }));
     for (const std::string& failure : record.failures) {
         summary.complaints.push_back(record.scenario->file + ": " + failure);
     }
@@ -147,7 +150,8 @@ RunSummary summaryOf(const RunRecord& record) {
                                                     : "held";
     for (const NodeResult& result : record.results) {
         const Statistics errors = errorsOf(result, secondsOf(record.scenario->durationNs));
-        if (errors.count != 0 && errors.max >= summary.max.value_or(0.0)) {
+        if (errors.count != 0 && (!summary.p99 || errors.p99 > *summary.p99)) {
+            summary.node = result.name;
             summary.p50 = errors.p50;
             summary.p99 = errors.p99;
             summary.max = errors.max;
@@ -176,9 +180,14 @@ Json reportOf(const RunRecord& record) {
 }
 
 Json toJson(const RunSummary& summary) {
-    return {{"verdict", summary.verdict},       {"complaints", summary.complaints},
-            {"remarks", summary.remarks},       {"bounds", summary.bounds},
-            {"p50", numberOrNull(summary.p50)}, {"p99", numberOrNull(summary.p99)},
+    return {{"verdict", summary.verdict},
+            {"complaints", summary.complaints},
+            {"remarks", summary.remarks},
+            {"bounds", summary.bounds},
+            {"held", summary.held},
+            {"node", summary.node},
+            {"p50", numberOrNull(summary.p50)},
+            {"p99", numberOrNull(summary.p99)},
             {"max", numberOrNull(summary.max)}};
 }
 
@@ -188,6 +197,8 @@ RunSummary summaryFrom(const Json& json) {
     summary.complaints = json.at("complaints").get<std::vector<std::string>>();
     summary.remarks = json.at("remarks").get<std::vector<std::string>>();
     summary.bounds = json.at("bounds").get<std::size_t>();
+    summary.held = json.at("held").get<std::size_t>();
+    summary.node = json.at("node").get<std::string>();
     summary.p50 = optionalFrom(json.at("p50"));
     summary.p99 = optionalFrom(json.at("p99"));
     summary.max = optionalFrom(json.at("max"));

@@ -14,12 +14,15 @@ namespace simulate {
 
 /** What the closing table says of a run. */
 struct RunSummary {
-    std::string verdict; /**< held, broken, failed or interrupted */
+    std::string verdict; /**< held, broken, failed, interrupted or not begun */
     /** What broke or failed, "FILE:LINE: ..." */
     std::vector<std::string> complaints;
     std::vector<std::string> remarks; /**< that change no verdict */
     std::size_t bounds = 0;           /**< that were judged */
-    /** Of the node with the greatest error; nothing where none was sampled. */
+    std::size_t held = 0;             /**< of those */
+    /** The node whose error has the greatest p99, over the whole run; empty where none was sampled,
+     *  and then there are no figures either. */
+    std::string node;
     std::optional<double> p50, p99, max;
 };
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 
@@ -82,13 +83,21 @@ RunSummary failedRun(const Job& job, const std::string& why) {
     _exit(0);
 }
 
+/** What a run that was interrupted early left: folders that hold something are not removed. */
+void removeEmpty(const std::filesystem::path& results) {
+    std::error_code error;
+    if (std::filesystem::remove(results, error)) {
+        std::filesystem::remove(results.parent_path(), error);
+    }
+}
+
 class Crew {
 public:
     Crew(const std::vector<Job>& jobs, const WorkSetup& setup, Progress& progress)
         : jobs_(jobs), setup_(setup), progress_(progress), cpus_(allowedCpus()) {
         for (const Job& job : jobs) {
             outcomes_.push_back({job, {}, 0.0});
-            outcomes_.back().summary.verdict = "interrupted";
+            outcomes_.back().summary.verdict = "not begun";
         }
     }
 
@@ -101,6 +110,7 @@ private:
     bool hear(Worker& worker);
     void take(Worker& worker, const std::string& line);
     void end(Worker& worker);
+    void awaitSilence(Worker& worker);
     void endAll();
 
     const std::vector<Job>& jobs_;
@@ -141,6 +151,7 @@ void Crew::begin() {
     }
     close(ends[1]);
     worker.pipe = ends[0];
+    outcomes_[worker.job].summary.verdict = "interrupted";
     progress_.started(jobs_[worker.job]);
     workers_.push_back(std::move(worker));
 }
@@ -181,6 +192,8 @@ void Crew::end(Worker& worker) {
     } else if (interrupted == 0) {
         outcome.summary = failedRun(outcome.job, "the run's own process ended with status " +
                                                      std::to_string(WEXITSTATUS(status)));
+    } else {
+        removeEmpty(outcome.job.results);
     }
     progress_.ended(outcome);
 }
@@ -202,10 +215,25 @@ void Crew::listen() {
     }
 }
 
+/** Until a run's inner process has gone too, after which nobody makes its folder. */
+void Crew::awaitSilence(Worker& worker) {
+    constexpr int kWaitMs = 200;
+    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    pollfd pipe{worker.pipe, POLLIN, 0};
+    while (std::chrono::steady_clock::now() < latest) {
+        if (poll(&pipe, 1, kWaitMs) > 0 && !hear(worker)) {
+            return;
+        }
+    }
+}
+
 /** With a run's first process, the kernel ends all others of its namespace. */
 void Crew::endAll() {
-    for (Worker& worker : workers_) {
+    for (const Worker& worker : workers_) {
         kill(worker.pid, SIGKILL);
+    }
+    for (Worker& worker : workers_) {
+        awaitSilence(worker);
         end(worker);
     }
     workers_.clear();

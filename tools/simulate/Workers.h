@@ -21,7 +21,8 @@ std::vector<int> allowedCpus();
 
 /** Does each run in a process of its own, some at once, each bound to one CPU: the programs of a
  *  run take turns, and passing the turn to another CPU takes longer. Outcomes are in the order of
- *  the jobs. SIGINT, SIGTERM and SIGHUP end all runs; theirs is the verdict "interrupted". */
+ *  the jobs. SIGINT, SIGTERM and SIGHUP end all runs; theirs is the verdict "interrupted", or "not
+ *  begun", and a folder in which nothing was written is removed. */
 std::vector<Outcome> runAll(const std::vector<Job>& jobs, const WorkSetup& setup,
                             Progress& progress);
 

@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <set>
@@ -16,19 +19,30 @@
 
 namespace {
 
-using namespace std::string_literals;
-
 constexpr int kBroken = 1;
 constexpr int kUnreadable = 2;
 constexpr int kInterrupted = 130;
+constexpr const char* kDefaultOut = "build/simulate";
 
 struct Options {
     std::vector<std::string> files;
     std::string seeds;
     unsigned jobs = static_cast<unsigned>(simulate::allowedCpus().size());
-    std::string out = "build/simulate";
+    std::string out = kDefaultOut;
     bool noPicture = false;
 };
+
+/** A pipe or socket of this program or of a child would get the number of a standard stream that
+ *  was closed, and be taken for it. */
+void fillStandardStreams() {
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) {
+        fd = open("/dev/null", O_RDWR);
+    }
+    if (fd > STDERR_FILENO) {
+        close(fd);
+    }
+}
 
 std::string buildFolder() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path();
@@ -82,24 +96,56 @@ std::vector<simulate::Job> jobsOf(const std::vector<simulate::Scenario>& scenari
     return jobs;
 }
 
+/** Whether the results can be written; tells of it when they cannot. */
+bool makeOut(const std::string& out) {
+    std::error_code error;
+    std::filesystem::create_directories(out, error);
+    const bool made = !error && std::filesystem::is_directory(out, error);
+    if (made && access(out.c_str(), W_OK | X_OK) == 0) {
+        return true;
+    }
+    const int number = error ? error.value() : made ? errno : ENOTDIR;
+    std::fprintf(stderr, "--out: %s cannot be %s (%s); name a writable folder\n", out.c_str(),
+                 made ? "written" : "created", std::strerror(number));
+    return false;
+}
+
+/** What a run is repeated with, besides its seed. */
+std::string againOptions(const Options& options) {
+    std::string text;
+    if (options.out != kDefaultOut) {
+        text += " --out " + simulate::shellWord(options.out);
+    }
+    return text + (options.noPicture ? " --no-picture" : "");
+}
+
+/** Tells when it could not, since a verdict that nobody can read is none. */
+bool printTable(const std::vector<simulate::Outcome>& outcomes) {
+    std::printf("\n%s", simulate::tableOf(outcomes).c_str());
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return true;
+    }
+    std::fprintf(stderr, "simulate: the table cannot be written (%s)\n", std::strerror(errno));
+    return false;
+}
+
 int runAll(const Options& options, const std::string& program) {
     std::vector<simulate::Scenario> scenarios;
-    if (!readAll(options.files, scenarios)) {
+    if (!readAll(options.files, scenarios) || !makeOut(options.out)) {
         return kUnreadable;
     }
     const auto jobs = jobsOf(scenarios, options);
     simulate::Progress progress(jobs.size(), isatty(STDOUT_FILENO) != 0);
     const auto outcomes =
         simulate::runAll(jobs, {options.jobs, buildFolder(), !options.noPicture}, progress);
-    std::printf("\n%s", simulate::tableOf(outcomes).c_str());
-    std::fflush(stdout);
-    int status = 0;
+    int status = printTable(outcomes) ? 0 : kBroken;
     for (const simulate::Outcome& outcome : outcomes) {
-        std::fputs(simulate::complaintsOf(outcome, program).c_str(), stderr);
-        const bool stopped = outcome.summary.verdict == "interrupted";
-        status = stopped || status == kInterrupted   ? kInterrupted
-                 : outcome.summary.verdict == "held" ? status
-                                                     : kBroken;
+        std::fputs(simulate::complaintsOf(outcome, program, againOptions(options)).c_str(), stderr);
+        const std::string& verdict = outcome.summary.verdict;
+        const bool stopped = verdict == "interrupted" || verdict == "not begun";
+        status = stopped || status == kInterrupted ? kInterrupted
+                 : verdict == "held"               ? status
+                                                   : kBroken;
     }
     return status;
 }
@@ -107,9 +153,7 @@ int runAll(const Options& options, const std::string& program) {
 void addOptions(CLI::App& app, Options& options) {
     app.add_option("file", options.files, "scenarios, TOML")->required();
     app.add_option("--seeds", options.seeds, "A or A..B, in place of the scenario's seed")
-        ->check([](const std::string& text) {
-            return simulate::parseSeeds(text) ? ""s : "'" + text + "' is no seed; write A or A..B"s;
-        });
+        ->check(simulate::seedsMistake);
     app.add_option("--jobs", options.jobs, "runs at once (as many as there are CPUs)")
         ->check(CLI::Range(1, 1024));
     app.add_option("--out", options.out, "folder of the results")->capture_default_str();
@@ -119,6 +163,7 @@ void addOptions(CLI::App& app, Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillStandardStreams();
     try {
         CLI::App app("Runs scenarios in simulated time; doc/simulation.md tells how to write one",
                      "simulate");
