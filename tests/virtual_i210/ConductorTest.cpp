@@ -120,7 +120,8 @@ TEST(ConductorTest, LetsAnotherProcessGoFirstOnlyWhereItCouldTell) {
 
 /** A thread of a process that ends may not yet know that its place has been given away. */
 TEST(ConductorTest, GivesTheTurnToTheNewThreadOfAPlace) {
-    const auto conductor = conductorOf(1);
+    // Never destroyed: the stale thread waits in it until the process has ended.
+    static const auto& conductor = *new auto(conductorOf(1));
     const std::uint32_t own = conductor->enter(getpid());
     const std::uint32_t slot = conductor->reserve(kOther, false);
     std::atomic<bool> staleRan{false};
