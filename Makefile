@@ -6,12 +6,12 @@ PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/C
 	$(wildcard tests/$(room)/CMakeLists.txt)))
 
 .DEFAULT_GOAL := all
-.PHONY: FORCE all help check test demo simulate lint bench mutants install clean
+.PHONY: FORCE all help check test demo simulate profile-report lint bench mutants install clean
 
 all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
 help: ## this list
-	@sed -nE 's/^([a-z]+):.*## (.*)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 16
+	@sed -nE 's/^([a-z-]+):.*## (.*)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 20
 
 check: build/x86_64/testable ## the fast loop: x86-64 only, the tests that wait for nothing
 	@cmake --build build/x86_64 --target $(PURE_ROOMS:%=tests/%/all)
@@ -32,6 +32,10 @@ simulate: build/packages/demo build/packages/test $(ABIS:%=build/%/configured) #
 	cmake --build build/x86_64 --target tsyn libvirtual_i210.so simulate flood
 	build/x86_64/simulate scenarios/day.toml $(filter-out scenarios/day.toml,$(wildcard scenarios/*.toml)) \
 		$(addprefix --seeds ,$(SEEDS))
+
+profile-report: build/packages/demo build/packages/test $(ABIS:%=build/%/built) ## measures both profiles anew, for doc/profile.md
+	bench/pair build/profile-report
+	scripts/profile-report build/x86_64/simulate build/profile-report
 
 lint: build/lint/configured ## format and static analysis; a repeated run looks at what changed
 	scripts/lint build/lint $(if $(LINT_SINCE),--since $(LINT_SINCE))
