@@ -20,7 +20,7 @@ struct Start {
 };
 
 const void* objectOf(pthread_t thread) {
-    return reinterpret_cast<const void*>(thread);
+    return reinterpret_cast<const void*>(thread);  // NOLINT(performance-no-int-to-ptr)
 }
 
 /** Also unwound when the thread is cancelled or ends by pthread_exit. */
@@ -54,7 +54,7 @@ VIRTUAL_I210_EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* 
         conductor->leave(slot);
         return result;
     }
-    start.release();
+    static_cast<void>(start.release());  // it is the thread's now
     conductor->setHandle(slot, *thread);
     return 0;
 }

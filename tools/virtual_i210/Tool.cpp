@@ -10,7 +10,6 @@
 
 namespace {
 
-using virtual_i210::Fault;
 using virtual_i210::FaultOrder;
 
 void showCard(const virtual_i210::Card& card) {
