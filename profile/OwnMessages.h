@@ -15,7 +15,7 @@ void finishStandardAnswer(unsigned char* answer, const unsigned char* request,
 
 void finishAsProfiled(unsigned char* message);
 
-/** A request's time is reserved and 0: reading the card's clock for it costs more than sending it. */
+/** 0, as the field is reserved: reading the card's clock for it costs more than sending it. */
 long long noRequestOrigin(const char* interfaceName);
 
 unsigned int taiSeconds(unsigned int systemSeconds);
