@@ -257,8 +257,10 @@ void EventLoop::sleepUntil(unsigned long long wakeNs, unsigned long long nowNs) 
     }
 }
 
-/** Lets the next queued frame handle itself. False when there is none. */
+/** Lets the next queued frame handle itself. False when there is none, or hardly: a Follow_Up is
+ *  mostly the last one, and when it is not, the next turn finds out for nothing. */
 bool EventLoop::takeFrame() {
+    const unsigned long long heardBeforeNs = heardNs_;
     ptp_time_t rxTime{};
     const auto length =
         static_cast<unsigned short>(service_->receive(buffer_, kReceiveCapacity, &rxTime));
@@ -272,7 +274,7 @@ bool EventLoop::takeFrame() {
             return true;
         }
     }
-    return queueState() == QueueState::kFrame;
+    return queueState() == QueueState::kFrame && heardNs_ == heardBeforeNs;
 }
 
 void EventLoop::receiveQueued() {

@@ -50,7 +50,8 @@ typedef struct TSynProfile {
     unsigned char soleAnswer;           /**< bridges that forward gPTP: a delay that several ports
                                              answered is not used */
     unsigned char receiveStampRequired; /**< frames that the card did not stamp: dropped */
-    unsigned char answersPerSecond;     /**< request floods: answers to one peer; 0: all */
+    unsigned char answersPerSecond;     /**< request floods: answers to one peer, and 64 to all
+                                             beside the first eight; 0: all */
     unsigned short portTableLimit;      /**< identity floods: ports remembered; 0: all */
 
     /* Time. */
@@ -62,7 +63,8 @@ typedef struct TSynProfile {
 
     /* Threads and files. */
     unsigned char eventPumps;        /**< battery and load: one thread, TSyn_Main, sleeps until a
-                                          frame, the host or a deadline wakes it */
+                                          frame, the host or a deadline wakes it; requests carry
+                                          no time */
     unsigned char quickStart;        /**< hosts in a hurry: Start returns within 50 ms */
     unsigned char followLink;        /**< unplugged cables, interfaces made anew or late; with
                                           eventPumps */

@@ -4,6 +4,7 @@
 
 #include "base/DbgLog.h"
 #include "base/MutexLock.h"
+#include "profile/Masters.h"
 #include "profile/Monotonic.h"
 #include "profile/Profile.h"
 #include "profile/Quality.h"
@@ -13,7 +14,10 @@ namespace {
 constexpr const char* kLogSource = log_source::kMessages;
 constexpr std::size_t kExchangesKept = 4;
 constexpr int kCleanExchanges = 3;
-constexpr std::size_t kPeersKept = 64;
+// A link has one peer and a segment behind a plain bridge a few. Who comes later shares a budget.
+constexpr std::size_t kPeersKept = 8;
+constexpr unsigned int kStrangersPerSecond = 64;
+constexpr unsigned long long kPeerForgottenNs = 20ULL * kNsPerSecond;
 
 struct Exchange {
     bool sent = false;
@@ -33,15 +37,32 @@ struct Requests {
     int cleanInARow = 0;
 };
 
-struct Peer {
-    unsigned long long identity = 0;
+/** Requests within one second. */
+struct Rate {
     unsigned long long sinceNs = 0;
     unsigned int requests = 0;
+
+    bool admits(unsigned long long nowNs, unsigned int perSecond) {
+        if (requests == 0 || nowNs - sinceNs >= kNsPerSecond) {
+            sinceNs = nowNs;
+            requests = 0;
+        }
+        return requests < perSecond && ++requests != 0;
+    }
+};
+
+struct Peer {
+    unsigned long long identity = 0;
+    unsigned long long lastNs = 0;  ///< 0: nobody is here
+    Rate rate;
 };
 
 pthread_mutex_t requestsMutex = PTHREAD_MUTEX_INITIALIZER;
 Requests requests;
 Peer peers[kPeersKept];
+Rate ofMaster;
+Rate ofResponder;
+Rate ofStrangers;
 
 Exchange& slotOf(unsigned int sequenceId) {
     return requests.exchanges[sequenceId % kExchangesKept];
@@ -130,20 +151,37 @@ Verdict judge(const unsigned char* message) {
     return {isAdmitted, requests.severalAnswer && !wereSeveral};
 }
 
-/** The peer's place, or that of the one whose second began longest ago. */
-Peer& peerOf(unsigned long long identity) {
-    Peer* oldest = &peers[0];
+/** The peer's place, or one that nobody has or whose peer left long ago; null when there is none: a
+ *  flood of identities drives nobody out who was here before it. */
+Peer* peerOf(unsigned long long identity, unsigned long long nowNs) {
+    Peer* room = nullptr;
     for (Peer& each : peers) {
-        if (each.identity == identity) {
-            return each;
+        const bool isFree = each.lastNs == 0 || nowNs - each.lastNs > kPeerForgottenNs;
+        if (!isFree && each.identity == identity) {
+            each.lastNs = nowNs;
+            return &each;
         }
-        if (each.sinceNs < oldest->sinceNs) {
-            oldest = &each;
+        room = isFree && room == nullptr ? &each : room;
+    }
+    if (room != nullptr) {
+        *room = Peer{identity, nowNs, {}};
+    }
+    return room;
+}
+
+/** Of the master believed or a port that answered us first lately: both need no place, and are told
+ *  apart so that a flood in the name of one does not silence the other. Null for others. */
+Rate* trustedRate(const PortIdentity& asking) {
+    if (masters::isBelieved(keyOf(asking))) {
+        return &ofMaster;
+    }
+    const MutexLock lock(requestsMutex);
+    for (const Exchange& each : requests.exchanges) {
+        if (each.answered && each.responder == asking) {
+            return &ofResponder;
         }
     }
-    *oldest = Peer{};
-    oldest->identity = identity;
-    return *oldest;
+    return nullptr;
 }
 
 }  // namespace
@@ -184,13 +222,12 @@ bool answers::isWithinRate(const unsigned char* message, unsigned int answersPer
         return true;
     }
     const unsigned long long now = monotonicNs();
-    Peer& peer = peerOf(wire::load64(message + wire::kSourceClockIdentity));
-    if (peer.requests == 0 || now - peer.sinceNs >= kNsPerSecond) {
-        peer.sinceNs = now;
-        peer.requests = 0;
+    if (Rate* const trusted = trustedRate(sourceOf(message))) {
+        return trusted->admits(now, answersPerSecond);
     }
-    ++peer.requests;
-    return peer.requests <= answersPerSecond;
+    Peer* const peer = peerOf(wire::load64(message + wire::kSourceClockIdentity), now);
+    return peer != nullptr ? peer->rate.admits(now, answersPerSecond)
+                           : ofStrangers.admits(now, kStrangersPerSecond);
 }
 
 bool answers::isOwn(const PortKey& key) {

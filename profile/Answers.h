@@ -16,8 +16,8 @@ bool admits(const unsigned char* message);
 /** Whether several ports answered the request of this number, now or lately. Any thread. */
 bool exchangeIsDisputed(unsigned int sequenceId);
 
-/** Whether a Pdelay_Req is within what one peer may ask in a second; true for other messages.
- *  Input thread. */
+/** Whether a Pdelay_Req is within what one peer may ask in a second, and all beside the few that
+ *  asked first within what all of them may; true for other messages. Input thread. */
 bool isWithinRate(const unsigned char* message, unsigned int answersPerSecond);
 
 /** True for the port that our requests leave. Any thread. */

@@ -15,6 +15,9 @@ void finishStandardAnswer(unsigned char* answer, const unsigned char* request,
 
 void finishAsProfiled(unsigned char* message);
 
+/** 0, as the field is reserved: reading the card's clock for it costs more than sending it. */
+long long noRequestOrigin(const char* interfaceName);
+
 unsigned int taiSeconds(unsigned int systemSeconds);
 
 /** 1 for an odd size, else 0. */

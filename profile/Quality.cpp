@@ -76,7 +76,9 @@ void quality::fill(gPtpTimeQuality& filled) {
     filled.profile =
         profile::current().robustTime != 0 ? TSYN_PRESET_STANDARD : TSYN_PRESET_DEPLOYED;
     filled.flags = seen.flags;
-    filled.ownerPid = static_cast<unsigned int>(getpid());
+    // A process that was forked has no thread of the daemon but those that it starts itself.
+    thread_local const auto ownPid = static_cast<unsigned int>(getpid());
+    filled.ownerPid = ownPid;
     std::memcpy(filled.masterIdentity, seen.masterIdentity, sizeof filled.masterIdentity);
     filled.masterPort = seen.masterPort;
     filled.stepCount = seen.stepCount;

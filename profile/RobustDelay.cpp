@@ -71,6 +71,8 @@ bool (*robust_delay::exchangeIsDisputed)(unsigned int sequenceId) = isNeverDispu
 
 void robust_delay::checkNothing(ClockItemMembersType& /*item*/) {}
 
+void robust_delay::leaveResponse(const char* /*interfaceName*/, ClockItemMembersType& /*item*/) {}
+
 void robust_delay::settle(TimeRecord record, unsigned long long phcNs) {
     Settled settled = Settled::kNothing;
     long long delayNs = 0;

@@ -14,6 +14,9 @@ extern bool (*exchangeIsDisputed)(unsigned int sequenceId);
 /** As ProtocolSteps::checkResponse: impossible times are refused when the exchange is complete. */
 void checkNothing(ClockItemMembersType& item);
 
+/** As ProtocolSteps::noteResponse: the time since the exchange is not computed with. */
+void leaveResponse(const char* interfaceName, ClockItemMembersType& item);
+
 /** As ProtocolSteps::usePdelayExchange: kept back until no second answer can follow. */
 void useExchange(Port& port, const unsigned char* respFollowUp, const PdelayTimes& times,
                  ClockItemMembersType& item);

@@ -32,6 +32,7 @@ void installTime(bool robust) {
 
 void installDelay(bool robust) {
     robust_delay::exchangeIsDisputed = answers::exchangeIsDisputed;
+    protocolSteps.noteResponse = robust ? robust_delay::leaveResponse : noteClocksAtResponse;
     protocolSteps.checkResponse = robust ? robust_delay::checkNothing : reportImpossibleTimes;
     protocolSteps.usePdelayExchange = robust ? robust_delay::useExchange : averageDelays;
 }

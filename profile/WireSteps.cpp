@@ -97,6 +97,9 @@ void wire_steps::install(const TSynProfile& profile) {
         profile.standardResponses != 0 ? own_messages::finishStandardAnswer : leaveAnswer;
     protocolSteps.finish =
         changesMessages(profile) || believesSome ? own_messages::finishAsProfiled : leaveMessage;
+    // Threads of their own open the card's clock by this reading.
+    protocolSteps.requestOrigin =
+        profile.eventPumps != 0 ? own_messages::noRequestOrigin : requestReadsPhc;
     protocolSteps.masterRateRatio =
         profile.signedRateOffset != 0 ? own_messages::signedRateRatio : masterRateRatio;
     protocolSteps.clockSeconds =

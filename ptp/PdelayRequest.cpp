@@ -62,6 +62,18 @@ TimeBaseFit updateFit(long long correctionField, ClockItemMembersType& item) {
 
 }  // namespace
 
+long long requestReadsPhc(const char* interfaceName) {
+    return i210helper::e1000_ptp_get_time(interfaceName);
+}
+
+void noteClocksAtResponse(const char* interfaceName, ClockItemMembersType& item) {
+    unsigned long long systemTime = 0;
+    unsigned long long phcTime = 0;
+    i210helper::e1000_ptp_get_ext_time(interfaceName, &systemTime, &phcTime);
+    item.extTime1 = systemTime;
+    item.extTime2 = phcTime;
+}
+
 void reportImpossibleTimes(ClockItemMembersType& item) {
     while (item.t4.ns < item.t1.ns) {
         if (reportsFaults()) {
@@ -112,7 +124,7 @@ unsigned int PTPMsgPathDelayReq::processOutgoing() {
     item.t2.ns = 0;
     item.t3.ns = 0;
     item.t4.ns = 0;
-    const long long phcNs = i210helper::e1000_ptp_get_time(GetInterfaceName(service));
+    const long long phcNs = protocolSteps.requestOrigin(GetInterfaceName(service));
     wire::storeTimestamp(buffer_ + wire::kTimestamp,
                          toPtpTime(static_cast<unsigned long long>(phcNs)));
     ptp_time_t txTime{};
@@ -131,11 +143,7 @@ unsigned int PTPMsgPathDelayResp::processIncoming() {
     ClockItemMembersType& item = clockItemOf(retrievePortIdentity());
     item.respPortNumber =
         static_cast<unsigned short>(wire::load16(buffer_ + wire::kSourcePortNumber));
-    unsigned long long systemTime = 0;
-    unsigned long long phcTime = 0;
-    i210helper::e1000_ptp_get_ext_time(GetInterfaceName(service), &systemTime, &phcTime);
-    item.extTime1 = systemTime;
-    item.extTime2 = phcTime;
+    protocolSteps.noteResponse(GetInterfaceName(service), item);
     const unsigned int sequence = wire::sequenceId(buffer_);
     if (item.pdelaySeqNo != sequence) {
         ZEB_LOG(kError, "clockItems[item].pdelaySeqNo: %u\n", item.pdelaySeqNo);

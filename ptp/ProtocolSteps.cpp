@@ -7,6 +7,8 @@ ProtocolSteps protocolSteps{
     pauseForCrossTimestamp,
     takesEverySync,
     useSuccessivePairs,
+    requestReadsPhc,
+    noteClocksAtResponse,
     reportImpossibleTimes,
     averageDelays,
     sentOrNot,

@@ -23,6 +23,12 @@ struct ProtocolSteps {
     void (*useSyncPair)(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
 
+    /** PHC time that a request carries, ns: no peer computes with it. */
+    long long (*requestOrigin)(const char* interfaceName);
+
+    /** Told of each Pdelay_Resp of the port whose record this is, before it is looked at. */
+    void (*noteResponse)(const char* interfaceName, ClockItemMembersType& item);
+
     /** Takes the receive times of a response, t2 and t4, which the record holds already. */
     void (*checkResponse)(ClockItemMembersType& item);
 
@@ -65,6 +71,11 @@ bool takesEverySync(const ClockItemMembersType& item, unsigned int sequenceId,
                     unsigned long long rxNs);
 void useSuccessivePairs(Port& port, const unsigned char* followUp, unsigned long long originNs,
                         ClockItemMembersType& item);
+
+long long requestReadsPhc(const char* interfaceName);
+
+/** Leaves a cross-timestamp in the record, where hosts find it. */
+void noteClocksAtResponse(const char* interfaceName, ClockItemMembersType& item);
 
 /** Holds the handler for good while t4 lies before t1 and reports are on: such times mean a clock
  *  stepped within the exchange, and integrators want to be stopped there. Lowering the trace level

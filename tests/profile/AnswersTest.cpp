@@ -153,10 +153,57 @@ TEST_F(RequestsOfPeers, AreAnsweredUpToTheirRate) {
     EXPECT_TRUE(isAnswered(kPeer));
 }
 
-TEST_F(RequestsOfPeers, OfMoreThanAreKnownAreAnsweredAll) {
-    for (int peer = 0; peer < 200; ++peer) {
-        EXPECT_TRUE(isAnswered(static_cast<unsigned char>(peer))) << peer;
+/** Requests of peers nobody heard of before, from the ninth on. */
+int answersToStrangers(int count) {
+    int answers = 0;
+    for (int peer = 20; peer < 20 + count; ++peer) {
+        answers += isAdmitted(messageOf(2, 54, static_cast<unsigned char>(peer))) ? 1 : 0;
     }
+    return answers;
+}
+
+TEST_F(RequestsOfPeers, OfMoreThanAreKnownShareABudget) {
+    for (unsigned char peer = 1; peer <= 8; ++peer) {
+        EXPECT_TRUE(isAnswered(peer)) << static_cast<int>(peer);
+    }
+    EXPECT_EQ(64, answersToStrangers(100));
+    EXPECT_TRUE(isAnswered(1)) << "who was there before the flood is served on";
+    pass(milliseconds(1010));
+    EXPECT_EQ(64, answersToStrangers(100));
+}
+
+TEST_F(RequestsOfPeers, HaveTheirPlaceUntilTheyWereSilentForLong) {
+    for (unsigned char peer = 1; peer <= 8; ++peer) {
+        isAnswered(peer);
+    }
+    pass(milliseconds(19000));
+    EXPECT_TRUE(isAnswered(1));
+    answersToStrangers(100);
+    EXPECT_FALSE(isAnswered(kStranger));
+    pass(milliseconds(2000));
+    EXPECT_TRUE(isAnswered(kStranger));
+    answersToStrangers(100);
+    EXPECT_TRUE(isAnswered(kStranger)) << "it has the place of one that left";
+    EXPECT_TRUE(isAnswered(1));
+}
+
+TEST_F(RequestsOfPeers, OfWhoAnswersUsAreAnsweredInAFlood) {
+    setProfile(deployedWith({{"answersPerSecond", 2}, {"soleAnswer", 1}}));
+    Bytes own = messageOf(2, 54, kOwn);
+    protocolSteps.finish(own.data());
+    EXPECT_TRUE(isAdmitted(answerTo(kOwn, kResp, kPeer, 1)));
+    answersToStrangers(100);
+    EXPECT_TRUE(isAnswered(kPeer));
+    EXPECT_TRUE(isAnswered(kPeer));
+    EXPECT_FALSE(isAnswered(kPeer)) << "a flood in its name has a bound, too";
+}
+
+TEST_F(RequestsOfPeers, OfTheMasterBelievedAreAnsweredInAFlood) {
+    configure(slaveConfig());
+    setProfile(deployedWith({{"answersPerSecond", 2}, {"oneMaster", 1}}));
+    EXPECT_TRUE(isAdmitted(messageOf(0, 44, kPeer)));
+    answersToStrangers(100);
+    EXPECT_TRUE(isAnswered(kPeer));
 }
 
 }  // namespace

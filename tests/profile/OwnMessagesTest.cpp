@@ -94,6 +94,15 @@ TEST(PortNumber, IsOneInTheFirstRequestsRecordOfAnEventLoop) {
     EXPECT_EQ("1 ", portsAfterFirstRequest(eventProfile()));
 }
 
+TEST(Requests, OfAnEventLoopCarryNoTime) {
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const PeerSocket peer("tsm0peer");
+    const ProfiledDaemon daemon(slaveConfig(), eventProfile());
+    const auto request = peer.awaitType(2);
+    EXPECT_EQ("00000000000000000000", request ? hexOf(request->message(), 34, 10) : "none");
+}
+
 TEST(StandardAnswers, HaveNothingOfTheRequestButNumberAndCorrection) {
     const Node node(masterConfig(),
                     {{"anyMinorVersion", 1}, {"standardResponses", 1}, {"onePortNumber", 1}});
