@@ -73,9 +73,9 @@ void EventMessages::sendRequest(unsigned long long nowNs) {
     goodExchanges_ = answered_ ? goodExchanges_ : 0;
     answered_ = false;
     requestsAtOnce_ = false;
-    const unsigned long long syncs =
-        goodExchanges_ < kEnoughExchanges ? static_cast<unsigned long long>(kSyncsPerPdelay)
-                                          : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
+    const unsigned long long syncs = goodExchanges_ < kEnoughExchanges
+                                         ? static_cast<unsigned long long>(kSyncsPerPdelay)
+                                         : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
     requestTimes_.periodNs = syncs * syncTimes_.periodNs;
     requestTimes_.advance(nowNs);
     request_->processOutgoing();
@@ -113,8 +113,7 @@ unsigned long long EventMessages::nextDeadline() const {
 
 void EventMessages::noteFollowUp(unsigned long long nowNs) {
     lastFollowUpNs_ = nowNs;
-    if (request_ != nullptr &&
-        requestTimes_.isDue(nowNs + slackNs(syncTimes_, requestTimes_))) {
+    if (request_ != nullptr && requestTimes_.isDue(nowNs + slackNs(syncTimes_, requestTimes_))) {
         sendRequest(nowNs);
     }
 }

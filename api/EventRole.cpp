@@ -220,6 +220,7 @@ void EventLoop::run() {
             followLink(nowNs);
         }
         if (!takeOrders(nowNs)) {
+            loopSteps.end();
             return;
         }
         if (active_) {

@@ -77,12 +77,13 @@ typedef struct TSynProfile {
     unsigned short segmentMode;      /**< access to the segment, such as 0644; 0: everybody's */
 
     /* The log. */
-    unsigned char logThreshold;       /**< lines below this level are left out; 0: none */
-    unsigned char reserved1;          /**< 0 */
-    unsigned short logLinesPerSecond; /**< of one place in the source; how many more there were is
-                                           told later, and nothing waits for standard output. 0: all */
-    TSynLogSink logSink;              /**< null: standard output */
-    void* logContext;                 /**< handed to logSink */
+    unsigned char logThreshold; /**< lines below this level are left out; 0: none */
+    unsigned char reserved1;    /**< 0 */
+    unsigned short
+        logLinesPerSecond; /**< of one place in the source; how many more there were is
+                                told later, and nothing waits for standard output. 0: all */
+    TSynLogSink logSink;   /**< null: standard output */
+    void* logContext;      /**< handed to logSink */
 
     short utcOffset;          /**< seconds of TAI over UTC, for TSYN_TIMESCALE_TAI */
     unsigned short reserved2; /**< 0 */
@@ -102,7 +103,8 @@ int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
 
 /** Grandmaster time of one moment with what is known of its error. */
 typedef struct TSynBoundedTime {
-    long long earliestNs;   /**< true time lies between this one */
+    long long earliestNs;   /**< true time lies between this one, but for cables that are longer in
+                                 one direction */
     long long latestNs;     /**< and this one; without a bound, from -2^63 to 2^63 - 1 */
     long long timeNs;       /**< what the daemon takes for it */
     unsigned int state;     /**< enum TSynTimeState */
@@ -110,7 +112,8 @@ typedef struct TSynBoundedTime {
 } TSynBoundedTime;
 
 /** The time now. Returns 0, or -1 when the daemon does not run, its profile has no robustTime, it
- *  published nothing yet, or for null. Any thread. */
+ *  published nothing yet, or for null; the record is then as it was. Without a time so far timeNs
+ * is -2^63. Any thread. */
 int ZebEthTSynInterface_GetBoundedTime(TSynBoundedTime* time);
 
 #ifdef __cplusplus

@@ -18,5 +18,6 @@ inline int awayFromZero(int descriptor) {
 int rawSocket();
 
 /** Closes the socket and the clock, so that the next use sets them up anew: an interface that was
- *  deleted leaves both behind dead. A host's thread that is about to use the clock meanwhile finds none. */
+ *  deleted leaves both behind dead. A host's thread that is about to use the clock meanwhile finds
+ * none. */
 void closeCard();

@@ -178,7 +178,8 @@ int receiveQueuedFrame(int socket, unsigned char* buffer, int capacity, unsigned
     latestQueueState = QueueState::kFrame;
     int length = static_cast<int>(received);
     // Handlers look past the end of a short message: at zeros, not at what came before.
-    std::memset(buffer + length, 0, static_cast<std::size_t>(std::min(capacity - length, kReadPast)));
+    std::memset(buffer + length, 0,
+                static_cast<std::size_t>(std::min(capacity - length, kReadPast)));
     *rxNs = takeReceiveTime(message.header, buffer, &length);
     return length;
 }

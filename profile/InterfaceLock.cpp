@@ -15,7 +15,7 @@
 namespace {
 
 constexpr const char* kLogSource = log_source::kControl;
-constexpr mode_t kEverybodys = 0666;
+constexpr mode_t kOwners = 0600;
 
 int lockDescriptor = -1;
 
@@ -29,9 +29,9 @@ int openLock(const char* interfaceName) {
         descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     }
     if (descriptor < 0 && errno == ENOENT) {
-        descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kEverybodys);
+        descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwners);
         if (descriptor >= 0) {
-            static_cast<void>(fchmod(descriptor, kEverybodys));
+            static_cast<void>(fchmod(descriptor, kOwners));
         }
     }
     return descriptor;

@@ -13,9 +13,9 @@ public:
     int descriptor() const { return netlink_; }
 
     struct State {
-        int index;       ///< 0: there is no such interface
-        bool isUp;       ///< it is up and frames can leave
-        bool wasDeleted; ///< an interface of the index given has been deleted since the last look
+        int index;        ///< 0: there is no such interface
+        bool isUp;        ///< it is up and frames can leave
+        bool wasDeleted;  ///< an interface of the index given has been deleted since the last look
     };
 
     /** Takes what the kernel tells and looks. index: the interface that the caller uses. */

@@ -9,6 +9,9 @@ struct LoopSteps {
      *  then every second, and when the link comes or goes. */
     void (*tick)();
 
+    /** Tells readers that nobody follows the master any more. */
+    void (*end)();
+
     /** Takes what lies in the error queue of the socket while no transmission waits for it. Returns
      *  whether anything lay there. */
     bool (*takeStrayStamps)(int socket);

@@ -139,6 +139,7 @@ void profile::apply(const TSynProfile& given) {
     segmentMode = given.segmentMode;
     cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
     loopSteps.tick = given.robustTime != 0 ? time_steps::tick : tellNothing;
+    loopSteps.end = given.robustTime != 0 ? time_steps::end : tellNothing;
     log_switches::install(given);
     wire_steps::install(given);
     time_steps::install(given);

@@ -93,10 +93,11 @@ Reading followClocks() {
 
 TimeKeeper::Delay delayTo(const TimeRecord& record) {
     const InstanceBlock* const block = instanceBlock();
-    const long long ns = record.linkDelay();
     if (block != nullptr && block->cfg.PropagationDelay != 0) {
-        return {ns, 0, true};
+        TimeRecord(record).useFixedDelay(block->cfg.PropagationDelay);
+        return {block->cfg.PropagationDelay, 0, true};
     }
+    const long long ns = record.linkDelay();
     if (profile::current().robustDelay == 0) {
         return {ns, ns != 0 ? kDeployedDelayDoubt : kUnknownDelayDoubt, ns != 0};
     }
@@ -200,4 +201,16 @@ void robust_time::tick() {
     const TimeKeeper::Delay delay = delayTo(record);
     const KeeperLock lock;
     publishLocked(record, lastSource, delay);
+}
+
+void robust_time::end() {
+    const KeeperLock lock;
+    if (keptRecord.published() == nullptr) {
+        return;
+    }
+    gPtpTimeQuality told{};
+    quality::fill(told);
+    told.state = TSYN_STATE_LOST;
+    told.boundNs = ~0U;
+    keptRecord.publishQuality(told);
 }

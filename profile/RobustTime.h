@@ -27,4 +27,7 @@ void logUnknownTxMode(unsigned int txMode);
  *  Does nothing before the first one. At most once a Sync interval; any thread of the daemon. */
 void tick();
 
+/** Publishes that the time is lost, since nobody will follow the master from now on. */
+void end();
+
 }  // namespace robust_time

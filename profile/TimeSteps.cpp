@@ -50,3 +50,7 @@ void time_steps::install(const TSynProfile& profile) {
 void time_steps::tick() {
     robust_time::tick();
 }
+
+void time_steps::end() {
+    robust_time::end();
+}

@@ -12,4 +12,7 @@ void install(const TSynProfile& profile);
  *  nothing before there is a time. At most once a Sync interval, from any thread of the daemon. */
 void tick();
 
+/** Tells readers that the daemon ends. */
+void end();
+
 }  // namespace time_steps

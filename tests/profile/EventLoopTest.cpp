@@ -72,7 +72,7 @@ TEST_F(EventLoop, AnswersARequest) {
     const ProfiledDaemon daemon(masterConfig(), eventProfile());
     ASSERT_TRUE(peer.awaitType(kSync));
     Bytes request(14 + 54, 0);
-    const unsigned char header[] = {0x01, 0x80, 0xC2, 0, 0,    0x0E, 2,    0, 0,
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
                                     0,    0,    2,    0x88, 0xF7, 0x12, 0x02, 0, 54};
     std::copy(std::begin(header), std::end(header), request.begin());
     request[14 + 31] = 0x77;  // sequenceId
@@ -159,7 +159,7 @@ TEST_F(EventLoop, ASlaveTellsOnItsOwnThatTheMasterIsSilent) {
     ASSERT_TRUE(peer.awaitType(kPdelayReq));
     loopSteps.tick = [] { ++ticks; };
     Bytes followUp(14 + 76, 0);
-    const unsigned char header[] = {0x01, 0x80, 0xC2, 0, 0,    0x0E, 2,    0, 0,
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
                                     0,    0,    2,    0x88, 0xF7, 0x18, 0x02, 0, 76};
     std::copy(std::begin(header), std::end(header), followUp.begin());
     ASSERT_TRUE(peer.send(followUp));

@@ -68,8 +68,8 @@ private:
         ZebEthTSynInterface_SetProfile(&profile);
         const bool started = ZebEthTSynInterface_Start(0, nullptr, nullptr) == 0;
         char order = 0;
-        const bool told = write(fromOwner_[1], started ? "0" : "1", 1) == 1 &&
-                          read(toOwner_[0], &order, 1) == 1;
+        const bool told =
+            write(fromOwner_[1], started ? "0" : "1", 1) == 1 && read(toOwner_[0], &order, 1) == 1;
         _exit(told ? 0 : 1);
     }
 

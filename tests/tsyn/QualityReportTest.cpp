@@ -44,13 +44,15 @@ bool contains(const std::string& text, const std::string& part) {
 
 TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
     const std::string line = statusLine(statusOf(quality(), 5));
-    EXPECT_TRUE(contains(line, "  quality holdover  master 020000fffe00000a-1  bound 350 ns  "
-                               "link-down"))
+    EXPECT_TRUE(contains(line,
+                         "  quality holdover  master 020000fffe00000a-1  bound 350 ns  "
+                         "link-down"))
         << line;
     const std::string json = statusJson("eth0", statusOf(quality(), 5));
-    EXPECT_TRUE(contains(json, "\"quality\":{\"state\":\"holdover\",\"master\":"
-                               "\"020000fffe00000a\",\"master_port\":1,\"bound_ns\":350,"
-                               "\"flags\":[\"link-down\"],"))
+    EXPECT_TRUE(contains(json,
+                         "\"quality\":{\"state\":\"holdover\",\"master\":"
+                         "\"020000fffe00000a\",\"master_port\":1,\"bound_ns\":350,"
+                         "\"flags\":[\"link-down\"],"))
         << json;
     EXPECT_TRUE(contains(json, "\"ignored_frames\":7")) << json;
 }

@@ -99,8 +99,8 @@ Json qualityJson(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& recor
     return {{"state", timeStateName(quality.state)},
             {"master", identityText(quality)},
             {"master_port", static_cast<unsigned int>(quality.masterPort)},
-            {"bound_ns", hasBound(quality, nowNs) ? Json(boundNow(quality, record, nowNs))
-                                                  : Json(nullptr)},
+            {"bound_ns",
+             hasBound(quality, nowNs) ? Json(boundNow(quality, record, nowNs)) : Json(nullptr)},
             {"flags", flagNames(quality.flags)},
             {"steps", static_cast<unsigned int>(quality.stepCount)},
             {"ignored_frames", static_cast<unsigned int>(quality.ignoredFrames)},

@@ -15,7 +15,7 @@ std::optional<gPtpTimeQuality> qualityOf(const gPtpTimeDataStruct& record);
 std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                         long long nowNs);
 
-nlohmann::ordered_json qualityJson(const gPtpTimeQuality& quality,
-                                   const gPtpTimeDataStruct& record, long long nowNs);
+nlohmann::ordered_json qualityJson(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
+                                   long long nowNs);
 
 }  // namespace tsyn

@@ -98,6 +98,7 @@ void addProfileOptions(CLI::App& command, RunOptions& options) {
     command
         .add_option("--switch", options.switches,
                     "NAME=VALUE: one switch of the profile set by itself; may be repeated")
+        ->allow_extra_args(false)
         ->check(CLI::Validator(switchProblem, ""));
 }
 
