@@ -3,9 +3,10 @@
  *
  *  Order of calls: set DbgTraceLevel to 2 or lower, Create, Start; then the setters and getters;
  *  Stop and Start pause and resume; Destroy ends the threads. The first call must come from one
- *  thread alone; afterwards any thread may call any function. The library writes its log to
- *  standard output. While sockets are opened it sets the environment variable SOCK to the stack
- *  identifier.
+ *  thread alone; afterwards any thread may call any function. What is said here is what deployed
+ *  nodes do; ZebEthTimeSynProfile.h offers more, between Create and Start. The library writes its
+ *  log to standard output. While sockets are opened it sets the environment variable SOCK to the
+ *  stack identifier.
  *
  *  The library exports global variables with short names: a host must not define globals called
  *  cv, cv1, cv2, condvar, cvpd, cvout, cv_announce, pMutex, th_mutex, mutexInputThreader,
