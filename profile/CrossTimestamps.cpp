@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <limits>
 
 #include "base/Extended80.h"
@@ -53,7 +54,7 @@ bool readPlainly(int phcDevice, Bracketed& read) {
         return false;
     }
     ptp_clock_time samples[kPlainSamples][3];
-    for (unsigned int i = 0; i < kPlainSamples; ++i) {
+    for (std::size_t i = 0; i < kPlainSamples; ++i) {
         samples[i][0] = offset.ts[2 * i];
         samples[i][1] = offset.ts[2 * i + 1];
         samples[i][2] = offset.ts[2 * i + 2];

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -194,11 +195,9 @@ std::string readToTheEnd(int fd) {
 /** The program with these arguments, interrupted as soon as a file is there, and what it printed.
  */
 Ran interruptedAt(const fs::path& awaited, std::vector<std::string> arguments) {
-    std::vector<char*> words;
-    for (std::string& argument : arguments) {
-        words.push_back(argument.data());
-    }
-    words.push_back(nullptr);
+    std::vector<char*> words(arguments.size() + 1, nullptr);
+    std::transform(arguments.begin(), arguments.end(), words.begin(),
+                   [](std::string& argument) { return argument.data(); });
     std::array<int, 2> ends{};
     EXPECT_EQ(pipe(ends.data()), 0);
     const pid_t child = fork();
@@ -277,9 +276,10 @@ TEST(ResultsThatCannotBeWritten, AreToldBeforeAnythingRuns) {
         const Ran ran = simulateWith(folder, file + " --seeds 1..3 --out " + out);
         EXPECT_EQ(ran.status, 2);
         EXPECT_EQ(ran.out, "");
-        EXPECT_EQ(ran.errors, "--out: " + out +
-                                  " cannot be created (Not a directory); name a writable "
-                                  "folder\n");
+        std::string told = "--out: ";
+        told += out;
+        told += " cannot be created (Not a directory); name a writable folder\n";
+        EXPECT_EQ(ran.errors, told);
     }
 }
 
