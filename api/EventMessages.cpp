@@ -1,11 +1,12 @@
 #include "api/EventMessages.h"
 
 #include <algorithm>
-#include <ctime>
 
 #include "api/RoleSteps.h"
 #include "base/DbgLog.h"
+#include "base/Monotonic.h"
 #include "profile/LoopSteps.h"
+#include "ptp/LinkDelay.h"
 
 namespace {
 
@@ -26,12 +27,6 @@ unsigned long long slackNs(const Periodic& syncs, const Periodic& others) {
 }
 
 }  // namespace
-
-unsigned long long monotonicNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return toNs(now);
-}
 
 EventMessages::EventMessages(NetworkService<sock>& service, const TSynInstanceConfig& cfg,
                              unsigned short portNumber)

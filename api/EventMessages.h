@@ -6,9 +6,6 @@
 #include "api/Periodic.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
 
-/** CLOCK_MONOTONIC, ns. */
-unsigned long long monotonicNs();
-
 /** The messages of one role on one port: when each is due, and what received ones change in that.
  *  What need not leave at its own moment leaves together with a message of the Sync, so that a
  *  sleeping processor is not woken for it. */

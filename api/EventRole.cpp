@@ -20,6 +20,7 @@
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "base/FieldText.h"
+#include "base/Monotonic.h"
 #include "platform/CardSteps.h"
 #include "platform/Descriptors.h"
 #include "profile/LinkWatch.h"
@@ -51,7 +52,7 @@ public:
 
 private:
     bool begin();
-    void setUp(int index);
+    void setUp(int index, unsigned short portNumber);
     void tearDown();
     void followLink(unsigned long long nowNs);
     bool takeOrders(unsigned long long nowNs);
@@ -69,7 +70,7 @@ private:
     std::unique_ptr<LinkWatch> link_;
     std::unique_ptr<NetworkService<sock>> service_;
     std::unique_ptr<EventMessages> messages_;
-    int index_ = 0;
+    int index_ = 0;  // that the link is watched by
     bool linkUp_ = true;
     bool linkChanged_ = false;
     unsigned long long heardNs_ = 0;  // the latest Follow_Up
@@ -95,15 +96,14 @@ void hideOwnFrames() {
     }
 }
 
-void EventLoop::setUp(int index) {
+void EventLoop::setUp(int index, unsigned short portNumber) {
     service_ = std::make_unique<NetworkService<sock>>(ifName_);
     if (configuration().role != 0) {
         setHardwareClockToSystemTime(kFunction, ifName_);
     } else {
         i210helper::e1000_ptp_get_time(ifName_);  // opens the clock here rather than in a handler
     }
-    messages_ = std::make_unique<EventMessages>(
-        *service_, configuration(), protocolSteps.portNumber(static_cast<unsigned int>(index)));
+    messages_ = std::make_unique<EventMessages>(*service_, configuration(), portNumber);
     index_ = index;
     hideOwnFrames();
     discardQueued();
@@ -132,7 +132,7 @@ bool EventLoop::begin() {
         link_ = std::make_unique<LinkWatch>(ifName_);
         followLink(monotonicNs());
     } else if (const auto port = portNumber(kFunction, ifName_)) {
-        setUp(*port);
+        setUp(0, *port);
     } else {
         return false;
     }
@@ -149,7 +149,7 @@ void EventLoop::followLink(unsigned long long nowNs) {
     }
     if (index_ == 0 && state.index != 0) {
         const StackScope scope(fieldText(configuration().ethStackIdent).c_str());
-        setUp(state.index);
+        setUp(state.index, protocolSteps.portNumber(static_cast<unsigned int>(state.index)));
     }
     setUpAgainNs_ = rawSocket() <= 0 && state.isUp ? nowNs + kSetUpRestNs : kNoDeadline;
     if (state.isUp != linkUp_) {

@@ -9,6 +9,7 @@
 #include "api/LoopOrders.h"
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
+#include "base/Monotonic.h"
 #include "base/MutexLock.h"
 #include "base/Undestroyed.h"
 #include "profile/Profile.h"
@@ -53,10 +54,8 @@ private:
 };
 
 timespec monotonicDeadline(int periodMs) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    const long long deadline =
-        static_cast<long long>(toNs(now)) + static_cast<long long>(periodMs) * kNsPerMillisecond;
+    const long long deadline = static_cast<long long>(monotonicNs()) +
+                               static_cast<long long>(periodMs) * kNsPerMillisecond;
     timespec result{};
     result.tv_sec = static_cast<time_t>(deadline / kNsPerSecond);
     result.tv_nsec = static_cast<long>(deadline % kNsPerSecond);

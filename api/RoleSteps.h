@@ -6,7 +6,6 @@
  * lines by. */
 
 inline constexpr int kAnnouncePeriodMs = 1000;
-inline constexpr double kSyncsPerPdelay = 8.0;
 
 /** '1' for a master, '2' for a slave. */
 void setRoleMark(char mark);

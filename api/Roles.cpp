@@ -14,6 +14,7 @@
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "platform/i210helper.h"
+#include "ptp/LinkDelay.h"
 
 namespace {
 

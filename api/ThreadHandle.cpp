@@ -3,21 +3,14 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "base/MutexLock.h"
+
 namespace {
 
 constexpr std::size_t kNameSize = 16;
 
 pthread_mutex_t listMutex = PTHREAD_MUTEX_INITIALIZER;
 ThreadHandle* first = nullptr;  // every thread that was created and not joined
-
-/** Never throws: Destroy takes it in a host's thread. */
-class ListLock {
-public:
-    ListLock() { pthread_mutex_lock(&listMutex); }
-    ~ListLock() { pthread_mutex_unlock(&listMutex); }
-    ListLock(const ListLock&) = delete;
-    ListLock& operator=(const ListLock&) = delete;
-};
 
 }  // namespace
 
@@ -26,7 +19,7 @@ class ThreadHandle::EndMark {
 public:
     explicit EndMark(ThreadHandle& thread) : thread_(thread) {}
     ~EndMark() {
-        const ListLock lock;
+        const QuietLock lock(listMutex);
         thread_.alive_ = false;
     }
     EndMark(const EndMark&) = delete;
@@ -51,7 +44,7 @@ bool ThreadHandle::create(const Plan& plan, const char* ifName, bool detached) {
     plan_ = plan;
     {
         // Held across the creation, so that the thread cannot end before it is listed.
-        const ListLock lock;
+        const QuietLock lock(listMutex);
         created_ = pthread_create(&handle_, &attributes, run, this) == 0;
         if (created_) {
             alive_ = true;
@@ -71,7 +64,7 @@ void ThreadHandle::join() {
         return;
     }
     pthread_join(handle_, nullptr);
-    const ListLock lock;
+    const QuietLock lock(listMutex);
     created_ = false;
     ThreadHandle** link = &first;
     while (*link != this) {
@@ -84,7 +77,7 @@ void ThreadHandle::joinAll() {
     for (;;) {
         ThreadHandle* next = nullptr;
         {
-            const ListLock lock;
+            const QuietLock lock(listMutex);
             next = first;
         }
         if (next == nullptr) {
@@ -95,7 +88,7 @@ void ThreadHandle::joinAll() {
 }
 
 void ThreadHandle::cancel(ThreadKind kind) {
-    const ListLock lock;
+    const QuietLock lock(listMutex);
     for (ThreadHandle* thread = first; thread != nullptr; thread = thread->next_) {
         if (thread->plan_.kind == kind && thread->alive_) {
             pthread_cancel(thread->handle_);

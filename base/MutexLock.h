@@ -23,3 +23,15 @@ public:
 private:
     pthread_mutex_t& mutex_;
 };
+
+/** As MutexLock where nothing may throw: a static mutex that no thread takes twice. */
+class QuietLock {
+public:
+    explicit QuietLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    ~QuietLock() { pthread_mutex_unlock(&mutex_); }
+    QuietLock(const QuietLock&) = delete;
+    QuietLock& operator=(const QuietLock&) = delete;
+
+private:
+    pthread_mutex_t& mutex_;
+};

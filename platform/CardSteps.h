@@ -1,5 +1,8 @@
 #pragma once
 
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
 
@@ -22,6 +25,12 @@ struct CardSteps {
 };
 
 extern CardSteps cardSteps;
+
+/** The card's time among the control messages of a received header; 0 when there is none. */
+unsigned long long hardwareTimeOf(msghdr& header);
+
+/** Where all own frames go. */
+sockaddr_ll gptpAddressOn(int interfaceIndex);
 
 /* The steps of deployed nodes. */
 

@@ -5,14 +5,6 @@
 
 #include "base/Extended80.h"
 
-namespace {
-
-unsigned long long clockNs(const ptp_clock_time& reading) {
-    return toNs(static_cast<unsigned long long>(reading.sec), reading.nsec);
-}
-
-}  // namespace
-
 ptp_ext_time_t narrowestBracket(const ptp_clock_time* readings, unsigned int samples) {
     long long narrowest = std::numeric_limits<long long>::max();
     ptp_ext_time_t best{};

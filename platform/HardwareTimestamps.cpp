@@ -117,6 +117,16 @@ QueueState latestQueueState = QueueState::kEmpty;
 
 }  // namespace
 
+unsigned long long hardwareTimeOf(msghdr& header) {
+    unsigned long long ns = 0;
+    forEachControlMessage(header, [&ns](const cmsghdr& control) {
+        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
+            ns = toNs(times->hardware);
+        }
+    });
+    return ns;
+}
+
 unsigned long long getTxTimestamp(int socket) {
     unsigned char sentFrame[kSentFrameSize];
     ReceivedMessage<kErrorQueueControlSize> message(sentFrame, sizeof sentFrame);
@@ -138,13 +148,7 @@ unsigned long long getTxTimestamp(int socket) {
             break;
         }
     }
-    unsigned long long txNs = 0;
-    forEachControlMessage(message.header, [&txNs](const cmsghdr& control) {
-        if (const auto* times = controlValue<Timestamping>(control, SOL_SOCKET, SO_TIMESTAMPING)) {
-            txNs = toNs(times->hardware);
-        }
-    });
-    return txNs;
+    return hardwareTimeOf(message.header);
 }
 
 unsigned long long getRxTimestampedData(int socket, unsigned char* buffer, int* length) {

@@ -35,17 +35,6 @@ unsigned char clockIdentity[8];
 unsigned long long previousSystemTime = 0;
 unsigned long long previousPhcTime = 0;
 
-sockaddr_ll gptpAddressOn(int interfaceIndex) {
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ethernet::kPtpProtocol);
-    address.sll_ifindex = interfaceIndex;
-    address.sll_halen = ethernet::kMacSize;
-    std::copy(std::begin(ethernet::kGptpAddress), std::end(ethernet::kGptpAddress),
-              address.sll_addr);
-    return address;
-}
-
 void initBpf(int socket, int vlanId, unsigned char domain) {
     std::array<sock_filter, kPtpFilterLength> filter = ptpFilter(vlanId, domain);
     const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
@@ -80,6 +69,17 @@ bool waitForFrame(int socket) {
 }
 
 }  // namespace
+
+sockaddr_ll gptpAddressOn(int interfaceIndex) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ethernet::kPtpProtocol);
+    address.sll_ifindex = interfaceIndex;
+    address.sll_halen = ethernet::kMacSize;
+    std::copy(std::begin(ethernet::kGptpAddress), std::end(ethernet::kGptpAddress),
+              address.sll_addr);
+    return address;
+}
 
 int sendFrameAfterPhcRead(const UInterface& port, unsigned char* frame, int length,
                           int /*headerSize*/) {

@@ -3,9 +3,9 @@
 #include <pthread.h>
 
 #include "base/DbgLog.h"
+#include "base/Monotonic.h"
 #include "base/MutexLock.h"
 #include "profile/Masters.h"
-#include "profile/Monotonic.h"
 #include "profile/Profile.h"
 #include "profile/Quality.h"
 

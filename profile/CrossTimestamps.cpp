@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "base/Extended80.h"
+#include "platform/CrossTimestamp.h"
 
 namespace {
 
@@ -23,10 +24,6 @@ enum class Means { kUnknown, kPrecise, kExtended, kPlain };
 
 std::atomic<Means> means{Means::kUnknown};
 thread_local unsigned int lastHalfWidth = cross_timestamps::kUnknownHalfWidth;
-
-unsigned long long clockNs(const ptp_clock_time& reading) {
-    return toNs(static_cast<unsigned long long>(reading.sec), reading.nsec);
-}
 
 bool readPrecisely(int phcDevice, Bracketed& read) {
     ptp_sys_offset_precise offset{};

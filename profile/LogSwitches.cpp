@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "base/DbgLog.h"
+#include "base/MutexLock.h"
 #include "base/ptptime.h"
 #include "profile/Profile.h"
 
@@ -30,18 +31,6 @@ Place places[kPlaces];
 pthread_mutex_t placesMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t sinkMutex = PTHREAD_MUTEX_INITIALIZER;
 
-/** Never throws; left by cancellation, too, which may come inside a host's sink. */
-class LogLock {
-public:
-    explicit LogLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    ~LogLock() { pthread_mutex_unlock(&mutex_); }
-    LogLock(const LogLock&) = delete;
-    LogLock& operator=(const LogLock&) = delete;
-
-private:
-    pthread_mutex_t& mutex_;
-};
-
 time_t currentSecond() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -55,7 +44,7 @@ Place& placeOf(const char* source, int line) {
 
 /** Takes a place whose second is over out of the table; false when nothing was left out there. */
 bool takeEnded(time_t second, Place& ended) {
-    const LogLock lock(placesMutex);
+    const QuietLock lock(placesMutex);
     for (Place& place : places) {
         if (place.leftOut != 0 && place.second != second) {
             ended = place;
@@ -79,7 +68,7 @@ void tellLeftOut(time_t second) {
 
 /** Counts a line; false when its place has had its lines of this second. */
 bool countLine(const char* source, int line, time_t second) {
-    const LogLock lock(placesMutex);
+    const QuietLock lock(placesMutex);
     Place& place = placeOf(source, line);
     const bool isSame = place.source == source && place.line == line;
     if (!isSame && place.leftOut != 0 && place.second == second) {
@@ -117,7 +106,7 @@ bool takesLine() {
 }
 
 void writeOut(int /*level*/, const char* text, int length) {
-    const LogLock lock(sinkMutex);
+    const QuietLock lock(sinkMutex);
     if (takesLine()) {
         const ssize_t written = write(STDOUT_FILENO, text, static_cast<std::size_t>(length));
         static_cast<void>(written);  // a full disk costs the line as well
@@ -127,7 +116,7 @@ void writeOut(int /*level*/, const char* text, int length) {
 void callSink(int level, const char* text, int length) {
     char line[1024];
     std::snprintf(line, sizeof line, "%.*s", length - 1, text);
-    const LogLock lock(sinkMutex);
+    const QuietLock lock(sinkMutex);
     profile::current().logSink(level, line, profile::current().logContext);
 }
 

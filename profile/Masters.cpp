@@ -4,7 +4,7 @@
 
 #include "api/InterfaceDataManager.h"
 #include "base/DbgLog.h"
-#include "profile/Monotonic.h"
+#include "base/Monotonic.h"
 #include "profile/Profile.h"
 #include "profile/Quality.h"
 

@@ -13,6 +13,7 @@
 #include "platform/i210helper.h"
 #include "profile/Answers.h"
 #include "profile/Profile.h"
+#include "ptp/LinkDelay.h"
 #include "ptp/ProtocolSteps.h"
 #include "wire/ptpwire.h"
 
@@ -20,7 +21,6 @@ namespace {
 
 constexpr unsigned char kControlOther = 5;
 constexpr unsigned char kUtcOffsetValidFlag = 0x04;
-constexpr double kSyncsPerPdelay = 8.0;
 constexpr double kMillisecondsPerSecond = 1000.0;
 constexpr int kLongestLogInterval = 126;  // 127 says that there is none
 constexpr int kMinorSdoId = 5;

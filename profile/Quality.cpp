@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "base/MutexLock.h"
 #include "profile/Profile.h"
 
 namespace {
@@ -12,25 +13,16 @@ namespace {
 pthread_mutex_t seenMutex = PTHREAD_MUTEX_INITIALIZER;
 gPtpTimeQuality seen{};
 
-/** Never throws and holds no cancellation point. */
-class SeenLock {
-public:
-    SeenLock() { pthread_mutex_lock(&seenMutex); }
-    ~SeenLock() { pthread_mutex_unlock(&seenMutex); }
-    SeenLock(const SeenLock&) = delete;
-    SeenLock& operator=(const SeenLock&) = delete;
-};
-
 template <typename Count>
 void count(Count gPtpTimeQuality::*member) {
-    const SeenLock lock;
+    const QuietLock lock(seenMutex);
     seen.*member = static_cast<Count>(seen.*member + 1);
 }
 
 }  // namespace
 
 void quality::noteMaster(const unsigned char* identity, unsigned short port) {
-    const SeenLock lock;
+    const QuietLock lock(seenMutex);
     std::memcpy(seen.masterIdentity, identity, sizeof seen.masterIdentity);
     seen.masterPort = port;
 }
@@ -41,7 +33,7 @@ void quality::noteNoMaster() {
 }
 
 void quality::setFlag(TSynTimeFlags flag, bool on) {
-    const SeenLock lock;
+    const QuietLock lock(seenMutex);
     seen.flags = static_cast<unsigned char>(on ? seen.flags | flag : seen.flags & ~flag);
 }
 
@@ -70,7 +62,7 @@ void quality::countStep() {
 }
 
 void quality::fill(gPtpTimeQuality& filled) {
-    const SeenLock lock;
+    const QuietLock lock(seenMutex);
     filled.magic = kTimeQualityMagic;
     filled.layout = kTimeQualityLayout;
     filled.profile =

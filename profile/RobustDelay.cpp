@@ -4,6 +4,7 @@
 
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
+#include "base/MutexLock.h"
 #include "profile/DelayFilter.h"
 #include "profile/Quality.h"
 #include "ptp/SyncEstimate.h"
@@ -25,15 +26,6 @@ struct Pending {
 };
 Pending pending{};
 int lastSequenceId = -1;
-
-/** Holds no cancellation point. */
-class FilterLock {
-public:
-    FilterLock() { pthread_mutex_lock(&filterMutex); }
-    ~FilterLock() { pthread_mutex_unlock(&filterMutex); }
-    FilterLock(const FilterLock&) = delete;
-    FilterLock& operator=(const FilterLock&) = delete;
-};
 
 bool isNeverDisputed(unsigned int /*sequenceId*/) {
     return false;
@@ -60,7 +52,7 @@ Settled settleLocked(const DelayFilter::Rate& rate, unsigned long long phcNs) {
     }
     pending.isThere = false;
     if (robust_delay::exchangeIsDisputed(pending.sequenceId)) {
-        return Settled::kRefused;
+        return Settled::kNothing;  // counted where the second answer came in
     }
     return filter.take(pending.times, rate) ? Settled::kUsed : Settled::kRefused;
 }
@@ -77,7 +69,7 @@ void robust_delay::settle(TimeRecord record, unsigned long long phcNs) {
     Settled settled = Settled::kNothing;
     long long delayNs = 0;
     {
-        const FilterLock lock;
+        const QuietLock lock(filterMutex);
         settled = settleLocked(rateFrom(record), phcNs);
         delayNs = filter.delayNs();
     }
@@ -93,7 +85,7 @@ void robust_delay::useExchange(Port& port, const unsigned char* respFollowUp,
                                const PdelayTimes& times, ClockItemMembersType& item) {
     settle(port.record, 0);
     const unsigned int sequenceId = wire::sequenceId(respFollowUp);
-    const FilterLock lock;
+    const QuietLock lock(filterMutex);
     // A request that the network doubled is answered twice: t1 is that of the first one.
     if (sequenceId != item.pdelaySeqNo || static_cast<int>(sequenceId) == lastSequenceId) {
         return;
@@ -104,11 +96,11 @@ void robust_delay::useExchange(Port& port, const unsigned char* respFollowUp,
 }
 
 bool robust_delay::isKnown() {
-    const FilterLock lock;
+    const QuietLock lock(filterMutex);
     return filter.isKnown();
 }
 
 double robust_delay::doubt() {
-    const FilterLock lock;
+    const QuietLock lock(filterMutex);
     return filter.doubt();
 }

@@ -7,6 +7,7 @@
 
 #include "base/DbgLog.h"
 #include "base/Extended80.h"
+#include "base/MutexLock.h"
 #include "platform/i210helper.h"
 #include "profile/CrossTimestamps.h"
 #include "profile/Profile.h"
@@ -39,15 +40,6 @@ TimeRecord keptRecord(nullptr);  ///< of the last Sync, for tick
 LineSource lastSource{};
 SystemSteps systemSteps;
 
-/** Holds no cancellation point. */
-class KeeperLock {
-public:
-    KeeperLock() { pthread_mutex_lock(&keeperMutex); }
-    ~KeeperLock() { pthread_mutex_unlock(&keeperMutex); }
-    KeeperLock(const KeeperLock&) = delete;
-    KeeperLock& operator=(const KeeperLock&) = delete;
-};
-
 /** A cross-timestamp; x 0 when there is none. */
 Reading readClocks() {
     unsigned long long systemNs = 0;
@@ -60,7 +52,7 @@ Reading readClocks() {
 }
 
 bool takeClocks(const Reading& reading) {
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     const long long stepNs = systemSteps.since(kLeastSystemStepNs);
     if (stepNs != 0) {
         keeper.shiftSystem(stepNs);
@@ -80,22 +72,26 @@ Reading followClocks() {
         if (again.x == 0 || takeClocks(again)) {
             return again;
         }
-        const KeeperLock lock;
+        const QuietLock lock(keeperMutex);
         if (!keeper.agree(reading, again)) {
             return again;
         }
         reading = again;
     }
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     keeper.followClocks(reading);
     return reading;
 }
 
-TimeKeeper::Delay delayTo(const TimeRecord& record) {
+/** As the host configured it; 0: measured. */
+int fixedDelayNs() {
     const InstanceBlock* const block = instanceBlock();
-    if (block != nullptr && block->cfg.PropagationDelay != 0) {
-        TimeRecord(record).useFixedDelay(block->cfg.PropagationDelay);
-        return {block->cfg.PropagationDelay, 0, true};
+    return block != nullptr ? block->cfg.PropagationDelay : 0;
+}
+
+TimeKeeper::Delay delayTo(const TimeRecord& record) {
+    if (const int fixedNs = fixedDelayNs()) {
+        return {fixedNs, 0, true};
     }
     const long long ns = record.linkDelay();
     if (profile::current().robustDelay == 0) {
@@ -151,6 +147,7 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
         return;
     }
     robust_delay::settle(port.record, rxNs);
+    port.record.useFixedDelay(fixedDelayNs());
     const long long correction =
         correctionNs(static_cast<long long>(wire::load64(followUp + wire::kCorrectionField)));
     const unsigned long long masterNs = originNs + static_cast<unsigned long long>(correction);
@@ -161,7 +158,7 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
                              wire::load32(followUp + wire::kCumulativeScaledRateOffset)) +
                      0.5L);
     followClocks();
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     const Verdict verdict = keeper.takePair({rxNs, masterNs, 0});
     if (verdict == Verdict::kRepeated) {
         return;
@@ -175,7 +172,7 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
 
 void robust_time::publishMasterTime(Port& port) {
     const Reading clocks = followClocks();
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     keeper.beMaster();
     if (clocks.x != 0) {
         publishLocked(port.record, {clocks.y, clocks.x}, {0, 0, true});
@@ -191,7 +188,7 @@ void robust_time::logUnknownTxMode(unsigned int txMode) {
 void robust_time::tick() {
     TimeRecord record(nullptr);
     {
-        const KeeperLock lock;
+        const QuietLock lock(keeperMutex);
         record = keptRecord;
     }
     if (record.published() == nullptr) {
@@ -199,12 +196,12 @@ void robust_time::tick() {
     }
     followClocks();
     const TimeKeeper::Delay delay = delayTo(record);
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     publishLocked(record, lastSource, delay);
 }
 
 void robust_time::end() {
-    const KeeperLock lock;
+    const QuietLock lock(keeperMutex);
     if (keptRecord.published() == nullptr) {
         return;
     }

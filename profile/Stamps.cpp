@@ -2,16 +2,15 @@
 
 #include <linux/if_packet.h>
 #include <linux/net_tstamp.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
-#include "base/ptptime.h"
+#include "base/Monotonic.h"
+#include "platform/CardSteps.h"
 #include "platform/Descriptors.h"
 #include "profile/Quality.h"
 #include "wire/EthernetFrame.h"
@@ -19,7 +18,7 @@
 
 namespace {
 
-constexpr long long kLongestWaitNs = 10 * static_cast<long long>(kNsPerMillisecond);
+constexpr unsigned long long kLongestWaitNs = 10ULL * kNsPerMillisecond;
 /** A card hands its stamp over some ten microseconds after the frame: a sleep would take longer. */
 constexpr int kTriesWithoutSleep = 8;
 constexpr unsigned char kFirstGeneralMessage = 8;
@@ -53,16 +52,6 @@ bool stampWith(int socket, int flags) {
     return setsockopt(socket, SOL_SOCKET, SO_TIMESTAMPING, &flags, sizeof flags) == 0;
 }
 
-sockaddr_ll addressOn(int interfaceIndex, unsigned int protocol) {
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(static_cast<unsigned short>(protocol));
-    address.sll_ifindex = interfaceIndex;
-    address.sll_halen = ethernet::kMacSize;
-    std::memcpy(address.sll_addr, ethernet::kGptpAddress, ethernet::kMacSize);
-    return address;
-}
-
 /** Opens the thread's socket; again for an interface that was made anew. Protocol 0 keeps received
  *  frames away from it. */
 void openFor(const UInterface& port) {
@@ -75,7 +64,8 @@ void openFor(const UInterface& port) {
     if (opened < 0) {
         return;
     }
-    const sockaddr_ll address = addressOn(port.index, 0);
+    sockaddr_ll address = gptpAddressOn(port.index);
+    address.sll_protocol = 0;
     bind(opened, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     stampWith(opened, SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE);
     sender.socket = opened;
@@ -83,27 +73,13 @@ void openFor(const UInterface& port) {
 }
 
 int sendBy(int socket, const UInterface& port, const unsigned char* frame, int length) {
-    const sockaddr_ll address = addressOn(port.index, ethernet::kPtpProtocol);
+    const sockaddr_ll address = gptpAddressOn(port.index);
     ssize_t sent = -1;
     do {
         sent = ::sendto(socket, frame, static_cast<std::size_t>(length), 0,
                         reinterpret_cast<const sockaddr*>(&address), sizeof address);
     } while (sent < 0 && errno == EINTR);
     return static_cast<int>(sent);
-}
-
-/** The card's time among the control messages; 0 when there is none. */
-unsigned long long hardwareTimeOf(msghdr& header) {
-    for (cmsghdr* each = CMSG_FIRSTHDR(&header); each != nullptr;
-         each = CMSG_NXTHDR(&header, each)) {
-        timespec times[3];
-        if (each->cmsg_level == SOL_SOCKET && each->cmsg_type == SO_TIMESTAMPING &&
-            each->cmsg_len >= CMSG_LEN(sizeof times)) {
-            std::memcpy(times, CMSG_DATA(each), sizeof times);
-            return toNs(times[2]);
-        }
-    }
-    return 0;
 }
 
 enum class Looped { kNothing, kStray, kOurs };
@@ -129,20 +105,15 @@ Looped takeLooped(unsigned long long& txNs) {
                : Looped::kStray;
 }
 
-long long monotonicNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(toNs(now));
-}
-
 /** Sleeps until something came back or the deadline has passed; false then. */
-bool waitForLooped(long long deadlineNs) {
-    const long long leftNs = deadlineNs - monotonicNs();
-    if (leftNs <= 0) {
+bool waitForLooped(unsigned long long deadlineNs) {
+    const unsigned long long nowNs = monotonicNs();
+    if (nowNs >= deadlineNs) {
         return false;
     }
     pollfd descriptor{sender.socket, 0, 0};
-    const auto leftMs = static_cast<int>((leftNs + kNsPerMillisecond - 1) / kNsPerMillisecond);
+    const auto leftMs =
+        static_cast<int>((deadlineNs - nowNs + kNsPerMillisecond - 1) / kNsPerMillisecond);
     poll(&descriptor, 1, leftMs);
     return true;
 }
@@ -177,7 +148,7 @@ unsigned long long stamps::transmitTimestamp(int /*socket*/) {
     if (sender.messageLength == 0) {
         return 0;
     }
-    const long long deadlineNs = monotonicNs() + kLongestWaitNs;
+    const unsigned long long deadlineNs = monotonicNs() + kLongestWaitNs;
     int tries = 0;
     unsigned long long txNs = 0;
     for (;;) {

@@ -44,11 +44,7 @@ unsigned int saturated(double value) {
 
 gPtpTimeDataStruct recordOf(const TimeLine& line) {
     gPtpTimeDataStruct record{};
-    record.localTime = line.localTime;
-    record.masterOffset = line.masterOffset;
-    record.systemOffset = line.systemOffset;
-    storeExtended(record.rateRatio1, line.masterRate);
-    storeExtended(record.rateRatio2, line.phcRate);
+    storeLine(record, line);
     return record;
 }
 

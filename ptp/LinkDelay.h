@@ -16,6 +16,9 @@ long double neighbourRateRatio(unsigned long long t3, unsigned long long previou
 /** Half of what the round trip took less the peer's turnaround, truncated toward zero. */
 long long meanLinkDelay(const PdelayTimes& times, long double ratio);
 
+/** A port measures the delay once in so many Sync intervals. */
+inline constexpr double kSyncsPerPdelay = 8.0;
+
 /** 1 to 49,999 ns. */
 bool isDelayInLimits(long long delay);
 

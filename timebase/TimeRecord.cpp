@@ -46,6 +46,14 @@ private:
 
 }  // namespace
 
+void storeLine(gPtpTimeDataStruct& record, const TimeLine& line) {
+    record.masterOffset = line.masterOffset;
+    record.systemOffset = line.systemOffset;
+    storeExtended(record.rateRatio1, line.masterRate);
+    storeExtended(record.rateRatio2, line.phcRate);
+    record.localTime = line.localTime;
+}
+
 long long TimeRecord::linkDelay() const {
     return published_ != nullptr ? published_->linkDelay : 0;
 }
@@ -112,11 +120,7 @@ void TimeRecord::publishLine(const TimeLine& line, const LineSource& source,
         return;
     }
     Writing writing(*published_);
-    published_->masterOffset = line.masterOffset;
-    published_->systemOffset = line.systemOffset;
-    storeExtended(published_->rateRatio1, line.masterRate);
-    storeExtended(published_->rateRatio2, line.phcRate);
-    published_->localTime = line.localTime;
+    storeLine(*published_, line);
     published_->originTime = source.originTime;
     if (source.systemTime != 0) {
         published_->systemTime = source.systemTime;

@@ -31,6 +31,8 @@ struct TimeLine {
     long double phcRate;           ///< PHC over system clock
 };
 
+void storeLine(gPtpTimeDataStruct& record, const TimeLine& line);
+
 /** Readings that are published along with a line, for whoever looks into the record. */
 struct LineSource {
     unsigned long long originTime;

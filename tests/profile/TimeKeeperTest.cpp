@@ -18,16 +18,6 @@ constexpr long long kEpoch = 1767225600000000000LL;
 constexpr long long kSecond = 1000000000;
 constexpr long long kInterval = kSecond / 8;
 
-gPtpTimeDataStruct recordOf(const TimeLine& line) {
-    gPtpTimeDataStruct record{};
-    record.localTime = line.localTime;
-    record.masterOffset = line.masterOffset;
-    record.systemOffset = line.systemOffset;
-    storeExtended(record.rateRatio1, line.masterRate);
-    storeExtended(record.rateRatio2, line.phcRate);
-    return record;
-}
-
 /** A slave with its three clocks, as functions of what has elapsed; stamps of 8 ns, brackets of
  *  some 200. */
 class Slave : public testing::Test {
@@ -70,7 +60,9 @@ protected:
     }
 
     long long shownAt(long long t) const {
-        return currentTimeNs(recordOf(shown.line), static_cast<unsigned long long>(system(t)));
+        gPtpTimeDataStruct record{};
+        storeLine(record, shown.line);
+        return currentTimeNs(record, static_cast<unsigned long long>(system(t)));
     }
 
     double boundAt(long long t) const {
