@@ -9,7 +9,6 @@
 #include "timebase/TimeConversion.h"
 
 using estimator::Reading;
-using estimator::Tracker;
 using estimator::Verdict;
 
 namespace {

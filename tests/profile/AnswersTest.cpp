@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "profile/RobustDelay.h"
 #include "ptp/ProtocolSteps.h"
 #include "tests/profile/Profiled.h"
 #include "tests/support/StdoutCapture.h"
@@ -66,6 +67,21 @@ TEST_F(Answers, OfASecondPortEndTheExchange) {
     EXPECT_EQ(1U, qualityNow().unusedExchanges) << "an exchange counts once";
     EXPECT_EQ(1, output_.count("Several ports answer a Pdelay_Req, such as bbbbbbbbbbbbbbbb: no "
                                "delay is used\n"));
+}
+
+TEST_F(Answers, OfASecondPortTakeTheDelayBackAndCountItOnce) {
+    Port port{nullptr, nullptr, TimeRecord(nullptr)};
+    ClockItemMembersType item;
+    item.pdelaySeqNo = 1;
+    request(1);
+    responds(kPeer, 1);
+    const Bytes last = answerTo(kOwn, kRespFollowUp, kPeer, 1);
+    EXPECT_TRUE(isAdmitted(last));
+    robust_delay::useExchange(port, last.data(), {1000, 5500, 6500, 3000}, item);
+    EXPECT_FALSE(responds(kStranger, 1));
+    robust_delay::settle(port.record, 3000 + 1000000000);
+    EXPECT_FALSE(robust_delay::isKnown());
+    EXPECT_EQ(1U, qualityNow().unusedExchanges);
 }
 
 TEST_F(Answers, OfASecondPortAfterTheExchangeDisputeItStill) {
