@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "tools/tsyn/run/QualityReport.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/run/StatusReport.h"
 
 namespace {

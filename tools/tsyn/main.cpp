@@ -1,49 +1,52 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <vector>
 
-#include "tools/tsyn/check/CheckCommand.h"
-#include "tools/tsyn/run/RunCommand.h"
+#include "tools/tsyn/Command.h"
+#include "tools/tsyn/check/CheckOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
 
 namespace {
 
-std::string oneLine(const CLI::App*, const CLI::Error& error) {
-    return std::string("tsyn: ") + error.what() +
-           "; 'tsyn run --help' and 'tsyn check --help' list the options\n";
-}
+using AddCommand = tsyn::Command (*)(CLI::App& program);
 
-CLI::App* addCommand(CLI::App& app, const char* name, const char* description) {
-    CLI::App* const command = app.add_subcommand(name, description);
-    command->failure_message(oneLine);
-    return command;
+/** In the order in which the help lists them. */
+constexpr AddCommand kCommands[] = {
+    tsyn::addRunCommand,
+    tsyn::addCheckCommand,
+};
+
+std::string oneLine(const CLI::App* program, const CLI::Error& error) {
+    const std::string problem = std::string("tsyn: ") + error.what();
+    const std::vector<const CLI::App*> named =
+        program->get_subcommands([](const CLI::App* command) { return command->parsed(); });
+    return named.empty()
+               ? problem + "; 'tsyn --help' lists the commands\n"
+               : problem + "; 'tsyn " + named.front()->get_name() + " --help' lists the options\n";
 }
 
 int parseAndRun(int argc, char** argv) {
-    CLI::App app(
+    CLI::App program(
         "Time master or slave of IEEE 802.1AS on one Ethernet interface, and a check of captures",
         "tsyn");
-    app.require_subcommand(1);
-    app.failure_message(oneLine);
-    tsyn::RunOptions options;
-    CLI::App* const run = addCommand(
-        app, "run",
-        "Run a master or a slave; one status line a second on standard output, the library's "
-        "log on standard error");
-    tsyn::addRunOptions(*run, options);
-    tsyn::CheckOptions checkOptions;
-    CLI::App* const check = addCommand(
-        app, "check",
-        "Check the PTP messages of a capture: AUTOSAR CRCs, TLV lengths, sequence ids; status 0: "
-        "all right, 1: findings, 2: unreadable");
-    tsyn::addCheckOptions(*check, checkOptions);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        constexpr int kWrongUse = 2;
-        return app.exit(error) == 0 ? 0 : kWrongUse;
+    program.require_subcommand(1);
+    program.failure_message(oneLine);
+    std::vector<tsyn::Command> commands;
+    for (const AddCommand add : kCommands) {
+        commands.push_back(add(program));
     }
-    return check->parsed() ? tsyn::checkCommand(checkOptions) : tsyn::runCommand(options);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : tsyn::kWrongUse;
+    }
+    for (const tsyn::Command& command : commands) {
+        if (command.parser->parsed()) {
+            return command.run();
+        }
+    }
+    return tsyn::kWrongUse;
 }
 
 }  // namespace

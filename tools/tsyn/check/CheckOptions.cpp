@@ -2,8 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <memory>
 
 #include "tools/tsyn/HexText.h"
+#include "tools/tsyn/check/CheckCommand.h"
 
 namespace tsyn {
 
@@ -24,6 +26,16 @@ void addCheckOptions(CLI::App& command, CheckOptions& options) {
             return hexProblem(text, DataIdList().size(), DataIdList().size());
         });
     command.add_flag("--json", options.json, "one JSON object instead of lines of text");
+}
+
+Command addCheckCommand(CLI::App& program) {
+    CLI::App* const parser = program.add_subcommand(
+        "check",
+        "Check the PTP messages of a capture: AUTOSAR CRCs, TLV lengths, sequence ids; status 0: "
+        "all right, 1: findings, 2: unreadable");
+    const auto options = std::make_shared<CheckOptions>();
+    addCheckOptions(*parser, *options);
+    return {parser, [options] { return checkCommand(*options); }};
 }
 
 }  // namespace tsyn

@@ -2,11 +2,8 @@
 
 #include <string>
 
+#include "tools/tsyn/Command.h"
 #include "tools/tsyn/check/FollowUpTlvs.h"
-
-namespace CLI {
-class App;
-}
 
 namespace tsyn {
 
@@ -21,5 +18,7 @@ struct CheckOptions {
 
 /** Declares the options of `tsyn check` on its subcommand; parsing fills the record. */
 void addCheckOptions(CLI::App& command, CheckOptions& options);
+
+Command addCheckCommand(CLI::App& program);
 
 }  // namespace tsyn

@@ -5,8 +5,10 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <memory>
 
 #include "tools/tsyn/HexText.h"
+#include "tools/tsyn/run/RunCommand.h"
 
 namespace tsyn {
 namespace {
@@ -192,6 +194,16 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
     addProfileOptions(command, options);
     addAutosarOptions(command, options);
     addOutputOptions(command, options);
+}
+
+Command addRunCommand(CLI::App& program) {
+    CLI::App* const parser = program.add_subcommand(
+        "run",
+        "Run a master or a slave; one status line a second on standard output, the library's "
+        "log on standard error");
+    const auto options = std::make_shared<RunOptions>();
+    addRunOptions(*parser, *options);
+    return {parser, [options] { return runCommand(*options); }};
 }
 
 TSynInstanceConfig makeConfig(const RunOptions& options) {

@@ -6,10 +6,7 @@
 
 #include "include/ZebEthTimeSynProfile.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
-
-namespace CLI {
-class App;
-}
+#include "tools/tsyn/Command.h"
 
 namespace tsyn {
 
@@ -51,6 +48,8 @@ struct RunOptions {
 
 /** Declares the options of `tsyn run` on its subcommand; parsing fills the record. */
 void addRunOptions(CLI::App& command, RunOptions& options);
+
+Command addRunCommand(CLI::App& program);
 
 /** The configuration record that the library takes. */
 TSynInstanceConfig makeConfig(const RunOptions& options);

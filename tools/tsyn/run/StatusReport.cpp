@@ -10,7 +10,7 @@
 
 #include "base/Extended80.h"
 #include "tools/tsyn/Abi.h"
-#include "tools/tsyn/run/QualityReport.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 
 namespace tsyn {
 namespace {

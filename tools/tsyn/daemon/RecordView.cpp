@@ -1,4 +1,4 @@
-#include "tools/tsyn/run/RecordView.h"
+#include "tools/tsyn/daemon/RecordView.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "tools/common/OwnDescriptor.h"
-#include "tools/tsyn/run/QualityReport.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 
 namespace tsyn {
 namespace {

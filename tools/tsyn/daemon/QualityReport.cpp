@@ -1,4 +1,4 @@
-#include "tools/tsyn/run/QualityReport.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 
 #include <algorithm>
 #include <cstdio>
