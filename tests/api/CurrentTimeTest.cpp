@@ -8,6 +8,7 @@
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 

@@ -2,7 +2,7 @@
 
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "tests/support/Daemon.h"
 #include "tests/support/MemorySeam.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

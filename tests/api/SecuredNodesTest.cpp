@@ -12,7 +12,7 @@
 #include "tests/support/Daemon.h"
 #include "tests/support/Packed.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 #include "timebase/osipc.h"
 #include "tools/virtual_i210/VirtualI210.h"
 

@@ -7,6 +7,7 @@
 #include "tests/support/Daemon.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 #include "tools/virtual_i210/VirtualI210.h"

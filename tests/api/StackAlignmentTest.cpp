@@ -11,7 +11,7 @@
 #include "api/MessagePumps.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 // Hosts may be built with stacks that are aligned to four bytes only, which i386 allows.
 #ifdef __i386__

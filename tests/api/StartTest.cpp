@@ -12,7 +12,7 @@
 #include "tests/api/QuickKernel.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

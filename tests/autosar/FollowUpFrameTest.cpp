@@ -4,6 +4,7 @@
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 #include "tools/virtual_i210/Faults.h"
 #include "tools/virtual_i210/VirtualI210.h"
 

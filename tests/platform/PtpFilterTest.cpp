@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include "platform/i210helper.h"
 #include "tests/platform/SocketReply.h"
 #include "tests/support/KernelSeam.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

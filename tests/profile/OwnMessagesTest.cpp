@@ -11,7 +11,7 @@
 #include "tests/profile/EventDaemon.h"
 #include "tests/profile/Profiled.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 #include "wire/ptpwire.h"
 
 namespace {

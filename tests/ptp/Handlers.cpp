@@ -4,7 +4,7 @@
 
 #include "base/DbgLog.h"
 #include "ptp/ReferenceRecord.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 #include "timebase/PartialRegressionLine.h"
 #include "timebase/osipc.h"
 

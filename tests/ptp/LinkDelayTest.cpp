@@ -4,7 +4,6 @@
 
 #include "tests/ptp/Handlers.h"
 #include "tests/support/Seed.h"
-#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

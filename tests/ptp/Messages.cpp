@@ -1,6 +1,6 @@
 #include "tests/ptp/Messages.h"
 
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 std::vector<unsigned char> syncMessage(unsigned int sequenceId) {
     std::vector<unsigned char> message = fromHex(

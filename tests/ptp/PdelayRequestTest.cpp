@@ -2,6 +2,7 @@
 #include "ptp/LinkDelay.h"
 #include "tests/ptp/PdelayExchange.h"
 #include "tests/support/Packed.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

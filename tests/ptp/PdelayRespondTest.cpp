@@ -1,5 +1,6 @@
 #include "base/Extended80.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

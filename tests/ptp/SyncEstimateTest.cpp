@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

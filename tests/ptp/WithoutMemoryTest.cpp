@@ -3,7 +3,7 @@
 
 #include "tests/ptp/Handlers.h"
 #include "tests/support/MemorySeam.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

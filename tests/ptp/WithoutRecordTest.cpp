@@ -4,7 +4,7 @@
 #include "ptp/ReferenceRecord.h"
 #include "tests/ptp/PdelayExchange.h"
 #include "tests/support/Packed.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 #include "timebase/osipc.h"
 
 namespace {

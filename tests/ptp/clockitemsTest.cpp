@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/support/Packed.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

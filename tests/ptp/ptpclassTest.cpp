@@ -8,7 +8,7 @@
 #include "tests/ptp/Handlers.h"
 #include "tests/support/Packed.h"
 #include "tests/support/Seed.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <string>
 
+#include "tests/support/Hex.h"
+
 namespace {
 
 constexpr std::size_t kExtendedSize = 10;
@@ -28,16 +30,6 @@ nlohmann::json readFile() {
         fail("is not valid JSON");
     }
     return content;
-}
-
-unsigned char nibble(char digit) {
-    if (digit >= '0' && digit <= '9') {
-        return static_cast<unsigned char>(digit - '0');
-    }
-    if (digit >= 'a' && digit <= 'f') {
-        return static_cast<unsigned char>(digit - 'a' + 10);
-    }
-    fail(std::string("'") + digit + "' is no lower-case hexadecimal digit");
 }
 
 /** Text of an integer of which all characters must be used up. */
@@ -64,32 +56,6 @@ const nlohmann::json& vectors(const std::string& group) {
     fail("has no group '" + group + "'");
 }
 
-std::vector<unsigned char> fromHex(const std::string& digits) {
-    if (digits.size() % 2 != 0) {
-        fail("odd number of digits in '" + digits + "'");
-    }
-    std::vector<unsigned char> bytes(digits.size() / 2);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] =
-            static_cast<unsigned char>(nibble(digits[2 * i]) << 4 | nibble(digits[2 * i + 1]));
-    }
-    return bytes;
-}
-
-std::string toHex(const unsigned char* bytes, std::size_t count) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 0x0F];
-    }
-    return text;
-}
-
-std::string toHex(const std::vector<unsigned char>& bytes) {
-    return toHex(bytes.data(), bytes.size());
-}
-
 long double fromX87(const nlohmann::json& value) {
     const std::vector<unsigned char> bytes = fromHex(value.at("x87").get<std::string>());
     if (bytes.size() != kExtendedSize) {
@@ -98,12 +64,6 @@ long double fromX87(const nlohmann::json& value) {
     long double result = 0;
     std::memcpy(&result, bytes.data(), kExtendedSize);
     return result;
-}
-
-std::string toX87(long double value) {
-    unsigned char bytes[kExtendedSize];
-    std::memcpy(bytes, &value, kExtendedSize);
-    return toHex(bytes, kExtendedSize);
 }
 
 unsigned long long toU64(const nlohmann::json& value) {

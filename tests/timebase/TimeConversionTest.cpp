@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "base/Extended80.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

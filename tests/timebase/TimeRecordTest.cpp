@@ -6,7 +6,7 @@
 #include <functional>
 #include <map>
 
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

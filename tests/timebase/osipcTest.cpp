@@ -17,7 +17,7 @@
 #include "base/DbgLog.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

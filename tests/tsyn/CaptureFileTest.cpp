@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 #include "tools/tsyn/check/CheckCommand.h"
 

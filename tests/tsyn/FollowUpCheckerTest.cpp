@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 #include "tools/tsyn/check/CheckReport.h"
 

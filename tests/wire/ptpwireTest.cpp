@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/Vectors.h"
+#include "tests/support/Hex.h"
 
 namespace {
 
