@@ -20,6 +20,8 @@ constexpr double kTolerance = 1000;
 /** An oscillator's rate changes by less while nobody looks. */
 constexpr double kWander = 1e-6;
 constexpr double kRestingWander = 100e-9;
+/** And goes on changing while nothing is heard: by 0.25 ppm each second. */
+constexpr double kWanderPerNs = 0.25e-15;
 constexpr int kReliableCount = 3;
 constexpr double kReliableSlopeDoubt = 5e-6;
 constexpr double kGapIntervals = 4;
@@ -198,7 +200,7 @@ Verdict Tracker::take(const Reading& reading) {
     }
     // A line across a silence would hang on its last reading alone.
     if (count_ >= 2 && apart > kGapIntervals * interval()) {
-        startAnew(&reading, 1);
+        startAnew(&reading, 1, apart);
     } else {
         append(reading);
     }
@@ -279,18 +281,19 @@ Verdict Tracker::refuse(const Reading& reading) {
     slopeBefore_ = 0;
     slopeDoubtBefore_ = kLargestSlope;
     count_ = 0;
-    startAnew(candidates_, kCandidates);
+    startAnew(candidates_, kCandidates, 0);
     candidateCount_ = 0;
     refused_ = 0;
     return Verdict::kFollowed;
 }
 
 /** The rate so far remains the best guess until the new readings tell one. */
-void Tracker::startAnew(const Reading* readings, int count) {
+void Tracker::startAnew(const Reading* readings, int count, double silentNs) {
     if (count_ >= kReliableCount) {
         slopeBefore_ = line_.slope;
         slopeDoubtBefore_ = line_.slopeDoubt + kRestingWander;
     }
+    slopeDoubtBefore_ = std::min(kLargestSlope, slopeDoubtBefore_ + kWanderPerNs * silentNs);
     std::copy(readings, readings + count, readings_);
     count_ = count;
     refit();
@@ -300,7 +303,7 @@ void Tracker::bend(const Reading& reading) {
     const Reading both[] = {last(), reading};
     candidateCount_ = 0;
     refused_ = 0;
-    startAnew(both, 2);
+    startAnew(both, 2, 0);
 }
 
 void Tracker::shift(unsigned long long byX, unsigned long long byY) {

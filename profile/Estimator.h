@@ -89,7 +89,7 @@ private:
     double interval() const;
     void append(const Reading& reading);
     void refit();
-    void startAnew(const Reading* readings, int count);
+    void startAnew(const Reading* readings, int count, double silentNs);
     double tolerance(const Reading& reading) const;
 
     static constexpr int kCandidates = 3;
