@@ -6,6 +6,7 @@
 #include "base/DbgLog.h"
 #include "base/Monotonic.h"
 #include "profile/LoopSteps.h"
+#include "profile/OwnMessages.h"
 #include "ptp/LinkDelay.h"
 
 namespace {
@@ -73,6 +74,7 @@ void EventMessages::sendRequest(unsigned long long nowNs) {
                                          : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
     requestTimes_.periodNs = syncs * syncTimes_.periodNs;
     requestTimes_.advance(nowNs);
+    own_messages::sayRequestPeriod(requestTimes_.periodNs);
     request_->processOutgoing();
 }
 
