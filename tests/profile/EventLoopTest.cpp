@@ -117,6 +117,29 @@ TEST_F(EventLoop, ARequestTellsThePeriodThatItIsSentWith) {
     EXPECT_TRUE(toldLonger);
 }
 
+int announcesBefore(const PeerSocket& peer, Clock::time_point end) {
+    int announces = 0;
+    while (const auto frame = peer.receive(std::chrono::duration_cast<Milliseconds>(
+               std::max(end - Clock::now(), Clock::duration::zero())))) {
+        announces += (frame->message()[0] & 0x0F) == kAnnounce ? 1 : 0;
+    }
+    return announces;
+}
+
+TEST_F(EventLoop, APortThatAnnouncesItselfHearsThreeAnnouncesAtOnceAndOnlyOnce) {
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    Bytes announce(14 + 64, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x1B, 0x02, 0, 64};
+    std::copy(std::begin(header), std::end(header), announce.begin());
+    ASSERT_TRUE(peer.send(announce));
+    EXPECT_EQ(3, announcesBefore(peer, Clock::now() + Milliseconds(450)));
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    ASSERT_TRUE(peer.send(announce));
+    EXPECT_EQ(0, announcesBefore(peer, Clock::now() + Milliseconds(450)));
+}
+
 TEST_F(EventLoop, StopSilencesAndStartSendsAtOnce) {
     const ProfiledDaemon daemon(masterConfig(), eventProfile());
     ASSERT_TRUE(peer.awaitType(kSync));
