@@ -147,14 +147,14 @@ bool daemon_threads::wasStarted() {
 }
 
 bool daemon_threads::takeInterface(const char* interfaceName) {
-    if (profile::current().oneDaemon == 0) {
+    const int owner = profile::current().oneDaemon != 0 ? interface_lock::take(interfaceName) : 0;
+    if (owner != 0) {
+        ZEB_LOG_REFUSAL("Start refused: process %d runs a daemon on %s\n", owner, interfaceName);
+    } else if (segmentSteps.mayStart(interfaceName)) {
         return true;
+    } else {
+        interface_lock::release();
     }
-    const int owner = interface_lock::take(interfaceName);
-    if (owner == 0) {
-        return true;
-    }
-    ZEB_LOG(kError, "Start refused: process %d runs a daemon on %s\n", owner, interfaceName);
     setStart(kNeverStarted);
     return false;
 }

@@ -20,7 +20,7 @@ StartClaim claimStart();
 bool wasStarted();
 
 /** Takes the interface that is to be served, after a claim to create. False (logged) when another
- *  daemon has it; the claim is given back then. */
+ *  daemon has it or its segment cannot be had; the claim is given back then. */
 bool takeInterface(const char* interfaceName);
 
 /** Creates the main thread for an instance block, after a claim to create, and waits until hosts

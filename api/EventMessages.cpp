@@ -6,6 +6,7 @@
 #include "base/DbgLog.h"
 #include "base/Monotonic.h"
 #include "profile/LoopSteps.h"
+#include "profile/OwnMessages.h"
 #include "ptp/LinkDelay.h"
 
 namespace {
@@ -15,6 +16,8 @@ constexpr const char* kFunction = "EventLoop";
 // A delay that has been measured so often changes slowly: half the requests will do.
 constexpr int kEnoughExchanges = 16;
 constexpr unsigned long long kSyncsOfSilence = 3;
+constexpr int kAnnouncesToQualify = 3;
+constexpr unsigned long long kOtherForgottenNs = 10ULL * kNsPerSecond;
 
 unsigned long long periodNs(double milliseconds) {
     const int whole = std::max(wholeMilliseconds(milliseconds), 1);
@@ -58,10 +61,23 @@ void EventMessages::restart(unsigned long long nowNs) {
 void EventMessages::sendSync(unsigned long long nowNs) {
     syncTimes_.advance(nowNs);
     sync_->processOutgoing();
-    if (announceTimes_.isDue(nowNs + slackNs(syncTimes_, announceTimes_))) {
+    const bool isDue = announceTimes_.isDue(nowNs + slackNs(syncTimes_, announceTimes_));
+    if (isDue) {
         announceTimes_.advance(nowNs);
+    }
+    if (isDue || announcesWithSyncs_ > 0) {
+        announcesWithSyncs_ = std::max(announcesWithSyncs_ - 1, 0);
         announce_->processOutgoing();
     }
+}
+
+/** A port that announces itself has not taken us for its master yet, and needs several messages to
+ *  do so. It gets them once, not for as long as it goes on. */
+void EventMessages::noteOtherAnnounce(unsigned long long nowNs) {
+    if (otherAnnounceNs_ == 0 || nowNs - otherAnnounceNs_ > kOtherForgottenNs) {
+        announcesWithSyncs_ = kAnnouncesToQualify;
+    }
+    otherAnnounceNs_ = nowNs;
 }
 
 void EventMessages::sendRequest(unsigned long long nowNs) {
@@ -73,6 +89,7 @@ void EventMessages::sendRequest(unsigned long long nowNs) {
                                          : 2 * static_cast<unsigned long long>(kSyncsPerPdelay);
     requestTimes_.periodNs = syncs * syncTimes_.periodNs;
     requestTimes_.advance(nowNs);
+    own_messages::sayRequestPeriod(requestTimes_.periodNs);
     request_->processOutgoing();
 }
 
@@ -114,6 +131,10 @@ void EventMessages::noteFollowUp(unsigned long long nowNs) {
 }
 
 void EventMessages::handle(unsigned char* frame, unsigned short length, const ptp_time_t& rxTime) {
+    if (announce_ != nullptr && length > wire::kTransportAndType &&
+        wire::messageType(frame) == wire::kAnnounce) {
+        noteOtherAnnounce(monotonicNs());
+    }
     switch (handleFrame(input_, frame, length, rxTime)) {
     case wire::kFollowUp:
         noteFollowUp(monotonicNs());

@@ -32,6 +32,7 @@ private:
     void sendSync(unsigned long long nowNs);
     void sendRequest(unsigned long long nowNs);
     void noteFollowUp(unsigned long long nowNs);
+    void noteOtherAnnounce(unsigned long long nowNs);
 
     PTPMessageFactory factory_;
     InputPumpRecord input_;
@@ -40,6 +41,8 @@ private:
     std::unique_ptr<PTPMsgPathDelayReq> request_;
     Periodic syncTimes_, announceTimes_, requestTimes_;
     unsigned long long lastFollowUpNs_ = 0;
+    unsigned long long otherAnnounceNs_ = 0;  // when one came last
+    int announcesWithSyncs_ = 0;              // that are still to leave with the next Syncs
     int goodExchanges_ = 0;
     bool answered_ = true;
     bool requestsAtOnce_ = true;

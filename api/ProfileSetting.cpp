@@ -21,18 +21,36 @@ ZEB_ENTRY int ZebEthTSynInterface_SetProfileSwitch(TSynProfile* profile, const c
     return set ? 0 : -1;
 }
 
+ZEB_ENTRY int ZebEthTSynInterface_GetProfileSwitch(unsigned int number, const char** name,
+                                                   int* highest) {
+    int found = 0;
+    const char* const switchName = profile::switchOf(number, found);
+    if (switchName == nullptr || name == nullptr || highest == nullptr) {
+        return -1;
+    }
+    *name = switchName;
+    *highest = found;
+    return 0;
+}
+
 ZEB_ENTRY int ZebEthTSynInterface_SetProfile(const TSynProfile* given) {
     if (given == nullptr) {
-        ZEB_LOG(kError, "No profile: nothing changed\n");
+        ZEB_LOG_REFUSAL("No profile: nothing changed\n");
         return -1;
     }
     if (daemon_threads::wasStarted()) {
-        ZEB_LOG(kError, "Profile refused: the threads have started, set it before Start\n");
+        ZEB_LOG_REFUSAL("Profile refused: the threads have started, set it before Start\n");
         return -1;
     }
-    if (const char* const mistake = profile::mistakeIn(*given)) {
-        ZEB_LOG(kError, "Profile refused: %s has a value that this library does not know\n",
-                mistake);
+    const profile::Mistake mistake = profile::mistakeIn(*given);
+    if (mistake.needed != nullptr) {
+        ZEB_LOG_REFUSAL("Profile refused: %s does nothing without %s, set that one as well\n",
+                        mistake.name, mistake.needed);
+        return -1;
+    }
+    if (mistake.name != nullptr) {
+        ZEB_LOG_REFUSAL("Profile refused: %s has a value that this library does not know\n",
+                        mistake.name);
         return -1;
     }
     profile::apply(*given);

@@ -300,9 +300,9 @@ ZEB_ENTRY int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned 
     const auto target = static_cast<long long>(toNs(seconds, nanoseconds));
     const long long before = TimeRecord(record).softOffset();
     const long long offset = hardware > 0 && target > 0 ? target - hardware : 0;
-    TimeRecord(record).setSoftOffset(offset);
     timeChanges.onSoftTime(signedDiff(static_cast<unsigned long long>(offset),
                                       static_cast<unsigned long long>(before)));
+    TimeRecord(record).setSoftOffset(offset);
     return 0;
 }
 

@@ -59,13 +59,19 @@ inline timespec logTime() {
 /** As ZEB_LOG, under the name of the function that log readers know the line by. */
 #define ZEB_LOG_AS(function, level, ...) ZEB_LOG_LINE(level, __LINE__, function, __VA_ARGS__)
 
-#define ZEB_LOG_LINE(level, line, function, format, ...)                                       \
-    do {                                                                                       \
-        if (false) {                                                                           \
-            std::printf(format, ##__VA_ARGS__); /* has the compiler check the values */        \
-        }                                                                                      \
-        printLogLine("[%s] [%d.%09u] <%s/%d->%s()>" format, level, kLogSource, line, function, \
-                     ##__VA_ARGS__);                                                           \
+/** The line that a caller looks for whom a function has just refused: no limit leaves it out. */
+#define ZEB_LOG_REFUSAL(...) ZEB_LOG_BY(putLogLine, kError, __LINE__, __func__, __VA_ARGS__)
+
+#define ZEB_LOG_LINE(level, line, function, ...) \
+    ZEB_LOG_BY(printLogLine, level, line, function, __VA_ARGS__)
+
+#define ZEB_LOG_BY(print, level, line, function, format, ...)                           \
+    do {                                                                                \
+        if (false) {                                                                    \
+            std::printf(format, ##__VA_ARGS__); /* has the compiler check the values */ \
+        }                                                                               \
+        print("[%s] [%d.%09u] <%s/%d->%s()>" format, level, kLogSource, line, function, \
+              ##__VA_ARGS__);                                                           \
     } while (false)
 
 /** What takes lines in place of standard output. */
@@ -86,11 +92,8 @@ void handOverLogLine(int level, const char* format, ...);
 /** Behind ZEB_LOG. The values are there before the clock is read, so a slow one does not make the
  *  stamp older than the line. */
 template <typename... Values>
-void printLogLine(const char* format, LogLevel level, const char* source, int line,
-                  const char* function, Values... values) {
-    if (logSteps != nullptr && !logSteps->admits(level, source, line)) {
-        return;
-    }
+void putLogLine(const char* format, LogLevel level, const char* source, int line,
+                const char* function, Values... values) {
     const timespec now = logTime();
     if (logSteps != nullptr) {
         handOverLogLine(level, format, dbgMsgType[level], static_cast<int>(now.tv_sec),
@@ -100,6 +103,15 @@ void printLogLine(const char* format, LogLevel level, const char* source, int li
     std::printf(format, dbgMsgType[level], static_cast<int>(now.tv_sec),
                 static_cast<unsigned>(now.tv_nsec), source, line, function, values...);
     std::fflush(stdout);
+}
+
+/** As putLogLine, unless a limit leaves the line out. */
+template <typename... Values>
+void printLogLine(const char* format, LogLevel level, const char* source, int line,
+                  const char* function, Values... values) {
+    if (logSteps == nullptr || logSteps->admits(level, source, line)) {
+        putLogLine(format, level, source, line, function, values...);
+    }
 }
 
 /** Prints "name  trace line N" without a prefix and without a flush. */

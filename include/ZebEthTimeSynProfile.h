@@ -1,7 +1,7 @@
 /** Behaviour beyond that of deployed nodes, chosen switch by switch. Compiles as C99 and as C++.
  *
- *  A host that sets no profile runs as deployed nodes do, byte for byte. Between Create and Start
- *  it may take a preset, change what it wants and set it:
+ *  A host that sets no profile runs as deployed nodes do, byte for byte. Before Start it may take a
+ *  preset, change what it wants and set it; set before Create, it governs the log of Create, too:
  *
  *      TSynProfile profile;
  *      ZebEthTSynInterface_GetProfilePreset(TSYN_PRESET_STANDARD, &profile);
@@ -73,7 +73,9 @@ typedef struct TSynProfile {
     unsigned char oneDaemon;         /**< Start of a second daemon on the interface returns -1 and
                                           logs the process of the first, which is in
                                           /dev/shm/INTERFACE.lock */
-    unsigned char reserved0;         /**< 0 */
+    unsigned char segmentRequired;   /**< hosts that live by the published record: Start returns -1
+                                          and logs why when the segment is another user's or
+                                          cannot be opened; a later failure is logged once */
     unsigned short segmentMode;      /**< access to the segment, such as 0644; 0: everybody's */
 
     /* The log. */
@@ -97,8 +99,13 @@ int ZebEthTSynInterface_GetProfilePreset(unsigned int preset, TSynProfile* profi
  * member cannot hold the value. Any thread. */
 int ZebEthTSynInterface_SetProfileSwitch(TSynProfile* profile, const char* name, int value);
 
-/** Takes a profile, between Create and Start. Returns 0, or -1 with one log line when its size is
- *  another, a switch has a value that it does not know, or the threads have started. */
+/** Tells the switches one after the other: the name of that number, from 0 on, and the highest
+ * value that it may have. Returns 0, or -1 when there is none of that number. Any thread. */
+int ZebEthTSynInterface_GetProfileSwitch(unsigned int number, const char** name, int* highest);
+
+/** Takes a profile, before Start; before or after Create, which leaves it as it is. Returns 0, or
+ * -1 with one log line, which no limit of the log leaves out, when its size is another, a switch
+ * has a value that it does not know or needs another switch, or the threads have started. */
 int ZebEthTSynInterface_SetProfile(const TSynProfile* profile);
 
 /** Grandmaster time of one moment with what is known of its error. */

@@ -9,10 +9,12 @@
 
 #include "api/InterfaceDataManager.h"
 #include "base/Extended80.h"
+#include "base/Monotonic.h"
 #include "base/MutexLock.h"
 #include "platform/i210helper.h"
 #include "profile/Answers.h"
 #include "profile/Profile.h"
+#include "profile/StepMarks.h"
 #include "ptp/LinkDelay.h"
 #include "ptp/ProtocolSteps.h"
 #include "wire/ptpwire.h"
@@ -28,14 +30,9 @@ constexpr int kMessageTypeSpecific = 16;
 constexpr int kCurrentUtcOffset = 44;
 constexpr int kPhaseChangeNs = wire::kLastGmPhaseChange + 2;  // of 96 bits, in ns * 2^16
 
-/** What a Follow_Up tells of the steps that the time has made. */
-struct TimeSteps {
-    unsigned short count = 0;
-    long long lastNs = 0;
-};
-
-pthread_mutex_t stepsMutex = PTHREAD_MUTEX_INITIALIZER;
-TimeSteps timeSteps;
+pthread_mutex_t marksMutex = PTHREAD_MUTEX_INITIALIZER;
+StepMarks marks;
+unsigned long long requestPeriodNs = 0;  ///< 0: as deployed
 
 void storeLogInterval(unsigned char* message, double milliseconds) {
     if (milliseconds > 0 && std::isfinite(milliseconds)) {
@@ -57,7 +54,9 @@ void storeConfiguredInterval(unsigned char* message) {
         storeLogInterval(message, syncInterval);
         break;
     case wire::kPdelayReq:
-        storeLogInterval(message, syncInterval * kSyncsPerPdelay);
+        storeLogInterval(message, requestPeriodNs != 0
+                                      ? static_cast<double>(requestPeriodNs) / kNsPerMillisecond
+                                      : syncInterval * kSyncsPerPdelay);
         break;
     default:
         break;  // answers have none, and an Announce comes each second: 0, as it stands
@@ -78,13 +77,25 @@ void storeTimescale(unsigned char* message, const TSynProfile& profile) {
     }
 }
 
-void storeTimeSteps(unsigned char* followUp) {
-    const MutexLock lock(stepsMutex);
-    wire::store16(followUp + wire::kGmTimeBaseIndicator, timeSteps.count);
-    const unsigned int sign = timeSteps.lastNs < 0 ? 0xFFFF : 0;
+void storeMarks(unsigned char* followUp) {
+    const MutexLock lock(marksMutex);
+    const StepMarks::Told told =
+        marks.ofFollowUp(toNs(wire::loadTimestamp(followUp + wire::kTimestamp)));
+    wire::store16(followUp + wire::kGmTimeBaseIndicator, told.count);
+    const unsigned int sign = told.lastNs < 0 ? 0xFFFF : 0;
     wire::store16(followUp + wire::kLastGmPhaseChange, sign);
     wire::storeBigEndian<8>(followUp + kPhaseChangeNs,
-                            static_cast<unsigned long long>(timeSteps.lastNs));
+                            static_cast<unsigned long long>(told.lastNs));
+}
+
+void markSteps(unsigned char* message) {
+    const unsigned int type = wire::messageType(message);
+    if (type == wire::kSync) {
+        const MutexLock lock(marksMutex);
+        marks.noteSync(monotonicNs());
+    } else if (type == wire::kFollowUp) {
+        storeMarks(message);
+    }
 }
 
 }  // namespace
@@ -124,8 +135,8 @@ void own_messages::finishAsProfiled(unsigned char* message) {
     if (profile.timescale != TSYN_TIMESCALE_UNTOLD) {
         storeTimescale(message, profile);
     }
-    if (profile.timeChangeMarks != 0 && wire::messageType(message) == wire::kFollowUp) {
-        storeTimeSteps(message);
+    if (profile.timeChangeMarks != 0) {
+        markSteps(message);
     }
     if (wire::messageType(message) == wire::kPdelayReq) {
         answers::noteRequest(message);
@@ -157,7 +168,10 @@ void own_messages::noteHardTime(const char* interfaceName, unsigned long long ns
 }
 
 void own_messages::noteSoftTime(long long stepNs) {
-    const MutexLock lock(stepsMutex);
-    ++timeSteps.count;
-    timeSteps.lastNs = stepNs;
+    const MutexLock lock(marksMutex);
+    marks.noteStep(stepNs);
+}
+
+void own_messages::sayRequestPeriod(unsigned long long ns) {
+    requestPeriodNs = ns;
 }

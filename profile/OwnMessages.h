@@ -26,7 +26,10 @@ unsigned int padToEven(unsigned int valueSize);
 /** 1 + field * 2^-41 of a signed field. */
 long double signedRateRatio(unsigned int cumulativeScaledRateOffset);
 
-/* Steps of a master's time, which its next Follow_Ups tell. Any thread. */
+/** By which the next requests leave; 0: eight Syncs. Before the request, by its thread. */
+void sayRequestPeriod(unsigned long long ns);
+
+/* Steps that a master's time is about to make, which its Follow_Ups tell. Any thread. */
 void noteHardTime(const char* interfaceName, unsigned long long ns);
 void noteSoftTime(long long stepNs);
 

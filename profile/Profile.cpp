@@ -1,14 +1,16 @@
 #include "profile/Profile.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 
 #include "platform/CardSteps.h"
 #include "profile/LogSwitches.h"
 #include "profile/LoopSteps.h"
+#include "profile/SegmentSwitches.h"
 #include "profile/TimeSteps.h"
 #include "profile/WireSteps.h"
-#include "timebase/osipc.h"
 
 namespace {
 
@@ -54,13 +56,11 @@ constexpr Switch kSwitches[] = {
     ZEB_SWITCH(followLink, 1, 1),
     ZEB_SWITCH(startAfterDestroy, 1, 1),
     ZEB_SWITCH(oneDaemon, 1, 1),
-    ZEB_SWITCH(reserved0, 0, 0),
+    ZEB_SWITCH(segmentRequired, 1, 1),
     ZEB_SWITCH(segmentMode, kHighestMode, 0644),
     ZEB_SWITCH(logThreshold, kHighestLevel, 0),
-    ZEB_SWITCH(reserved1, 0, 0),
     ZEB_SWITCH(logLinesPerSecond, kAnyHalf, 5),
     ZEB_SWITCH(utcOffset, kAnyHalf / 2, kUtcOffsetSince2017),
-    ZEB_SWITCH(reserved2, 0, 0),
 };
 #undef ZEB_SWITCH
 
@@ -84,6 +84,11 @@ void setValue(TSynProfile& profile, const Switch& each, int value) {
     }
 }
 
+bool namesMaster(const TSynProfile& profile) {
+    return std::any_of(std::begin(profile.masterIdentity), std::end(profile.masterIdentity),
+                       [](unsigned char byte) { return byte != 0; });
+}
+
 TSynProfile deployedProfile() {
     TSynProfile profile{};
     profile.recordSize = sizeof profile;
@@ -99,16 +104,26 @@ const TSynProfile& profile::current() {
     return inForce;
 }
 
-const char* profile::mistakeIn(const TSynProfile& given) {
+profile::Mistake profile::mistakeIn(const TSynProfile& given) {
     if (given.recordSize != sizeof(TSynProfile)) {
-        return "recordSize";
+        return {"recordSize", nullptr};
     }
     for (const Switch& each : kSwitches) {
         if (valueOf(given, each) > each.highest) {
-            return each.name;
+            return {each.name, nullptr};
         }
     }
-    return nullptr;
+    if (given.reserved1 != 0 || given.reserved2 != 0) {
+        return {given.reserved1 != 0 ? "reserved1" : "reserved2", nullptr};
+    }
+    // Only the event loop watches the link.
+    if (given.followLink != 0 && given.eventPumps == 0) {
+        return {"followLink", "eventPumps"};
+    }
+    if (given.oneMaster == 0 && namesMaster(given)) {
+        return {"masterIdentity", "oneMaster"};
+    }
+    return {nullptr, nullptr};
 }
 
 bool profile::preset(unsigned int number, TSynProfile& filled) {
@@ -134,9 +149,17 @@ bool profile::setSwitch(TSynProfile& given, const char* name, int value) {
     return false;
 }
 
+const char* profile::switchOf(unsigned int number, int& highest) {
+    if (number >= std::size(kSwitches)) {
+        return nullptr;
+    }
+    highest = kSwitches[number].highest;
+    return kSwitches[number].name;
+}
+
 void profile::apply(const TSynProfile& given) {
     inForce = given;
-    segmentMode = given.segmentMode;
+    segment_switches::install(given);
     cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
     loopSteps.tick = given.robustTime != 0 ? time_steps::tick : tellNothing;
     loopSteps.end = given.robustTime != 0 ? time_steps::end : tellNothing;

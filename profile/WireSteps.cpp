@@ -91,6 +91,7 @@ void wire_steps::install(const TSynProfile& profile) {
     const bool believesSome = judges(profile);
     protocolSteps.admits =
         profile.anyMinorVersion != 0 || believesSome ? admitsAsProfiled : admitsEverything;
+    own_messages::sayRequestPeriod(0);
     protocolSteps.portNumber =
         profile.onePortNumber != 0 ? own_messages::alwaysOne : numberOfInterface;
     protocolSteps.finishAnswer =

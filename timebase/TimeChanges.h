@@ -6,7 +6,7 @@ struct TimeChanges {
     /** ns: what the PHC is about to be set to. */
     void (*onHardTime)(const char* interfaceName, unsigned long long ns);
 
-    /** stepNs: by how much the time beside the PHC has just moved. */
+    /** stepNs: by how much the time beside the PHC is about to move. */
     void (*onSoftTime)(long long stepNs);
 };
 

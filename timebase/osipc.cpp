@@ -17,6 +17,7 @@ Undestroyed<std::map<std::string, gPtpTimeDataStruct*>> recordMapStorage
     ZEB_STORAGE_OF("_ZN5OSipc3mapB5cxx11E");
 void* OSipc::global_master_offset_buffer = nullptr;
 unsigned int segmentMode = 0;
+SegmentSteps segmentSteps{startAnyway, tellStandardError};
 
 namespace {
 
@@ -78,19 +79,14 @@ MapStep sizeAndMap(int descriptor, void** segment) {
     return *segment == MAP_FAILED ? MapStep::kMap : MapStep::kDone;
 }
 
-void reportToStandardError(MapStep failed) {
+const char* callOf(MapStep failed) {
     switch (failed) {
     case MapStep::kOpen:
-        perror("shm_open");
-        break;
+        return "shm_open";
     case MapStep::kResize:
-        std::fprintf(stderr, "ftruncate: %s\n", strerror(errno));
-        break;
-    case MapStep::kMap:
-        perror("mmap");
-        break;
-    case MapStep::kDone:
-        break;
+        return "ftruncate";
+    default:
+        return "mmap";
     }
 }
 
@@ -117,8 +113,8 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         if (known != map.end()) {
             return known->second;
         }
-        const int descriptor =
-            segmentMode == 0 ? openForEveryone(segmentName()) : openWithMode(segmentName());
+        const std::string shared = segmentName();
+        const int descriptor = segmentMode == 0 ? openForEveryone(shared) : openWithMode(shared);
         void* segment = nullptr;
         const MapStep failed = descriptor < 0 ? MapStep::kOpen : sizeAndMap(descriptor, &segment);
         if (failed == MapStep::kDone) {
@@ -131,7 +127,7 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
             return record;
         }
         if (!abortsOnTrace()) {
-            reportToStandardError(failed);
+            segmentSteps.tellFailure(callOf(failed), shared);
             if (descriptor >= 0) {
                 close(descriptor);
             }
@@ -140,6 +136,14 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         // Traced processes try for ever and keep each round's descriptor for inspection.
         traceLine("instance", traceLineOf(failed));
     }
+}
+
+bool startAnyway(const char* /*interfaceName*/) {
+    return true;
+}
+
+void tellStandardError(const char* call, const std::string& /*segment*/) {
+    std::fprintf(stderr, "%s: %s\n", call, strerror(errno));
 }
 
 void nameSegment(const std::string& name) {

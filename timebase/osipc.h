@@ -32,6 +32,24 @@ ZEB_EXPORT extern std::string shm_name;
  *  threads start. */
 extern unsigned int segmentMode;
 
+/** What becomes of a segment that cannot be had. */
+struct SegmentSteps {
+    /** Whether a daemon may start on the interface, as far as its segment goes. Before the first
+     *  thread. */
+    bool (*mayStart)(const char* interfaceName);
+
+    /** call: what failed, errno: why, segment: "/" and the interface name, empty before a daemon
+     *  runs. At each use of the segment. */
+    void (*tellFailure)(const char* call, const std::string& segment);
+};
+
+extern SegmentSteps segmentSteps;
+
+/** Deployed nodes meet their segment with the first message. */
+bool startAnyway(const char* interfaceName);
+
+void tellStandardError(const char* call, const std::string& segment);
+
 /** Names the segment that instance maps from now on. Any thread. */
 void nameSegment(const std::string& name);
 

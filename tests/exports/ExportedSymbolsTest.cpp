@@ -19,6 +19,7 @@ const char* const kFunctions[] = {
     "ZebEthTSynInterface_GetCurrentTime",
     "ZebEthTSynInterface_GetMasterTime",
     "ZebEthTSynInterface_GetProfilePreset",
+    "ZebEthTSynInterface_GetProfileSwitch",
     "ZebEthTSynInterface_SetHardTime",
     "ZebEthTSynInterface_SetProfile",
     "ZebEthTSynInterface_SetProfileSwitch",

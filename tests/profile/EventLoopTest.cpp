@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 
 #include "profile/LoopSteps.h"
 #include "tests/api/QuickKernel.h"
@@ -80,6 +81,63 @@ TEST_F(EventLoop, AnswersARequest) {
     const auto response = peer.awaitType(kPdelayResp, Milliseconds(100));
     ASSERT_TRUE(response);
     EXPECT_EQ(0x77, response->message()[31]);
+}
+
+/** An answer of that type to a request, with some time in it. */
+Bytes answerTo(const Bytes& request, unsigned char type) {
+    Bytes answer(14 + 54, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x10, 0x02, 0, 54};
+    std::copy(std::begin(header), std::end(header), answer.begin());
+    answer[14] = static_cast<unsigned char>(answer[14] | type);
+    answer[14 + 29] = 1;
+    std::copy_n(request.begin() + 30, 2, answer.begin() + 14 + 30);
+    answer[14 + 39] = 1;
+    std::copy_n(request.begin() + 20, 10, answer.begin() + 14 + 44);
+    return answer;
+}
+
+TEST_F(EventLoop, ARequestTellsThePeriodThatItIsSentWith) {
+    TSynProfile profile = eventProfile();
+    profile.configuredLogInterval = 1;
+    const ProfiledDaemon daemon(slaveConfig(), profile);
+    auto request = peer.awaitType(kPdelayReq);
+    bool toldLonger = false;
+    for (int i = 0; i < 20 && !toldLonger; ++i) {
+        ASSERT_TRUE(request && peer.send(answerTo(request->message(), 0x03)) &&
+                    peer.send(answerTo(request->message(), 0x0A)));
+        const unsigned char told = request->message()[33];
+        const auto next = peer.awaitType(kPdelayReq);
+        ASSERT_TRUE(next);
+        const double seconds = std::chrono::duration<double>(next->when - request->when).count();
+        ASSERT_NEAR(std::ldexp(1.0, told), seconds, 0.01) << i;
+        toldLonger = told == 1;
+        request = next;
+    }
+    EXPECT_TRUE(toldLonger);
+}
+
+int announcesBefore(const PeerSocket& peer, Clock::time_point end) {
+    int announces = 0;
+    while (const auto frame = peer.receive(std::chrono::duration_cast<Milliseconds>(
+               std::max(end - Clock::now(), Clock::duration::zero())))) {
+        announces += (frame->message()[0] & 0x0F) == kAnnounce ? 1 : 0;
+    }
+    return announces;
+}
+
+TEST_F(EventLoop, APortThatAnnouncesItselfHearsThreeAnnouncesAtOnceAndOnlyOnce) {
+    const ProfiledDaemon daemon(masterConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    Bytes announce(14 + 64, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x1B, 0x02, 0, 64};
+    std::copy(std::begin(header), std::end(header), announce.begin());
+    ASSERT_TRUE(peer.send(announce));
+    EXPECT_EQ(3, announcesBefore(peer, Clock::now() + Milliseconds(450)));
+    ASSERT_TRUE(peer.awaitType(kAnnounce));
+    ASSERT_TRUE(peer.send(announce));
+    EXPECT_EQ(0, announcesBefore(peer, Clock::now() + Milliseconds(450)));
 }
 
 TEST_F(EventLoop, StopSilencesAndStartSendsAtOnce) {

@@ -90,6 +90,36 @@ TEST(Log, LinesOfOnePlaceAreCountedAndTheRestIsTold) {
     EXPECT_TRUE(eventually([] { return lines.count("7 more lines were left out") == 1; }));
 }
 
+TEST(Log, NoLimitLeavesARefusalOut) {
+    static Lines lines;
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    TSynProfile profile = profileWith(lines);
+    profile.logThreshold = 8;
+    profile.logLinesPerSecond = 1;
+    const ProfiledDaemon daemon(masterConfig(), profile);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(-1, ZebEthTSynInterface_SetProfile(&profile));
+    }
+    EXPECT_EQ(10, lines.count("Profile refused: the threads have started"));
+}
+
+TEST(Log, AProfileSetBeforeCreateGovernsTheLogOfCreate) {
+    static Lines lines;
+    const StdoutCapture output;
+    const CardSandbox sandbox;
+    const TSynProfile profile = profileWith(lines);
+    const TSynInstanceConfig config = masterConfig();
+    DbgTraceLevel = 0;
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfile(&profile));
+    EXPECT_EQ(0, ZebEthTSynInterface_Create(&config));
+    EXPECT_EQ(1, lines.count("Creating instance for interface: tsm0"));
+    EXPECT_EQ(0, ZebEthTSynInterface_Start(0, nullptr, nullptr));
+    EXPECT_EQ(std::vector<std::string>{"TSyn_Main"}, daemonThreads()) << "still the profile";
+    ZebEthTSynInterface_Destroy();
+    EXPECT_EQ("", output.text());
+}
+
 /** Standard output that is a pipe for the life of the object. */
 class PipedOutput {
 public:

@@ -1,16 +1,12 @@
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "tests/profile/EventDaemon.h"
-#include "tests/support/PeerSocket.h"
 #include "tests/support/StdoutCapture.h"
 
 namespace {
-
-constexpr int kSync = 0;
 
 TSynProfile lockingProfile() {
     TSynProfile profile = eventProfile();
@@ -110,34 +106,6 @@ TEST_F(OneDaemon, WithoutTheSwitchBothRun) {
     FirstDaemon first;
     const ProfiledDaemon second(masterConfig(), eventProfile());
     EXPECT_EQ(0, second.startResult);
-}
-
-unsigned int modeOfSegment() {
-    struct stat status {};
-    EXPECT_EQ(0, stat("/dev/shm/tsm0", &status));
-    return status.st_mode & 0777;
-}
-
-TEST(SegmentMode, IsThatOfTheProfileWhateverTheMask) {
-    const StdoutCapture output;
-    const CardSandbox sandbox;
-    const PeerSocket peer("tsm0peer");
-    const mode_t before = umask(0077);
-    TSynProfile profile = eventProfile();
-    profile.segmentMode = 0644;
-    const ProfiledDaemon daemon(masterConfig(), profile);
-    ASSERT_TRUE(peer.awaitType(kSync));
-    EXPECT_EQ(0644U, modeOfSegment());
-    EXPECT_EQ(0077U, umask(before));
-}
-
-TEST(SegmentMode, IsEverybodysUnlessSet) {
-    const StdoutCapture output;
-    const CardSandbox sandbox;
-    const PeerSocket peer("tsm0peer");
-    const ProfiledDaemon daemon(masterConfig(), eventProfile());
-    ASSERT_TRUE(peer.awaitType(kSync));
-    EXPECT_EQ(0777U, modeOfSegment());
 }
 
 }  // namespace

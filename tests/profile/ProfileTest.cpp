@@ -57,6 +57,44 @@ TEST(Switch, IsSetByItsName) {
     EXPECT_EQ(1, profile.evenTlvs);
 }
 
+TEST(Switch, IsListedWithItsHighestValueAndNoReservedMember) {
+    const char* name = nullptr;
+    int highest = 0;
+    ASSERT_EQ(0, ZebEthTSynInterface_GetProfileSwitch(0, &name, &highest));
+    EXPECT_STREQ("anyMinorVersion", name);
+    EXPECT_EQ(1, highest);
+    unsigned int number = 0;
+    TSynProfile profile = presetOf(TSYN_PRESET_DEPLOYED);
+    for (; ZebEthTSynInterface_GetProfileSwitch(number, &name, &highest) == 0; ++number) {
+        EXPECT_EQ(0, ZebEthTSynInterface_SetProfileSwitch(&profile, name, highest)) << name;
+        EXPECT_EQ(-1, ZebEthTSynInterface_SetProfileSwitch(&profile, name, highest + 1)) << name;
+        EXPECT_EQ(std::string::npos, std::string(name).find("reserved"));
+    }
+    EXPECT_EQ(27U, number);
+    EXPECT_EQ(-1, ZebEthTSynInterface_GetProfileSwitch(0, nullptr, &highest));
+    EXPECT_EQ(-1, ZebEthTSynInterface_GetProfileSwitch(0, &name, nullptr));
+}
+
+TEST(SetProfile, RefusesASwitchThatNeedsAnotherAndNamesBoth) {
+    TSynProfile profile = presetOf(TSYN_PRESET_STANDARD);
+    profile.eventPumps = 0;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("followLink does nothing without "
+                                                         "eventPumps"));
+    profile.followLink = 0;
+    profile.oneMaster = 0;
+    profile.masterIdentity[7] = 1;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("masterIdentity does nothing without "
+                                                         "oneMaster"));
+    profile.oneMaster = 1;
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfile(&profile));
+}
+
+TEST(SetProfile, RefusesAReservedMember) {
+    TSynProfile profile = presetOf(TSYN_PRESET_STANDARD);
+    profile.reserved2 = 1;
+    EXPECT_NE(std::string::npos, refusalOf(profile).find("reserved2"));
+}
+
 TEST(SetProfile, RefusesAnotherSizeAndNamesIt) {
     TSynProfile profile = presetOf(TSYN_PRESET_STANDARD);
     profile.recordSize -= 4;

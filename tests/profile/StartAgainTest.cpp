@@ -15,7 +15,10 @@ constexpr int kPdelayReq = 2;
 /** With the event loop and with the threads of deployed nodes. */
 class StartAgain : public testing::TestWithParam<int> {
 protected:
-    StartAgain() { profile.eventPumps = static_cast<unsigned char>(GetParam()); }
+    StartAgain() {
+        profile.eventPumps = static_cast<unsigned char>(GetParam());
+        profile.followLink = profile.eventPumps;
+    }
 
     const StdoutCapture output;
     const CardSandbox sandbox;

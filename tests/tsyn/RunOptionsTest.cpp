@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/tsyn/run/ProfileSwitches.h"
+
 namespace {
 
 tsyn::RunOptions parsed(const std::string& words) {
@@ -40,6 +42,36 @@ TEST(RunOptions, SwitchesGoOnTopOfTheProfile) {
     EXPECT_EQ(1, profile.robustTime);
     EXPECT_THROW(parsed("eth1 --role slave --switch robustDelay=2"), CLI::ParseError);
     EXPECT_THROW(parsed("eth1 --role slave --switch robust=1"), CLI::ParseError);
+}
+
+TEST(RunOptions, TheMasterToBelieveIsASwitchToo) {
+    for (const char* const text : {"00:11:22:ff:fe:33:44:55", "001122FFFE334455"}) {
+        const TSynProfile profile = tsyn::makeProfile(
+            parsed("eth1 --role slave --switch masterIdentity=" + std::string(text)));
+        EXPECT_EQ(0x11, profile.masterIdentity[1]) << text;
+        EXPECT_EQ(0x55, profile.masterIdentity[7]) << text;
+    }
+}
+
+/** What tsyn says of a switch. */
+std::string refusalOf(const std::string& text) {
+    TSynProfile profile{};
+    return tsyn::setSwitch(profile, text);
+}
+
+TEST(RunOptions, AWrongSwitchIsToldWithWhatThereIs) {
+    const std::string unknown = refusalOf("eventPump=1");
+    EXPECT_EQ(0U, unknown.find("no switch 'eventPump'; there are masterIdentity, anyMinorVersion"));
+    EXPECT_NE(std::string::npos, unknown.find(", utcOffset"));
+    EXPECT_EQ("timescale needs a number from 0 to 2, such as timescale=1",
+              refusalOf("timescale=3"));
+    for (const char* const wrong : {"timescale", "timescale=", "timescale=x", "timescale=1x",
+                                    "timescale=-1", "timescale=99999999999"}) {
+        EXPECT_EQ(0U, refusalOf(wrong).find("timescale needs")) << wrong;
+    }
+    EXPECT_EQ("masterIdentity needs 16 hexadecimal digits, two a byte",
+              refusalOf("masterIdentity=1"));
+    EXPECT_EQ("", refusalOf("timescale=2"));
 }
 
 TEST(RunOptions, EveryProtocolOptionReachesItsField) {

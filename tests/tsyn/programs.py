@@ -15,7 +15,8 @@ import sys
 import time
 import unittest
 
-from network import BUILD, CABLE_NS, MASTER_IF, ROOT, SLAVE_IF, WAIT_S, Network, ip, other_build
+from network import (BUILD, CABLE_NS, MASTER_IF, ROOT, SLAVE_IF, WAIT_S, Network, environment, ip,
+                     other_build)
 from simulated import EPOCH_S, Simulated
 
 INSIDE = "TSYN_TEST_INSIDE"
@@ -117,6 +118,49 @@ class RealTimeMaster(Network):
         master = self.run_json(MASTER_IF, "master")
         self.wait_for_state(master, "starting")
         master.stdout.close()
+        self.assertEqual(master.wait(timeout=WAIT_S), 0)
+
+
+class FullPipes(Network):
+    """Pipes that nobody empties."""
+
+    def full_pipe(self):
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        os.set_blocking(writer, False)
+        try:
+            while True:
+                os.write(writer, bytes(4096))
+        except BlockingIOError:
+            os.set_blocking(writer, True)
+        return writer
+
+    def run_with(self, profile, **streams):
+        command = ("env", f"LD_PRELOAD={BUILD / 'libvirtual_i210.so'}", str(BUILD / "tsyn"), "run",
+                   MASTER_IF, "--role", "master", "--json", "--profile", profile)
+        child = subprocess.Popen(command, env=environment(), text=True, bufsize=1,
+                                 **{"stdout": subprocess.PIPE, **streams})
+        self.addCleanup(self.reap, child)
+        return child
+
+    def test_full_log_pipe_keeps_nothing_from_running(self):
+        for profile in ("deployed", "standard"):
+            with self.subTest(profile=profile):
+                writer = self.full_pipe()
+                master = self.run_with(profile, stderr=writer)
+                os.close(writer)
+                self.wait_for_state(master, "sending")
+                self.assert_ends_soon(master, signal.SIGTERM, role="master")
+
+    def test_full_output_pipe_does_not_keep_a_signal_out(self):
+        writer = self.full_pipe()
+        master = self.run_with("standard", stdout=writer, stderr=subprocess.DEVNULL)
+        os.close(writer)
+        record = pathlib.Path(f"/dev/shm/{MASTER_IF}")
+        give_up = time.monotonic() + WAIT_S
+        while not record.exists() and time.monotonic() < give_up:
+            time.sleep(0.02)
+        master.send_signal(signal.SIGTERM)
         self.assertEqual(master.wait(timeout=WAIT_S), 0)
 
 

@@ -135,17 +135,18 @@ std::string RunSession::prepare() {
 std::string RunSession::startDaemon() {
     start_ = std::chrono::steady_clock::now();
     DbgTraceLevel = options_.traceLevel;
-    const TSynInstanceConfig config = makeConfig(options_);
-    if (ZebEthTSynInterface_Create(&config) != 0) {
-        return "the daemon refused the configuration; its log names the value";
-    }
+    // First, so that nothing of the log waits for a full pipe.
     const TSynProfile profile = makeProfile(options_);
     if (ZebEthTSynInterface_SetProfile(&profile) != 0) {
         return "the daemon refused the profile; its log names the switch";
     }
+    const TSynInstanceConfig config = makeConfig(options_);
+    if (ZebEthTSynInterface_Create(&config) != 0) {
+        return "the daemon refused the configuration; its log names the value";
+    }
     sparesWakeUps_ = profile.eventPumps != 0;
     if (ZebEthTSynInterface_Start(0, nullptr, nullptr) != 0) {
-        return "another daemon runs on " + options_.interfaceName + "; the log names its process";
+        return "the daemon refused to start on " + options_.interfaceName + "; its log tells why";
     }
     return options_.isMaster() ? setTimeBase() : std::string();
 }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "tools/tsyn/HexText.h"
+#include "tools/tsyn/run/ProfileSwitches.h"
 #include "tools/tsyn/run/RunCommand.h"
 
 namespace tsyn {
@@ -76,20 +77,9 @@ void addProtocolOptions(CLI::App& command, RunOptions& options) {
         ->check(shorterThan(sizeof(TSynInstanceConfig::ethStackIdent)));
 }
 
-/** Sets the switch that a text "NAME=VALUE" tells. */
-bool setSwitch(TSynProfile& profile, const std::string& text) {
-    const std::size_t sign = text.find('=');
-    int value = 0;
-    return sign != std::string::npos && CLI::detail::lexical_cast(text.substr(sign + 1), value) &&
-           ZebEthTSynInterface_SetProfileSwitch(&profile, text.substr(0, sign).c_str(), value) == 0;
-}
-
 std::string switchProblem(const std::string& text) {
     TSynProfile profile{};
-    return setSwitch(profile, text) ? ""
-                                    : "'" + text +
-                                          "' is no switch and value it may have; see "
-                                          "ZebEthTimeSynProfile.h";
+    return setSwitch(profile, text);
 }
 
 void addProfileOptions(CLI::App& command, RunOptions& options) {
