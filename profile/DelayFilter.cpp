@@ -5,6 +5,7 @@
 
 #include "base/Extended80.h"
 #include "profile/Estimator.h"
+#include "profile/Median.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "base/Extended80.h"
+#include "profile/Median.h"
 
 namespace estimator {
 
@@ -43,12 +44,16 @@ double weightOf(double doubt, double leastDoubt) {
     return 1 / (spread * spread / 3 + kLeastSpread * kLeastSpread);
 }
 
+/** Halves upwards. std::floor would be a call into a library that is used for nothing else. */
 long long rounded(double value) {
-    return static_cast<long long>(std::floor(value + 0.5));
+    const double higher = value + 0.5;
+    const auto whole = static_cast<long long>(higher);
+    return static_cast<double>(whole) > higher ? whole - 1 : whole;
 }
 
 double medianSlope(const Point* points, int count) {
-    double slopes[kCapacity * (kCapacity - 1) / 2];
+    static_assert(kCapacity * (kCapacity - 1) / 2 <= kMostOfMedian);
+    double slopes[kMostOfMedian];
     int pairs = 0;
     for (int i = 0; i < count; ++i) {
         for (int k = i + 1; k < count; ++k) {
@@ -104,14 +109,31 @@ void leastSquares(const Point* points, const bool* near, int count, bool slopeIs
     line.lift = meanE - line.slope * meanX;
 }
 
-}  // namespace
-
-double median(double* values, int count) {
-    // Each Sync has several, of up to 120 values: sorting them all would be a sixth of its cost.
-    double* const middle = values + count / 2;
-    std::nth_element(values, middle, values + count);
-    return count % 2 != 0 ? *middle : (*std::max_element(values, middle) + *middle) / 2;
+/** Whether chooseNear would mark every point, which is so for nearly every line and cheaper to find
+ *  out than a median slope. Slopes that differ from the line's by steepest at most leave all points
+ *  within kNeverFar of each other; that of the median is among them when more than half are. */
+bool allAreNear(const Point* points, int count, const Line& line) {
+    constexpr double kRoundings = 1;
+    double lifts[kCapacity];
+    for (int i = 0; i < count; ++i) {
+        lifts[i] = points[i].e - line.slope * points[i].x;
+    }
+    const auto ends = std::minmax_element(lifts, lifts + count);
+    const double height = *ends.second - *ends.first;
+    const double steepest = (kNeverFar - kRoundings - height) / (points[count - 1].x - points[0].x);
+    int pairs = 0;
+    int flat = 0;
+    for (int i = 0; i < count; ++i) {
+        for (int k = i + 1; k < count; ++k) {
+            const double apart = points[k].x - points[i].x;
+            flat += apart > 0 && std::fabs(lifts[k] - lifts[i]) <= steepest * apart ? 1 : 0;
+            ++pairs;
+        }
+    }
+    return 2 * flat > pairs;
 }
+
+}  // namespace
 
 unsigned long long Line::at(unsigned long long x) const {
     const long long dx = signedDiff(x, x0);
@@ -150,11 +172,16 @@ Line fit(const Reading* readings, int count, double slopeBefore, double slopeDou
         points[i] = {static_cast<double>(dx), static_cast<double>(dy - dx),
                      weightOf(readings[i].doubt, leastDoubt)};
     }
-    chooseNear(points, count, near);
     // Readings that follow each other closely tell less of the rate than was known before them.
     const double span = -points[0].x;
     const bool slopeIsKnown = 2 * kLeastNoise > slopeDoubtBefore * span;
+    std::fill_n(near, count, true);
     leastSquares(points, near, count, slopeIsKnown, line);
+    if (!allAreNear(points, count, line)) {
+        line.slope = slopeBefore;
+        chooseNear(points, count, near);
+        leastSquares(points, near, count, slopeIsKnown, line);
+    }
     double residual = 0;
     double tightest = latest.doubt + std::fabs(line.above(latest));
     for (int i = 0; i < count; ++i) {

@@ -39,9 +39,6 @@ struct Line {
  *  of them have no part in it. One alone gives the slope that is handed over. */
 Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore);
 
-/** Puts the values, of which there is one at least, into another order. */
-double median(double* values, int count);
-
 enum class Verdict {
     kTaken,
     kRepeated,  ///< as old as the one before, or nearly so

@@ -24,6 +24,7 @@ namespace {
 constexpr unsigned char kControlOther = 5;
 constexpr unsigned char kUtcOffsetValidFlag = 0x04;
 constexpr double kMillisecondsPerSecond = 1000.0;
+constexpr double kSqrt2 = 1.41421356237309504880;
 constexpr int kLongestLogInterval = 126;  // 127 says that there is none
 constexpr int kMinorSdoId = 5;
 constexpr int kMessageTypeSpecific = 16;
@@ -36,9 +37,12 @@ unsigned long long requestPeriodNs = 0;  ///< 0: as deployed
 
 void storeLogInterval(unsigned char* message, double milliseconds) {
     if (milliseconds > 0 && std::isfinite(milliseconds)) {
-        const double exact = std::log2(milliseconds / kMillisecondsPerSecond);
-        const long rounded = std::lround(std::min<double>(exact, kLongestLogInterval));
-        message[wire::kLogMessageInterval] = static_cast<unsigned char>(rounded);
+        // Each message asks, and the exponent of a number is its logarithm rounded up: half a power
+        // of two beforehand makes the nearest of it.
+        int exponent = 0;
+        static_cast<void>(std::frexp(milliseconds / kMillisecondsPerSecond * kSqrt2, &exponent));
+        message[wire::kLogMessageInterval] =
+            static_cast<unsigned char>(std::min(exponent - 1, kLongestLogInterval));
     }
 }
 
@@ -156,8 +160,7 @@ unsigned int own_messages::padToEven(unsigned int valueSize) {
 }
 
 long double own_messages::signedRateRatio(unsigned int cumulativeScaledRateOffset) {
-    return 1 +
-           std::ldexp(static_cast<long double>(static_cast<int>(cumulativeScaledRateOffset)), -41);
+    return 1 + static_cast<long double>(static_cast<int>(cumulativeScaledRateOffset)) * 0x1p-41L;
 }
 
 void own_messages::noteHardTime(const char* interfaceName, unsigned long long ns) {

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
+#include <vector>
 
 namespace {
 
@@ -82,6 +84,66 @@ TEST(Fit, LeavesOutWhatIsFarFromMostReadings) {
     readings[2].y += 700;
     readings[5].y -= 700;
     EXPECT_EQ(readings[4].y + kInterval, fit(readings, 6, 0, 1).at(readings[5].x));
+}
+
+/** The readings that lie near the line of the median slope, told the long way. */
+std::vector<Reading> nearOnes(const std::vector<Reading>& readings) {
+    const auto offset = [&](const Reading& each) {
+        return static_cast<double>(static_cast<long long>(each.y - each.x - kStart));
+    };
+    const auto place = [](const Reading& each) { return static_cast<double>(each.x - kStart); };
+    const auto middleOf = [](std::vector<double> values) {
+        std::sort(values.begin(), values.end());
+        return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
+    };
+    std::vector<double> slopes;
+    for (const Reading& a : readings) {
+        for (const Reading& b : readings) {
+            if (a.x < b.x) {
+                slopes.push_back((offset(b) - offset(a)) / (place(b) - place(a)));
+            }
+        }
+    }
+    std::vector<double> lifts;
+    for (const Reading& each : readings) {
+        lifts.push_back(offset(each) - middleOf(slopes) * place(each));
+    }
+    std::vector<double> distances;
+    for (const double lift : lifts) {
+        distances.push_back(std::fabs(lift - middleOf(lifts)));
+    }
+    const double limit = std::max(60.0, 3 * 1.4826 * middleOf(distances));
+    std::vector<Reading> near;
+    for (std::size_t i = 0; i < readings.size(); ++i) {
+        if (distances[i] <= limit) {
+            near.push_back(readings[i]);
+        }
+    }
+    return near;
+}
+
+/** Noise of any width, from none to more than a reading may be off by, and now and then an outlier:
+ *  what has a part in the line is what has one by definition. */
+TEST(Fit, LeavesOutTheSameOnesByAnyWay) {
+    std::mt19937 random(1);
+    for (int width = 0; width < 160; ++width) {
+        std::vector<Reading> readings;
+        unsigned long long x = kStart;
+        for (int i = 0; i < 16; ++i) {
+            const unsigned long long outlier = random() % 8 == 0 ? 70 : 0;
+            const unsigned long long noise = random() % static_cast<unsigned>(width + 1);
+            x += kInterval + random() % 50000;  // none lies exactly on a limit then
+            readings.push_back({x, kStart + x + (x - kStart) / 50000 + noise + outlier, 0});
+        }
+        const std::vector<Reading> near = nearOnes(readings);
+        double sum = 0;
+        const Line line = fit(readings.data(), 16, 0, 1);
+        for (const Reading& each : near) {
+            sum += line.above(each);
+        }
+        // Least squares leave nothing over of those that they went through.
+        EXPECT_NEAR(0, sum, 1e-3) << width << ": " << near.size() << " of 16";
+    }
 }
 
 TEST(Fit, TrustsANarrowBracketMoreThanWideOnes) {

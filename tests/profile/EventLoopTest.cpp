@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -196,6 +197,30 @@ TEST_F(EventLoop, ASocketThatGoesOnFailingIsLeftAloneForAWhile) {
         ASSERT_TRUE(peer.awaitType(kSync));
     }
     EXPECT_LE(kernel.receptions - before, 110);
+}
+
+TEST(EventLoopBetweenCards, AFloodIsTakenInBatches) {
+    const StdoutCapture output;
+    const CardSandbox sandbox("tsm0", "phc=0; tsm0peer phc=1");
+    const PeerSocket peer("tsm0peer");
+    constexpr int kFrames = 2000;
+    CountingKernel kernel;
+    TSynProfile profile = eventProfile();
+    profile.matchedStamps = 1;
+    const ProfiledDaemon daemon(masterConfig(), profile);
+    ASSERT_TRUE(peer.awaitType(kSync));
+    Bytes announce(14 + 64, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x1B, 0x02, 0, 64};
+    std::copy(std::begin(header), std::end(header), announce.begin());
+    const int before = kernel.receptions;
+    for (int i = 0; i < kFrames; ++i) {
+        ASSERT_TRUE(peer.send(announce));
+        usleep(100);
+    }
+    // Each batch ends with a look at an empty queue.
+    EXPECT_TRUE(eventually([&] { return kernel.receptions - before >= kFrames; }));
+    EXPECT_LE(kernel.receptions - before, kFrames + kFrames / 4);
 }
 
 TEST_F(EventLoop, FramesOfItsOwnDoNotWakeIt) {

@@ -34,6 +34,14 @@ TEST(AFloodOfIdentities, HasAnotherPortInEachFrame) {
     EXPECT_EQ(frameOf("identities", 0x10203), expected);
 }
 
+TEST(AFloodOfRequesters, HasAnotherPortInEachFrame) {
+    Bytes expected = frameOf("pdelay-req", 0x10203);
+    expected[14 + 24 + 1] = 1;
+    expected[14 + 24 + 2] = 2;
+    expected[14 + 24 + 3] = 3;
+    EXPECT_EQ(frameOf("requesters", 0x10203), expected);
+}
+
 TEST(AFloodOfPdelay, HasMessagesOfTheirLength) {
     for (const auto& [kind, type] :
          {std::pair("pdelay-req", 0x12), std::pair("pdelay-resp", 0x13)}) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -94,6 +95,19 @@ TEST(EventRingTest, ForgetsTheOldest) {
     EXPECT_TRUE(ring->find(1, 100'000, 0));
     EXPECT_EQ(EventRing::kEntries - 1, ring->latest(2).front().key);
     EXPECT_EQ(EventRing::kEntries, ring->latest(2 * EventRing::kEntries).size());
+}
+
+TEST(EventRingTest, FindsWhatWasNotedBeforeAnEntryThatIsBeingWritten) {
+    const auto ring = std::make_unique<EventRing>();
+    ring->note(eventAt(77, 1000));
+    ring->note(eventAt(77, 3000));
+    // As another process would have left it in the middle: entries follow head and buckets.
+    constexpr std::size_t kSecondEntry = 8 + 1024 * 8 + 40;
+    constexpr std::uint64_t kBeingWritten = 2 * 1 + 1;
+    std::memcpy(reinterpret_cast<char*>(ring.get()) + kSecondEntry, &kBeingWritten,
+                sizeof kBeingWritten);
+    ASSERT_TRUE(ring->find(77, 4000, 0));
+    EXPECT_EQ(1000u, ring->find(77, 4000, 0)->rawNs);
 }
 
 TEST(EventRingTest, TakesEntriesOfSeveralWriters) {

@@ -48,62 +48,87 @@ std::optional<SentEvent> EventRing::read(std::uint64_t number) const {
     return event;
 }
 
+template <typename Visit>
+bool EventRing::followBucket(std::uint64_t key, Visit visit) const {
+    std::uint64_t next = buckets_[key % kBuckets].load(std::memory_order_acquire);
+    while (next != 0 && next + kEntries > count()) {
+        const Entry& entry = entries_[(next - 1) % kEntries];
+        const auto event = read(next - 1);
+        const std::uint64_t previous = entry.previous.load(std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (!event || entry.version.load(std::memory_order_relaxed) != 2 * next) {
+            return false;
+        }
+        if (!visit(*event)) {
+            return true;
+        }
+        next = previous;
+    }
+    return true;
+}
+
+template <typename Visit>
+void EventRing::goBack(Visit visit) const {
+    const std::uint64_t head = count();
+    const std::uint64_t oldest = head > kEntries ? head - kEntries : 0;
+    for (std::uint64_t number = head; number > oldest; --number) {
+        const auto event = read(number - 1);
+        if (event && !visit(*event)) {
+            return;
+        }
+    }
+}
+
 std::optional<SentEvent> EventRing::find(std::uint64_t key, std::uint64_t arrivalRawNs,
                                          std::uint64_t sinceRawNs) const {
     // Several processes write, so entries stand only roughly in the order of their instants.
     constexpr std::uint64_t kDisorderNs = 10'000'000;
-    const std::uint64_t head = count();
-    const std::uint64_t oldest = head > kEntries ? head - kEntries : 0;
     std::optional<SentEvent> before;
     std::optional<SentEvent> after;
-    for (std::uint64_t number = head; number > oldest; --number) {
-        const auto event = read(number - 1);
-        if (!event) {
-            continue;
+    const auto consider = [&](const SentEvent& event) {
+        if (event.rawNs + kDisorderNs < sinceRawNs ||
+            (before && event.rawNs + kDisorderNs < before->rawNs)) {
+            return false;
         }
-        if (event->rawNs + kDisorderNs < sinceRawNs ||
-            (before && event->rawNs + kDisorderNs < before->rawNs)) {
-            break;
+        if (event.key != key || event.rawNs < sinceRawNs) {
+            return true;
         }
-        if (event->key != key || event->rawNs < sinceRawNs) {
-            continue;
-        }
-        if (event->rawNs > arrivalRawNs) {
+        if (event.rawNs > arrivalRawNs) {
             after = event;
-        } else if (!before || event->rawNs > before->rawNs) {
+        } else if (!before || event.rawNs > before->rawNs) {
             before = event;
         }
+        return true;
+    };
+    if (!followBucket(key, consider)) {
+        before.reset();
+        after.reset();
+        goBack(consider);
     }
     return before ? before : after;
 }
 
 std::optional<SentEvent> EventRing::firstOf(std::uint64_t key, std::uint64_t sinceRawNs) const {
     std::optional<SentEvent> first;
-    std::uint64_t next = buckets_[key % kBuckets].load();
-    while (next != 0 && next + kEntries > count()) {
-        const auto event = read(next - 1);
-        if (!event || event->rawNs < sinceRawNs) {
-            break;
+    followBucket(key, [&](const SentEvent& event) {
+        if (event.rawNs < sinceRawNs) {
+            return false;
         }
-        first = event->key == key ? event : first;
-        next = entries_[(next - 1) % kEntries].previous.load(std::memory_order_relaxed);
-    }
+        first = event.key == key ? event : first;
+        return true;
+    });
     return first;
 }
 
 std::optional<SentEvent> EventRing::lastOf(std::uint64_t key, std::uint64_t sinceRawNs) const {
-    std::uint64_t next = buckets_[key % kBuckets].load();
-    while (next != 0 && next + kEntries > count()) {
-        const auto event = read(next - 1);
-        if (!event || event->rawNs < sinceRawNs) {
-            break;
+    std::optional<SentEvent> last;
+    followBucket(key, [&](const SentEvent& event) {
+        if (event.rawNs >= sinceRawNs && event.key == key) {
+            last = event;
         }
-        if (event->key == key) {
-            return event;
-        }
-        next = entries_[(next - 1) % kEntries].previous.load(std::memory_order_relaxed);
-    }
-    return std::nullopt;
+        return event.rawNs >= sinceRawNs && !last;
+    });
+    return last;
 }
 
 std::vector<SentEvent> EventRing::latest(std::size_t most) const {

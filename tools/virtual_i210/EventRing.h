@@ -54,6 +54,15 @@ private:
 
     std::optional<SentEvent> read(std::uint64_t number) const;
 
+    /** Shows visit the entries of the key's bucket, the latest first, until it returns false. False
+     *  when one on the way is being written, so that those behind it cannot be told. */
+    template <typename Visit>
+    bool followBucket(std::uint64_t key, Visit visit) const;
+
+    /** The same of all entries, leaving out those being written. */
+    template <typename Visit>
+    void goBack(Visit visit) const;
+
     static constexpr std::size_t kBuckets = 1024;
 
     std::atomic<std::uint64_t> head_;

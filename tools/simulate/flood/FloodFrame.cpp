@@ -62,8 +62,8 @@ std::vector<std::uint8_t> randomFrame(const MacAddress& source, std::mt19937_64&
 
 }  // namespace
 
-const std::vector<std::string> kFloodKinds = {"sync", "identities", "pdelay-req", "pdelay-resp",
-                                              "malformed"};
+const std::vector<std::string> kFloodKinds = {"sync",       "identities",  "pdelay-req",
+                                              "requesters", "pdelay-resp", "malformed"};
 
 std::vector<std::uint8_t> floodFrame(const std::string& kind, const MacAddress& source,
                                      std::uint32_t number, std::mt19937_64& random) {
@@ -71,10 +71,9 @@ std::vector<std::uint8_t> floodFrame(const std::string& kind, const MacAddress& 
     if (kind == "malformed") {
         return randomFrame(source, random);
     }
-    const bool identities = kind == "identities";
-    const Message& message = kind == "pdelay-req"    ? kPdelayReq
-                             : kind == "pdelay-resp" ? kPdelayResp
-                                                     : kSync;
+    const bool identities = kind == "identities" || kind == "requesters";
+    const bool requests = kind == "pdelay-req" || kind == "requesters";
+    const Message& message = requests ? kPdelayReq : kind == "pdelay-resp" ? kPdelayResp : kSync;
     return messageFrame(message, source, identities ? number : kOneIdentity, number);
 }
 

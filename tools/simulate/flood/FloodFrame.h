@@ -15,8 +15,8 @@ extern const std::vector<std::string> kFloodKinds;
 
 /** One frame of a flood, from its destination address on, of one of kFloodKinds: "sync" of a
  *  foreign master, "identities": the same, each from a new port; "pdelay-req" of a foreign port,
- *  "pdelay-resp" to a request that nobody made; "malformed": random bytes behind the EtherType, of
- *  random number. */
+ *  "requesters": the same, each from a new port; "pdelay-resp" to a request that nobody made;
+ *  "malformed": random bytes behind the EtherType, of random number. */
 std::vector<std::uint8_t> floodFrame(const std::string& kind, const MacAddress& source,
                                      std::uint32_t number, std::mt19937_64& random);
 
