@@ -3,27 +3,34 @@
 #include <optional>
 #include <string>
 
-#include "include/gPtpTimeData.h"
+#include "include/gPtpTimeReader.hpp"
 
 namespace tsyn {
 
 /** Read-only view of the time record that a daemon of any ABI publishes for an interface. */
 class RecordView {
 public:
-    RecordView() = default;
-    ~RecordView();
-    RecordView(const RecordView&) = delete;
-    RecordView& operator=(const RecordView&) = delete;
-
     /** Maps the segment. False while it does not exist in its full size. */
-    bool open(const std::string& interfaceName);
-    bool isOpen() const { return segment_ != nullptr; }
+    bool open(const std::string& interfaceName) {
+        if (!isOpen()) {
+            reader_.emplace(interfaceName.c_str());
+        }
+        return isOpen();
+    }
+    bool isOpen() const { return reader_ && reader_->opened() == GPTP_READ_OK; }
 
-    /** A copy that read the same twice; nothing when the record kept changing or is not open. */
-    std::optional<gPtpTimeDataStruct> snapshot() const;
+    /** A copy that belongs together; nothing when the record kept changing or is not open. */
+    std::optional<gPtpTimeDataStruct> snapshot() {
+        gPtpTimeDataStruct record;
+        const gPtpReadResult result = isOpen() ? reader_->record(record) : GPTP_READ_NO_SEGMENT;
+        if (result != GPTP_READ_OK && result != GPTP_READ_NO_QUALITY) {
+            return {};
+        }
+        return record;
+    }
 
 private:
-    const unsigned char* segment_ = nullptr;
+    std::optional<gptp::TimeReader> reader_;
 };
 
 }  // namespace tsyn
