@@ -96,7 +96,7 @@ TEST(DaemonJson, OfAStandardDaemonHasItsBoundAndItsOwner) {
     daemon.update(lookAt(records::with(records::slave(9, 5), quality), 7));
     const auto json = tsyn::daemonJson("eth1", daemon, {77, tsyn::Owner::Life::kEnded, "tsyn"}, 37);
     EXPECT_EQ(350, json["quality"]["bound_ns"]);
-    EXPECT_EQ(quality.voidAfterNs, json["quality"]["void_after_ns"]);
+    EXPECT_EQ(records::kStart + 60 * kSecond, json["quality"]["void_after_ns"]);
     EXPECT_EQ(77, json["owner"]["pid"]);
     EXPECT_EQ(false, json["owner"]["alive"]);
 }

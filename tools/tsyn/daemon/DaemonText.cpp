@@ -42,10 +42,15 @@ void addTime(std::vector<TextRow>& rows, const DaemonState& daemon, int utcOffse
                                    : std::string("  the daemon's time") + when)});
 }
 
+/** Of what no deployed daemon tells, and a standard one from its first time on. */
+std::string untold(const Look& look, const char* asDeployed) {
+    return look.record.localTime != 0 ? asDeployed : "not told yet";
+}
+
 std::string masterText(const DaemonState& daemon) {
     const Look& look = daemon.latest();
     if (!look.quality) {
-        return "not told: deployed";
+        return untold(look, "not told: deployed");
     }
     if (roleOf(look) == DaemonRole::kMaster) {
         return "itself";
@@ -56,7 +61,7 @@ std::string masterText(const DaemonState& daemon) {
 std::string boundText(const DaemonState& daemon) {
     const Look& look = daemon.latest();
     if (!look.quality) {
-        return "deployed: no bound";
+        return untold(look, "deployed: no bound");
     }
     const gPtpTimeQuality& quality = *look.quality;
     const std::optional<long long> boundNs = daemon.boundNs();
@@ -66,17 +71,18 @@ std::string boundText(const DaemonState& daemon) {
     std::string text =
         formatted("%lld ns%s, growing by %u ns/s", *boundNs,
                   daemon.sharesClock() ? "" : " at its last Sync", quality.boundGrowthPpb);
-    text += ", void after " + isoText(quality.voidAfterNs);
     if (daemon.sharesClock()) {
-        text += formatted(" (in %.0f s)",
+        text += formatted(", void in %.0f s",
                           1e-9 * static_cast<double>(quality.voidAfterNs - look.systemNs));
     }
-    return text;
+    constexpr std::size_t kToTheSecond = 19;
+    const std::string moment = isoText(quality.voidAfterNs).substr(0, kToTheSecond);
+    return text + (daemon.sharesClock() ? " (" + moment + ")" : ", void after " + moment);
 }
 
 std::string flagsText(const Look& look) {
     if (!look.quality) {
-        return "not told: deployed";
+        return untold(look, "not told: deployed");
     }
     std::string text;
     for (const std::string& name : flagNames(look.quality->flags)) {
@@ -95,7 +101,7 @@ std::string ownerText(const Owner& owner) {
     if (owner.pid == 0) {
         return owner.life == Owner::Life::kEnded ? "no process" : "not known";
     }
-    const std::string who =
+    std::string who =
         std::to_string(owner.pid) + (owner.command.empty() ? "" : " (" + owner.command + ")");
     switch (owner.life) {
     case Owner::Life::kLives:

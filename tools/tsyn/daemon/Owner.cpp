@@ -1,11 +1,17 @@
 #include "tools/tsyn/daemon/Owner.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
+
+#include "tools/common/OwnDescriptor.h"
 
 namespace tsyn {
 namespace {
@@ -68,7 +74,7 @@ Owner writerOf(unsigned long long inode) {
         if (entry == nullptr) {
             break;
         }
-        const int pid = std::atoi(entry->d_name);
+        const auto pid = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
         const Mapping mapping = pid > 0 ? mappingOf(pid, inode) : Mapping::kNone;
         isHidden = isHidden || mapping == Mapping::kHidden;
         if (mapping == Mapping::kWritable) {
@@ -84,15 +90,52 @@ Owner writerOf(unsigned long long inode) {
     return owner;
 }
 
-Owner ownerUnder(int pid, unsigned long long inode) {
-    const bool lives = exists(pid) && mappingOf(pid, inode) != Mapping::kNone;
-    return {pid, lives ? Owner::Life::kLives : Owner::Life::kEnded, lives ? commandOf(pid) : ""};
+/** When a process began, in a unit of the kernel's; nothing of one that is no more, or only waits
+ *  for its parent. No other process under the same pid has the same. */
+std::optional<unsigned long long> beginningOf(int pid) {
+    const tools::OwnDescriptor file(open(processFile(pid, "stat").c_str(), O_RDONLY | O_CLOEXEC));
+    char text[1024];
+    const ssize_t length = file.isOpen() ? read(file.get(), text, sizeof text - 1) : 0;
+    text[std::max<ssize_t>(0, length)] = '\0';
+    // The name before may hold anything, so the last parenthesis counts.
+    const char* const name = std::strrchr(text, ')');
+    if (name == nullptr) {
+        return {};
+    }
+    std::istringstream words(name + 1);
+    char state = 'X';
+    unsigned long long beginning = 0;
+    words >> state;
+    constexpr int kFieldsBetween = 18;
+    std::string between;
+    for (int i = 0; i < kFieldsBetween; ++i) {
+        words >> between;
+    }
+    if (!(words >> beginning) || state == 'Z' || state == 'X') {
+        return {};
+    }
+    return beginning;
 }
 
 /** A search reads the mappings of every process. */
 constexpr double kSearchPeriodS = 5.0;
 
 }  // namespace
+
+/** Its mappings are read once only: they are long. */
+void OwnerFinder::check(int pid, unsigned long long inode) {
+    const std::optional<unsigned long long> beginning = beginningOf(pid);
+    const bool isKnown =
+        owner_.pid == pid && owner_.life == Owner::Life::kLives && beginning_ == beginning;
+    if (!beginning) {
+        owner_ = {pid, Owner::Life::kEnded, {}};
+    } else if (!isKnown) {
+        const bool writes = mappingOf(pid, inode) != Mapping::kNone;
+        owner_ = {pid, writes ? Owner::Life::kLives : Owner::Life::kEnded,
+                  writes ? commandOf(pid) : ""};
+    }
+    beginning_ = beginning;
+}
 
 const Owner& OwnerFinder::find(const Look& look, const std::string& segmentFile) {
     struct stat file {};
@@ -102,17 +145,18 @@ const Owner& OwnerFinder::find(const Look& look, const std::string& segmentFile)
         return owner_;
     }
     if (toldPid != 0) {
-        owner_ = ownerUnder(toldPid, file.st_ino);
+        check(toldPid, file.st_ino);
         return owner_;
     }
     if (owner_.life == Owner::Life::kLives) {
-        owner_ = ownerUnder(owner_.pid, file.st_ino);
+        check(owner_.pid, file.st_ino);
     }
     const bool isDue = !searchedS_ || look.monotonicS - *searchedS_ >= kSearchPeriodS;
     if (owner_.life != Owner::Life::kLives && isDue) {
         searchedS_ = look.monotonicS;
         const int lastPid = owner_.pid;
         owner_ = writerOf(file.st_ino);
+        beginning_ = beginningOf(owner_.pid);
         owner_.pid = owner_.pid != 0 ? owner_.pid : lastPid;
     }
     return owner_;

@@ -23,7 +23,10 @@ public:
     const Owner& find(const Look& look, const std::string& segmentFile);
 
 private:
+    void check(int pid, unsigned long long inode);
+
     Owner owner_;
+    std::optional<unsigned long long> beginning_;
     std::optional<double> searchedS_;
 };
 
