@@ -391,12 +391,12 @@ class HostReturns(Network):
         self.assertLess(time.monotonic() - before, 1.0)
 
 
-def main():
+def main(script=__file__):
     os.environ["PATH"] += ":/usr/sbin:/sbin"
     if INSIDE not in os.environ:
         os.environ[INSIDE] = "1"
         flags = "-nm" if os.geteuid() == 0 else "-Urnm"
-        os.execvp("unshare", ["unshare", flags, sys.executable, "-B", __file__, *sys.argv[1:]])
+        os.execvp("unshare", ["unshare", flags, sys.executable, "-B", script, *sys.argv[1:]])
     subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/dev/shm"], check=True)
     unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
 

@@ -6,6 +6,8 @@
 #include "tools/tsyn/Command.h"
 #include "tools/tsyn/check/CheckOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
+#include "tools/tsyn/status/StatusCommand.h"
+#include "tools/tsyn/watch/WatchCommand.h"
 
 namespace {
 
@@ -14,6 +16,8 @@ using AddCommand = tsyn::Command (*)(CLI::App& program);
 /** In the order in which the help lists them. */
 constexpr AddCommand kCommands[] = {
     tsyn::addRunCommand,
+    tsyn::addStatusCommand,
+    tsyn::addWatchCommand,
     tsyn::addCheckCommand,
 };
 

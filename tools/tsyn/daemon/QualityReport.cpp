@@ -3,12 +3,19 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 namespace tsyn {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+bool hasBound(const gPtpTimeQuality& quality, long long nowNs) {
+    const bool isKnown =
+        quality.state == TSYN_STATE_SYNCHRONISED || quality.state == TSYN_STATE_HOLDOVER;
+    return isKnown && nowNs <= quality.voidAfterNs;
+}
+
+}  // namespace
 
 const char* timeStateName(unsigned char state) {
     switch (state) {
@@ -54,22 +61,17 @@ std::string identityText(const gPtpTimeQuality& quality) {
     return text;
 }
 
-bool hasBound(const gPtpTimeQuality& quality, long long nowNs) {
-    const bool isKnown =
-        quality.state == TSYN_STATE_SYNCHRONISED || quality.state == TSYN_STATE_HOLDOVER;
-    return isKnown && nowNs <= quality.voidAfterNs;
-}
-
 /** It grows from the anchor on. */
-long long boundNow(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
-                   long long nowNs) {
+std::optional<long long> boundAt(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
+                                 long long nowNs) {
+    if (!hasBound(quality, nowNs)) {
+        return {};
+    }
     const auto localNs = static_cast<long long>(record.localTime);
     const long long ageNs = std::max(0LL, nowNs - (localNs + record.systemOffset));
     const double growth = 1e-9 * quality.boundGrowthPpb * static_cast<double>(ageNs);
     return quality.boundNs + static_cast<long long>(growth);
 }
-
-}  // namespace
 
 std::optional<gPtpTimeQuality> qualityOf(const gPtpTimeDataStruct& record) {
     gPtpTimeQuality quality{};
@@ -86,8 +88,8 @@ std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct
     std::string text = std::string("  quality ") + timeStateName(quality.state) + "  master " +
                        identityText(quality) + "-" + std::to_string(quality.masterPort) +
                        "  bound ";
-    text += hasBound(quality, nowNs) ? std::to_string(boundNow(quality, record, nowNs)) + " ns"
-                                     : std::string("-");
+    const std::optional<long long> boundNs = boundAt(quality, record, nowNs);
+    text += boundNs ? std::to_string(*boundNs) + " ns" : std::string("-");
     for (const std::string& name : flagNames(quality.flags)) {
         text += "  " + name;
     }
@@ -96,11 +98,11 @@ std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct
 
 Json qualityJson(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                  long long nowNs) {
+    const std::optional<long long> boundNs = boundAt(quality, record, nowNs);
     return {{"state", timeStateName(quality.state)},
             {"master", identityText(quality)},
             {"master_port", static_cast<unsigned int>(quality.masterPort)},
-            {"bound_ns",
-             hasBound(quality, nowNs) ? Json(boundNow(quality, record, nowNs)) : Json(nullptr)},
+            {"bound_ns", boundNs ? Json(*boundNs) : Json(nullptr)},
             {"flags", flagNames(quality.flags)},
             {"steps", static_cast<unsigned int>(quality.stepCount)},
             {"ignored_frames", static_cast<unsigned int>(quality.ignoredFrames)},

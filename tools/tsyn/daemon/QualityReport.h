@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "include/gPtpTimeQuality.h"
 
@@ -10,6 +11,16 @@ namespace tsyn {
 
 /** What a record tells of its quality; nothing of a daemon that does not tell. */
 std::optional<gPtpTimeQuality> qualityOf(const gPtpTimeDataStruct& record);
+
+const char* timeStateName(unsigned char state);
+std::vector<std::string> flagNames(unsigned char flags);
+
+/** Of the believed master, in hexadecimal. */
+std::string identityText(const gPtpTimeQuality& quality);
+
+/** The error bound at a system time, ns; nothing when there is none or it is void by then. */
+std::optional<long long> boundAt(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
+                                 long long nowNs);
 
 /** For the end of a status line. nowNs: system time, at which the bound is told. */
 std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include "tests/tsyn/Records.h"
+#include "tools/tsyn/daemon/Counters.h"
+#include "tools/tsyn/daemon/DaemonJson.h"
+#include "tools/tsyn/daemon/DaemonTime.h"
+#include "tools/tsyn/daemon/SpySource.h"
+
+namespace {
+
+using records::kSecond;
+using records::lookAt;
+using tsyn::Look;
+using tsyn::Timescale;
+
+TEST(Counts, GrowPerSecond) {
+    const std::vector<double> rates =
+        tsyn::countsPerSecond(lookAt(records::slave(9, 5), 5), lookAt(records::slave(25, 7), 7));
+    ASSERT_EQ(3U, rates.size());
+    EXPECT_DOUBLE_EQ(8.0, rates[0]);
+    EXPECT_DOUBLE_EQ(0.0, rates[1]);
+}
+
+TEST(Counts, StandWhenTheDaemonBeganAnew) {
+    const Look before = lookAt(records::slave(900, 5), 5);
+    EXPECT_DOUBLE_EQ(0.0, tsyn::countsPerSecond(before, lookAt(records::slave(8, 6), 6))[0]);
+    Look other = lookAt(records::slave(908, 6), 6);
+    EXPECT_FALSE(tsyn::beganAnew(before, other));
+    other.segment = 1;
+    EXPECT_TRUE(tsyn::beganAnew(before, other));
+}
+
+TEST(Counts, OfAnotherProcessBeginAnew) {
+    gPtpTimeQuality quality = records::quality(TSYN_STATE_SYNCHRONISED, 60);
+    const Look before = lookAt(records::with(records::slave(9, 5), quality), 5);
+    EXPECT_FALSE(tsyn::beganAnew(before, lookAt(records::with(records::slave(17, 6), quality), 6)));
+    quality.ownerPid = 78;
+    EXPECT_TRUE(tsyn::beganAnew(before, lookAt(records::with(records::slave(17, 6), quality), 6)));
+}
+
+TEST(Counts, OfAMasterGoOnWhenItsSequenceWraps) {
+    EXPECT_FALSE(
+        tsyn::beganAnew(lookAt(records::master(65535, 5), 5), lookAt(records::master(7, 6), 6)));
+}
+
+TEST(DaemonTime, TellsUtcAndTaiByTheDistanceToTheHostsClock) {
+    constexpr long long now = records::kStart;
+    EXPECT_EQ(Timescale::kUtc, tsyn::timescaleOf(now + 1, now, 37));
+    EXPECT_EQ(Timescale::kTai, tsyn::timescaleOf(now + 37 * kSecond, now, 37));
+    EXPECT_EQ(Timescale::kOwn, tsyn::timescaleOf(now + 37 * kSecond, now, 20));
+    EXPECT_EQ(Timescale::kOwn, tsyn::timescaleOf(4711, now, 37));
+    EXPECT_EQ(now, tsyn::civilTime(now + 37 * kSecond, Timescale::kTai, 37).utcNs);
+    EXPECT_EQ(now + 37 * kSecond, tsyn::civilTime(now, Timescale::kUtc, 37).taiNs);
+    EXPECT_FALSE(tsyn::civilTime(4711, Timescale::kOwn, 37).utcNs);
+}
+
+TEST(DaemonTime, IsWrittenToTheNanosecond) {
+    EXPECT_EQ("2026-01-01T00:00:00.000000042", tsyn::isoText(records::kStart + 42));
+    EXPECT_EQ("1969-12-31T23:59:59.999999999", tsyn::isoText(-1));
+}
+
+TEST(TimeRecord, IsToldFromTheMemoryOfAnotherProgram) {
+    EXPECT_TRUE(tsyn::isTimeRecord(records::slave(9, 5)));
+    EXPECT_TRUE(tsyn::isTimeRecord(gPtpTimeDataStruct{}));
+    gPtpTimeDataStruct foreign = records::slave(9, 5);
+    foreign.rateRatio2[11] = 1;
+    EXPECT_FALSE(tsyn::isTimeRecord(foreign));
+    foreign = records::slave(65536, 5);
+    EXPECT_FALSE(tsyn::isTimeRecord(foreign));
+}
+
+TEST(SpyAddress, TakesAHostWithOrWithoutAPort) {
+    EXPECT_EQ("319", tsyn::spyAddress("10.0.0.1")->port);
+    EXPECT_EQ("10.0.0.1", tsyn::spyAddress("10.0.0.1:4000")->host);
+    EXPECT_EQ("4000", tsyn::spyAddress("10.0.0.1:4000")->port);
+    for (const char* wrong : {"", ":319", "a:", "a:0", "a:65536", "a:3x", "a:999999"}) {
+        EXPECT_FALSE(tsyn::spyAddress(wrong)) << wrong;
+    }
+}
+
+TEST(DaemonJson, OfADeployedDaemonLeavesNullWhatItDoesNotTell) {
+    tsyn::DaemonState daemon(true, 1.5);
+    daemon.update(lookAt(records::slave(9, 5), 5.5));
+    const auto json = tsyn::daemonJson("eth1", daemon, {}, 37);
+    EXPECT_EQ("deployed", json["profile"]);
+    EXPECT_EQ("2026-01-01T00:00:05.500000000", json["utc"]);
+    EXPECT_EQ("2026-01-01T00:00:42.500000000", json["tai"]);
+    EXPECT_EQ(9, json["sync_accepted"]);
+    EXPECT_TRUE(json["quality"].is_null());
+    EXPECT_TRUE(json["owner"]["alive"].is_null());
+}
+
+TEST(DaemonJson, OfAStandardDaemonHasItsBoundAndItsOwner) {
+    const gPtpTimeQuality quality = records::quality(TSYN_STATE_SYNCHRONISED, 60);
+    tsyn::DaemonState daemon(true, 1.5);
+    daemon.update(lookAt(records::with(records::slave(9, 5), quality), 7));
+    const auto json = tsyn::daemonJson("eth1", daemon, {77, tsyn::Owner::Life::kEnded, "tsyn"}, 37);
+    EXPECT_EQ(350, json["quality"]["bound_ns"]);
+    EXPECT_EQ(records::kStart + 60 * kSecond, json["quality"]["void_after_ns"]);
+    EXPECT_EQ(77, json["owner"]["pid"]);
+    EXPECT_EQ(false, json["owner"]["alive"]);
+}
+
+}  // namespace

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tsyn {
+
+/** What a daemon's time counts, as far as it shows from its distance to this host's clock. */
+enum class Timescale { kUtc, kTai, kOwn };
+
+/** "utc", "tai" or "own", which is any other epoch. */
+const char* timescaleName(Timescale timescale);
+
+/** utcOffsetS: seconds of TAI over UTC. */
+Timescale timescaleOf(long long timeNs, long long systemNs, int utcOffsetS);
+
+/** A time in both; nothing of one that counts from an epoch of its own. */
+struct CivilTime {
+    std::optional<long long> utcNs;
+    std::optional<long long> taiNs;
+};
+CivilTime civilTime(long long timeNs, Timescale timescale, int utcOffsetS);
+
+/** "2026-11-21T20:25:40.123456789", without a zone. */
+std::string isoText(long long timeNs);
+
+}  // namespace tsyn

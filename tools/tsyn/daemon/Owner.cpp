@@ -1,0 +1,175 @@
+#include "tools/tsyn/daemon/Owner.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "tools/common/OwnDescriptor.h"
+
+namespace tsyn {
+namespace {
+
+std::string processFile(int pid, const char* name) {
+    return "/proc/" + std::to_string(pid) + "/" + name;
+}
+
+std::string commandOf(int pid) {
+    std::ifstream file(processFile(pid, "comm"));
+    std::string command;
+    std::getline(file, command);
+    return command;
+}
+
+bool exists(int pid) {
+    struct stat status {};
+    return stat(processFile(pid, "").c_str(), &status) == 0;
+}
+
+/** "ADDRESSES rw-s OFFSET DEVICE INODE FILE": whether a line tells of the file, written to. */
+bool isWritableMapping(const std::string& line, unsigned long long inode) {
+    std::istringstream words(line);
+    std::string addresses;
+    std::string access;
+    std::string offset;
+    std::string device;
+    unsigned long long mapped = 0;
+    words >> addresses >> access >> offset >> device >> mapped;
+    return mapped == inode && access.compare(0, 2, "rw") == 0 && access.back() == 's' &&
+           line.find("/dev/shm/") != std::string::npos;
+}
+
+enum class Mapping { kNone, kWritable, kHidden };
+
+Mapping mappingOf(int pid, unsigned long long inode) {
+    std::ifstream maps(processFile(pid, "maps"));
+    std::string line;
+    if (!maps.is_open() && exists(pid)) {
+        return Mapping::kHidden;
+    }
+    // The kernel's own have none, nor has a process that ended and was not waited for.
+    if (!std::getline(maps, line)) {
+        return Mapping::kNone;
+    }
+    do {
+        if (isWritableMapping(line, inode)) {
+            return Mapping::kWritable;
+        }
+    } while (std::getline(maps, line));
+    return Mapping::kNone;
+}
+
+Owner writerOf(unsigned long long inode) {
+    Owner owner;
+    DIR* const processes = opendir("/proc");
+    bool isHidden = processes == nullptr;
+    while (processes != nullptr && owner.pid == 0) {
+        const dirent* const entry = readdir(processes);
+        if (entry == nullptr) {
+            break;
+        }
+        const auto pid = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
+        const Mapping mapping = pid > 0 ? mappingOf(pid, inode) : Mapping::kNone;
+        isHidden = isHidden || mapping == Mapping::kHidden;
+        if (mapping == Mapping::kWritable) {
+            owner = {pid, Owner::Life::kLives, commandOf(pid)};
+        }
+    }
+    if (processes != nullptr) {
+        closedir(processes);
+    }
+    if (owner.pid == 0 && !isHidden) {
+        owner.life = Owner::Life::kEnded;
+    }
+    return owner;
+}
+
+/** When a process began, in a unit of the kernel's; nothing of one that is no more, or only waits
+ *  for its parent. No other process under the same pid has the same. */
+std::optional<unsigned long long> beginningOf(int pid) {
+    const tools::OwnDescriptor file(open(processFile(pid, "stat").c_str(), O_RDONLY | O_CLOEXEC));
+    char text[1024];
+    const ssize_t length = file.isOpen() ? read(file.get(), text, sizeof text - 1) : 0;
+    text[std::max<ssize_t>(0, length)] = '\0';
+    // The name before may hold anything, so the last parenthesis counts.
+    const char* const name = std::strrchr(text, ')');
+    if (name == nullptr) {
+        return {};
+    }
+    std::istringstream words(name + 1);
+    char state = 'X';
+    unsigned long long beginning = 0;
+    words >> state;
+    constexpr int kFieldsBetween = 18;
+    std::string between;
+    for (int i = 0; i < kFieldsBetween; ++i) {
+        words >> between;
+    }
+    if (!(words >> beginning) || state == 'Z' || state == 'X') {
+        return {};
+    }
+    return beginning;
+}
+
+/** A search reads the mappings of every process. */
+constexpr double kSearchPeriodS = 5.0;
+
+}  // namespace
+
+/** Its mappings are read once only: they are long. */
+void OwnerFinder::check(int pid, unsigned long long inode) {
+    const std::optional<unsigned long long> beginning = beginningOf(pid);
+    const bool isKnown =
+        owner_.pid == pid && owner_.life == Owner::Life::kLives && beginning_ == beginning;
+    if (!beginning) {
+        owner_ = {pid, Owner::Life::kEnded, {}};
+    } else if (!isKnown) {
+        const bool writes = mappingOf(pid, inode) != Mapping::kNone;
+        owner_ = {pid, writes ? Owner::Life::kLives : Owner::Life::kEnded,
+                  writes ? commandOf(pid) : ""};
+    }
+    beginning_ = beginning;
+}
+
+const Owner& OwnerFinder::find(const Look& look, const std::string& segmentFile) {
+    struct stat file {};
+    const int toldPid = look.quality ? static_cast<int>(look.quality->ownerPid) : 0;
+    if (segmentFile.empty() || stat(segmentFile.c_str(), &file) != 0) {
+        owner_ = {toldPid, {}, {}};
+        return owner_;
+    }
+    if (toldPid != 0) {
+        check(toldPid, file.st_ino);
+        return owner_;
+    }
+    if (owner_.life == Owner::Life::kLives) {
+        check(owner_.pid, file.st_ino);
+    }
+    const bool isDue = !searchedS_ || look.monotonicS - *searchedS_ >= kSearchPeriodS;
+    if (owner_.life != Owner::Life::kLives && isDue) {
+        searchedS_ = look.monotonicS;
+        const int lastPid = owner_.pid;
+        owner_ = writerOf(file.st_ino);
+        beginning_ = beginningOf(owner_.pid);
+        owner_.pid = owner_.pid != 0 ? owner_.pid : lastPid;
+    }
+    return owner_;
+}
+
+std::string endedText(const Owner& owner) {
+    return owner.pid != 0
+               ? "owner " + std::to_string(owner.pid) + " has ended; what is shown is its last"
+               : "no process writes this record; what is shown is its owner's last";
+}
+
+bool hasEnded(const Owner& owner, const DaemonState& daemon) {
+    return owner.life == Owner::Life::kEnded && !daemon.isMoving();
+}
+
+}  // namespace tsyn

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "tools/tsyn/daemon/DaemonState.h"
+
+namespace tsyn {
+
+/** The process whose daemon writes a record. */
+struct Owner {
+    int pid = 0; /**< 0: not known */
+    enum class Life { kUnknown, kLives, kEnded } life = Life::kUnknown;
+    std::string command; /**< its name; empty when it is not known */
+};
+
+/** Finds the owner by the pid that a daemon told, or, of one that told none, as the process that
+ *  has the segment mapped for writing. A process that cannot be asked is taken as alive, and one
+ *  that has not mapped the file is another one under the same pid. */
+class OwnerFinder {
+public:
+    /** Cheap for an owner that lives: it is searched for only now and then. */
+    const Owner& find(const Look& look, const std::string& segmentFile);
+
+private:
+    void check(int pid, unsigned long long inode);
+
+    Owner owner_;
+    std::optional<unsigned long long> beginning_;
+    std::optional<double> searchedS_;
+};
+
+/** A record that moves is written by somebody, be it in a container that hides its processes. */
+bool hasEnded(const Owner& owner, const DaemonState& daemon);
+
+/** "owner 1234 has ended; what is shown is its last" */
+std::string endedText(const Owner& owner);
+
+}  // namespace tsyn
