@@ -6,9 +6,9 @@
 #include "api/DaemonState.h"
 #include "api/InterfaceDataManager.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 #include "timebase/osipc.h"
 

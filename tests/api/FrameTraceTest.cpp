@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Daemon.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Seed.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 
 namespace {
 

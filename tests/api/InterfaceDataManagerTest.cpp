@@ -9,9 +9,9 @@
 #include <new>
 
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/MemorySeam.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -12,9 +12,9 @@
 #include "api/DaemonState.h"
 #include "tests/api/QuickKernel.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include "api/DaemonState.h"
 #include "base/DbgLog.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 #include "timebase/osipc.h"
 
 namespace {

@@ -10,9 +10,9 @@
 
 #include "include/gPtpTimeData.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Packed.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 #include "timebase/osipc.h"
 #include "tools/virtual_i210/VirtualI210.h"
 

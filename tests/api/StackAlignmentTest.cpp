@@ -10,8 +10,8 @@
 #include "api/InterfaceDataManager.h"
 #include "api/MessagePumps.h"
 #include "tests/support/Daemon.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 
 // Hosts may be built with stacks that are aligned to four bytes only, which i386 allows.
 #ifdef __i386__

@@ -11,8 +11,8 @@
 #include "api/DaemonState.h"
 #include "tests/api/QuickKernel.h"
 #include "tests/support/Daemon.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 
 namespace {
 

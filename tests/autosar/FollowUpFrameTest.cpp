@@ -3,8 +3,8 @@
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 #include "tools/virtual_i210/Faults.h"
 #include "tools/virtual_i210/VirtualI210.h"
 

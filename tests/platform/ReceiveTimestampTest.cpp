@@ -5,8 +5,8 @@
 
 #include "platform/i210helper.h"
 #include "tests/platform/SocketReply.h"
-#include "tests/support/KernelSeam.h"
 #include "tests/support/Hex.h"
+#include "tests/support/KernelSeam.h"
 #include "tests/support/Vectors.h"
 
 namespace {

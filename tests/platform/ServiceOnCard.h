@@ -9,9 +9,9 @@
 #include "api/InterfaceDataManager.h"
 #include "platform/NetworkService.h"
 #include "tests/support/Daemon.h"
+#include "tests/support/Hex.h"
 #include "tests/support/KernelSeam.h"
 #include "tests/support/StdoutCapture.h"
-#include "tests/support/Hex.h"
 
 using Service = NetworkService<sock>;
 

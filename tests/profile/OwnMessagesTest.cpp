@@ -10,8 +10,8 @@
 #include "ptp/clockitems.h"
 #include "tests/profile/EventDaemon.h"
 #include "tests/profile/Profiled.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 #include "wire/ptpwire.h"
 
 namespace {

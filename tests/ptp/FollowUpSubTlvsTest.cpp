@@ -2,9 +2,9 @@
 
 #include "autosar/TLVObject.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Packed.h"
 #include "tests/support/Seed.h"
-#include "tests/support/Hex.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include "base/Extended80.h"
 #include "ptp/LinkDelay.h"
 #include "tests/ptp/PdelayExchange.h"
-#include "tests/support/Packed.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include "base/Extended80.h"
 #include "ptp/ReferenceRecord.h"
 #include "tests/ptp/Handlers.h"
-#include "tests/support/Packed.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Vectors.h"
 #include "timebase/PartialRegressionLine.h"
 

@@ -2,8 +2,8 @@
 #include <utility>
 
 #include "tests/ptp/Handlers.h"
-#include "tests/support/MemorySeam.h"
 #include "tests/support/Hex.h"
+#include "tests/support/MemorySeam.h"
 
 namespace {
 

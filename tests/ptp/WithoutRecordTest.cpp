@@ -3,8 +3,8 @@
 
 #include "ptp/ReferenceRecord.h"
 #include "tests/ptp/PdelayExchange.h"
-#include "tests/support/Packed.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Packed.h"
 #include "timebase/osipc.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/Packed.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Packed.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include "base/DbgLog.h"
 #include "tests/ptp/Handlers.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Packed.h"
 #include "tests/support/Seed.h"
-#include "tests/support/Hex.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "base/DbgLog.h"
-#include "tests/support/StdoutCapture.h"
 #include "tests/support/Hex.h"
+#include "tests/support/StdoutCapture.h"
 #include "tests/support/Vectors.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include <optional>
 #include <string>
 
+#include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/tsyn/run/InterfaceChecks.h"
 #include "tools/tsyn/run/OwnOutput.h"
-#include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/SpyThread.h"
 #include "tools/tsyn/run/StatusReport.h"
 #include "tools/tsyn/run/SubTlvTracker.h"
