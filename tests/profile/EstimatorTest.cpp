@@ -73,7 +73,7 @@ TEST(Fit, OfReadingsOnALineIsThatLine) {
     }
     const Line line = fit(readings, 4, 0, 1);
     EXPECT_NEAR(100e-6, line.slope, 1e-12);
-    EXPECT_EQ(7U + 5 * 1000100, line.at(kStart + 5 * 1000000));
+    EXPECT_EQ(7U + 5 * 1000100, line.at(kStart + 5000000));
 }
 
 TEST(Fit, LeavesOutWhatIsFarFromMostReadings) {
@@ -105,10 +105,12 @@ std::vector<Reading> nearOnes(const std::vector<Reading>& readings) {
         }
     }
     std::vector<double> lifts;
+    lifts.reserve(readings.size());
     for (const Reading& each : readings) {
         lifts.push_back(offset(each) - middleOf(slopes) * place(each));
     }
     std::vector<double> distances;
+    distances.reserve(lifts.size());
     for (const double lift : lifts) {
         distances.push_back(std::fabs(lift - middleOf(lifts)));
     }
