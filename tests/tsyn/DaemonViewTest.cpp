@@ -3,6 +3,7 @@
 #include "tests/tsyn/Records.h"
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/DaemonJson.h"
+#include "tools/tsyn/daemon/DaemonText.h"
 #include "tools/tsyn/daemon/DaemonTime.h"
 #include "tools/tsyn/daemon/SpySource.h"
 
@@ -99,6 +100,35 @@ TEST(DaemonJson, OfAStandardDaemonHasItsBoundAndItsOwner) {
     EXPECT_EQ(records::kStart + 60 * kSecond, json["quality"]["void_after_ns"]);
     EXPECT_EQ(77, json["owner"]["pid"]);
     EXPECT_EQ(false, json["owner"]["alive"]);
+}
+
+std::string rowOf(const gPtpTimeDataStruct& record, double second, const std::string& label) {
+    tsyn::DaemonState daemon(true, 1.5);
+    daemon.update(lookAt(record, second));
+    for (const tsyn::TextRow& row : tsyn::daemonRows(daemon, {}, 37)) {
+        if (row.label == label) {
+            return row.text;
+        }
+    }
+    return "no such row";
+}
+
+TEST(DaemonRows, TellAMissingBoundFromOneThatNeverComes) {
+    EXPECT_EQ("not told yet", rowOf({}, 5, "bound"));
+    EXPECT_EQ("deployed: no bound", rowOf(records::slave(9, 5), 5, "bound"));
+    const gPtpTimeQuality quality = records::quality(TSYN_STATE_SYNCHRONISED, 60);
+    EXPECT_EQ("350 ns, growing by 100 ns/s, void in 53 s (2026-01-01T00:01:00)",
+              rowOf(records::with(records::slave(9, 5), quality), 7, "bound"));
+}
+
+TEST(DaemonRows, NameTheFlagsAndTheMaster) {
+    gPtpTimeQuality quality = records::quality(TSYN_STATE_SYNCHRONISED, 60);
+    const gPtpTimeDataStruct slave = records::slave(9, 5);
+    EXPECT_EQ("none", rowOf(records::with(slave, quality), 7, "flags"));
+    quality.flags = TSYN_FLAG_SEVERAL_ANSWERS | TSYN_FLAG_LINK_DOWN;
+    EXPECT_EQ("several-answers, link-down", rowOf(records::with(slave, quality), 7, "flags"));
+    EXPECT_EQ("0000000000000000-0", rowOf(records::with(slave, quality), 7, "master"));
+    EXPECT_EQ("itself", rowOf(records::with(records::master(9, 5), quality), 7, "master"));
 }
 
 }  // namespace

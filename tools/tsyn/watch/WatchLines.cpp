@@ -9,7 +9,7 @@ namespace tsyn {
 using Json = nlohmann::ordered_json;
 
 std::string watchLine(const Watcher& watcher) {
-    const std::string note = watcher.note();
+    std::string note = watcher.note();
     if (!watcher.isFound()) {
         return note;
     }
