@@ -120,6 +120,13 @@ TEST(DoctorLinkDelay, IsTakenFrom1To49999Ns) {
     }
 }
 
+TEST(DoctorLinkDelay, IsNotJudgedWhereNobodyAnswers) {
+    Evidence evidence = healthySlave();
+    evidence.record.after->linkDelay = 0;
+    removeFrames(evidence, kPdelayResp);
+    EXPECT_EQ("no Pdelay_Req was answered", verdictOf(evidence, "link-delay").found);
+}
+
 TEST(DoctorLinkDelay, RefusedMeasurementsCount) {
     Evidence evidence = healthySlave();
     changeQuality(*evidence.record.after, [](gPtpTimeQuality& q) { q.unusedExchanges = 2; });
@@ -184,12 +191,12 @@ TEST(DoctorReport, HasALineForEachGateAndNamesTheFirstFailedLast) {
 TEST(DoctorReport, JsonSaysTheSame) {
     Evidence evidence = healthySlave();
     const auto whole = nlohmann::json::parse(doctorJson(evidence, judgeAll(evidence)));
-    EXPECT_TRUE(whole["synchronised"]);
+    EXPECT_TRUE(whole["ok"]);
     EXPECT_TRUE(whole["first_failed"].is_null());
-    EXPECT_EQ("synchronised: 22 gates passed, 1 skipped", whole["summary"]);
+    EXPECT_EQ("all is well: 22 gates passed, 1 skipped", whole["summary"]);
     evidence.interface.hasCarrier = false;
     const auto failed = nlohmann::json::parse(doctorJson(evidence, judgeAll(evidence)));
-    EXPECT_FALSE(failed["synchronised"]);
+    EXPECT_FALSE(failed["ok"]);
     EXPECT_EQ("carrier", failed["first_failed"]);
     const auto& gate = failed["gates"][1];
     EXPECT_EQ("carrier", gate["gate"]);

@@ -73,6 +73,13 @@ TEST(DoctorDomain, SaysWhichOneItHeardAndHowToRunThere) {
     EXPECT_EQ(Outcome::kPass, verdictOf(evidence, "domain").outcome);
 }
 
+TEST(DoctorDomain, AboveThoseThereAreIsForThePeerToChange) {
+    Evidence evidence = healthySlave();
+    changeFrames(evidence, kSync, [](Heard& sync) { sync.message[4] = 16; });
+    EXPECT_EQ("have the peer use domain 0; none above 15 is taken",
+              verdictOf(evidence, "domain").next);
+}
+
 TEST(DoctorDomain, AnotherMastersDomainIsOnlyMentioned) {
     Evidence evidence = healthySlave();
     Heard sync = frameOf(kSync, kThirdMac, 1, 1.0);
@@ -88,8 +95,7 @@ TEST(DoctorVlan, AnIdMustBeTheExpectedOne) {
     for (Heard& frame : evidence.wire.frames) {
         frame.vlanId = 5;
     }
-    EXPECT_EQ("24 Sync of tagging VLAN 5 from 00:00:00:00:00:0a",
-              verdictOf(evidence, "vlan").found);
+    EXPECT_EQ("24 Sync of VLAN 5 from 00:00:00:00:00:0a", verdictOf(evidence, "vlan").found);
     EXPECT_TRUE(contains(verdictOf(evidence, "vlan").next, "--vlan-id 5"));
     evidence.expected.vlanId = 5;
     EXPECT_EQ("none", firstGate(evidence));

@@ -128,7 +128,7 @@ class Healthy(Doctoring):
         status, output = self.run_doctor(SLAVE_IF)
         self.assertEqual(status, 0)
         self.assertRegex(output, r"(?m)^PASS  interface +tss0 has index")
-        self.assertRegex(output.splitlines()[-1], r"^synchronised: \d+ gates passed, 1 skipped$")
+        self.assertRegex(output.splitlines()[-1], r"^all is well: \d+ gates passed, 1 skipped$")
         self.assertNotIn("\033", output)
 
 
@@ -236,11 +236,11 @@ class WireFaults(Doctoring):
 
     def test_vlan(self):
         self.pair(master=("--vlan-id", "5"))
-        self.assert_first("vlan", "tagging VLAN 5", "run with --vlan-id 5")
+        self.assert_first("vlan", "Sync of VLAN 5 from", "run with --vlan-id 5")
 
     def test_no_vlan(self):
         self.pair(slave=("--vlan-id", "5"))
-        self.assert_first("vlan", "untagged", "--vlan-id -1", options=("--vlan-id", "5"))
+        self.assert_first("vlan", "Sync of no VLAN from", "--vlan-id -1", options=("--vlan-id", "5"))
 
     def test_transport_specific(self):
         self.pair()

@@ -298,12 +298,16 @@ Verdict judgeLinkDelay(const Evidence& evidence) {
     if (evidence.expected.master) {
         return skipped("a master needs no delay");
     }
-    const std::size_t requests = exchangesOf(evidence, true).requests;
+    const Exchanges exchanges = exchangesOf(evidence, true);
+    const std::size_t requests = exchanges.requests;
     const long long delayNs = evidence.record.after->linkDelay;
     const unsigned int refused = qualityRise(evidence, &gPtpTimeQuality::unusedExchanges);
     const std::string found = std::to_string(delayNs) + " ns";
     if (requests == 0) {
         return passed("fixed, " + found);
+    }
+    if (exchanges.answered == 0) {
+        return skipped("no Pdelay_Req was answered");
     }
     constexpr char kNext[] =
         "a measured delay is taken from 1 to 49999 ns: see that nothing but a cable lies between, "

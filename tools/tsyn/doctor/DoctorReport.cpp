@@ -55,7 +55,7 @@ std::string summaryOf(const std::vector<Judgement>& judgements) {
     if (const Judgement* failed = firstFailed(judgements)) {
         return "not synchronised, since: " + failed->gate + ": " + failed->verdict.found;
     }
-    return "synchronised: " + std::to_string(countOf(judgements, Outcome::kPass)) +
+    return "all is well: " + std::to_string(countOf(judgements, Outcome::kPass)) +
            " gates passed, " + std::to_string(countOf(judgements, Outcome::kSkip)) + " skipped";
 }
 
@@ -81,7 +81,7 @@ std::string doctorJson(const Evidence& evidence, const std::vector<Judgement>& j
     const Json json = {{"interface", evidence.expected.interfaceName},
                        {"role", evidence.expected.master ? "master" : "slave"},
                        {"listened_s", evidence.wire.listenedS},
-                       {"synchronised", failed == nullptr},
+                       {"ok", failed == nullptr},
                        {"first_failed", failed == nullptr ? Json(nullptr) : Json(failed->gate)},
                        {"summary", summaryOf(judgements)},
                        {"gates", gates}};

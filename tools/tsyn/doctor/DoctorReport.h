@@ -12,7 +12,7 @@ std::string doctorText(const std::vector<Judgement>& judgements, bool coloured);
 /** The same as one JSON object; doc/doctor.md describes it. */
 std::string doctorJson(const Evidence& evidence, const std::vector<Judgement>& judgements);
 
-/** "synchronised: ..." or "not synchronised, since: ..." with the first gate that failed. */
+/** "all is well: ..." or "not synchronised, since: ..." with the first gate that failed. */
 std::string summaryOf(const std::vector<Judgement>& judgements);
 
 }  // namespace tsyn::doctor

@@ -20,15 +20,15 @@ using Describe = std::string (*)(const Heard& frame);
 
 std::string versionText(const Heard& frame) {
     const unsigned int byte = frame.message[ptp::kVersionAt];
-    return std::to_string(byte & 0xF) + "." + std::to_string(byte >> 4);
+    return "PTP version " + std::to_string(byte & 0xF) + "." + std::to_string(byte >> 4);
 }
 
 std::string domainText(const Heard& frame) {
-    return std::to_string(frame.message[ptp::kDomainNumberAt]);
+    return "domain " + std::to_string(frame.message[ptp::kDomainNumberAt]);
 }
 
 std::string vlanText(int id) {
-    return id < 0 ? "untagged" : "VLAN " + std::to_string(id);
+    return id < 0 ? "no VLAN" : "VLAN " + std::to_string(id);
 }
 
 std::string vlanOf(const Heard& frame) {
@@ -36,7 +36,7 @@ std::string vlanOf(const Heard& frame) {
 }
 
 std::string transportText(const Heard& frame) {
-    return std::to_string(frame.message[ptp::kMessageTypeAt] >> 4);
+    return "transportSpecific " + std::to_string(frame.message[ptp::kMessageTypeAt] >> 4);
 }
 
 /** A frame that was let through by all stages before `stage` and not by it; null: none. */
@@ -49,24 +49,23 @@ const Heard* firstStopped(const Frames& before, const Frames& after) {
 
 /** Of the frames that came this far, some must get past the next stage. */
 Verdict judgeStage(const Evidence& evidence, Stage stage, Describe describe,
-                   const std::string& what, std::string (*next)(const Evidence&, const Heard&)) {
+                   std::string (*next)(const Evidence&, const Heard&)) {
     const auto previous = static_cast<Stage>(static_cast<int>(stage) - 1);
     const Frames before = needed(evidence, previous);
     const Frames after = needed(evidence, stage);
     if (before.empty()) {
         return skipped(std::string("no ") + neededName(evidence) + " got this far");
     }
-    const Heard* const stopped = firstStopped(before, after);
-    const std::string other = stopped == nullptr
-                                  ? std::string()
-                                  : std::to_string(before.size() - after.size()) + " " +
-                                        neededName(evidence) + " of " + what + " " +
-                                        describe(*stopped) + " from " + macText(stopped->source);
+    const auto stoppedText = [&](const Heard& frame) {
+        return std::to_string(before.size() - after.size()) + " " + neededName(evidence) + " of " +
+               describe(frame) + " from " + macText(frame.source);
+    };
     if (after.empty()) {
-        return failed(other, next(evidence, *stopped));
+        return failed(stoppedText(*before.front()), next(evidence, *before.front()));
     }
-    return passed(what + " " + describe(*after.front()) +
-                  (other.empty() ? "" : "; ignored: " + other));
+    const Heard* const stopped = firstStopped(before, after);
+    return passed(describe(*after.front()) +
+                  (stopped == nullptr ? "" : "; ignored: " + stoppedText(*stopped)));
 }
 
 std::string nextForVersion(const Evidence& evidence, const Heard& frame) {
@@ -78,8 +77,11 @@ std::string nextForVersion(const Evidence& evidence, const Heard& frame) {
 }
 
 std::string nextForDomain(const Evidence& evidence, const Heard& frame) {
-    return "run with --domain " + domainText(frame) + ", or have the peer use domain " +
-           std::to_string(evidence.expected.domain);
+    constexpr unsigned int kLastDomain = 15;
+    const unsigned int domain = frame.message[ptp::kDomainNumberAt];
+    const std::string have = "have the peer use domain " + std::to_string(evidence.expected.domain);
+    return domain > kLastDomain ? have + "; none above " + std::to_string(kLastDomain) + " is taken"
+                                : "run with --domain " + std::to_string(domain) + ", or " + have;
 }
 
 std::string nextForVlan(const Evidence& evidence, const Heard& frame) {
@@ -232,20 +234,19 @@ Verdict judgeFrames(const Evidence& evidence) {
 }
 
 Verdict judgeVersion(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kVersion, versionText, "PTP version", nextForVersion);
+    return judgeStage(evidence, Stage::kVersion, versionText, nextForVersion);
 }
 
 Verdict judgeDomain(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kDomain, domainText, "domain", nextForDomain);
+    return judgeStage(evidence, Stage::kDomain, domainText, nextForDomain);
 }
 
 Verdict judgeVlan(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kVlan, vlanOf, "tagging", nextForVlan);
+    return judgeStage(evidence, Stage::kVlan, vlanOf, nextForVlan);
 }
 
 Verdict judgeTransport(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kTransport, transportText, "transportSpecific",
-                      nextForTransport);
+    return judgeStage(evidence, Stage::kTransport, transportText, nextForTransport);
 }
 
 Verdict judgeMaster(const Evidence& evidence) {
@@ -307,7 +308,8 @@ Verdict judgeSyncRate(const Evidence& evidence) {
     constexpr double kGapIntervals = 3.0;
     const Frames syncs = masterSyncs(evidence);
     if (syncs.size() < 2) {
-        return skipped(std::to_string(syncs.size()) + " Sync; listen longer with --listen");
+        return skipped(syncs.empty() ? "no Sync got this far"
+                                     : "one Sync tells no rate; listen longer with --listen");
     }
     const double expectedS = evidence.expected.syncIntervalMs / 1000.0;
     // What is missing at either end of the listening is a gap as well.
