@@ -5,6 +5,7 @@
 
 #include "tools/tsyn/Command.h"
 #include "tools/tsyn/check/CheckOptions.h"
+#include "tools/tsyn/doctor/DoctorOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
 #include "tools/tsyn/status/StatusCommand.h"
 #include "tools/tsyn/watch/WatchCommand.h"
@@ -19,6 +20,7 @@ constexpr AddCommand kCommands[] = {
     tsyn::addStatusCommand,
     tsyn::addWatchCommand,
     tsyn::addCheckCommand,
+    tsyn::addDoctorCommand,
 };
 
 std::string oneLine(const CLI::App* program, const CLI::Error& error) {
@@ -32,7 +34,8 @@ std::string oneLine(const CLI::App* program, const CLI::Error& error) {
 
 int parseAndRun(int argc, char** argv) {
     CLI::App program(
-        "Time master or slave of IEEE 802.1AS on one Ethernet interface, and a check of captures",
+        "Time master or slave of IEEE 802.1AS on one Ethernet interface, a check of captures, and "
+        "a look at what is wrong",
         "tsyn");
     program.require_subcommand(1);
     program.failure_message(oneLine);

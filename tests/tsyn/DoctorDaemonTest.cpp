@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+
+#include <CLI/CLI.hpp>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "base/Extended80.h"
+#include "tests/tsyn/DoctorEvidence.h"
+#include "tools/tsyn/doctor/DoctorOptions.h"
+#include "tools/tsyn/doctor/DoctorReport.h"
+
+namespace tsyn::doctor {
+namespace {
+
+constexpr unsigned int kSync = 0;
+constexpr unsigned int kPdelayReq = 2;
+constexpr unsigned int kPdelayResp = 3;
+constexpr unsigned int kFollowUp = 8;
+constexpr unsigned int kPdelayRespFollowUp = 10;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+template <typename Change>
+void changeQuality(gPtpTimeDataStruct& record, Change change) {
+    gPtpTimeQuality quality = qualityIn(record);
+    change(quality);
+    putQuality(record, quality);
+}
+
+/** A record as deployed daemons publish it, whose last pair was taken. */
+void makeDeployed(Evidence& evidence) {
+    gPtpTimeDataStruct& record = *evidence.record.after;
+    putQuality(record, gPtpTimeQuality{});
+    record.masterOffset = 1000;
+    record.originTime = record.localTime - 1500;
+    storeExtended(record.rateRatio1, 1.0000370L);
+}
+
+TEST(DoctorPeerDelay, HalfOfTheRequestsMustBeAnswered) {
+    Evidence evidence = healthySlave();
+    EXPECT_EQ("3 of 3 Pdelay_Req answered, by one", verdictOf(evidence, "peer-delay").found);
+    removeFrames(evidence, kPdelayRespFollowUp);
+    EXPECT_EQ("0 of 3 Pdelay_Req answered", verdictOf(evidence, "peer-delay").found);
+    EXPECT_EQ("peer-delay", firstGate(evidence));
+}
+
+TEST(DoctorPeerDelay, AnswersToOthersDoNotCount) {
+    Evidence evidence = healthySlave();
+    changeFrames(evidence, kPdelayResp, [](Heard& frame) { frame.message[51] ^= 1; });
+    EXPECT_EQ("peer-delay", firstGate(evidence));
+    evidence = healthySlave();
+    changeFrames(evidence, kPdelayResp, [](Heard& frame) { frame.message[31] ^= 0x80; });
+    EXPECT_EQ("peer-delay", firstGate(evidence));
+}
+
+TEST(DoctorPeerDelay, TwoThatAnswerAreToldByTheirAddress) {
+    Evidence evidence = healthySlave();
+    const std::vector<Heard> frames = evidence.wire.frames;
+    for (const Heard& frame : frames) {
+        if ((frame.message[0] & 0xFU) == kPdelayResp) {
+            Heard other = frame;
+            other.source[5] = 0x0C;
+            evidence.wire.frames.push_back(other);
+        }
+    }
+    EXPECT_EQ("a Pdelay_Req is answered by 2: 00:00:00:00:00:0a, 00:00:00:00:00:0c",
+              verdictOf(evidence, "peer-delay").found);
+}
+
+TEST(DoctorPeerDelay, WithoutRequestsTheDelayIsFixedOrMissing) {
+    Evidence evidence = healthySlave();
+    removeFrames(evidence, kPdelayReq);
+    EXPECT_EQ(Outcome::kSkip, verdictOf(evidence, "peer-delay").outcome);
+    EXPECT_EQ("fixed, 500 ns", verdictOf(evidence, "link-delay").found);
+    evidence.record.after->linkDelay = 0;
+    EXPECT_EQ("peer-delay", firstGate(evidence));
+    evidence.expected.syncIntervalMs = 400.0;
+    EXPECT_TRUE(contains(verdictOf(evidence, "peer-delay").found, "listen longer"));
+}
+
+TEST(DoctorPeerDelay, OfAMasterIsThatItAnswers) {
+    Evidence evidence = healthyMaster();
+    EXPECT_EQ("3 of 3 Pdelay_Req answered by this node", verdictOf(evidence, "peer-delay").found);
+    removeFrames(evidence, kPdelayResp);
+    EXPECT_EQ("peer-delay", firstGate(evidence));
+}
+
+TEST(DoctorTransmitStamps, HalfOfTheExchangesMayLackOne) {
+    Evidence evidence = healthySlave();
+    evidence.record.after->incompletePdelay = 1;
+    EXPECT_EQ("none", firstGate(evidence));
+    evidence.record.after->incompletePdelay = 2;
+    EXPECT_EQ("transmit-stamps", firstGate(evidence));
+    evidence.record.before->incompletePdelay = 1;
+    EXPECT_EQ("none", firstGate(evidence));
+}
+
+TEST(DoctorTransmitStamps, OfAMasterStandInItsFollowUps) {
+    Evidence evidence = healthyMaster();
+    EXPECT_EQ("24 of 24 Sync were stamped and followed up",
+              verdictOf(evidence, "transmit-stamps").found);
+    changeFrames(evidence, kFollowUp,
+                 [](Heard& frame) { std::memset(frame.message.data() + 34, 0, 10); });
+    EXPECT_EQ("transmit-stamps", firstGate(evidence));
+    removeFrames(evidence, kFollowUp);
+    EXPECT_EQ("transmit-stamps", firstGate(evidence));
+}
+
+TEST(DoctorLinkDelay, IsTakenFrom1To49999Ns) {
+    Evidence evidence = healthySlave();
+    for (const long long delayNs : {1LL, 49999LL}) {
+        evidence.record.after->linkDelay = delayNs;
+        EXPECT_EQ("none", firstGate(evidence)) << delayNs;
+    }
+    for (const long long delayNs : {-1LL, 0LL, 50000LL}) {
+        evidence.record.after->linkDelay = delayNs;
+        EXPECT_EQ("link-delay", firstGate(evidence)) << delayNs;
+    }
+}
+
+TEST(DoctorLinkDelay, IsNotJudgedWhereNobodyAnswers) {
+    Evidence evidence = healthySlave();
+    evidence.record.after->linkDelay = 0;
+    removeFrames(evidence, kPdelayResp);
+    EXPECT_EQ("no Pdelay_Req was answered", verdictOf(evidence, "link-delay").found);
+}
+
+TEST(DoctorLinkDelay, RefusedMeasurementsCount) {
+    Evidence evidence = healthySlave();
+    changeQuality(*evidence.record.after, [](gPtpTimeQuality& q) { q.unusedExchanges = 2; });
+    EXPECT_EQ("500 ns, but 2 of 3 new measurements were refused",
+              verdictOf(evidence, "link-delay").found);
+}
+
+TEST(DoctorRecord, MustTakeTheSyncThatComes) {
+    Evidence evidence = healthySlave();
+    EXPECT_TRUE(contains(verdictOf(evidence, "record").found,
+                         "23 Sync taken, 0 rejected, time 0.0 s old  quality synchronised"));
+    evidence.record.before = evidence.record.after;
+    EXPECT_EQ("record", firstGate(evidence));
+    evidence.record.before->rejectedSync = 4U - 24U;
+    evidence.record.after->rejectedSync = 4;
+    EXPECT_TRUE(contains(verdictOf(evidence, "record").found, "0 Sync taken, 24 rejected"));
+    EXPECT_TRUE(contains(verdictOf(evidence, "record").next, "why it rejects"));
+}
+
+TEST(DoctorRecord, OnlySynchronisedWillDo) {
+    for (const TSynTimeState state :
+         {TSYN_STATE_NO_MASTER, TSYN_STATE_ACQUIRING, TSYN_STATE_HOLDOVER, TSYN_STATE_LOST}) {
+        Evidence evidence = healthySlave();
+        changeQuality(*evidence.record.after, [state](gPtpTimeQuality& q) { q.state = state; });
+        EXPECT_EQ("record", firstGate(evidence)) << state;
+    }
+}
+
+TEST(DoctorRecord, OfADeployedDaemonTellsByItsLastPair) {
+    Evidence evidence = healthySlave();
+    makeDeployed(evidence);
+    EXPECT_TRUE(contains(verdictOf(evidence, "record").found, "rate 37.0 ppm"));
+    evidence.record.after->originTime -= 2000000;
+    EXPECT_EQ("record", firstGate(evidence));
+    makeDeployed(evidence);
+    storeExtended(evidence.record.after->rateRatio1, 1.0003L);
+    EXPECT_EQ("record", firstGate(evidence));
+}
+
+TEST(DoctorRecord, OfAMasterMovesWithItsSync) {
+    Evidence evidence = healthyMaster();
+    evidence.record.before->sequenceId = 0xFFFF;
+    evidence.record.after->sequenceId = 20;
+    EXPECT_EQ("21 Sync published in 3.0 s", verdictOf(evidence, "record").found);
+    evidence.record.after->sequenceId = 0xFFFF;
+    EXPECT_EQ("record", firstGate(evidence));
+}
+
+TEST(DoctorReport, HasALineForEachGateAndNamesTheFirstFailedLast) {
+    Evidence evidence = healthySlave();
+    evidence.interface.takesEverything = false;
+    removeFrames(evidence, kSync);
+    const std::string text = doctorText(judgeAll(evidence), false);
+    EXPECT_EQ(0U, text.find("PASS  interface        eth1 has index 3"));
+    EXPECT_TRUE(contains(text, "\nFAIL  reception        the card drops"));
+    EXPECT_TRUE(contains(text, "\n                       -> 'ip link set eth1 promisc on'"));
+    EXPECT_TRUE(contains(text, "\nnot synchronised, since: reception: the card drops"));
+    EXPECT_FALSE(contains(text, "\033"));
+    EXPECT_TRUE(contains(doctorText(judgeAll(evidence), true), "\033[1;31mFAIL\033[0m  reception"));
+}
+
+TEST(DoctorReport, JsonSaysTheSame) {
+    Evidence evidence = healthySlave();
+    const auto whole = nlohmann::json::parse(doctorJson(evidence, judgeAll(evidence)));
+    EXPECT_TRUE(whole["ok"]);
+    EXPECT_TRUE(whole["first_failed"].is_null());
+    EXPECT_EQ("all is well: 22 gates passed, 1 skipped", whole["summary"]);
+    evidence.interface.hasCarrier = false;
+    const auto failed = nlohmann::json::parse(doctorJson(evidence, judgeAll(evidence)));
+    EXPECT_FALSE(failed["ok"]);
+    EXPECT_EQ("carrier", failed["first_failed"]);
+    const auto& gate = failed["gates"][1];
+    EXPECT_EQ("carrier", gate["gate"]);
+    EXPECT_EQ("fail", gate["result"]);
+    EXPECT_EQ("no carrier", gate["found"]);
+    EXPECT_TRUE(gate["next"].is_string());
+    EXPECT_TRUE(failed["gates"][0]["next"].is_null());
+}
+
+TEST(DoctorOptions, EveryOneReachesWhatIsExpected) {
+    CLI::App app("test", "doctor");
+    DoctorOptions options;
+    addDoctorOptions(app, options);
+    app.parse(
+        "eth1 --role master --profile deployed --domain 4 --vlan-id 7 --sync-interval 250 "
+        "--data-id-list 000102030405060708090a0b0c0d0e0f --listen 9",
+        false);
+    const Expectation expected = options.expectation();
+    EXPECT_EQ("eth1", expected.interfaceName);
+    EXPECT_TRUE(expected.master);
+    EXPECT_FALSE(expected.anyMinorVersion);
+    EXPECT_EQ(4U, expected.domain);
+    EXPECT_EQ(7, expected.vlanId);
+    EXPECT_EQ(250.0, expected.syncIntervalMs);
+    EXPECT_EQ(15, expected.dataIds->at(15));
+    EXPECT_EQ(9.0, expected.listenS);
+}
+
+}  // namespace
+}  // namespace tsyn::doctor

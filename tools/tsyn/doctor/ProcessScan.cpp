@@ -1,0 +1,179 @@
+#include "tools/tsyn/doctor/ProcessScan.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tools/tsyn/doctor/TextFile.h"
+
+namespace tsyn::doctor {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string linkText(const std::string& path) {
+    std::error_code error;
+    return fs::read_symlink(path, error).string();
+}
+
+std::string procPath(int pid, const std::string& file) {
+    return "/proc/" + std::to_string(pid) + "/" + file;
+}
+
+/** Visits the names in a folder. False when it cannot be read. */
+template <typename Visit>
+bool forEachName(const std::string& folder, Visit visit) {
+    std::error_code error;
+    fs::directory_iterator entry(folder, error);
+    if (error) {
+        return false;
+    }
+    for (; entry != fs::directory_iterator() && !error; entry.increment(error)) {
+        visit(entry->path().filename().string());
+    }
+    return true;
+}
+
+std::optional<FileIdentity> recordFile(const std::string& interfaceName) {
+    struct stat status {};
+    if (stat(("/dev/shm/" + interfaceName).c_str(), &status) != 0) {
+        return {};
+    }
+    return FileIdentity{major(status.st_dev), minor(status.st_dev), status.st_ino};
+}
+
+/** Flags stand in octal behind "flags:". */
+bool isOpenForWriting(int pid, const std::string& descriptor) {
+    constexpr char kField[] = "flags:";
+    const std::string info = textOf(procPath(pid, "fdinfo/" + descriptor));
+    const std::size_t at = info.find(kField);
+    const unsigned long flags =
+        at == std::string::npos ? O_RDWR
+                                : std::strtoul(info.c_str() + at + sizeof kField - 1, nullptr, 8);
+    return (flags & O_ACCMODE) != O_RDONLY;
+}
+
+void lookAtDescriptors(Process& process, const std::string& device) {
+    process.isVisible = forEachName(procPath(process.pid, "fd"), [&](const std::string& number) {
+        const bool isClock = linkText(procPath(process.pid, "fd/" + number)) == device;
+        process.mayWriteClock =
+            process.mayWriteClock || (isClock && isOpenForWriting(process.pid, number));
+    });
+}
+
+/** Behind the name, which may hold anything but ends with the last bracket: state, parent. */
+int parentOf(int pid) {
+    const std::string status = textOf(procPath(pid, "stat"));
+    const std::size_t end = status.rfind(')');
+    int parent = 0;
+    if (end != std::string::npos) {
+        std::istringstream words(status.substr(end + 1));
+        std::string state;
+        words >> state >> parent;
+    }
+    return parent;
+}
+
+/** An interface of that name in another network is another interface. */
+bool sharesNetwork(int pid) {
+    const std::string theirs = linkText(procPath(pid, "ns/net"));
+    return theirs.empty() || theirs == linkText("/proc/self/ns/net");
+}
+
+std::string commandOf(int pid) {
+    std::string command = textOf(procPath(pid, "cmdline"));
+    std::replace(command.begin(), command.end(), '\0', ' ');
+    return command;
+}
+
+Process processOf(int pid, const std::string& interfaceName, const std::string& device) {
+    Process process;
+    process.pid = pid;
+    process.name = textOf(procPath(pid, "comm"));
+    process.name.erase(std::remove(process.name.begin(), process.name.end(), '\n'),
+                       process.name.end());
+    process.command = commandOf(pid);
+    process.parent = parentOf(pid);
+    process.steersByName = isClockProgram(process.name) && sharesNetwork(pid);
+    process.namesOurs = namesWord(process.command, interfaceName) ||
+                        (!device.empty() && namesWord(process.command, device));
+    process.writesRecord = writesRecord(pid, interfaceName).value_or(false);
+    lookAtDescriptors(process, device);
+    return process;
+}
+
+}  // namespace
+
+bool mapsForWriting(const std::string& maps, const FileIdentity& file) {
+    std::istringstream text(maps);
+    for (std::string line; std::getline(text, line);) {
+        char rights[5] = "";
+        FileIdentity mapped;
+        const int fields = std::sscanf(line.c_str(), "%*x-%*x %4s %*x %x:%x %llu", rights,
+                                       &mapped.major, &mapped.minor, &mapped.inode);
+        const bool isOurs = fields == 4 && mapped.major == file.major &&
+                            mapped.minor == file.minor && mapped.inode == file.inode;
+        if (isOurs && rights[1] == 'w' && rights[3] == 's') {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isClockProgram(const std::string& name) {
+    constexpr const char* kPrograms[] = {"ptp4l", "phc2sys", "timemaster", "ts2phc", "ptpd"};
+    return std::any_of(std::begin(kPrograms), std::end(kPrograms),
+                       [&](const char* program) { return name == program; });
+}
+
+bool namesWord(const std::string& command, const std::string& name) {
+    const auto isPart = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '.';
+    };
+    for (std::size_t at = command.find(name); at != std::string::npos;
+         at = command.find(name, at + 1)) {
+        const std::size_t end = at + name.size();
+        // A letter before it may be an option that is written together: "-ieth1".
+        const bool begins =
+            at == 0 || !isPart(command[at - 1]) || (at >= 2 && command[at - 2] == '-');
+        if (begins && (end == command.size() || !isPart(command[end]))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
+    const std::optional<FileIdentity> file = recordFile(interfaceName);
+    const std::string maps = file ? textOf(procPath(pid, "maps")) : std::string();
+    if (maps.empty()) {
+        return {};
+    }
+    return mapsForWriting(maps, *file);
+}
+
+std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex) {
+    const std::string device =
+        clockIndex < 0 ? std::string() : "/dev/ptp" + std::to_string(clockIndex);
+    std::vector<Process> found;
+    forEachName("/proc", [&](const std::string& name) {
+        const int pid = std::atoi(name.c_str());
+        if (pid <= 0 || pid == getpid()) {
+            return;
+        }
+        Process process = processOf(pid, interfaceName, device);
+        if (process.steersByName || process.mayWriteClock || process.writesRecord) {
+            found.push_back(std::move(process));
+        }
+    });
+    return found;
+}
+
+}  // namespace tsyn::doctor

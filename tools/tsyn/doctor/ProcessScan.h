@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tools/tsyn/doctor/Evidence.h"
+
+namespace tsyn::doctor {
+
+/** The processes of the machine that have to do with the interface, its clock or its record. */
+std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex);
+
+/** Whether a process has the interface's record mapped for writing; nothing when nobody may look,
+ *  or when there is no record or process. */
+std::optional<bool> writesRecord(int pid, const std::string& interfaceName);
+
+/** A mapped file as /proc/PID/maps tells it. */
+struct FileIdentity {
+    unsigned int major = 0;
+    unsigned int minor = 0;
+    unsigned long long inode = 0;
+};
+
+/** Whether a text as of /proc/PID/maps has the file mapped, shared and writable. */
+bool mapsForWriting(const std::string& maps, const FileIdentity& file);
+
+/** Whether a program of that name sets clocks. */
+bool isClockProgram(const std::string& name);
+
+/** Whether one of the words of a command is the name, or ends or begins with it behind a sign. */
+bool namesWord(const std::string& command, const std::string& name);
+
+}  // namespace tsyn::doctor

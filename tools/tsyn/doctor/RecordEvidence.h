@@ -1,0 +1,25 @@
+#pragma once
+
+#include "tools/tsyn/daemon/RecordView.h"
+#include "tools/tsyn/doctor/Evidence.h"
+
+namespace tsyn::doctor {
+
+/** Reads the published record of an interface before and after the listening; writes nothing. */
+class RecordWitness {
+public:
+    RecordWitness(const std::string& interfaceName, RecordFacts& facts);
+
+    void noteBefore();
+    void noteAfter();
+
+private:
+    void noteOwner();
+    std::optional<gPtpTimeDataStruct> read();
+
+    std::string name_;
+    RecordFacts& facts_;
+    RecordView view_;
+};
+
+}  // namespace tsyn::doctor
