@@ -7,7 +7,7 @@ PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/C
 
 .DEFAULT_GOAL := all
 .PHONY: FORCE all help check test demo simulate profile-report lint bench mutants install uninstall \
-	clean
+	deb clean
 
 all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
@@ -56,6 +56,9 @@ install: $(ABIS:%=build/%/installable) ## both libraries and all tools; DESTDIR=
 uninstall: ## removes what make install put below the same DESTDIR=
 	@scripts/uninstall $(foreach abi,$(ABIS),$(wildcard build/$(abi)/install_manifest*.txt))
 
+deb: $(foreach set,build deb,build/packages/$(set)) ## Debian packages for amd64 and i386 in build/deb, judged by lintian
+	scripts/make-deb
+
 clean: ## removes build/
 	rm -rf build
 
@@ -74,8 +77,8 @@ build/%/testable: build/packages/build build/packages/test FORCE
 build/%/built: build/%/configured FORCE
 	cmake --build build/$* --target ZebEthTimeSynDaemon tools/all
 
-build/%/installable: build/%/built
-	cmake --build build/$* --target packaging/all
+build/%/installable: build/%/configured
+	cmake --build build/$* --target tools/tsyn/all tools/virtual_i210/all packaging/all
 
 build/%/tests-built: build/%/testable FORCE
 	cmake --build build/$*
