@@ -6,7 +6,8 @@ PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/C
 	$(wildcard tests/$(room)/CMakeLists.txt)))
 
 .DEFAULT_GOAL := all
-.PHONY: FORCE all help check test demo simulate profile-report lint bench mutants install clean
+.PHONY: FORCE all help check test demo simulate profile-report lint bench mutants install uninstall \
+	deb clean
 
 all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
@@ -46,9 +47,17 @@ bench: build/packages/build build/packages/bench ## what reading the time and ha
 mutants: build/packages/build build/packages/test ## deliberate faults that tests should notice: SAMPLE=300 SEED=1
 	scripts/mutants --sample $(or $(SAMPLE),20) $(addprefix --seed=,$(SEED))
 
-install: $(ABIS:%=build/%/built) ## both libraries, the host program and the headers (DESTDIR is heeded)
-	cmake --install build/i386
-	cmake --install build/x86_64
+install: $(ABIS:%=build/%/installable) ## both libraries and all tools; DESTDIR= and prefix= (/usr/local) are heeded
+	for component in library development card; do \
+		cmake --install build/i386 $(prefix:%=--prefix "%") --component $$component || exit 1; \
+	done
+	cmake --install build/x86_64 $(prefix:%=--prefix "%")
+
+uninstall: ## removes what make install put below the same DESTDIR=
+	@scripts/uninstall $(foreach abi,$(ABIS),$(wildcard build/$(abi)/install_manifest*.txt))
+
+deb: $(foreach set,build deb,build/packages/$(set)) ## Debian packages for amd64 and i386 in build/deb, judged by lintian
+	scripts/make-deb
 
 clean: ## removes build/
 	rm -rf build
@@ -67,6 +76,9 @@ build/%/testable: build/packages/build build/packages/test FORCE
 
 build/%/built: build/%/configured FORCE
 	cmake --build build/$* --target ZebEthTimeSynDaemon tools/all
+
+build/%/installable: build/%/configured
+	cmake --build build/$* --target tools/tsyn/all tools/virtual_i210/all packaging/all
 
 build/%/tests-built: build/%/testable FORCE
 	cmake --build build/$*
