@@ -118,7 +118,9 @@ class RealTimeMaster(Network):
         master = self.run_json(MASTER_IF, "master")
         self.wait_for_state(master, "starting")
         master.stdout.close()
-        self.assertEqual(master.wait(timeout=WAIT_S), 0)
+        self.assertEqual(master.wait(timeout=WAIT_S), 1)
+        self.assertEqual(master.stderr.read(),
+                         "tsyn: standard output cannot be written (Broken pipe)\n")
 
 
 class FullPipes(Network):
