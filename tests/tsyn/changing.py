@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""tsyn set and convert.
+"""tsyn set, convert and the texts for the installation.
 
 Usage: changing.py BUILD_FOLDER [CASE...]
 """
 import json
 import os
 import pathlib
+import re
 import socket
 import struct
 import subprocess
@@ -178,6 +179,48 @@ class Convert(Network):
         self.RECORD.write_bytes(bytes(260))
         self.assert_one_error(self.start("convert", "--record", str(self.RECORD), "5", cards=False),
                               2, "holds no time yet")
+
+
+class Guides(Network):
+    """What is made for the installation, out of the options as they are."""
+
+    def text(self, form):
+        child = self.start("--describe", form, cards=False)
+        output, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual((child.returncode, errors), (0, ""))
+        return output
+
+    def completed(self, *words):
+        script = self.text("bash") + (
+            'COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _tsyn; echo "${COMPREPLY[@]}"')
+        done = subprocess.run(["bash", "-c", script, "bash", "tsyn", *words], capture_output=True,
+                              text=True, timeout=WAIT_S, check=True)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def test_bash_completes_commands_options_and_values(self):
+        self.assertEqual(self.completed("conv"), ["convert"])
+        self.assertEqual(self.completed("run", "--ro"), ["--role"])
+        self.assertEqual(self.completed("run", "--role", ""), ["master", "slave"])
+        self.assertEqual(self.completed("run", "--profile", "st"), ["standard"])
+        self.assertIn("lo", self.completed("run", "l"))
+        self.assertEqual(self.completed("check", "--le"), ["--least-frames"])
+        self.assertEqual(self.completed("run", "--log", ""), [])
+
+    def test_page_is_without_findings_and_names_every_command(self):
+        page = pathlib.Path("/dev/shm/tsyn.1")
+        page.write_text(self.text("man"))
+        lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", str(page)],
+                              capture_output=True, text=True, timeout=WAIT_S, check=False)
+        self.assertEqual(lint.stdout + lint.stderr, "")
+        shown = subprocess.run(["mandoc", "-T", "ascii", str(page)], capture_output=True, text=True,
+                               timeout=WAIT_S, check=True).stdout
+        child = self.start("--help", cards=False)
+        listed = child.communicate(timeout=WAIT_S)[0].partition("ommands:\n")[2]
+        commands = [line.split()[0] for line in listed.splitlines() if line[:3].strip()]
+        self.assertGreater(len(commands), 3)
+        for command in commands:
+            self.assertIn(f"tsyn {command}", re.sub(".\b", "", shown))
 
 
 if __name__ == "__main__":

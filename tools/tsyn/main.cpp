@@ -11,6 +11,7 @@
 #include "tools/tsyn/cli/HelpText.h"
 #include "tools/tsyn/cli/ParseErrors.h"
 #include "tools/tsyn/convert/ConvertCommand.h"
+#include "tools/tsyn/describe/Describe.h"
 #include "tools/tsyn/run/RunOptions.h"
 #include "tools/tsyn/set/SetCommand.h"
 #include "tools/tsyn/status/StatusCommand.h"
@@ -40,6 +41,7 @@ int parseAndRun(int argc, char** argv) {
     program.failure_message(tsyn::parseErrorLine);
     program.formatter(tsyn::helpFormatter());
     program.set_version_flag("--version", versionText, "print version, ABI and build date");
+    tsyn::addDescribeOption(program, kBuildDate);
     std::vector<tsyn::Command> commands;
     for (const AddCommand add : kCommands) {
         commands.push_back(add(program));
