@@ -210,6 +210,18 @@ TEST(FollowUpChecker, AnotherDataIdListFailsEveryCrc) {
     EXPECT_NE(std::string::npos, tsyn::checkSummary("f", checker.result()).find("--data-id-list"));
 }
 
+TEST(FollowUpChecker, CrcsOfWhichNoneIsRightGetOneLine) {
+    tsyn::FollowUpChecker checker(tsyn::DataIdList{});
+    const Bytes frame = ethernet(fromHex(kSecured));
+    checker.add({1, 0, frame.data(), frame.size(), frame.size()});
+    checker.add({2, 0, frame.data(), frame.size(), frame.size()});
+    const std::vector<std::string> lines = tsyn::findingLines(checker.result());
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ("all 8 CRCs are wrong: is --data-id-list missing, or that of another sender?",
+              lines[0]);
+    EXPECT_NE(std::string::npos, lines[1].find("repeats"));
+}
+
 TEST(FollowUpChecker, LengthFieldAgainstMessageLength) {
     const std::vector<Finding> findings = findingsOf(changed(kAutosarTlv + 3, 200));
     ASSERT_EQ(1U, findings.size());

@@ -112,21 +112,36 @@ TEST(RunOptions, StatusAndUserDataOfAMaster) {
     EXPECT_EQ(0, tsyn::makeUserData(parsed("eth1 --role master"))[0]);
 }
 
+TEST(RunOptions, HexadecimalTakesAPrefixAndColons) {
+    const TSynInstanceConfig config = tsyn::makeConfig(parsed(
+        "eth1 --role slave --data-id-list 0x00:01:02:03:04:05:06:07:08:09:0a:0b:0c:0d:0e:0F"));
+    EXPECT_EQ(0x01, config.DataIDList[1]);
+    EXPECT_EQ(0x0F, config.DataIDList[15]);
+    EXPECT_EQ((std::array<unsigned char, 4>{2, 0x11, 0x22, 0}),
+              tsyn::makeUserData(parsed("eth1 --role master --user-data 11:22")));
+}
+
+TEST(RunOptions, LogLevelIsASwitchOfEitherProfile) {
+    EXPECT_EQ(8, tsyn::makeProfile(parsed("e --role slave --log-level error")).logThreshold);
+    EXPECT_EQ(7, tsyn::makeProfile(parsed("e --role slave --profile deployed --log-level warning"))
+                     .logThreshold);
+}
+
 class RefusedOption : public testing::TestWithParam<const char*> {};
 
 TEST_P(RefusedOption, IsAParseError) {
     EXPECT_THROW(parsed(std::string("eth1 --role slave ") + GetParam()), CLI::ParseError);
 }
 
-INSTANTIATE_TEST_SUITE_P(RunOptions, RefusedOption,
-                         testing::Values("--domain 16", "--domain -1", "--vlan-id 4097",
-                                         "--vlan-id -2", "--vlan-prio 8", "--sync-interval 124.9",
-                                         "--sync-interval nan", "--propagation-delay -1",
-                                         "--propagation-delay 2147483648", "--tx-mode 2",
-                                         "--trace-level 3", "--duration 0", "--duration inf",
-                                         "--data-id-list 00", "--truth tsm0", "--sample-rate 10",
-                                         "--time-tlv not-secured", "--status-tlv on",
-                                         "--crc-time-flags 256", "--user-data 11223344",
-                                         "--user-data 1", "--status global", "--user-data 11"));
+INSTANTIATE_TEST_SUITE_P(
+    RunOptions, RefusedOption,
+    testing::Values("--domain 16", "--domain -1", "--vlan-id 4097", "--vlan-id -2", "--vlan-prio 8",
+                    "--sync-interval 124.9", "--sync-interval nan", "--propagation-delay -1",
+                    "--propagation-delay 2147483648", "--tx-mode 2", "--trace-level 3",
+                    "--duration 0", "--duration inf", "--data-id-list 00", "--truth tsm0",
+                    "--sample-rate 10", "--time-tlv not-secured", "--status-tlv on",
+                    "--crc-time-flags 256", "--user-data 11223344", "--user-data 1",
+                    "--user-data 11::22", "--user-data 1:122", "--user-data 11:", "--user-data 0x",
+                    "--status global", "--user-data 11"));
 
 }  // namespace

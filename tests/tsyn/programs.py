@@ -118,7 +118,9 @@ class RealTimeMaster(Network):
         master = self.run_json(MASTER_IF, "master")
         self.wait_for_state(master, "starting")
         master.stdout.close()
-        self.assertEqual(master.wait(timeout=WAIT_S), 0)
+        self.assertEqual(master.wait(timeout=WAIT_S), 1)
+        self.assertEqual(master.stderr.read(),
+                         "tsyn: standard output cannot be written (Broken pipe)\n")
 
 
 class FullPipes(Network):
@@ -341,18 +343,47 @@ class Check(Network):
         self.assert_one_error(self.start("check", "/dev/shm/text.pcap"), 2, "text.pcap",
                               "pcap or pcapng")
 
-    def test_capture_with_a_gap(self):
-        if not self.available:
-            self.skipTest("this build has no libpcap")
+    @staticmethod
+    def write_syncs(path, sequence_ids):
         frames = []
-        for sequence_id in (1, 2, 5):
+        for sequence_id in sequence_ids:
             sync = bytearray(44)
             sync[0:4] = b"\x10\x02\x00\x2c"
             sync[30:32] = sequence_id.to_bytes(2, "big")
             frame = bytes.fromhex("0180c200000e001b21aabbcc88f7") + sync
             frames.append(struct.pack("<IIII", 1700000000, 5000, len(frame), len(frame)) + frame)
         header = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
-        pathlib.Path("/dev/shm/gap.pcap").write_bytes(header + b"".join(frames))
+        pathlib.Path(path).write_bytes(header + b"".join(frames))
+
+    def test_capture_without_ptp_frames_is_a_finding(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        self.write_syncs("/dev/shm/some.pcap", ())
+        child = self.start("check", "/dev/shm/some.pcap")
+        self.assertIn("PTP frames are 0, should be 1 at least", child.communicate(timeout=WAIT_S)[0])
+        self.assertEqual(child.returncode, 1)
+        self.write_syncs("/dev/shm/some.pcap", (1, 2))
+        for least, status in (("2", 0), ("3", 1)):
+            child = self.start("check", "/dev/shm/some.pcap", "--least-frames", least)
+            child.communicate(timeout=WAIT_S)
+            self.assertEqual(child.returncode, status)
+
+    def test_output_that_cannot_be_written(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        self.write_syncs("/dev/shm/good.pcap", (1, 2))
+        for words in ((), ("--json",)):
+            with open("/dev/full", "w", encoding="ascii") as full:
+                done = subprocess.run([str(BUILD / "tsyn"), "check", "/dev/shm/good.pcap", *words],
+                                      stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+            self.assertEqual((done.returncode, done.stderr),
+                             (2, "tsyn: standard output cannot be written (No space left on "
+                                 "device)\n"))
+
+    def test_capture_with_a_gap(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        self.write_syncs("/dev/shm/gap.pcap", (1, 2, 5))
         child = self.start("check", "/dev/shm/gap.pcap", "--json")
         output, errors = child.communicate(timeout=WAIT_S)
         self.assertEqual((child.returncode, errors), (1, ""))

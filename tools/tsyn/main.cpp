@@ -3,10 +3,18 @@
 #include <exception>
 #include <vector>
 
+#include "api/BuildStamp.h"
+#include "tools/tsyn/Abi.h"
 #include "tools/tsyn/Command.h"
+#include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/check/CheckOptions.h"
+#include "tools/tsyn/cli/HelpText.h"
+#include "tools/tsyn/cli/ParseErrors.h"
+#include "tools/tsyn/convert/ConvertCommand.h"
+#include "tools/tsyn/describe/Describe.h"
 #include "tools/tsyn/doctor/DoctorOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
+#include "tools/tsyn/set/SetCommand.h"
 #include "tools/tsyn/status/StatusCommand.h"
 #include "tools/tsyn/watch/WatchCommand.h"
 
@@ -16,20 +24,14 @@ using AddCommand = tsyn::Command (*)(CLI::App& program);
 
 /** In the order in which the help lists them. */
 constexpr AddCommand kCommands[] = {
-    tsyn::addRunCommand,
-    tsyn::addStatusCommand,
-    tsyn::addWatchCommand,
-    tsyn::addCheckCommand,
-    tsyn::addDoctorCommand,
+    tsyn::addRunCommand,    tsyn::addSetCommand,     tsyn::addStatusCommand, tsyn::addWatchCommand,
+    tsyn::addDoctorCommand, tsyn::addConvertCommand, tsyn::addCheckCommand,
 };
 
-std::string oneLine(const CLI::App* program, const CLI::Error& error) {
-    const std::string problem = std::string("tsyn: ") + error.what();
-    const std::vector<const CLI::App*> named =
-        program->get_subcommands([](const CLI::App* command) { return command->parsed(); });
-    return named.empty()
-               ? problem + "; 'tsyn --help' lists the commands\n"
-               : problem + "; 'tsyn " + named.front()->get_name() + " --help' lists the options\n";
+/** Version, ABI and the moment that the library's log tells of this build. */
+std::string versionText() {
+    return std::string("tsyn " TSYN_VERSION " (") + tsyn::abiName() + "), built " + kBuildDate +
+           " " + kBuildTime + " UTC";
 }
 
 int parseAndRun(int argc, char** argv) {
@@ -38,7 +40,10 @@ int parseAndRun(int argc, char** argv) {
         "a look at what is wrong",
         "tsyn");
     program.require_subcommand(1);
-    program.failure_message(oneLine);
+    program.failure_message(tsyn::parseErrorLine);
+    program.formatter(tsyn::helpFormatter());
+    program.set_version_flag("--version", versionText, "print version, ABI and build date");
+    tsyn::addDescribeOption(program, kBuildDate);
     std::vector<tsyn::Command> commands;
     for (const AddCommand add : kCommands) {
         commands.push_back(add(program));
@@ -46,7 +51,7 @@ int parseAndRun(int argc, char** argv) {
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? 0 : tsyn::kWrongUse;
+        return program.exit(error) == 0 ? tsyn::outputStatus(0) : tsyn::kWrongUse;
     }
     for (const tsyn::Command& command : commands) {
         if (command.parser->parsed()) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/check/CaptureFile.h"
 #include "tools/tsyn/check/CheckReport.h"
 
@@ -30,20 +31,21 @@ int checkCommand(const CheckOptions& options) {
     while (capture.next(frame)) {
         checker.add(frame);
     }
+    checker.finish(options.leastFrames);
     const CheckResult& result = checker.result();
     if (options.json) {
         std::printf("%s\n", checkJson(options.file, result).c_str());
     } else {
-        for (const Finding& finding : result.findings) {
-            std::printf("%s\n", findingLine(finding).c_str());
+        for (const std::string& line : findingLines(result)) {
+            std::printf("%s\n", line.c_str());
         }
         std::printf("%s\n", checkSummary(options.file, result).c_str());
     }
     // What stood before the damage has been checked all the same.
     if (!capture.error().empty()) {
-        return fail(capture.error());
+        return outputStatus(fail(capture.error()));
     }
-    return result.findings.empty() ? kAllRight : kFindings;
+    return outputStatus(result.findings.empty() ? kAllRight : kFindings);
 }
 
 }  // namespace tsyn

@@ -2,10 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 #include "tools/tsyn/HexText.h"
 #include "tools/tsyn/check/CheckCommand.h"
+#include "tools/tsyn/cli/OptionTypes.h"
 
 namespace tsyn {
 
@@ -21,10 +23,14 @@ void addCheckOptions(CLI::App& command, CheckOptions& options) {
         ->required();
     command
         .add_option("--data-id-list", options.dataIdList,
-                    "DataIDList of the sender, 16 bytes in hexadecimal (all 0)")
-        ->check([](const std::string& text) {
-            return hexProblem(text, DataIdList().size(), DataIdList().size());
-        });
+                    "DataIDList of the sender, 16 bytes in hexadecimal; all 0 unless told")
+        ->type_name("HEX")
+        ->check(hexDigits(DataIdList().size(), DataIdList().size()));
+    command
+        .add_option("--least-frames", options.leastFrames,
+                    "PTP frames that the capture has to hold; fewer are a finding")
+        ->check(wholeNumber(0, std::numeric_limits<int>::max()))
+        ->capture_default_str();
     command.add_flag("--json", options.json, "one JSON object instead of lines of text");
 }
 
@@ -32,7 +38,7 @@ Command addCheckCommand(CLI::App& program) {
     CLI::App* const parser = program.add_subcommand(
         "check",
         "Check the PTP messages of a capture: AUTOSAR CRCs, TLV lengths, sequence ids; status 0: "
-        "all right, 1: findings, 2: unreadable");
+        "all right, 1: findings, 2: unreadable or output not written");
     const auto options = std::make_shared<CheckOptions>();
     addCheckOptions(*parser, *options);
     return {parser, [options] { return checkCommand(*options); }};

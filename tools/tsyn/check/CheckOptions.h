@@ -11,6 +11,7 @@ namespace tsyn {
 struct CheckOptions {
     std::string file;
     std::string dataIdList;
+    unsigned int leastFrames = 1;
     bool json = false;
 
     DataIdList dataIds() const;

@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <numeric>
 
 namespace tsyn {
 namespace {
@@ -18,11 +19,17 @@ std::string timeText(std::uint64_t timeNs) {
 }
 
 unsigned long wrongCrcs(const CheckResult& result) {
-    unsigned long count = 0;
-    for (const unsigned long wrong : result.wrong) {
-        count += wrong;
-    }
-    return count;
+    return std::accumulate(result.wrong.begin(), result.wrong.end(), 0UL);
+}
+
+unsigned long rightCrcs(const CheckResult& result) {
+    return std::accumulate(result.right.begin(), result.right.end(), 0UL);
+}
+
+/** Fewer may each be wrong for themselves. */
+bool isFolded(const CheckResult& result) {
+    constexpr unsigned long kFoldFrom = 8;
+    return rightCrcs(result) == 0 && wrongCrcs(result) >= kFoldFrom;
 }
 
 std::string frameCounts(const CheckResult& result) {
@@ -60,8 +67,9 @@ Json crcJson(const CheckResult& result) {
 }
 
 Json findingJson(const Finding& finding) {
-    return {{"frame", finding.frame},
-            {"time", timeText(finding.timeNs)},
+    const bool isFrame = finding.frame != 0;
+    return {{"frame", isFrame ? Json(finding.frame) : Json(nullptr)},
+            {"time", isFrame ? Json(timeText(finding.timeNs)) : Json(nullptr)},
             {"source", finding.source.empty() ? Json(nullptr) : Json(finding.source)},
             {"sequence_id", finding.sequenceId ? Json(*finding.sequenceId) : Json(nullptr)},
             {"kind", defectKindName(finding.defect.kind)},
@@ -73,6 +81,9 @@ Json findingJson(const Finding& finding) {
 }  // namespace
 
 std::string findingLine(const Finding& finding) {
+    if (finding.frame == 0) {
+        return finding.defect.part + ": " + finding.defect.field + " " + finding.defect.text;
+    }
     std::string line = "frame " + std::to_string(finding.frame) + "  " + timeText(finding.timeNs);
     if (!finding.source.empty()) {
         line += "  " + finding.source;
@@ -82,6 +93,21 @@ std::string findingLine(const Finding& finding) {
     }
     return line + "  " + finding.defect.part + ": " + finding.defect.field + " " +
            finding.defect.text;
+}
+
+std::vector<std::string> findingLines(const CheckResult& result) {
+    std::vector<std::string> lines;
+    const bool folded = isFolded(result);
+    if (folded) {
+        lines.push_back("all " + std::to_string(wrongCrcs(result)) +
+                        " CRCs are wrong: is --data-id-list missing, or that of another sender?");
+    }
+    for (const Finding& finding : result.findings) {
+        if (!folded || finding.defect.kind != DefectKind::kCrc) {
+            lines.push_back(findingLine(finding));
+        }
+    }
+    return lines;
 }
 
 std::string checkSummary(const std::string& file, const CheckResult& result) {
@@ -96,7 +122,7 @@ std::string checkSummary(const std::string& file, const CheckResult& result) {
     const bool noneRight = crcCounts(result).find(" 0/") != std::string::npos;
     text += result.findings.empty() ? std::string("no findings")
                                     : std::to_string(result.findings.size()) + " findings";
-    if (wrongCrcs(result) != 0 && noneRight) {
+    if (wrongCrcs(result) != 0 && noneRight && !isFolded(result)) {
         text += "; a CRC that is never right hints at another --data-id-list";
     }
     return text;

@@ -102,6 +102,17 @@ void FollowUpChecker::add(const CaptureFrame& frame) {
     takeMessage(frame, payload);
 }
 
+void FollowUpChecker::finish(unsigned long leastFrames) {
+    const unsigned long ptpFrames = result_.frames - result_.notPtp;
+    if (ptpFrames < leastFrames) {
+        Finding finding;
+        finding.defect = {DefectKind::kFew, "capture", "PTP frames",
+                          "are " + std::to_string(ptpFrames) + ", should be " +
+                              std::to_string(leastFrames) + " at least; the right interface?"};
+        result_.findings.push_back(std::move(finding));
+    }
+}
+
 void FollowUpChecker::takeMessage(const CaptureFrame& frame, const PtpPayload& payload) {
     const unsigned char* const message = payload.bytes;
     const unsigned int type = ptp::messageType(message);

@@ -15,7 +15,7 @@ namespace tsyn {
 
 /** One thing that is wrong, and where. */
 struct Finding {
-    unsigned long frame = 0;
+    unsigned long frame = 0; /**< 0: the whole capture */
     std::uint64_t timeNs = 0;
     std::string source; /**< sourcePortIdentity as clockIdentity-portNumber, empty without one */
     std::optional<unsigned int> sequenceId;
@@ -45,6 +45,9 @@ public:
     explicit FollowUpChecker(const DataIdList& dataIds) : dataIds_(dataIds) {}
 
     void add(const CaptureFrame& frame);
+
+    /** After the last frame. leastFrames: PTP frames that the capture has to hold. */
+    void finish(unsigned long leastFrames);
 
     const CheckResult& result() const { return result_; }
 

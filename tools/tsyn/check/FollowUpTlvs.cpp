@@ -311,6 +311,8 @@ const char* defectKindName(DefectKind kind) {
         return "backwards";
     case DefectKind::kCut:
         return "cut";
+    case DefectKind::kFew:
+        return "few";
     }
     return "unknown";
 }

@@ -11,7 +11,7 @@ namespace tsyn {
 
 using DataIdList = std::array<unsigned char, 16>;
 
-enum class DefectKind { kCrc, kLength, kMalformed, kGap, kRepeat, kBackwards, kCut };
+enum class DefectKind { kCrc, kLength, kMalformed, kGap, kRepeat, kBackwards, kCut, kFew };
 
 const char* defectKindName(DefectKind kind);
 

@@ -1,21 +1,34 @@
 #include "tools/tsyn/run/RunCommand.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
 
+#include "tools/common/OwnDescriptor.h"
+#include "tools/tsyn/control/ControlSocket.h"
 #include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/tsyn/run/InterfaceChecks.h"
+#include "tools/tsyn/run/InterfacePresence.h"
+#include "tools/tsyn/run/LiveSettings.h"
+#include "tools/tsyn/run/LogOutput.h"
 #include "tools/tsyn/run/OwnOutput.h"
+#include "tools/tsyn/run/SenderWatch.h"
 #include "tools/tsyn/run/SpyThread.h"
 #include "tools/tsyn/run/StatusReport.h"
 #include "tools/tsyn/run/SubTlvTracker.h"
@@ -30,13 +43,19 @@ constexpr double kStatusPeriodS = 1.0;
 constexpr double kWatchPeriodS = 0.02;
 /** With a profile, a daemon that has been watched for so long is looked at with each status. */
 constexpr double kWatchedS = 5.0;
+/** All that would end the process without a closing line, the one that logs are rotated with, and
+ *  the one that requests raise. */
+constexpr int kSignals[] = {SIGIO,   SIGHUP,    SIGINT,  SIGTERM, SIGQUIT, SIGALRM,
+                            SIGUSR2, SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR};
 constexpr double kNever = std::numeric_limits<double>::infinity();
 
 class RunSession {
 public:
     explicit RunSession(const RunOptions& options)
         : options_(options),
+          presence_(options.interfaceName, makeProfile(options).followLink != 0),
           tracker_(options.isMaster(), options.syncIntervalMs),
+          senders_(options.syncIntervalMs),
           sampler_(options.truthCard) {}
 
     int run();
@@ -45,28 +64,54 @@ private:
     std::string prepare();
     std::string startDaemon();
     std::string setTimeBase() const;
-    void loop();
-    bool endSignalledBefore(double wakeS) const;
+    std::string openControl();
+    void serveControl();
+    std::string loop();
+    bool endSignalledBefore(double wakeS);
+    void reopenLog();
+    void reportLogLoss();
+    std::string end();
     void watch();
-    bool reportStatus();
+    std::string reportStatus();
+    std::string put(const std::string& line);
     Status currentStatus();
     double elapsedS() const;
     double nextWatch(double nowS, double nextStatusS) const;
 
     const RunOptions& options_;
     OwnOutput output_;
+    InterfacePresence presence_;
+    ControlSocket control_;
     RecordView view_;
     SyncTracker tracker_;
+    SenderWatch senders_;
     SubTlvTracker subTlvs_;
     TruthSampler sampler_;
-    sigset_t endSignals_{};
+    sigset_t signals_{};
     bool sparesWakeUps_ = false;
+    bool follows_ = false; /**< an interface that comes back is set up again */
+    bool isGone_ = false;
+    bool logLost_ = false;
     std::chrono::steady_clock::time_point start_;
 };
 
 int fail(const std::string& problem) {
     std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
     return 1;
+}
+
+/** The library locks a file beside the shared record, which tells its process. */
+std::string whyRefused(const std::string& interfaceName) {
+    const std::string path = "/dev/shm/" + interfaceName + ".lock";
+    const tools::OwnDescriptor lock(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!lock.isOpen() || flock(lock.get(), LOCK_SH | LOCK_NB) == 0) {
+        return interfaceName + ": the daemon refused to start; its log tells why";
+    }
+    char text[16] = "";
+    const bool isTold = pread(lock.get(), text, sizeof text - 1, 0) > 0;
+    const long pid = isTold ? std::strtol(text, nullptr, 10) : 0;
+    return interfaceName + ": already run by " +
+           (pid > 0 ? "pid " + std::to_string(pid) : "another process") + "; end that one first";
 }
 
 double RunSession::elapsedS() const {
@@ -81,14 +126,26 @@ int RunSession::run() {
     if (!problem.empty()) {
         return fail(problem);
     }
-    loop();
+    problem = loop();
     if (sparesWakeUps_) {
         watch();  // the last look may be a second old
     }
+    for (const std::string& other : {end(), sampler_.finish()}) {
+        problem = problem.empty() ? other : problem;
+    }
+    if (!problem.empty()) {
+        return fail(problem);
+    }
+    reportLogLoss();
+    return logLost_ ? 1 : 0;
+}
+
+/** Returns why the closing line was not written, empty when it was. */
+std::string RunSession::end() {
     RunSummary summary;
     summary.durationS = elapsedS();
     summary.master = options_.isMaster();
-    summary.state = tracker_.state(summary.durationS);
+    summary.state = isGone_ ? SyncState::kGone : tracker_.state(summary.durationS);
     summary.firstSyncS = tracker_.firstSyncS();
     summary.firstValidS = tracker_.firstValidS();
     summary.samples = sampler_.count();
@@ -96,9 +153,7 @@ int RunSession::run() {
     summary.subTlvs = &subTlvs_;
     ZebEthTSynInterface_Stop();
     ZebEthTSynInterface_Destroy();
-    output_.line(options_.json ? summaryJson(options_.interfaceName, summary)
-                               : summaryLine(summary));
-    return 0;
+    return put(options_.json ? summaryJson(options_.interfaceName, summary) : summaryLine(summary));
 }
 
 std::string RunSession::prepare() {
@@ -125,10 +180,11 @@ std::string RunSession::prepare() {
         }
     }
     // Blocked before the daemon's threads exist, so that only the loop meets these signals.
-    sigemptyset(&endSignals_);
-    sigaddset(&endSignals_, SIGINT);
-    sigaddset(&endSignals_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &endSignals_, nullptr);
+    sigemptyset(&signals_);
+    for (const int number : kSignals) {
+        sigaddset(&signals_, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     return output_.separate(options_.logTarget);
 }
 
@@ -136,7 +192,8 @@ std::string RunSession::startDaemon() {
     start_ = std::chrono::steady_clock::now();
     DbgTraceLevel = options_.traceLevel;
     // First, so that nothing of the log waits for a full pipe.
-    const TSynProfile profile = makeProfile(options_);
+    TSynProfile profile = makeProfile(options_);
+    log_output::watch(profile);
     if (ZebEthTSynInterface_SetProfile(&profile) != 0) {
         return "the daemon refused the profile; its log names the switch";
     }
@@ -145,10 +202,35 @@ std::string RunSession::startDaemon() {
         return "the daemon refused the configuration; its log names the value";
     }
     sparesWakeUps_ = profile.eventPumps != 0;
+    follows_ = profile.followLink != 0 && !options_.endWhenGone;
     if (ZebEthTSynInterface_Start(0, nullptr, nullptr) != 0) {
-        return "the daemon refused to start on " + options_.interfaceName + "; its log tells why";
+        return whyRefused(options_.interfaceName);
     }
-    return options_.isMaster() ? setTimeBase() : std::string();
+    const std::string problem = options_.isMaster() ? setTimeBase() : std::string();
+    return problem.empty() ? openControl() : problem;
+}
+
+std::string RunSession::openControl() {
+    if (options_.controlPath.empty()) {
+        return {};
+    }
+    if (options_.controlPath != "auto") {
+        return control_.open(options_.controlPath);
+    }
+    std::string problem;
+    for (const std::string& path : controlPaths(options_.interfaceName)) {
+        problem = control_.open(path);
+        if (problem.empty()) {
+            break;
+        }
+    }
+    return problem;
+}
+
+void RunSession::serveControl() {
+    control_.serve([this](const std::string& request) {
+        return answerSettingRequest(request, options_.isMaster());
+    });
 }
 
 /** After Create, which clears what these set. */
@@ -162,7 +244,8 @@ std::string RunSession::setTimeBase() const {
     return {};
 }
 
-void RunSession::loop() {
+/** Returns why it ended too early, empty when its end was asked for. */
+std::string RunSession::loop() {
     const bool comparing = !options_.truthCard.empty();
     const double endS = options_.durationS > 0.0 ? options_.durationS : kNever;
     double nextWatchS = elapsedS();
@@ -179,13 +262,15 @@ void RunSession::loop() {
             nextSampleS = std::max(nextSampleS + 1.0 / options_.sampleRateHz, nowS);
         }
         if (nowS >= nextStatusS) {
-            if (!reportStatus()) {
-                return;
+            if (std::string problem = reportStatus(); !problem.empty()) {
+                return problem;
             }
-            nextStatusS += kStatusPeriodS;
+            // Those that a stopped process missed are left out.
+            nextStatusS = std::max(nextStatusS + kStatusPeriodS, std::ceil(nowS));
         }
     } while (!endSignalledBefore(std::min({nextWatchS, nextSampleS, nextStatusS, endS})) &&
              elapsedS() < endS);
+    return {};
 }
 
 /** Every message is worth a look until the time is valid, and always where the daemon itself polls.
@@ -199,13 +284,35 @@ double RunSession::nextWatch(double nowS, double nextStatusS) const {
     return nextStatusS > nowS ? nextStatusS : nextStatusS + kStatusPeriodS;
 }
 
-/** Sleeps until that moment unless a signal asks for the end. */
-bool RunSession::endSignalledBefore(double wakeS) const {
+/** Sleeps until that moment unless a signal asks for something; true when it is the end. */
+bool RunSession::endSignalledBefore(double wakeS) {
     const double waitS = std::clamp(wakeS - elapsedS(), 0.0, kStatusPeriodS);
     timespec wait{};
     wait.tv_sec = static_cast<time_t>(waitS);
     wait.tv_nsec = static_cast<long>(1e9 * (waitS - static_cast<double>(wait.tv_sec)));
-    return sigtimedwait(&endSignals_, nullptr, &wait) > 0;
+    const int number = sigtimedwait(&signals_, nullptr, &wait);
+    if (number == SIGHUP) {
+        reopenLog();
+    } else if (number == SIGIO) {
+        serveControl();
+    }
+    return number > 0 && number != SIGHUP && number != SIGIO;
+}
+
+void RunSession::reopenLog() {
+    const std::string problem = log_output::reopen(options_.logTarget);
+    if (!problem.empty()) {
+        std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
+    }
+}
+
+/** Time is worth more than its log, so that tsyn goes on; its status tells in the end. */
+void RunSession::reportLogLoss() {
+    if (!logLost_ && log_output::failure() != 0) {
+        logLost_ = true;
+        std::fprintf(stderr, "tsyn: --log %s: lines are lost, they cannot be written (%s)\n",
+                     options_.logTarget.c_str(), std::strerror(log_output::failure()));
+    }
 }
 
 /** The first time that the daemon gives maps and clears the record and publishes a configured
@@ -224,6 +331,7 @@ void RunSession::watch() {
         return;
     }
     tracker_.update(*record, elapsedS());
+    senders_.update(*record, elapsedS());
     if (const auto subTlvs = currentSubTlvs(); subTlvs && !options_.isMaster()) {
         subTlvs_.update(record->acceptedSync, *subTlvs);
     }
@@ -233,8 +341,13 @@ Status RunSession::currentStatus() {
     Status status;
     status.elapsedS = elapsedS();
     status.master = options_.isMaster();
-    status.state = tracker_.state(status.elapsedS);
     status.record = view_.snapshot();
+    if (status.record) {
+        // The state has to be that of the record that is shown beside it.
+        tracker_.update(*status.record, status.elapsedS);
+    }
+    status.state = isGone_ ? SyncState::kGone : tracker_.state(status.elapsedS);
+    status.twoSenders = !status.master && senders_.seesTwo();
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     status.systemNs = now.tv_sec * 1000000000LL + now.tv_nsec;
@@ -250,10 +363,27 @@ Status RunSession::currentStatus() {
     return status;
 }
 
-bool RunSession::reportStatus() {
+/** Returns why tsyn has to end, empty when it goes on. */
+std::string RunSession::reportStatus() {
+    isGone_ = !presence_.isThere();
+    serveControl();
     const Status status = currentStatus();
-    return output_.line(options_.json ? statusJson(options_.interfaceName, status)
-                                      : statusLine(status));
+    std::string problem =
+        put(options_.json ? statusJson(options_.interfaceName, status) : statusLine(status));
+    if (problem.empty() && isGone_ && !follows_) {
+        problem =
+            options_.interfaceName + ": the interface is gone; start tsyn again when it is back";
+    }
+    reportLogLoss();
+    return problem.empty() ? sampler_.writeProblem() : problem;
+}
+
+/** Returns why the line was not written, empty when it was. */
+std::string RunSession::put(const std::string& line) {
+    if (output_.line(line)) {
+        return {};
+    }
+    return std::string("standard output cannot be written (") + std::strerror(errno) + ")";
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,10 +35,16 @@ struct RunOptions {
     unsigned int preset = TSYN_PRESET_STANDARD;
     std::vector<std::string> switches; /**< NAME=VALUE, on top of the preset */
 
+    std::string configFile;
+    bool printConfig = false;
+
     double durationS = 0.0; /**< 0: until a signal */
     int traceLevel = 0;
     bool json = false;
     std::string logTarget = "-";
+    std::optional<unsigned int> logThreshold; /**< nothing: that of the profile */
+    bool endWhenGone = false;
+    std::string controlPath; /**< empty: no requests are taken; "auto": the interface's own place */
     bool spy = false;
 
     std::string truthCard;
@@ -45,6 +53,9 @@ struct RunOptions {
 
     bool isMaster() const { return role == "master"; }
 };
+
+/** What a master's time base may be called, with its status byte. */
+const std::map<std::string, unsigned int>& timeBaseNames();
 
 /** Declares the options of `tsyn run` on its subcommand; parsing fills the record. */
 void addRunOptions(CLI::App& command, RunOptions& options);

@@ -100,6 +100,9 @@ std::string statusLine(const Status& status) {
                 record.masterOffset, ratePpm(record), record.linkDelay, record.acceptedSync,
                 record.rejectedSync);
         }
+        if (status.twoSenders) {
+            line += "  two senders";
+        }
         if (const auto quality = qualityOf(record)) {
             line += qualityText(*quality, record, status.systemNs);
         }
@@ -134,6 +137,7 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
         json["link_delay_ns"] = static_cast<long long>(record.linkDelay);
         json["sync_accepted"] = static_cast<unsigned int>(record.acceptedSync);
         json["sync_rejected"] = static_cast<unsigned int>(record.rejectedSync);
+        json["two_senders"] = status.twoSenders;
         if (const auto quality = qualityOf(record)) {
             json["quality"] = qualityJson(*quality, record, status.systemNs);
         }

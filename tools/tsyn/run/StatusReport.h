@@ -19,6 +19,7 @@ struct Status {
     unsigned int nanoseconds = 0;
     std::optional<gPtpTimeDataStruct> record;
     long long systemNs = 0; /**< at which the quality is told */
+    bool twoSenders = false;
     const SubTlvTracker* subTlvs = nullptr;
     std::optional<long long> truthErrorNs; /**< of the latest comparison with a virtual i210 */
 };

@@ -34,6 +34,8 @@ const char* stateName(SyncState state) {
         return "sending";
     case SyncState::kSilent:
         return "not sending";
+    case SyncState::kGone:
+        return "interface gone";
     }
     return "unknown";
 }
@@ -45,6 +47,9 @@ void SyncTracker::update(const gPtpTimeDataStruct& record, double nowS) {
     const bool newPair = record.localTime != record_.localTime;
     const bool newSync = master_ ? record.sequenceId != record_.sequenceId
                                  : record.acceptedSync != record_.acceptedSync;
+    if (record.acceptedSync < record_.acceptedSync) {
+        evaluatedPairs_ = 0;  // another process has cleared the record
+    }
     seen_ = true;
     record_ = record;
     if (newSync && !firstSyncS_) {

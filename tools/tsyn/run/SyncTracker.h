@@ -15,6 +15,7 @@ enum class SyncState {
     kStale,        /**< no new pair (slave) or Sync (master) for more than three intervals */
     kSending,      /**< master: Sync is being sent */
     kSilent,       /**< master: nothing sent yet */
+    kGone,         /**< the interface was deleted */
 };
 
 const char* stateName(SyncState state);

@@ -53,6 +53,7 @@ std::optional<std::uint64_t> TruthSampler::trueTimeNs(std::uint64_t rawNs) const
 
 std::string TruthSampler::open(const std::string& path, bool withBounds) {
     withBounds_ = withBounds;
+    path_ = path;
     file_.reset(std::fopen(path.c_str(), "we"));
     if (!file_) {
         return "--samples " + path + ": cannot be created (" + std::strerror(errno) +
@@ -62,6 +63,20 @@ std::string TruthSampler::open(const std::string& path, bool withBounds) {
                            : "t_s,error_ns,bracket_ns,valid\n",
                file_.get());
     return {};
+}
+
+std::string TruthSampler::writeProblem() const {
+    if (!file_ || std::ferror(file_.get()) == 0) {
+        return {};
+    }
+    return "--samples " + path_ + ": cannot be written; is the disk full?";
+}
+
+std::string TruthSampler::finish() {
+    if (file_) {
+        std::fflush(file_.get());
+    }
+    return writeProblem();
 }
 
 std::optional<TruthSampler::Comparison> TruthSampler::compareOnce() const {

@@ -27,6 +27,12 @@ public:
     /** Compares once; a daemon that gives no time yet is not sampled. */
     void sample(double nowS, bool valid);
 
+    /** Why samples are missing in the file, empty while all were written. */
+    std::string writeProblem() const;
+
+    /** Writes what is still in memory, and tells as writeProblem does. */
+    std::string finish();
+
     /** Of the latest valid sample. */
     std::optional<long long> lastErrorNs() const { return lastErrorNs_; }
     unsigned long count() const { return count_; }
@@ -47,6 +53,7 @@ private:
     std::optional<std::uint64_t> trueTimeNs(std::uint64_t rawNs) const;
 
     std::string cardName_;
+    std::string path_;
     int (*trueTime_)(const char*, std::uint64_t, std::uint64_t*) = nullptr;
     std::unique_ptr<FILE, int (*)(FILE*)> file_{nullptr, std::fclose};
     std::optional<long long> lastErrorNs_;

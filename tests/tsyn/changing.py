@@ -1,0 +1,227 @@
+#!/usr/bin/env python3
+"""tsyn set, convert and the texts for the installation.
+
+Usage: changing.py BUILD_FOLDER [CASE...]
+"""
+import json
+import os
+import pathlib
+import re
+import socket
+import struct
+import subprocess
+
+import programs
+from network import BUILD, MASTER_IF, SLAVE_IF, WAIT_S, Network
+
+SOCKET = "/dev/shm/control.sock"
+YEAR_2026 = "2026-11-21T20:25:40.5Z"
+YEAR_2026_NS = 1795292740_500_000_000
+
+
+def whole(status):
+    return status["seconds"] * 10**9 + status["nanoseconds"]
+
+
+class Set(Network):
+    AUTOSAR = ("--autosar", "--status-tlv", "secured", "--user-data-tlv", "secured")
+
+    def controlled(self, name, role, *options):
+        daemon = self.run_json(name, role, "--profile", "standard", "--control", SOCKET, *options)
+        self.wait_for(daemon, lambda line: line["state"] != "starting")
+        return daemon
+
+    def ask(self, *words):
+        return self.start("set", MASTER_IF, "--control", SOCKET, *words)
+
+    def done(self, *words):
+        child = self.ask(*words)
+        output, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual((child.returncode, errors), (0, ""))
+        return output
+
+    def send(self, packet):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as client:
+            client.settimeout(WAIT_S)
+            client.connect(SOCKET)
+            client.send(packet)
+            return json.loads(client.recv(4096))
+
+    def test_slave_gets_time_status_and_user_data_that_a_master_was_told(self):
+        master = self.controlled(MASTER_IF, "master", *self.AUTOSAR)
+        slave = self.run_json(SLAVE_IF, "slave", "--profile", "standard")
+        self.wait_for_state(slave, "synchronised")
+        answer = self.done("--time", YEAR_2026, "--status", "global+gateway",
+                           "--user-data", "0x11:22")
+        self.assertEqual(answer, "user data 0x11:22; status global+gateway; "
+                                 "time 2026-11-21T20:25:40.500000000Z\n")
+        told = self.wait_for(
+            slave, lambda line: line.get("subtlv", {}).get("user_data") == "1122" and
+            line["state"] == "synchronised" and
+            0 <= whole(line) - YEAR_2026_NS < WAIT_S * 10**9)
+        self.assertEqual(told["subtlv"]["status"] & 1, 1)
+        self.done("--step", "-100000s")
+        self.wait_for(slave, lambda line: -100000 * 10**9 <= whole(line) - YEAR_2026_NS <
+                      (WAIT_S - 100000) * 10**9)
+        self.end(master)
+        self.assertFalse(pathlib.Path(SOCKET).exists())
+
+    def test_slave_answers_that_it_cannot(self):
+        slave = self.controlled(SLAVE_IF, "slave")
+        self.assert_one_error(self.ask("--status", "global"), 1, "slave")
+        self.end(slave)
+
+    def test_hostile_requests_are_answered_and_disturb_nothing(self):
+        master = self.controlled(MASTER_IF, "master")
+        silent = [socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) for _ in range(20)]
+        for client in silent:
+            client.connect(SOCKET)
+            self.addCleanup(client.close)
+        for packet in (b"x", b"[" * 900, b"{}", b"\xff\x00", b'{"time_ns":"1"}', b'{"time_ns":1e99}',
+                       b'{"status":"king"}', b'{"user_data":"11223344"}', b'{"odd":1}', b"a" * 60000,
+                       b'{"time_ns":-5}', b'{"step_ns":9223372036854775807}',
+                       b'{"time_ns":1,"step_ns":1}'):
+            with self.subTest(packet=packet[:20]):
+                answer = self.send(packet)
+                self.assertFalse(answer["ok"], answer)
+        self.assertTrue(self.send(b'{"status":"global"}')["ok"])
+        before = master.stdout.readline()
+        self.assertEqual(self.wait_for_state(master, "sending")["event"], "status", before)
+        self.end(master)
+
+    def test_others_may_not_connect(self):
+        master = self.controlled(MASTER_IF, "master")
+        self.assertEqual(os.stat(SOCKET).st_mode & 0o777, 0o600)
+        self.end(master)
+
+    def test_socket_of_a_killed_daemon_is_taken_over_and_a_served_one_is_not(self):
+        self.controlled(MASTER_IF, "master").kill()
+        master = self.controlled(MASTER_IF, "master")
+        other = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/dev/null",
+                           "--control", SOCKET)
+        self.assert_one_error(other, 1, "--control", SOCKET, "Address already in use")
+        self.end(master)
+
+    def test_nobody_to_ask(self):
+        self.assert_one_error(self.ask("--status", "global"), 1, SOCKET, "No such file",
+                              "--control auto")
+
+    def test_wrong_use(self):
+        self.assert_one_error(self.ask(), 2, "one of --time")
+        self.assert_one_error(self.ask("--time", "1795206340"), 2, "is no time", "unit")
+        self.assert_one_error(self.ask("--step", "5"), 2, "+1.5s")
+        self.assert_one_error(self.ask("--status", "king"), 2, "gateway, global")
+
+
+class Convert(Network):
+    """A slave's record whose clocks run alike: grandmaster time is system time less 1.000000007 s."""
+
+    SYSTEM_NS = 1_700_000_001_000_000_007
+    RECORD = pathlib.Path("/dev/shm/record")
+
+    def setUp(self):
+        super().setUp()
+        record = bytearray(260)
+        one = struct.pack("<QH", 1 << 63, 16383)
+        struct.pack_into("<qq", record, 24 + 20, 1_000_000_007, 0)
+        record[24 + 36:24 + 46] = record[24 + 48:24 + 58] = one
+        struct.pack_into("<QQ", record, 24 + 60, self.SYSTEM_NS, self.SYSTEM_NS - 1_000_000_007)
+        self.RECORD.write_bytes(record)
+
+    def convert(self, *words, **more):
+        done = subprocess.run([str(BUILD / "tsyn"), "convert", *words], capture_output=True,
+                              text=True, timeout=WAIT_S, check=False, **more)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return done.stdout
+
+    def test_all_ways_to_write_a_time_are_exact(self):
+        for text in ("1700000001000000007", "1700000001.000000007", "2023-11-14T22:13:21.000000007Z",
+                     "2023-11-14 22:13:21.000000007", "2023-11-14T22:13:58.000000007TAI",
+                     "1700000001000000007ns"):
+            with self.subTest(text=text):
+                self.assertEqual(self.convert("--record", str(self.RECORD), text),
+                                 "1700000000000000000 2023-11-14T22:13:20.000000000Z\n")
+
+    def test_reads_lines_of_an_interface_and_comes_back(self):
+        self.RECORD.rename("/dev/shm/eth9")
+        there = self.convert("eth9", input="1700000001.000000007\n1700000002.0\n")
+        self.assertEqual(there.splitlines()[1].split()[0], "1700000000999999993")
+        back = self.convert("eth9", "--to-system", *(line.split()[0] for line in there.splitlines()))
+        self.assertEqual([line.split()[0] for line in back.splitlines()],
+                         ["1700000001000000007", "1700000002000000000"])
+
+    def test_dates_follow_the_scale_of_the_grandmaster(self):
+        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai",
+                                      "1700000001000000007"),
+                         "1700000000000000000 2023-11-14T22:12:43.000000000Z\n")
+        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai", "--tai",
+                                      "1700000001000000007"),
+                         "1700000000000000000 2023-11-14T22:13:20.000000000TAI\n")
+        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai",
+                                      "--to-system", "2023-11-14T22:12:43Z").split()[0],
+                         str(self.SYSTEM_NS))
+
+    def test_leap_days_and_late_years(self):
+        shifted = self.convert("--record", str(self.RECORD), "2024-02-29T00:00:01.000000007Z",
+                               "2100-03-01T00:00:00Z")
+        self.assertEqual([line.split()[1] for line in shifted.splitlines()],
+                         ["2024-02-29T00:00:00.000000000Z", "2100-02-28T23:59:58.999999993Z"])
+
+    def test_mistakes(self):
+        for words, status, part in (
+                (("--record", str(self.RECORD), "tomorrow"), 2, "'tomorrow' is no time"),
+                (("--record", str(self.RECORD), "2023-02-29T00:00:00Z"), 2, "is no time"),
+                (("--record", "/nowhere", "1"), 1, "No such file"),
+                (("--record", "/dev/null", "1"), 1, "has 0 bytes"),
+                (("eth9", "1"), 1, "no record /dev/shm/eth9"), ((), 2, "interface is required")):
+            with self.subTest(words=words):
+                self.assert_one_error(self.start("convert", *words, cards=False), status, part)
+        self.RECORD.write_bytes(bytes(260))
+        self.assert_one_error(self.start("convert", "--record", str(self.RECORD), "5", cards=False),
+                              2, "holds no time yet")
+
+
+class Guides(Network):
+    """What is made for the installation, out of the options as they are."""
+
+    def text(self, form):
+        child = self.start("--describe", form, cards=False)
+        output, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual((child.returncode, errors), (0, ""))
+        return output
+
+    def completed(self, *words):
+        script = self.text("bash") + (
+            'COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _tsyn; echo "${COMPREPLY[@]}"')
+        done = subprocess.run(["bash", "-c", script, "bash", "tsyn", *words], capture_output=True,
+                              text=True, timeout=WAIT_S, check=True)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def test_bash_completes_commands_options_and_values(self):
+        self.assertEqual(self.completed("conv"), ["convert"])
+        self.assertEqual(self.completed("run", "--ro"), ["--role"])
+        self.assertEqual(self.completed("run", "--role", ""), ["master", "slave"])
+        self.assertEqual(self.completed("run", "--profile", "st"), ["standard"])
+        self.assertIn("lo", self.completed("run", "l"))
+        self.assertEqual(self.completed("check", "--le"), ["--least-frames"])
+        self.assertEqual(self.completed("run", "--log", ""), [])
+
+    def test_page_is_without_findings_and_names_every_command(self):
+        page = pathlib.Path("/dev/shm/tsyn.1")
+        page.write_text(self.text("man"))
+        lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", str(page)],
+                              capture_output=True, text=True, timeout=WAIT_S, check=False)
+        self.assertEqual(lint.stdout + lint.stderr, "")
+        shown = subprocess.run(["mandoc", "-T", "ascii", str(page)], capture_output=True, text=True,
+                               timeout=WAIT_S, check=True).stdout
+        child = self.start("--help", cards=False)
+        listed = child.communicate(timeout=WAIT_S)[0].partition("ommands:\n")[2]
+        commands = [line.split()[0] for line in listed.splitlines() if line[:3].strip()]
+        self.assertGreater(len(commands), 3)
+        for command in commands:
+            self.assertIn(f"tsyn {command}", re.sub(".\b", "", shown))
+
+
+if __name__ == "__main__":
+    programs.main(__file__)
