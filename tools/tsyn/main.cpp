@@ -5,6 +5,7 @@
 
 #include "tools/tsyn/Command.h"
 #include "tools/tsyn/check/CheckOptions.h"
+#include "tools/tsyn/record/RecordOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
 #include "tools/tsyn/status/StatusCommand.h"
 #include "tools/tsyn/watch/WatchCommand.h"
@@ -19,6 +20,7 @@ constexpr AddCommand kCommands[] = {
     tsyn::addStatusCommand,
     tsyn::addWatchCommand,
     tsyn::addCheckCommand,
+    tsyn::addRecordCommand,
 };
 
 std::string oneLine(const CLI::App* program, const CLI::Error& error) {
