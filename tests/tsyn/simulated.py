@@ -14,9 +14,9 @@ CARDS = f"clock=simulated epoch_ns={EPOCH_S}000000000; {network.CARDS}"
 class Timekeeper:
     """The program that directs the run; it holds time still between two orders."""
 
-    def __init__(self):
+    def __init__(self, cards):
         self.program = subprocess.Popen([str(network.BUILD / "timekeeper")], text=True, bufsize=1,
-                                        env=network.environment(CARDS), stdin=subprocess.PIPE,
+                                        env=network.environment(cards), stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE)
 
     def order(self, *words):
@@ -103,9 +103,11 @@ class Program:
 
 
 class Simulated(network.Network):
+    cards = CARDS
+
     def setUp(self):
         super().setUp()
-        self.timekeeper = Timekeeper()
+        self.timekeeper = Timekeeper(self.cards)
         self.addCleanup(self.timekeeper.end)
 
     def now(self):

@@ -5,6 +5,7 @@
 
 #include "tools/tsyn/Command.h"
 #include "tools/tsyn/check/CheckOptions.h"
+#include "tools/tsyn/plot/PlotOptions.h"
 #include "tools/tsyn/record/RecordOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
 #include "tools/tsyn/status/StatusCommand.h"
@@ -21,6 +22,7 @@ constexpr AddCommand kCommands[] = {
     tsyn::addWatchCommand,
     tsyn::addCheckCommand,
     tsyn::addRecordCommand,
+    tsyn::addPlotCommand,
 };
 
 std::string oneLine(const CLI::App* program, const CLI::Error& error) {
