@@ -12,7 +12,7 @@ constexpr double kSecondsPerNs = 1e-9;
 /** Fewer differences tell nothing of a spread. */
 constexpr std::size_t kFewestTerms = 3;
 /** Longer grids than this are of instants that are no times of one recording. */
-constexpr double kMostSlots = 1e8;
+constexpr double kMostSlots = 2e7;
 constexpr double kUsualPart = 0.25;
 constexpr std::size_t kPresentOf4 = 3;
 
