@@ -287,7 +287,7 @@ class BadUse(Network):
         with os.fdopen(writer, "w") as closed:
             done = subprocess.run([str(BUILD / "tsyn"), "record", SLAVE_IF, "-o", "-"],
                                   stdout=closed, stderr=subprocess.PIPE, text=True, check=False,
-                                  timeout=WAIT_S)
+                                  timeout=WAIT_S, env=environment())
         self.assertEqual((done.returncode, done.stderr.count("\n")), (1, 1), done.stderr)
         self.assertIn("Broken pipe", done.stderr)
 
@@ -327,7 +327,7 @@ class BadUse(Network):
         RECORDING.write_text(HEAD + "1000,synchronised,1000,5\n")
         done = subprocess.run([str(BUILD / "tsyn"), "plot", str(RECORDING), "-o",
                                "/dev/shm/report.png"], capture_output=True, text=True, check=False,
-                              env={"PATH": "/nowhere"})
+                              env={**environment(), "PATH": "/nowhere"})
         self.check(done, "gnuplot-nox", ".html")
         self.assertEqual(list(pathlib.Path("/dev/shm").glob("report*")), [])
 

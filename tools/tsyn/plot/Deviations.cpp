@@ -44,7 +44,7 @@ double usualInterval(const std::vector<PhaseRun>& runs) {
 std::vector<double> onGrid(const PhaseRun& run, double stepS) {
     const double spanS = run.atS.back() - run.atS.front();
     const double driftNs = spanS > 0.0 ? (run.phaseNs.back() - run.phaseNs.front()) / spanS : 0.0;
-    if (!(spanS / stepS < kMostSlots)) {
+    if (!(spanS >= 0.0 && spanS / stepS < kMostSlots)) {
         return {};
     }
     std::vector<double> grid(static_cast<std::size_t>(std::lround(spanS / stepS)) + 1, kMissing);

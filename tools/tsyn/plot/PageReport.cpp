@@ -108,7 +108,9 @@ Json deviationsJson(const std::vector<DeviationCurve>& curves) {
 Json eventsJson(const Report& report) {
     Json all = Json::array();
     for (const RecordedEvent& event : report.events) {
-        const double atS = 1e-9 * static_cast<double>(event.systemNs - report.originNs);
+        const auto sinceNs = static_cast<unsigned long long>(event.systemNs) -
+                             static_cast<unsigned long long>(report.originNs);
+        const double atS = 1e-9 * static_cast<double>(static_cast<long long>(sinceNs));
         all.push_back({rounded(atS, 1e-3), event.kind, event.text});
     }
     return all;

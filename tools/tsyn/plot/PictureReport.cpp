@@ -19,6 +19,7 @@ constexpr int kWidth = 1400;
 constexpr int kChartHeight = 210;
 constexpr int kBottomHeight = 330;
 constexpr int kTitleHeight = 60;
+constexpr std::size_t kTitleLetters = 150;
 constexpr std::array<const char*, 6> kColours = {"#2563eb", "#c2410c", "#047857",
                                                  "#7c3aed", "#be185d", "#4d7c0f"};
 /** In the order of RecordedState. */
@@ -81,7 +82,9 @@ void Script::head() {
     height_ = kTitleHeight + charts * kChartHeight + kBottomHeight;
     std::string title = "time of " + report_.title;
     for (const auto& [name, value] : report_.figures) {
-        title += title.size() < 150 ? "   " + name + " " + value : std::string();
+        if (title.size() < kTitleLetters) {
+            title.append("   ").append(name).append(" ").append(value);
+        }
     }
     text_ << "set terminal pngcairo size " << kWidth << ',' << height_
           << " font 'DejaVu Sans,10' background '#ffffff'\nset encoding utf8\n"
@@ -116,14 +119,16 @@ void Script::chart(const Chart& chart, bool isLast) {
         const char* const colour = colourOf(number);
         const std::string title = " title " + quoted(curve.series.name);
         plot += plot.empty() ? "plot " : ", ";
+        plot.append(name);
         if (curve.drawn == Drawn::kBand) {
-            plot += name + " using 1:(-$2):2 with filledcurves fs transparent solid 0.15 lc rgb '" +
-                    colour + "'" + title;
+            plot.append(" using 1:(-$2):2 with filledcurves fs transparent solid 0.15 lc rgb '");
+            plot.append(colour);
         } else if (curve.drawn == Drawn::kAlert) {
-            plot += name + " with points pt 7 ps 0.5 lc rgb '#dc2626'" + title;
+            plot.append(" with points pt 7 ps 0.5 lc rgb '#dc2626");
         } else {
-            plot += name + " with lines lw 1 lc rgb '" + colour + "'" + title;
+            plot.append(" with lines lw 1 lc rgb '").append(colour);
         }
+        plot.append("'").append(title);
         ++number;
     }
     text_ << "set xrange [" << report_.beginS << ':' << report_.endS << "]\nset ylabel "

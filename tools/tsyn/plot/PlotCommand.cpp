@@ -1,11 +1,13 @@
 #include "tools/tsyn/plot/PlotCommand.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "tools/common/OwnDescriptor.h"
@@ -50,10 +52,10 @@ std::string writeReport(const PlotOptions& options, const Report& report) {
         errno = EEXIST;
         return openProblem();
     }
-    const std::string part = options.output + ".part";
-    const tools::OwnDescriptor fd(
-        open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-    if (!fd.isOpen()) {
+    constexpr mode_t kReadableByAll = 0644;
+    std::string part = options.output + ".XXXXXX";
+    const tools::OwnDescriptor fd(mkostemp(part.data(), O_CLOEXEC));
+    if (!fd.isOpen() || fchmod(fd.get(), kReadableByAll) != 0) {
         return openProblem();
     }
     std::string problem = endsWith(options.output, ".png") ? drawPicture(report, fd.get())

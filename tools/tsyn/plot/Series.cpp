@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "base/Extended80.h"
+
 namespace tsyn {
 namespace {
 
@@ -15,15 +17,20 @@ constexpr double kCountedS = 1.0;
 constexpr double kSecondsPerNs = 1e-9;
 constexpr std::size_t kStepsCounter = 3;
 
+/** Of any two times that a file may tell. */
+double differenceNs(long long fromNs, long long toNs) {
+    return static_cast<double>(
+        signedDiff(static_cast<unsigned long long>(toNs), static_cast<unsigned long long>(fromNs)));
+}
+
 double secondsBetween(long long fromNs, long long toNs) {
-    return kSecondsPerNs * static_cast<double>(toNs - fromNs);
+    return kSecondsPerNs * differenceNs(fromNs, toNs);
 }
 
 /** By how much the line of the later sample is ahead of the earlier one's at its anchor. */
 double correctionNs(const RecordedSample& before, const RecordedSample& after) {
-    const auto elapsedNs = static_cast<double>(after.localNs - before.localNs);
-    return static_cast<double>(before.offsetNs - after.offsetNs) -
-           1e-9 * before.ratePpb * elapsedNs;
+    const double elapsedNs = differenceNs(before.localNs, after.localNs);
+    return differenceNs(after.offsetNs, before.offsetNs) - 1e-9 * before.ratePpb * elapsedNs;
 }
 
 bool hasTime(const RecordedSample& sample) {
@@ -159,7 +166,7 @@ void SeriesMaker::addAnchor(const RecordedSample& sample, double atS) {
     const RecordedSample& first = source_.samples.front();
     PhaseRun& run = result_.phase.back();
     run.atS.push_back(secondsBetween(first.localNs, sample.localNs));
-    run.phaseNs.push_back(static_cast<double>(sample.offsetNs - first.offsetNs));
+    run.phaseNs.push_back(differenceNs(first.offsetNs, sample.offsetNs));
     anchorTimes_.back().push_back(atS);
 }
 

@@ -146,8 +146,8 @@ int RecordSession::run() {
 
 /** Sleeps until that moment unless a signal asks for the end. */
 bool RecordSession::endSignalledBefore(double wakeS) const {
-    for (double leftS = wakeS - monotonicNowS(); leftS > 0.0; leftS = wakeS - monotonicNowS()) {
-        const double waitS = std::min(leftS, kLongestWaitS);
+    while (monotonicNowS() < wakeS) {
+        const double waitS = std::clamp(wakeS - monotonicNowS(), 0.0, kLongestWaitS);
         timespec wait{};
         wait.tv_sec = static_cast<time_t>(waitS);
         wait.tv_nsec = static_cast<long>(1e9 * (waitS - static_cast<double>(wait.tv_sec)));

@@ -119,9 +119,9 @@ std::string RotatingFile::write(const std::string& text) {
 }
 
 std::string RotatingFile::close() {
-    const int fd = dup(fd_.get());
+    std::string trouble = isRegular_ && fsync(fd_.get()) != 0 ? problem("cannot be written") : "";
     fd_.reset();
-    return fd >= 0 && ::close(fd) != 0 ? problem("cannot be written") : std::string();
+    return trouble;
 }
 
 }  // namespace tsyn
