@@ -200,7 +200,7 @@ Verdict judgeDaemon(const Evidence& evidence) {
     }
     if (!record.problem.empty()) {
         return failed("its record cannot be read: " + record.problem,
-                      "run as its user or as root, or widen the switch segmentMode");
+                      "mend that, or start the daemon anew, which makes its record anew");
     }
     return passed(daemons.empty()
                       ? "its record is kept up to date"

@@ -152,11 +152,14 @@ bool namesWord(const std::string& command, const std::string& name) {
 
 std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
     const std::optional<FileIdentity> file = recordFile(interfaceName);
-    const std::string maps = file ? textOf(procPath(pid, "maps")) : std::string();
-    if (maps.empty()) {
+    std::ifstream maps(procPath(pid, "maps"));
+    if (!file || !maps.is_open()) {
         return {};
     }
-    return mapsForWriting(maps, *file);
+    // Of a process that has ended and was not waited for, they are empty.
+    std::ostringstream text;
+    text << maps.rdbuf();
+    return mapsForWriting(text.str(), *file);
 }
 
 std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex) {

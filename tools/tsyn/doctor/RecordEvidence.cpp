@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 
 #include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/doctor/ProcessScan.h"
@@ -14,12 +12,6 @@
 
 namespace tsyn::doctor {
 namespace {
-
-long long systemNs() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec * 1000000000LL + now.tv_nsec;
-}
 
 /** Another process may have the number of one that has ended, so its record counts. */
 bool livesWithRecord(int pid, const std::string& interfaceName) {
@@ -30,20 +22,16 @@ bool livesWithRecord(int pid, const std::string& interfaceName) {
 }  // namespace
 
 RecordWitness::RecordWitness(const std::string& interfaceName, RecordFacts& facts)
-    : name_(interfaceName), facts_(facts) {}
+    : name_(interfaceName), facts_(facts), source_(interfaceName) {}
 
 void RecordWitness::noteBefore() {
-    const std::string path = "/dev/shm/" + name_;
-    facts_.exists = access(path.c_str(), F_OK) == 0;
-    if (facts_.exists && access(path.c_str(), R_OK) != 0) {
-        facts_.problem = path + ": " + std::strerror(errno);
-    }
+    facts_.exists = access(source_.segmentFile().c_str(), F_OK) == 0;
     facts_.before = read();
 }
 
 void RecordWitness::noteAfter() {
     facts_.after = read();
-    facts_.afterNs = systemNs();
+    facts_.afterNs = systemNowNs();
     noteOwner();
 }
 
@@ -51,15 +39,12 @@ std::optional<gPtpTimeDataStruct> RecordWitness::read() {
     if (!facts_.exists || !facts_.problem.empty()) {
         return {};
     }
-    if (!view_.open(name_)) {
-        facts_.problem = "/dev/shm/" + name_ + " is no record, or one that is only being made";
+    const std::optional<Look> look = source_.look(0.0);
+    if (!look) {
+        facts_.problem = source_.problem();
         return {};
     }
-    const auto record = view_.snapshot();
-    if (!record) {
-        facts_.problem = "it changes all the time";
-    }
-    return record;
+    return look->record;
 }
 
 void RecordWitness::noteOwner() {
@@ -68,7 +53,7 @@ void RecordWitness::noteOwner() {
         facts_.ownerPid = quality ? static_cast<int>(quality->ownerPid) : 0;
     }
     if (facts_.ownerPid == 0) {
-        facts_.ownerPid = std::atoi(textOf("/dev/shm/" + name_ + ".lock").c_str());
+        facts_.ownerPid = std::atoi(textOf(source_.segmentFile() + ".lock").c_str());
     }
     facts_.ownerLives = facts_.ownerPid > 0 && livesWithRecord(facts_.ownerPid, name_);
 }

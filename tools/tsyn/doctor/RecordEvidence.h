@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/tsyn/daemon/RecordView.h"
+#include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/doctor/Evidence.h"
 
 namespace tsyn::doctor {
@@ -19,7 +19,7 @@ private:
 
     std::string name_;
     RecordFacts& facts_;
-    RecordView view_;
+    SegmentSource source_;
 };
 
 }  // namespace tsyn::doctor
