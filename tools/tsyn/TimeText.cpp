@@ -47,7 +47,7 @@ bool takeEnd(std::string& text, const std::string& end) {
 long long daysSince1970(int year, int month, int day) {
     const int shifted = month <= 2 ? year - 1 : year;  // years begin in March, leap days end them
     const long long era = shifted / 400;
-    const int yearOfEra = shifted % 400;
+    const long long yearOfEra = shifted % 400;
     const int dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
     return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
 }
