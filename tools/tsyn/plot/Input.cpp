@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -124,20 +125,22 @@ std::string addRecording(PlotInput& input, const std::string& path, const std::s
 }
 
 bool parseTruth(const std::string& line, bool withBounds, TrueSample& sample) {
-    int valid = 0;
-    int end = 0;
-    sample = TrueSample();
-    const int count =
-        std::sscanf(line.c_str(), "%lf,%lf,%*u,%d%n", &sample.atS, &sample.errorNs, &valid, &end);
-    sample.isValid = valid == 1;
-    sample.hasBounds = withBounds && sample.isValid;
-    if (count == 3 && withBounds) {
-        int rest = 0;
-        const bool isWhole = std::sscanf(line.c_str() + end, ",%lf,%lf%n", &sample.outsideNs,
-                                         &sample.widthNs, &rest) == 2;
-        return isWhole && line.c_str()[end + rest] == '\0';
+    constexpr std::size_t kColumns = 6;
+    double values[kColumns] = {};
+    const std::size_t count = withBounds ? kColumns : kColumns - 2;
+    const char* at = line.c_str();
+    for (std::size_t i = 0; i < count; ++i) {
+        char* end = nullptr;
+        values[i] = std::strtod(at, &end);
+        const char expected = i + 1 < count ? ',' : '\0';
+        if (end == at || *end != expected || !std::isfinite(values[i])) {
+            return false;
+        }
+        at = end + 1;
     }
-    return count == 3 && line.c_str()[end] == '\0';
+    const bool isValid = values[3] == 1.0;
+    sample = {values[0], values[1], isValid, withBounds && isValid, values[4], values[5]};
+    return true;
 }
 
 std::string addTruth(PlotInput& input, const std::string& path, const std::string& columns,
