@@ -1,4 +1,5 @@
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 
 #include <algorithm>
 #include <cstring>

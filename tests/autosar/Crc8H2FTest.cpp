@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Seed.h"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

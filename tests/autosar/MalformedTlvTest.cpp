@@ -7,6 +7,7 @@
 #include "api/DaemonState.h"
 #include "base/DbgLog.h"
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Seed.h"
 
 namespace {

@@ -1,6 +1,7 @@
 #include "autosar/TLVObject.h"
 
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

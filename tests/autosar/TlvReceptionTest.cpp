@@ -6,6 +6,7 @@
 #include "base/DbgLog.h"
 #include "include/gPtpTimeData.h"
 #include "tests/autosar/AutosarInstance.h"
+#include "tests/support/Hex.h"
 #include "tests/support/Seed.h"
 #include "timebase/osipc.h"
 

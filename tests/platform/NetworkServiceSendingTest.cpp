@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "tests/platform/ServiceOnCard.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "tests/platform/ServiceOnCard.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

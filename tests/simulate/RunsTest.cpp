@@ -273,7 +273,10 @@ TEST(ResultsThatCannotBeWritten, AreToldBeforeAnythingRuns) {
     const Folder folder;
     const std::string file = folder.write("pair.toml", disturbedPair(1000)).string();
     for (const std::string& out : {file, file + "/out"}) {
-        const Ran ran = simulateWith(folder, file + " --seeds 1..3 --out " + out);
+        std::string options = file;
+        options += " --seeds 1..3 --out ";
+        options += out;
+        const Ran ran = simulateWith(folder, options);
         EXPECT_EQ(ran.status, 2);
         EXPECT_EQ(ran.out, "");
         std::string told = "--out: ";

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "tests/tsyn/Records.h"
 #include "tools/tsyn/daemon/Counters.h"

@@ -1,5 +1,7 @@
 #include "tools/tsyn/daemon/DaemonJson.h"
 
+#include <nlohmann/json.hpp>
+
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/DaemonTime.h"
 #include "tools/tsyn/daemon/QualityReport.h"

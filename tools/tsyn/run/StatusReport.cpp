@@ -8,8 +8,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "base/Extended80.h"
 #include "tools/tsyn/Abi.h"
+#include "tools/tsyn/daemon/DaemonState.h"
 #include "tools/tsyn/daemon/QualityReport.h"
 
 namespace tsyn {
@@ -26,11 +26,6 @@ std::string formatted(const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return text;
-}
-
-double ratePpm(const gPtpTimeDataStruct& record) {
-    const long double ratio = loadExtended(record.rateRatio1);
-    return ratio == 0.0L ? 0.0 : static_cast<double>((ratio - 1.0L) * 1e6L);
 }
 
 std::string timeText(const Status& status) {
@@ -97,7 +92,7 @@ std::string statusLine(const Status& status) {
         if (!status.master) {
             line += formatted(
                 "  offset %lld ns  rate %+.3f ppm  link %lld ns  sync %u accepted %u rejected",
-                record.masterOffset, ratePpm(record), record.linkDelay, record.acceptedSync,
+                record.masterOffset, ratePpm(record).value_or(0.0), record.linkDelay, record.acceptedSync,
                 record.rejectedSync);
         }
         if (status.twoSenders) {
@@ -133,7 +128,7 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
         // Converted first: no reference may be bound to a member of the packed record.
         json["sequence_id"] = static_cast<unsigned int>(record.sequenceId);
         json["offset_ns"] = static_cast<long long>(record.masterOffset);
-        json["rate_ppm"] = ratePpm(record);
+        json["rate_ppm"] = ratePpm(record).value_or(0.0);
         json["link_delay_ns"] = static_cast<long long>(record.linkDelay);
         json["sync_accepted"] = static_cast<unsigned int>(record.acceptedSync);
         json["sync_rejected"] = static_cast<unsigned int>(record.rejectedSync);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tools/tsyn/daemon/DaemonJson.h"
