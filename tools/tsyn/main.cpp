@@ -13,6 +13,7 @@
 #include "tools/tsyn/convert/ConvertCommand.h"
 #include "tools/tsyn/describe/Describe.h"
 #include "tools/tsyn/doctor/DoctorOptions.h"
+#include "tools/tsyn/export/ExportCommand.h"
 #include "tools/tsyn/feed/FeedCommand.h"
 #include "tools/tsyn/plot/PlotOptions.h"
 #include "tools/tsyn/record/RecordOptions.h"
@@ -29,7 +30,7 @@ using AddCommand = tsyn::Command (*)(CLI::App& program);
 constexpr AddCommand kCommands[] = {
     tsyn::addRunCommand,    tsyn::addSetCommand,    tsyn::addStatusCommand, tsyn::addWatchCommand,
     tsyn::addDoctorCommand, tsyn::addRecordCommand, tsyn::addPlotCommand,   tsyn::addConvertCommand,
-    tsyn::addFeedCommand,   tsyn::addCheckCommand,
+    tsyn::addFeedCommand,   tsyn::addExportCommand, tsyn::addCheckCommand,
 };
 
 /** Version, ABI and the moment that the library's log tells of this build. */
