@@ -13,6 +13,8 @@
 #include "tools/tsyn/convert/ConvertCommand.h"
 #include "tools/tsyn/describe/Describe.h"
 #include "tools/tsyn/doctor/DoctorOptions.h"
+#include "tools/tsyn/export/ExportCommand.h"
+#include "tools/tsyn/feed/FeedCommand.h"
 #include "tools/tsyn/plot/PlotOptions.h"
 #include "tools/tsyn/record/RecordOptions.h"
 #include "tools/tsyn/run/RunOptions.h"
@@ -26,9 +28,9 @@ using AddCommand = tsyn::Command (*)(CLI::App& program);
 
 /** In the order in which the help lists them. */
 constexpr AddCommand kCommands[] = {
-    tsyn::addRunCommand,   tsyn::addSetCommand,     tsyn::addStatusCommand,
-    tsyn::addWatchCommand, tsyn::addDoctorCommand,  tsyn::addRecordCommand,
-    tsyn::addPlotCommand,  tsyn::addConvertCommand, tsyn::addCheckCommand,
+    tsyn::addRunCommand,    tsyn::addSetCommand,    tsyn::addStatusCommand, tsyn::addWatchCommand,
+    tsyn::addDoctorCommand, tsyn::addRecordCommand, tsyn::addPlotCommand,   tsyn::addConvertCommand,
+    tsyn::addFeedCommand,   tsyn::addExportCommand, tsyn::addCheckCommand,
 };
 
 /** Version, ABI and the moment that the library's log tells of this build. */

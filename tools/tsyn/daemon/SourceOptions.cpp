@@ -21,13 +21,16 @@ std::string spyProblem(const std::string& text) {
 
 }  // namespace
 
+CLI::Option* addInterfaceOption(CLI::App& command, std::string& interfaceName) {
+    return command
+        .add_option("interface", interfaceName,
+                    "interface of a daemon on this machine, whose record /dev/shm/INTERFACE is "
+                    "mapped for reading only")
+        ->check(CLI::Validator(interfaceProblem, ""));
+}
+
 void addSourceOptions(CLI::App& command, SourceOptions& options) {
-    auto* const interface =
-        command
-            .add_option("interface", options.interfaceName,
-                        "interface of a daemon on this machine, whose record /dev/shm/INTERFACE "
-                        "is mapped for reading only")
-            ->check(CLI::Validator(interfaceProblem, ""));
+    CLI::Option* const interface = addInterfaceOption(command, options.interfaceName);
     auto* const spy =
         command
             .add_option("--spy", options.spy,

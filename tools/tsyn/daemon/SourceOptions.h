@@ -4,9 +4,13 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace tsyn {
+
+/** Declares the interface of a daemon on this machine. */
+CLI::Option* addInterfaceOption(CLI::App& command, std::string& interfaceName);
 
 /** Declares the interface and --spy, of which a command takes one. */
 void addSourceOptions(CLI::App& command, SourceOptions& options);

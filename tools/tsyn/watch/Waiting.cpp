@@ -1,6 +1,5 @@
 #include "tools/tsyn/watch/Waiting.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,14 +38,26 @@ bool Waiting::isEndAsked() {
     return endAsked != 0;
 }
 
-void Waiting::until(double momentS, bool withKeys) {
+int Waiting::wait(double momentS, pollfd* descriptors, std::size_t count) const {
     const double waitS = std::max(0.0, momentS - monotonicNowS());
-    timespec wait{};
-    wait.tv_sec = static_cast<time_t>(waitS);
-    wait.tv_nsec = static_cast<long>(1e9 * (waitS - static_cast<double>(wait.tv_sec)));
+    timespec length{};
+    length.tv_sec = static_cast<time_t>(waitS);
+    length.tv_nsec = static_cast<long>(1e9 * (waitS - static_cast<double>(length.tv_sec)));
+    return ppoll(descriptors, count, &length, &maskWhileWaiting_);
+}
+
+void Waiting::until(double momentS, bool withKeys) {
     pollfd keys{STDIN_FILENO, POLLIN, 0};
-    const int ready = ppoll(&keys, withKeys ? 1 : 0, &wait, &maskWhileWaiting_);
+    const int ready = wait(momentS, &keys, withKeys ? 1 : 0);
     hasHungUp_ = ready > 0 && (keys.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+void Waiting::until(double momentS, std::vector<pollfd>& descriptors) {
+    if (wait(momentS, descriptors.data(), descriptors.size()) < 0) {
+        for (pollfd& each : descriptors) {
+            each.revents = 0;
+        }
+    }
 }
 
 }  // namespace tsyn

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <poll.h>
+
 #include <csignal>
+#include <vector>
 
 namespace tsyn {
 
@@ -14,12 +17,17 @@ public:
      *  has another size, or the end is asked for. */
     void until(double momentS, bool withKeys);
 
+    /** Until that moment, or until one of these is ready, or the end is asked for. */
+    void until(double momentS, std::vector<pollfd>& descriptors);
+
     static bool isEndAsked();
 
     /** The terminal that keys came from has gone. */
     bool hasHungUp() const { return hasHungUp_; }
 
 private:
+    int wait(double momentS, pollfd* descriptors, std::size_t count) const;
+
     sigset_t maskWhileWaiting_{};
     bool hasHungUp_ = false;
 };
