@@ -8,7 +8,7 @@ import sys
 import floors
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-CODE = (".cpp", ".h", ".c", ".py")
+CODE = (".cpp", ".h", ".hpp", ".c", ".py")
 
 
 def tree(folders, endings):
@@ -40,15 +40,15 @@ def alone(compiler, flags, standard, language, header):
 def headers_alone(headers, cxx, c, flags):
     runs = [(cxx, flags, "c++17", "c++", header) for header in headers]
     runs += [(c, flags, "c99", "c", header) for header in headers
-             if floors.room_of(header) == floors.OPEN]
+             if floors.room_of(header) == floors.OPEN and not header.endswith(".hpp")]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         return [finding for finding in pool.map(lambda run: alone(*run), runs) if finding]
 
 
 def main():
     cxx, c, *flags = sys.argv[1:]
-    library = tree([*floors.LIBRARY, floors.OPEN], (".cpp", ".h"))
-    house = {**library, **tree(["tools"], (".cpp", ".h"))}
+    library = tree([*floors.LIBRARY, floors.OPEN], (".cpp", ".h", ".hpp"))
+    house = {**library, **tree(["tools"], (".cpp", ".h", ".hpp"))}
     if len(library) < 20:
         print(f"only {len(library)} files of the library below {ROOT}", file=sys.stderr)
         return 2
@@ -58,7 +58,8 @@ def main():
         *floors.externs(library),
         *floors.visibility_pragmas(house),
         *floors.long_files(tree([*floors.LIBRARY, floors.OPEN, "tools", "tests"], CODE)),
-        *headers_alone([name for name in sorted(library) if name.endswith(".h")], cxx, c, flags),
+        *headers_alone([name for name in sorted(library) if not name.endswith(".cpp")],
+                       cxx, c, flags),
     ]
     for finding in findings:
         print(finding)

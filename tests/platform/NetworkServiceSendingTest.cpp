@@ -6,6 +6,7 @@
 
 #include "tests/platform/ServiceOnCard.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 #include "tests/platform/ServiceOnCard.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Vectors.h"
 
 namespace {
 

@@ -69,8 +69,10 @@ TEST(RunOptions, AWrongSwitchIsToldWithWhatThereIs) {
                                     "timescale=-1", "timescale=99999999999"}) {
         EXPECT_EQ(0U, refusalOf(wrong).find("timescale needs")) << wrong;
     }
-    EXPECT_EQ("masterIdentity needs 16 hexadecimal digits, two a byte",
-              refusalOf("masterIdentity=1"));
+    EXPECT_EQ(
+        "masterIdentity needs 16 hexadecimal digits, two a byte; 0x in front and colons between "
+        "bytes may be",
+        refusalOf("masterIdentity=1"));
     EXPECT_EQ("", refusalOf("timescale=2"));
 }
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/tsyn/HexText.h"
-#include "tools/tsyn/run/RunOptions.h"
+#include "tools/tsyn/TimeBaseNames.h"
 
 namespace tsyn {
 namespace {

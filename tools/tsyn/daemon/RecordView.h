@@ -22,15 +22,19 @@ public:
     /** A copy that belongs together; nothing when the record kept changing or is not open. */
     std::optional<gPtpTimeDataStruct> snapshot() {
         gPtpTimeDataStruct record;
-        const gPtpReadResult result = isOpen() ? reader_->record(record) : GPTP_READ_NO_SEGMENT;
-        if (result != GPTP_READ_OK && result != GPTP_READ_NO_QUALITY) {
+        result_ = isOpen() ? reader_->record(record) : GPTP_READ_NO_SEGMENT;
+        if (result_ != GPTP_READ_OK && result_ != GPTP_READ_NO_QUALITY) {
             return {};
         }
         return record;
     }
 
+    /** Why the latest snapshot is one, or is none. */
+    gPtpReadResult result() const { return result_; }
+
 private:
     std::optional<gptp::TimeReader> reader_;
+    gPtpReadResult result_ = GPTP_READ_NO_SEGMENT;
 };
 
 }  // namespace tsyn

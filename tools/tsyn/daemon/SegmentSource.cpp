@@ -104,11 +104,11 @@ std::optional<Look> SegmentSource::look(double /*withinS*/) {
         return {};
     }
     const std::optional<gPtpTimeDataStruct> record = view_->snapshot();
-    if (!record) {
+    if (!record && view_->result() != GPTP_READ_FOREIGN) {
         return failed(interfaceName_ + ": " + segmentFile() +
                       " changed with every reading, or its daemon ended while it wrote; try again");
     }
-    if (!isTimeRecord(*record)) {
+    if (!record || !isTimeRecord(*record)) {
         return failed(interfaceName_ + ": " + segmentFile() +
                       " holds no time record though it has its size: it is another program's; "
                       "name the interface of a daemon");

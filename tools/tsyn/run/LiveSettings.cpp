@@ -5,6 +5,7 @@
 
 #include "include/ZebEthTimeSynSupportInterface.h"
 #include "tools/tsyn/HexText.h"
+#include "tools/tsyn/TimeBaseNames.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/control/SettingRequest.h"
 #include "tools/tsyn/run/HostTime.h"

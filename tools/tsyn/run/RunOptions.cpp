@@ -9,6 +9,7 @@
 
 #include "tools/tsyn/HexText.h"
 #include "tools/tsyn/StandardOutput.h"
+#include "tools/tsyn/TimeBaseNames.h"
 #include "tools/tsyn/cli/ConfigFile.h"
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/run/ProfileSwitches.h"
@@ -185,12 +186,6 @@ void addComparisonOptions(CLI::App& command, RunOptions& options) {
 }
 
 }  // namespace
-
-const std::map<std::string, unsigned int>& timeBaseNames() {
-    static const std::map<std::string, unsigned int> names = {
-        {"none", 0}, {"gateway", 4}, {"global", 8}, {"global+gateway", 12}};
-    return names;
-}
 
 void addRunOptions(CLI::App& command, RunOptions& options) {
     addRoleOptions(command, options);

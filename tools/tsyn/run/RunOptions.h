@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,9 +52,6 @@ struct RunOptions {
 
     bool isMaster() const { return role == "master"; }
 };
-
-/** What a master's time base may be called, with its status byte. */
-const std::map<std::string, unsigned int>& timeBaseNames();
 
 /** Declares the options of `tsyn run` on its subcommand; parsing fills the record. */
 void addRunOptions(CLI::App& command, RunOptions& options);

@@ -92,8 +92,8 @@ std::string statusLine(const Status& status) {
         if (!status.master) {
             line += formatted(
                 "  offset %lld ns  rate %+.3f ppm  link %lld ns  sync %u accepted %u rejected",
-                record.masterOffset, ratePpm(record).value_or(0.0), record.linkDelay, record.acceptedSync,
-                record.rejectedSync);
+                record.masterOffset, ratePpm(record).value_or(0.0), record.linkDelay,
+                record.acceptedSync, record.rejectedSync);
         }
         if (status.twoSenders) {
             line += "  two senders";
