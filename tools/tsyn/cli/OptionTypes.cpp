@@ -83,12 +83,15 @@ CLI::Validator realNumber(double least, double most) {
 
 CLI::Validator oneOf(const std::map<std::string, unsigned int>& names) {
     std::vector<std::pair<unsigned int, std::string>> byNumber;
+    byNumber.reserve(names.size());
     for (const auto& [word, number] : names) {
         byNumber.emplace_back(number, word);
     }
     std::sort(byNumber.begin(), byNumber.end());
     std::vector<std::string> words;
     std::vector<std::string> pairs;
+    words.reserve(names.size());
+    pairs.reserve(names.size());
     for (const auto& [number, word] : byNumber) {
         words.push_back(word);
         pairs.push_back(word + "->" + std::to_string(number));

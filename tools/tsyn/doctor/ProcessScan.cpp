@@ -114,11 +114,16 @@ Process processOf(int pid, const std::string& interfaceName, const std::string& 
 bool mapsForWriting(const std::string& maps, const FileIdentity& file) {
     std::istringstream text(maps);
     for (std::string line; std::getline(text, line);) {
-        char rights[5] = "";
+        // As in 7f00-7f01 rw-s 00000000 00:1b 42 /dev/shm/eth1
+        std::istringstream fields(line);
+        std::string range;
+        std::string rights;
+        std::string offset;
         FileIdentity mapped;
-        const int fields = std::sscanf(line.c_str(), "%*x-%*x %4s %*x %x:%x %llu", rights,
-                                       &mapped.major, &mapped.minor, &mapped.inode);
-        const bool isOurs = fields == 4 && mapped.major == file.major &&
+        char colon = 0;
+        fields >> range >> rights >> offset >> std::hex >> mapped.major >> colon >> mapped.minor >>
+            std::dec >> mapped.inode;
+        const bool isOurs = fields && rights.size() == 4 && mapped.major == file.major &&
                             mapped.minor == file.minor && mapped.inode == file.inode;
         if (isOurs && rights[1] == 'w' && rights[3] == 's') {
             return true;
@@ -167,7 +172,7 @@ std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIn
         clockIndex < 0 ? std::string() : "/dev/ptp" + std::to_string(clockIndex);
     std::vector<Process> found;
     forEachName("/proc", [&](const std::string& name) {
-        const int pid = std::atoi(name.c_str());
+        const int pid = static_cast<int>(std::strtol(name.c_str(), nullptr, 10));
         if (pid <= 0 || pid == getpid()) {
             return;
         }
