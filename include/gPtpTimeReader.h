@@ -104,6 +104,7 @@ static inline int gPtpTake(gPtpTimeReader* reader, gPtpHead* head, long long* sy
     if (!reader->words) {
         const int looked = gPtpLook(reader);
         if (looked != GPTP_READ_OK) {
+            memset(head, 0, sizeof *head);
             return looked;
         }
     }

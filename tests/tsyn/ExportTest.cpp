@@ -31,8 +31,8 @@ TEST(Metrics, OfAStandardSlave) {
              "tsyn_owner_up{interface=\"eth1\"} 1",
              "tsyn_state{interface=\"eth1\",state=\"synchronised\"} 1",
              "tsyn_state{interface=\"eth1\",state=\"lost\"} 0",
-             "tsyn_daemon_info{interface=\"eth1\",role=\"slave\",profile=\"standard\","
-             "master=\"0000000000000000\"} 1",
+             ("tsyn_daemon_info{interface=\"eth1\",role=\"slave\",profile=\"standard\","
+              "master=\"0000000000000000\"} 1"),
              "tsyn_master_offset_seconds{interface=\"eth1\"} 1.5",
              "tsyn_rate_ratio{interface=\"eth1\"} 0.999963",
              "tsyn_link_delay_seconds{interface=\"eth1\"} 5e-07",

@@ -29,12 +29,12 @@ std::string nothingToHear(const Evidence& evidence) {
 }
 
 std::string nothingHeard(const Evidence& evidence) {
-    const std::string reason = nothingToHear(evidence);
+    std::string reason = nothingToHear(evidence);
     return reason.empty() && evidence.wire.frames.empty() ? "no frames heard" : reason;
 }
 
 std::string noDaemon(const Evidence& evidence) {
-    const std::string reason = nothingToHear(evidence);
+    std::string reason = nothingToHear(evidence);
     if (!reason.empty()) {
         return reason;
     }

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "tools/tsyn/StandardOutput.h"
+#include "tools/tsyn/TimeBaseNames.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/control/ControlSocket.h"
 #include "tools/tsyn/control/SettingRequest.h"
-#include "tools/tsyn/run/RunOptions.h"
 
 namespace tsyn {
 namespace {
