@@ -42,8 +42,8 @@ class Set(Network):
 
     def send(self, packet):
         with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as client:
+            client.connect(SOCKET)  # with a timeout it would not wait for others to be served
             client.settimeout(WAIT_S)
-            client.connect(SOCKET)
             client.send(packet)
             return json.loads(client.recv(4096))
 

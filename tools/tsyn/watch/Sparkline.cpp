@@ -37,9 +37,10 @@ std::string sparkline(const Series& series, std::size_t columns, bool utf8) {
             most = std::max(most, **value);
         }
     }
+    const char* const* const levels = utf8 ? kBlocks : kCharacters;
     std::string text(columns - shown, ' ');
     for (auto value = first; value != series.end(); ++value) {
-        text += *value ? (utf8 ? kBlocks : kCharacters)[levelOf(**value, least, most)] : " ";
+        text += *value ? levels[levelOf(**value, least, most)] : " ";
     }
     return text;
 }
