@@ -95,7 +95,9 @@ class Set(Network):
         self.end(master)
 
     def test_socket_of_a_killed_daemon_is_taken_over_and_a_served_one_is_not(self):
-        self.controlled(MASTER_IF, "master").kill()
+        killed = self.controlled(MASTER_IF, "master")
+        killed.kill()
+        killed.wait(WAIT_S)  # its lock ends with it
         master = self.controlled(MASTER_IF, "master")
         other = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/dev/null",
                            "--control", SOCKET)

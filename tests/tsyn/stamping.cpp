@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     hwtstamp_config config{};
-    config.tx_type = std::atoi(argv[2]);
-    config.rx_filter = std::atoi(argv[3]);
+    config.tx_type = static_cast<int>(std::strtol(argv[2], nullptr, 10));
+    config.rx_filter = static_cast<int>(std::strtol(argv[3], nullptr, 10));
     ifreq request{};
     std::strncpy(request.ifr_name, argv[1], IFNAMSIZ - 1);
     request.ifr_data = reinterpret_cast<char*>(&config);

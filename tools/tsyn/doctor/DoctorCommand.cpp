@@ -20,7 +20,7 @@ constexpr int kCannotLook = 2;
 
 /** Returns why nothing can be looked at, empty otherwise. */
 std::string collect(doctor::Evidence& evidence) {
-    const std::string problem = doctor::collectCard(evidence);
+    std::string problem = doctor::collectCard(evidence);
     const doctor::InterfaceFacts& interface = evidence.interface;
     if (!problem.empty() || interface.index == 0) {
         return problem;

@@ -53,7 +53,8 @@ void RecordWitness::noteOwner() {
         facts_.ownerPid = quality ? static_cast<int>(quality->ownerPid) : 0;
     }
     if (facts_.ownerPid == 0) {
-        facts_.ownerPid = std::atoi(textOf(source_.segmentFile() + ".lock").c_str());
+        const std::string pid = textOf(source_.segmentFile() + ".lock");
+        facts_.ownerPid = static_cast<int>(std::strtol(pid.c_str(), nullptr, 10));
     }
     facts_.ownerLives = facts_.ownerPid > 0 && livesWithRecord(facts_.ownerPid, name_);
 }

@@ -40,7 +40,9 @@ std::vector<std::string> warningsOf(const CLI::App& command, const RunOptions& o
     const auto warn = [&](const std::vector<std::string>& names, const std::string& reason) {
         for (const std::string& name : names) {
             if (isTold(command, name)) {
-                warnings.push_back(name + " changes nothing " + reason);
+                std::string& warning = warnings.emplace_back(name);
+                warning += " changes nothing ";
+                warning += reason;
             }
         }
     };
