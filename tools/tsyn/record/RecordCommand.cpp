@@ -53,7 +53,7 @@ std::string headOf(const RecordOptions& options) {
                                     {"start", utcText(nowNs)},
                                     {"start_ns", nowNs},
                                     {"rate", options.rate},
-                                    {"tsyn", ZEB_VERSION},
+                                    {"tsyn", TSYN_VERSION},
                                     {"abi", abiName()},
                                     {"host", machine.nodename},
                                     {"kernel", machine.release}};
