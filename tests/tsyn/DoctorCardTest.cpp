@@ -174,15 +174,6 @@ TEST(DoctorDaemon, IsKnownByItsMappingItsOwnerOrAMovingRecord) {
     EXPECT_EQ("no daemon", verdictOf(evidence, "record").found);
 }
 
-TEST(ProcessScan, ADaemonHasTheRecordSharedAndWritable) {
-    const FileIdentity file{0x00, 0x1a, 4711};
-    EXPECT_TRUE(mapsForWriting("7f00-7f10 rw-s 00000000 00:1a 4711   /dev/shm/eth1\n", file));
-    EXPECT_FALSE(mapsForWriting("7f00-7f10 r--s 00000000 00:1a 4711   /dev/shm/eth1\n", file));
-    EXPECT_FALSE(mapsForWriting("7f00-7f10 rw-p 00000000 00:1a 4711   /dev/shm/eth1\n", file));
-    EXPECT_FALSE(mapsForWriting("7f00-7f10 rw-s 00000000 00:1b 4711   /dev/shm/eth1\n", file));
-    EXPECT_FALSE(mapsForWriting("7f00-7f10 rw-s 00000000 00:1a 4712   /dev/shm/eth1\n", file));
-}
-
 TEST(ProcessScan, ACommandNamesAnInterfaceAsAWordOrBehindAnOption) {
     for (const char* command :
          {"ptp4l -i eth1 -m", "ptp4l -ieth1", "phc2sys --slave=eth1 ", "ts2phc -c /dev/eth1"}) {

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,45 +26,7 @@ std::string commandOf(int pid) {
     return command;
 }
 
-bool exists(int pid) {
-    struct stat status {};
-    return stat(processFile(pid, "").c_str(), &status) == 0;
-}
-
-/** "ADDRESSES rw-s OFFSET DEVICE INODE FILE": whether a line tells of the file, written to. */
-bool isWritableMapping(const std::string& line, unsigned long long inode) {
-    std::istringstream words(line);
-    std::string addresses;
-    std::string access;
-    std::string offset;
-    std::string device;
-    unsigned long long mapped = 0;
-    words >> addresses >> access >> offset >> device >> mapped;
-    return mapped == inode && access.compare(0, 2, "rw") == 0 && access.back() == 's' &&
-           line.find("/dev/shm/") != std::string::npos;
-}
-
-enum class Mapping { kNone, kWritable, kHidden };
-
-Mapping mappingOf(int pid, unsigned long long inode) {
-    std::ifstream maps(processFile(pid, "maps"));
-    std::string line;
-    if (!maps.is_open() && exists(pid)) {
-        return Mapping::kHidden;
-    }
-    // The kernel's own have none, nor has a process that ended and was not waited for.
-    if (!std::getline(maps, line)) {
-        return Mapping::kNone;
-    }
-    do {
-        if (isWritableMapping(line, inode)) {
-            return Mapping::kWritable;
-        }
-    } while (std::getline(maps, line));
-    return Mapping::kNone;
-}
-
-Owner writerOf(unsigned long long inode) {
+Owner writerOf(const FileIdentity& file) {
     Owner owner;
     DIR* const processes = opendir("/proc");
     bool isHidden = processes == nullptr;
@@ -75,7 +36,7 @@ Owner writerOf(unsigned long long inode) {
             break;
         }
         const auto pid = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
-        const Mapping mapping = pid > 0 ? mappingOf(pid, inode) : Mapping::kNone;
+        const Mapping mapping = pid > 0 ? mappingOf(pid, file) : Mapping::kNone;
         isHidden = isHidden || mapping == Mapping::kHidden;
         if (mapping == Mapping::kWritable) {
             owner = {pid, Owner::Life::kLives, commandOf(pid)};
@@ -123,14 +84,14 @@ constexpr double kSearchPeriodS = 5.0;
 }  // namespace
 
 /** Its mappings are read once only: they are long. */
-void OwnerFinder::check(int pid, unsigned long long inode) {
+void OwnerFinder::check(int pid, const FileIdentity& file) {
     const std::optional<unsigned long long> beginning = beginningOf(pid);
     const bool isKnown =
         owner_.pid == pid && owner_.life == Owner::Life::kLives && beginning_ == beginning;
     if (!beginning) {
         owner_ = {pid, Owner::Life::kEnded, {}};
     } else if (!isKnown) {
-        const bool writes = mappingOf(pid, inode) != Mapping::kNone;
+        const bool writes = mappingOf(pid, file) != Mapping::kNone;
         owner_ = {pid, writes ? Owner::Life::kLives : Owner::Life::kEnded,
                   writes ? commandOf(pid) : ""};
     }
@@ -138,24 +99,24 @@ void OwnerFinder::check(int pid, unsigned long long inode) {
 }
 
 const Owner& OwnerFinder::find(const Look& look, const std::string& segmentFile) {
-    struct stat file {};
+    const std::optional<FileIdentity> file = identityOf(segmentFile);
     const int toldPid = look.quality ? static_cast<int>(look.quality->ownerPid) : 0;
-    if (segmentFile.empty() || stat(segmentFile.c_str(), &file) != 0) {
+    if (!file) {
         owner_ = {toldPid, {}, {}};
         return owner_;
     }
     if (toldPid != 0) {
-        check(toldPid, file.st_ino);
+        check(toldPid, *file);
         return owner_;
     }
     if (owner_.life == Owner::Life::kLives) {
-        check(owner_.pid, file.st_ino);
+        check(owner_.pid, *file);
     }
     const bool isDue = !searchedS_ || look.monotonicS - *searchedS_ >= kSearchPeriodS;
     if (owner_.life != Owner::Life::kLives && isDue) {
         searchedS_ = look.monotonicS;
         const int lastPid = owner_.pid;
-        owner_ = writerOf(file.st_ino);
+        owner_ = writerOf(*file);
         beginning_ = beginningOf(owner_.pid);
         owner_.pid = owner_.pid != 0 ? owner_.pid : lastPid;
     }

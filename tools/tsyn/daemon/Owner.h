@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/tsyn/daemon/DaemonState.h"
+#include "tools/tsyn/daemon/RecordWriters.h"
 
 namespace tsyn {
 
@@ -23,7 +24,7 @@ public:
     const Owner& find(const Look& look, const std::string& segmentFile);
 
 private:
-    void check(int pid, unsigned long long inode);
+    void check(int pid, const FileIdentity& file);
 
     Owner owner_;
     std::optional<unsigned long long> beginning_;

@@ -1,8 +1,6 @@
 #include "tools/tsyn/doctor/ProcessScan.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tools/tsyn/daemon/RecordWriters.h"
 #include "tools/tsyn/doctor/TextFile.h"
 
 namespace tsyn::doctor {
@@ -39,14 +38,6 @@ bool forEachName(const std::string& folder, Visit visit) {
         visit(entry->path().filename().string());
     }
     return true;
-}
-
-std::optional<FileIdentity> recordFile(const std::string& interfaceName) {
-    struct stat status {};
-    if (stat(("/dev/shm/" + interfaceName).c_str(), &status) != 0) {
-        return {};
-    }
-    return FileIdentity{major(status.st_dev), minor(status.st_dev), status.st_ino};
 }
 
 /** Flags stand in octal behind "flags:". */
@@ -111,27 +102,6 @@ Process processOf(int pid, const std::string& interfaceName, const std::string& 
 
 }  // namespace
 
-bool mapsForWriting(const std::string& maps, const FileIdentity& file) {
-    std::istringstream text(maps);
-    for (std::string line; std::getline(text, line);) {
-        // As in 7f00-7f01 rw-s 00000000 00:1b 42 /dev/shm/eth1
-        std::istringstream fields(line);
-        std::string range;
-        std::string rights;
-        std::string offset;
-        FileIdentity mapped;
-        char colon = 0;
-        fields >> range >> rights >> offset >> std::hex >> mapped.major >> colon >> mapped.minor >>
-            std::dec >> mapped.inode;
-        const bool isOurs = fields && rights.size() == 4 && mapped.major == file.major &&
-                            mapped.minor == file.minor && mapped.inode == file.inode;
-        if (isOurs && rights[1] == 'w' && rights[3] == 's') {
-            return true;
-        }
-    }
-    return false;
-}
-
 bool isClockProgram(const std::string& name) {
     constexpr const char* kPrograms[] = {"ptp4l", "phc2sys", "timemaster", "ts2phc", "ptpd"};
     return std::any_of(std::begin(kPrograms), std::end(kPrograms),
@@ -156,15 +126,10 @@ bool namesWord(const std::string& command, const std::string& name) {
 }
 
 std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
-    const std::optional<FileIdentity> file = recordFile(interfaceName);
-    std::ifstream maps(procPath(pid, "maps"));
-    if (!file || !maps.is_open()) {
-        return {};
-    }
-    // Of a process that has ended and was not waited for, they are empty.
-    std::ostringstream text;
-    text << maps.rdbuf();
-    return mapsForWriting(text.str(), *file);
+    const std::optional<FileIdentity> file = identityOf("/dev/shm/" + interfaceName);
+    const Mapping mapping = file ? mappingOf(pid, *file) : Mapping::kHidden;
+    return mapping == Mapping::kHidden ? std::nullopt
+                                       : std::optional(mapping == Mapping::kWritable);
 }
 
 std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex) {

@@ -11,16 +11,6 @@ std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIn
  *  or when there is no record or process. */
 std::optional<bool> writesRecord(int pid, const std::string& interfaceName);
 
-/** A mapped file as /proc/PID/maps tells it. */
-struct FileIdentity {
-    unsigned int major = 0;
-    unsigned int minor = 0;
-    unsigned long long inode = 0;
-};
-
-/** Whether a text as of /proc/PID/maps has the file mapped, shared and writable. */
-bool mapsForWriting(const std::string& maps, const FileIdentity& file);
-
 /** Whether a program of that name sets clocks. */
 bool isClockProgram(const std::string& name);
 
