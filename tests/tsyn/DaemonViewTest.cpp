@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/tsyn/Records.h"
+#include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/DaemonJson.h"
 #include "tools/tsyn/daemon/DaemonText.h"
@@ -56,7 +57,15 @@ TEST(DaemonTime, TellsUtcAndTaiByTheDistanceToTheHostsClock) {
     EXPECT_FALSE(tsyn::civilTime(4711, Timescale::kOwn, 37).utcNs);
 }
 
-TEST(DaemonTime, IsWrittenToTheNanosecond) {
+TEST(TimeText, IsExactFarFromNow) {
+    constexpr long long kLastOf2106 = 4294967295LL * 1000000000;
+    EXPECT_EQ("2106-02-07T06:28:15.000000000", tsyn::isoText(kLastOf2106));
+    EXPECT_EQ("1969-02-28T00:00:00.000000000", tsyn::isoText(-307LL * 86400 * 1000000000));
+    EXPECT_EQ("1677-09-21T00:12:43.145224192",
+              tsyn::isoText(std::numeric_limits<long long>::min()));
+}
+
+TEST(TimeText, IsWrittenToTheNanosecond) {
     EXPECT_EQ("2026-01-01T00:00:00.000000042", tsyn::isoText(records::kStart + 42));
     EXPECT_EQ("1969-12-31T23:59:59.999999999", tsyn::isoText(-1));
 }

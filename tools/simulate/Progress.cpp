@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdarg>
 
+#include "tools/common/Formatted.h"
 #include "tools/simulate/Options.h"
 #include "tools/simulate/Units.h"
 
@@ -15,16 +15,7 @@ constexpr std::size_t kBarWidth = 30;
 constexpr auto kRedrawEvery = std::chrono::milliseconds(200);
 constexpr auto kTellEvery = std::chrono::seconds(10);
 
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-std::string formatted(const char* format, ...) {
-    std::array<char, 400> text{};
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    va_end(arguments);
-    return text.data();
-}
+using tools::formatted;
 
 std::string speedText(double simulatedS, double wallS) {
     return wallS > 0.0 ? formatted("%.*f x", simulatedS / wallS < 10 ? 1 : 0, simulatedS / wallS)

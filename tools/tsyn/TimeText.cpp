@@ -1,6 +1,6 @@
 #include "tools/tsyn/TimeText.h"
 
-#include <cstdio>
+#include "tools/common/Formatted.h"
 
 namespace tsyn {
 namespace {
@@ -59,7 +59,7 @@ struct Date {
 };
 
 Date dateOf(long long days) {
-    int year = 1970 + static_cast<int>(days / 366);
+    int year = 1970 + static_cast<int>(days < 0 ? days / 365 - 1 : days / 366);
     while (daysSince1970(year + 1, 1, 1) <= days) {
         ++year;
     }
@@ -124,17 +124,6 @@ std::optional<long long> parseIso(std::string text, int utcOffsetS) {
     return ns;
 }
 
-std::string isoWithoutZone(long long ns) {
-    const long long seconds = ns / kNsPerSecond;
-    const Date date = dateOf(seconds / kSecondsPerDay);
-    const int second = static_cast<int>(seconds % kSecondsPerDay);
-    char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%09d", date.year, date.month,
-                  date.day, second / 3600, second / 60 % 60, second % 60,
-                  static_cast<int>(ns % kNsPerSecond));
-    return text;
-}
-
 }  // namespace
 
 const char* const kTimeForms =
@@ -168,12 +157,24 @@ std::optional<long long> parseSpan(const std::string& text) {
     return {};
 }
 
+std::string isoText(long long ns) {
+    const bool isBefore = ns % kNsPerSecond < 0;
+    const long long seconds = ns / kNsPerSecond - (isBefore ? 1 : 0);
+    const int behind = static_cast<int>(ns % kNsPerSecond + (isBefore ? kNsPerSecond : 0));
+    const bool isDayBefore = seconds % kSecondsPerDay < 0;
+    const Date date = dateOf(seconds / kSecondsPerDay - (isDayBefore ? 1 : 0));
+    const int second =
+        static_cast<int>(seconds % kSecondsPerDay + (isDayBefore ? kSecondsPerDay : 0));
+    return tools::formatted("%04d-%02d-%02dT%02d:%02d:%02d.%09d", date.year, date.month, date.day,
+                            second / 3600, second / 60 % 60, second % 60, behind);
+}
+
 std::string utcText(long long utcNs) {
-    return isoWithoutZone(utcNs) + "Z";
+    return isoText(utcNs) + "Z";
 }
 
 std::string taiText(long long utcNs, int utcOffsetS) {
-    return isoWithoutZone(utcNs + utcOffsetS * kNsPerSecond) + "TAI";
+    return isoText(utcNs + utcOffsetS * kNsPerSecond) + "TAI";
 }
 
 }  // namespace tsyn

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/DaemonTime.h"
 #include "tools/tsyn/daemon/QualityReport.h"

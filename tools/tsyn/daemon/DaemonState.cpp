@@ -6,6 +6,7 @@
 #include "base/Extended80.h"
 #include "include/gPtpExactTime.h"
 #include "tools/tsyn/daemon/Counters.h"
+#include "tools/tsyn/daemon/LastPair.h"
 #include "tools/tsyn/daemon/QualityReport.h"
 
 namespace tsyn {
@@ -18,20 +19,8 @@ constexpr const char* kRefused = "rate refused";
 constexpr const char* kStale = "stale";
 constexpr const char* kSending = "sending";
 
-/** Corrections of bridges on the way stay below this; a refused pair is off by far more. */
-constexpr unsigned long long kConsistentNs = 1000000;
 /** Beyond, the clock was set since. */
 constexpr double kMostAheadS = 1.0;
-
-/** A refused pair moves localTime and originTime but not masterOffset, so that they disagree. */
-bool lastPairWasTaken(const gPtpTimeDataStruct& record) {
-    const long double ratio = loadExtended(record.rateRatio1);
-    const unsigned long long masterTime =
-        record.localTime - static_cast<unsigned long long>(record.masterOffset);
-    const unsigned long long difference = masterTime - record.originTime;
-    const unsigned long long distance = difference >> 63 ? 0 - difference : difference;
-    return ratio >= kSlowestMasterRate && ratio <= kFastestMasterRate && distance <= kConsistentNs;
-}
 
 /** System time at localTime. */
 long long anchorNs(const gPtpTimeDataStruct& record) {

@@ -1,8 +1,9 @@
 #include "tools/tsyn/daemon/DaemonText.h"
 
-#include <cstdarg>
 #include <cstdio>
 
+#include "tools/common/Formatted.h"
+#include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/DaemonTime.h"
 #include "tools/tsyn/daemon/QualityReport.h"
@@ -10,16 +11,7 @@
 namespace tsyn {
 namespace {
 
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-std::string formatted(const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
+using tools::formatted;
 
 void addTime(std::vector<TextRow>& rows, const DaemonState& daemon, int utcOffsetS) {
     const std::optional<long long> timeNs = shownTimeNs(daemon);

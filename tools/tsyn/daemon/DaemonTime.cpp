@@ -1,8 +1,6 @@
 #include "tools/tsyn/daemon/DaemonTime.h"
 
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
 namespace tsyn {
 namespace {
@@ -43,23 +41,6 @@ CivilTime civilTime(long long timeNs, Timescale timescale, int utcOffsetS) {
     default:
         return {};
     }
-}
-
-std::string isoText(long long timeNs) {
-    long long seconds = timeNs / kSecondNs;
-    long long nanoseconds = timeNs % kSecondNs;
-    if (nanoseconds < 0) {
-        nanoseconds += kSecondNs;
-        --seconds;
-    }
-    const auto time = static_cast<time_t>(seconds);
-    tm parts{};
-    gmtime_r(&time, &parts);
-    char date[40];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-    char text[64];
-    std::snprintf(text, sizeof text, "%s.%09lld", date, nanoseconds);
-    return text;
 }
 
 }  // namespace tsyn

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 namespace tsyn {
 
@@ -20,8 +19,5 @@ struct CivilTime {
     std::optional<long long> taiNs;
 };
 CivilTime civilTime(long long timeNs, Timescale timescale, int utcOffsetS);
-
-/** "2026-11-21T20:25:40.123456789", without a zone. */
-std::string isoText(long long timeNs);
 
 }  // namespace tsyn

@@ -3,17 +3,17 @@
 #include <sys/utsname.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
 #include <limits>
 #include <nlohmann/json.hpp>
 
 #include "tools/tsyn/Abi.h"
+#include "tools/tsyn/TimeText.h"
+#include "tools/tsyn/daemon/Counters.h"
+#include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/record/LookTimes.h"
-#include "tools/tsyn/record/RecordWatch.h"
 #include "tools/tsyn/record/Recording.h"
 #include "tools/tsyn/record/RotatingFile.h"
 
@@ -22,35 +22,16 @@ namespace {
 
 constexpr double kNever = std::numeric_limits<double>::infinity();
 constexpr double kLongestWaitS = 1.0;
+constexpr std::size_t kToTheSecond = 19;
 /** A pause between two samples is a gap when it is this much longer than it should be. */
 constexpr double kLateS = 2.0;
-
-double monotonicNowS() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-long long systemNowNs() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec * 1000000000LL + now.tv_nsec;
-}
-
-std::string utcText(long long systemNs) {
-    const auto seconds = static_cast<time_t>(systemNs / 1000000000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 std::string headOf(const RecordOptions& options) {
     utsname machine{};
     uname(&machine);
     const long long nowNs = systemNowNs();
     nlohmann::ordered_json about = {{"interface", options.interfaceName},
-                                    {"start", utcText(nowNs)},
+                                    {"start", isoText(nowNs).substr(0, kToTheSecond) + "Z"},
                                     {"start_ns", nowNs},
                                     {"rate", options.rate},
                                     {"tsyn", TSYN_VERSION},
@@ -62,11 +43,16 @@ std::string headOf(const RecordOptions& options) {
            recordingColumns() + "\n";
 }
 
+bool showsSync(const Look& before, const Look& now) {
+    return now.record.acceptedSync != before.record.acceptedSync ||
+           now.record.sequenceId != before.record.sequenceId;
+}
+
 class RecordSession {
 public:
     explicit RecordSession(const RecordOptions& options)
         : options_(options),
-          watch_(options.interfaceName),
+          source_(options.interfaceName),
           times_(options.rateHz()),
           file_(options.file, {options.maxBytes(), options.kept}) {}
 
@@ -76,13 +62,15 @@ private:
     std::string begin();
     bool endSignalledBefore(double wakeS) const;
     std::string lookOnce();
-    std::string takeRecord(const gPtpTimeDataStruct& record, double nowS, long long systemNs);
+    std::string takeLook(const Look& look);
     std::string noteGap(double nowS, long long systemNs);
     std::string noteEvent(const char* kind, long long systemNs, const std::string& text);
     void printSummary() const;
 
     const RecordOptions& options_;
-    RecordWatch watch_;
+    SegmentSource source_;
+    std::optional<Look> last_;
+    bool hasRestarted_ = false;
     LookTimes times_;
     RotatingFile file_;
     sigset_t endSignals_{};
@@ -112,9 +100,8 @@ std::string RecordSession::begin() {
     startS_ = monotonicNowS();
     lookS_ = startS_;
     sampleS_ = startS_;
-    if (!options_.waits && !watch_.look(startS_)) {
-        return watch_.problem() + "; start a daemon on " + options_.interfaceName +
-               " first, or let --wait wait for one";
+    if (!options_.waits && !source_.look(0.0)) {
+        return source_.problem() + "; --wait waits for a daemon";
     }
     return file_.open(headOf(options_), options_.replaces);
 }
@@ -160,37 +147,38 @@ bool RecordSession::endSignalledBefore(double wakeS) const {
 }
 
 std::string RecordSession::lookOnce() {
-    const double nowS = monotonicNowS();
-    const auto record = watch_.look(nowS);
-    const long long systemNs = systemNowNs();
-    if (!record) {
-        missing_ = watch_.problem();
-        lookS_ = nowS + kLongestWaitS;
+    const auto look = source_.look(0.0);
+    if (!look) {
+        missing_ = source_.problem();
+        lookS_ = monotonicNowS() + kLongestWaitS;
         return {};
     }
-    std::string problem = takeRecord(*record, nowS, systemNs);
-    lookS_ = times_.nextS(nowS);
+    std::string problem = takeLook(*look);
+    last_ = look;
+    lookS_ = times_.nextS(look->monotonicS);
     return problem;
 }
 
-std::string RecordSession::takeRecord(const gPtpTimeDataStruct& record, double nowS,
-                                      long long systemNs) {
-    if (!times_.isSample(nowS, watch_.hasChanged())) {
+std::string RecordSession::takeLook(const Look& look) {
+    const double nowS = look.monotonicS;
+    hasRestarted_ = hasRestarted_ || (last_ && beganAnew(*last_, look));
+    if (!times_.isSample(nowS, last_ && showsSync(*last_, look))) {
         return {};
     }
     const double periodS = 1.0 / std::min(1.0, options_.rateHz().value_or(1.0));
     const bool isLate = samples_ > 0 && nowS - sampleS_ > periodS + kLateS;
     std::string problem;
     if (!missing_.empty() || isLate) {
-        problem = noteGap(nowS, systemNs);
+        problem = noteGap(nowS, look.systemNs);
     }
-    if (problem.empty() && watch_.hasRestarted()) {
+    if (problem.empty() && hasRestarted_) {
+        hasRestarted_ = false;
         ++restarts_;
-        problem = noteEvent("restart", systemNs, "the daemon began anew");
+        problem = noteEvent("restart", look.systemNs, "the daemon began anew");
     }
     if (problem.empty()) {
-        problem =
-            file_.writeLine(recordingLine(sampleOf(record, systemNs, times_.sinceChangeS(nowS))));
+        problem = file_.writeLine(
+            recordingLine(sampleOf(look.record, look.systemNs, times_.sinceChangeS(nowS))));
     }
     ++samples_;
     sampleS_ = nowS;

@@ -1,13 +1,13 @@
 #include "tools/tsyn/run/StatusReport.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/Formatted.h"
 #include "tools/tsyn/Abi.h"
 #include "tools/tsyn/daemon/DaemonState.h"
 #include "tools/tsyn/daemon/QualityReport.h"
@@ -17,16 +17,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-std::string formatted(const char* format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
+using tools::formatted;
 
 std::string timeText(const Status& status) {
     return status.hasTime ? formatted("%llu.%09u", status.seconds, status.nanoseconds) : "-";

@@ -1,19 +1,12 @@
 #include "tools/tsyn/run/SyncTracker.h"
 
-#include "base/Extended80.h"
+#include "tools/tsyn/daemon/LastPair.h"
 
 namespace tsyn {
 namespace {
 
 constexpr double kStaleIntervals = 3.0;
 constexpr unsigned int kPairsUntilValid = 2;
-/** Corrections of bridges on the way stay below this; a refused pair is off by far more. */
-constexpr unsigned long long kConsistentNs = 1000000;
-
-bool rateInRange(long double ratio) {
-    return ratio >= kSlowestMasterRate && ratio <= kFastestMasterRate;
-}
-
 }  // namespace
 
 const char* stateName(SyncState state) {
@@ -87,19 +80,10 @@ SyncState SyncTracker::slaveState(bool stale) const {
     if (stale) {
         return SyncState::kStale;
     }
-    if (evaluatedPairs_ >= kPairsUntilValid && lastPairWasTaken()) {
+    if (evaluatedPairs_ >= kPairsUntilValid && lastPairWasTaken(record_)) {
         return SyncState::kSynchronised;
     }
     return firstValidS_ ? SyncState::kRefused : SyncState::kPriming;
-}
-
-/** A refused pair moves localTime and originTime but not masterOffset, so that they disagree. */
-bool SyncTracker::lastPairWasTaken() const {
-    const unsigned long long masterTime =
-        record_.localTime - static_cast<unsigned long long>(record_.masterOffset);
-    const unsigned long long difference = masterTime - record_.originTime;
-    const unsigned long long distance = difference >> 63 ? 0 - difference : difference;
-    return rateInRange(loadExtended(record_.rateRatio1)) && distance <= kConsistentNs;
 }
 
 }  // namespace tsyn

@@ -42,7 +42,6 @@ public:
 
 private:
     SyncState slaveState(bool stale) const;
-    bool lastPairWasTaken() const;
 
     bool master_;
     double staleAfterS_;
