@@ -14,12 +14,12 @@ namespace {
 
 using records::lookAt;
 using tsyn::PageShape;
-using tsyn::Series;
+using tsyn::RecentValues;
 using tsyn::sparkline;
 using tsyn::Watcher;
 
 TEST(Sparkline, GoesFromTheLeastToTheMost) {
-    const Series rising = {0, 1, 2, 3, 4, 5, 6, 7};
+    const RecentValues rising = {0, 1, 2, 3, 4, 5, 6, 7};
     EXPECT_EQ("_.-~=+*#", sparkline(rising, 8, false));
     EXPECT_EQ("▁▂▃▄▅▆▇█", sparkline(rising, 8, true));
     EXPECT_EQ("#_", sparkline({-5, -6}, 2, false));

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/check/CaptureFile.h"
 #include "tools/tsyn/check/CheckReport.h"
@@ -13,18 +14,13 @@ constexpr int kAllRight = 0;
 constexpr int kFindings = 1;
 constexpr int kUnreadable = 2;
 
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return kUnreadable;
-}
-
 }  // namespace
 
 int checkCommand(const CheckOptions& options) {
     CaptureFile capture;
     const std::string problem = capture.open(options.file);
     if (!problem.empty()) {
-        return fail(problem);
+        return fail(problem, kUnreadable);
     }
     FollowUpChecker checker(options.dataIds());
     CaptureFrame frame;
@@ -43,7 +39,7 @@ int checkCommand(const CheckOptions& options) {
     }
     // What stood before the damage has been checked all the same.
     if (!capture.error().empty()) {
-        return outputStatus(fail(capture.error()));
+        return outputStatus(fail(capture.error(), kUnreadable));
     }
     return outputStatus(result.findings.empty() ? kAllRight : kFindings);
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "include/gPtpExactTime.h"
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/cli/OptionTypes.h"
@@ -30,11 +31,6 @@ struct ConvertOptions {
     bool showsTai = false;
     int utcOffsetS = kUtcOffsetS;
 };
-
-int fail(const std::string& problem, int status) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return status;
-}
 
 class Conversion {
 public:

@@ -12,7 +12,7 @@ namespace tsyn {
 namespace {
 
 /** Syncs are seen between two scrapes: a daemon that moves runs, be its process hidden. */
-constexpr double kBetweenLooksS = 0.25;
+constexpr double kLookPeriodS = 0.25;
 
 /** A daemon as it was at the latest look. */
 class Exported {
@@ -62,7 +62,7 @@ int exportCommand(const ExportOptions& options) {
     while (!Waiting::isEndAsked()) {
         if (monotonicNowS() >= nextS) {
             exported.look();
-            nextS = monotonicNowS() + kBetweenLooksS;
+            nextS = monotonicNowS() + kLookPeriodS;
         }
         server.serve(waiting, nextS);
     }

@@ -1,8 +1,8 @@
 #include "tools/tsyn/feed/FeedCommand.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
 #include "tools/tsyn/feed/Feeder.h"
@@ -12,12 +12,7 @@ namespace tsyn {
 namespace {
 
 /** Less than the shortest Sync interval, and little of a processor. */
-constexpr double kBetweenLooksS = 0.02;
-
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return 1;
-}
+constexpr double kFeedPeriodS = 0.02;
 
 void addSinkOptions(CLI::App& parser, FeedOptions& options) {
     auto* const chrony =
@@ -87,7 +82,7 @@ int feedCommand(const FeedOptions& options) {
     Feeder feeder(options, source, *sink);
     while (!Waiting::isEndAsked()) {
         feeder.look();
-        waiting.until(monotonicNowS() + kBetweenLooksS, false);
+        waiting.until(monotonicNowS() + kFeedPeriodS, false);
     }
     return 0;
 }

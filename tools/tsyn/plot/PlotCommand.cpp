@@ -11,16 +11,12 @@
 #include <cstring>
 
 #include "tools/common/OwnDescriptor.h"
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/plot/PageReport.h"
 #include "tools/tsyn/plot/PictureReport.h"
 
 namespace tsyn {
 namespace {
-
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return 1;
-}
 
 bool endsWith(const std::string& text, const std::string& end) {
     return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/tsyn/Abi.h"
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/daemon/Counters.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
@@ -83,11 +84,6 @@ private:
     unsigned long gaps_ = 0;
     double longestGapS_ = 0.0;
 };
-
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return 1;
-}
 
 /** A reader that leaves and a file that is too long end in an error of write, not in a signal. */
 std::string RecordSession::begin() {

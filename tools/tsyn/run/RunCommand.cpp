@@ -20,6 +20,7 @@
 #include <string>
 
 #include "tools/common/OwnDescriptor.h"
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/control/ControlSocket.h"
 #include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
@@ -94,11 +95,6 @@ private:
     bool logLost_ = false;
     std::chrono::steady_clock::time_point start_;
 };
-
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return 1;
-}
 
 /** The library locks a file beside the shared record, which tells its process. */
 std::string whyRefused(const std::string& interfaceName) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/daemon/DaemonJson.h"
 #include "tools/tsyn/daemon/DaemonText.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
@@ -14,15 +15,9 @@
 namespace tsyn {
 namespace {
 
-constexpr int kFailed = 1;
 constexpr int kNotSynchronised = 3;
 constexpr int kHoldover = 4;
 constexpr auto kBetweenLooks = std::chrono::milliseconds(20);
-
-int fail(const std::string& problem) {
-    std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-    return kFailed;
-}
 
 int statusOf(Verdict verdict) {
     switch (verdict) {

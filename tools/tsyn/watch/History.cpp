@@ -5,7 +5,7 @@
 namespace tsyn {
 namespace {
 
-void append(Series& series, std::optional<double> value) {
+void append(RecentValues& series, std::optional<double> value) {
     series.push_back(value);
     if (series.size() > History::kLength) {
         series.pop_front();
@@ -42,7 +42,7 @@ void History::setBound(std::optional<long long> boundNs) {
 }
 
 void History::addNothing() {
-    for (Series* series : {&offset_, &moved_, &bound_, &rate_, &delay_}) {
+    for (RecentValues* series : {&offset_, &moved_, &bound_, &rate_, &delay_}) {
         append(*series, std::nullopt);
     }
 }

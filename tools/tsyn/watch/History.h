@@ -8,7 +8,7 @@
 namespace tsyn {
 
 /** Values of the latest seconds, the oldest first; nothing where there was none. */
-using Series = std::deque<std::optional<double>>;
+using RecentValues = std::deque<std::optional<double>>;
 
 /** How far the time line of a later look lies beside that of an earlier one, ns: what the Syncs in
  *  between changed. Nothing while one of them has no time. */
@@ -25,18 +25,18 @@ public:
     void setBound(std::optional<long long> boundNs);
     void addNothing();
 
-    const Series& offset() const { return offset_; }
-    const Series& moved() const { return moved_; }
-    const Series& bound() const { return bound_; }
-    const Series& rate() const { return rate_; }
-    const Series& delay() const { return delay_; }
+    const RecentValues& offset() const { return offset_; }
+    const RecentValues& moved() const { return moved_; }
+    const RecentValues& bound() const { return bound_; }
+    const RecentValues& rate() const { return rate_; }
+    const RecentValues& delay() const { return delay_; }
 
 private:
-    Series offset_;
-    Series moved_;
-    Series bound_;
-    Series rate_;
-    Series delay_;
+    RecentValues offset_;
+    RecentValues moved_;
+    RecentValues bound_;
+    RecentValues rate_;
+    RecentValues delay_;
 };
 
 }  // namespace tsyn

@@ -26,7 +26,7 @@ int levelOf(double value, double least, double most) {
 
 }  // namespace
 
-std::string sparkline(const Series& series, std::size_t columns, bool utf8) {
+std::string sparkline(const RecentValues& series, std::size_t columns, bool utf8) {
     const std::size_t shown = std::min(series.size(), columns);
     const auto first = series.end() - static_cast<std::ptrdiff_t>(shown);
     double least = INFINITY;

@@ -31,7 +31,7 @@ std::string watchJson(const Watcher& watcher, int utcOffsetS) {
     json["event"] = "watch";
     json["t_s"] = elapsedS;
     json["began_anew"] = watcher.hasBegunAnew();
-    const Series& moved = watcher.history().moved();
+    const RecentValues& moved = watcher.history().moved();
     json["moved_ns"] = moved.empty() || !moved.back() ? Json(nullptr) : Json(*moved.back());
     Json perSecond = Json::object();
     const std::vector<Counter> counters = countersOf(watcher.daemon().latest());

@@ -25,7 +25,7 @@ std::string labelled(const std::string& label, const std::string& text) {
 
 struct SparklineRow {
     const char* label;
-    const Series& series;
+    const RecentValues& series;
     const char* unit;
     int decimals;
 };
