@@ -16,19 +16,10 @@ constexpr double kLeastNoise = 16;
 /** Median distance to what a normal distribution has as sigma, three of them. */
 constexpr double kThreeSigma = 3 * 1.4826;
 constexpr double kNeverFar = 60;
-/** What noise and a master's small corrections move a reading by. */
-constexpr double kTolerance = 1000;
-/** An oscillator's rate changes by less while nobody looks. */
-constexpr double kWander = 1e-6;
-constexpr double kRestingWander = 100e-9;
-/** And goes on changing while nothing is heard: by 0.25 ppm each second. */
-constexpr double kWanderPerNs = 0.25e-15;
-constexpr int kReliableCount = 3;
-constexpr double kReliableSlopeDoubt = 5e-6;
-constexpr double kGapIntervals = 4;
-constexpr double kNearIntervals = 0.25;
-constexpr int kFewestOfBent = 4;
-constexpr double kLeastBend = 20;
+/** Doubts are two sigma of what scatters. */
+constexpr double kTwoSigma = 2;
+/** No rate is known better. */
+constexpr double kLeastSlopeDoubt = 0.1e-9;
 
 struct Point {
     double x, e;
@@ -84,9 +75,16 @@ void chooseNear(const Point* points, int count, bool* near) {
     }
 }
 
-/** Least squares through the marked points; a slope that is known stays, and so does any when they
- *  are at one place. */
-void leastSquares(const Point* points, const bool* near, int count, bool slopeIsKnown, Line& line) {
+/** What was known of the slope before the points. */
+struct Before {
+    double slope;
+    double precision;
+};
+
+/** Least squares through the marked points and the slope before them, each by what it is worth: two
+ *  points that are close tell no rate that would be better than the one that was known. */
+void leastSquares(const Point* points, const bool* near, int count, const Before& before,
+                  Line& line) {
     double n = 0, sx = 0, se = 0;
     for (int i = 0; i < count; ++i) {
         if (near[i]) {
@@ -105,8 +103,11 @@ void leastSquares(const Point* points, const bool* near, int count, bool slopeIs
             xe += points[i].weight * apart * (points[i].e - meanE);
         }
     }
-    line.slope = xx > 0 && !slopeIsKnown ? xe / xx : line.slope;
+    const double precision = xx + before.precision;
+    line.slope = (xe + before.slope * before.precision) / precision;
     line.lift = meanE - line.slope * meanX;
+    line.slopeDoubt = kTwoSigma / std::sqrt(precision);
+    line.tightest = kTwoSigma * std::sqrt(1 / n + meanX * meanX / precision);
 }
 
 /** Whether chooseNear would mark every point, which is so for nearly every line and cheaper to find
@@ -133,6 +134,50 @@ bool allAreNear(const Point* points, int count, const Line& line) {
     return 2 * flat > pairs;
 }
 
+/** By how much a line may miss a wandering clock over that time. Where halves are compared, they
+ *  tell how much it bends. */
+double bentBy(int count, double ns) {
+    return count < 2 * kFewestOfBent ? kWanderPerNs * ns * ns / 2 : 0;
+}
+
+/** What the readings tell of the line through those near it. */
+void judge(const Reading* readings, const Point* points, const bool* near, int count,
+           double leastDoubt, Line& line) {
+    const double span = points[count - 1].x - points[0].x;
+    double residual = 0;
+    double squares = 0;
+    int free = -2;  // lift and slope take what they can
+    for (int i = 0; i < count; ++i) {
+        if (near[i]) {
+            const double distance = std::fabs(line.above(readings[i]));
+            residual = std::max(residual, distance);
+            squares += points[i].weight * distance * distance;
+            ++free;
+        }
+    }
+    const double noisier = std::sqrt(std::max(1.0, squares / std::max(free, 1)));
+    line.slopeDoubt *= noisier;
+    line.tightest *= noisier;
+    // Two cannot tell whether the rate changed between them.
+    line.slopeDoubt += count < kReliableCount ? kWanderPerNs * span / 2 : 0;
+    line.slopeDoubt = std::min(kLargestSlope, line.slopeDoubt);
+    line.residual = std::max(residual, count < kReliableCount ? kLeastNoise : kLeastResidual);
+    line.leftOut = 0;
+    for (int i = 0; i < count; ++i) {
+        line.leftOut = near[i] ? 0 : line.leftOut + 1;
+    }
+    // Of a bracket's middle, half of the narrowest is wrong in all of them alike; the rest
+    // scatters.
+    line.tightest += leastDoubt + bentBy(count, span) / 6;
+    for (int i = 0; i < count; ++i) {
+        if (near[i]) {
+            const double distance = std::fabs(line.above(readings[i]));
+            const double carried = line.slopeDoubt * -points[i].x + bentBy(count, points[i].x);
+            line.tightest = std::min(line.tightest, distance + readings[i].doubt + carried);
+        }
+    }
+}
+
 }  // namespace
 
 unsigned long long Line::at(unsigned long long x) const {
@@ -155,8 +200,8 @@ double Line::above(const Reading& reading) const {
 
 Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore) {
     const Reading& latest = readings[count - 1];
-    Line line{latest.x,        latest.y, 0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
-              slopeDoubtBefore};
+    Line line{latest.x,         latest.y, 0, slopeBefore, kLeastNoise, latest.doubt + kLeastNoise,
+              slopeDoubtBefore, 0};
     if (count < 2) {
         return line;
     }
@@ -172,180 +217,16 @@ Line fit(const Reading* readings, int count, double slopeBefore, double slopeDou
         points[i] = {static_cast<double>(dx), static_cast<double>(dy - dx),
                      weightOf(readings[i].doubt, leastDoubt)};
     }
-    // Readings that follow each other closely tell less of the rate than was known before them.
-    const double span = -points[0].x;
-    const bool slopeIsKnown = 2 * kLeastNoise > slopeDoubtBefore * span;
+    const double root = kTwoSigma / std::max(slopeDoubtBefore, kLeastSlopeDoubt);
+    const Before before{slopeBefore, root * root};
     std::fill_n(near, count, true);
-    leastSquares(points, near, count, slopeIsKnown, line);
+    leastSquares(points, near, count, before, line);
     if (!allAreNear(points, count, line)) {
-        line.slope = slopeBefore;
         chooseNear(points, count, near);
-        leastSquares(points, near, count, slopeIsKnown, line);
+        leastSquares(points, near, count, before, line);
     }
-    double residual = 0;
-    double tightest = latest.doubt + std::fabs(line.above(latest));
-    for (int i = 0; i < count; ++i) {
-        if (near[i]) {
-            const double distance = std::fabs(line.above(readings[i]));
-            residual = std::max(residual, distance);
-            tightest = std::min(tightest, distance + readings[i].doubt);
-        }
-    }
-    const double noise = std::max(residual, kLeastNoise);
-    line.residual = count < kReliableCount ? noise : std::max(residual, kLeastResidual);
-    line.tightest = tightest;
-    line.slopeDoubt = slopeIsKnown ? slopeDoubtBefore : std::min(kLargestSlope, 2 * noise / span);
+    judge(readings, points, near, count, leastDoubt, line);
     return line;
-}
-
-double Tracker::tolerance(const Reading& reading) const {
-    const double apart = std::fabs(static_cast<double>(signedDiff(reading.x, last().x)));
-    return kTolerance + 8 * reading.doubt + (line_.slopeDoubt + kWander) * apart;
-}
-
-bool Tracker::fits(const Reading& reading) const {
-    return isEmpty() || std::fabs(line_.above(reading)) <= tolerance(reading);
-}
-
-bool Tracker::isReliable() const {
-    return count_ >= kReliableCount || (count_ > 0 && slopeDoubtBefore_ <= kReliableSlopeDoubt);
-}
-
-Verdict Tracker::take(const Reading& reading) {
-    if (!isEmpty() && reading.x == last().x) {
-        return Verdict::kRepeated;
-    }
-    const bool later = isEmpty() || signedDiff(reading.x, last().x) > 0;
-    if (!later || !fits(reading)) {
-        return refuse(reading);
-    }
-    refused_ = 0;
-    candidateCount_ = 0;
-    const double apart = isEmpty() ? 0 : static_cast<double>(signedDiff(reading.x, last().x));
-    if (count_ >= 2 && apart < kNearIntervals * interval()) {
-        return replaceLast(reading);
-    }
-    // A line across a silence would hang on its last reading alone.
-    if (count_ >= 2 && apart > kGapIntervals * interval()) {
-        startAnew(&reading, 1, apart);
-    } else {
-        append(reading);
-    }
-    return Verdict::kTaken;
-}
-
-double Tracker::interval() const {
-    return static_cast<double>(signedDiff(last().x, readings_[0].x)) /
-           static_cast<double>(count_ - 1);
-}
-
-/** Two readings at nearly one place tell no rate: the better one stays. */
-Verdict Tracker::replaceLast(const Reading& reading) {
-    if (reading.doubt < last().doubt) {
-        readings_[count_ - 1] = reading;
-        refit();
-    }
-    return Verdict::kRepeated;
-}
-
-void Tracker::append(const Reading& reading) {
-    if (count_ == kCapacity) {
-        std::copy(readings_ + 1, readings_ + kCapacity, readings_);
-        --count_;
-    }
-    readings_[count_++] = reading;
-    refit();
-}
-
-/** As many of the latest readings as one line explains: an oscillator that warms up bends it, so
- *  that the first half tells another present than the second. */
-Line Tracker::fitLatest(const Reading* readings, int count, double slope, double slopeDoubt) {
-    Line line = fit(readings, count, slope, slopeDoubt);
-    for (int half = count / 2; half >= kFewestOfBent; half /= 2) {
-        const Line later = fit(readings + count - half, half, slope, slopeDoubt);
-        const double bend = std::fabs(later.lift - line.lift);
-        if (bend <= std::max(1.5 * later.residual, kLeastBend)) {
-            // Less of a bend than the noise shows is in the line all the same.
-            line.residual += bend / 4;
-            line.tightest += bend / 4;
-            break;
-        }
-        line = later;
-        line.residual += bend / 2;
-        line.tightest += bend / 2;
-    }
-    return line;
-}
-
-void Tracker::refit() {
-    line_ = fitLatest(readings_, count_, slopeBefore_, slopeDoubtBefore_);
-    line_.slope = std::clamp(line_.slope, -kLargestSlope, kLargestSlope);
-}
-
-/** Keeps what was refused, and believes it once a few in a row agree with each other. */
-Verdict Tracker::refuse(const Reading& reading) {
-    ++refused_;
-    if (candidateCount_ > 0 && signedDiff(reading.x, candidates_[candidateCount_ - 1].x) <= 0) {
-        candidateCount_ = 0;
-    }
-    if (candidateCount_ == kCandidates) {
-        std::copy(candidates_ + 1, candidates_ + kCandidates, candidates_);
-        --candidateCount_;
-    }
-    candidates_[candidateCount_++] = reading;
-    if (candidateCount_ < kCandidates) {
-        return Verdict::kRefused;
-    }
-    const Line line = fit(candidates_, kCandidates, 0, kLargestSlope);
-    double farthest = 0;
-    for (const Reading& each : candidates_) {
-        farthest = std::max(farthest, std::fabs(line.above(each)));
-    }
-    if (std::fabs(line.slope) > kLargestSlope || farthest > kTolerance) {
-        return Verdict::kRefused;
-    }
-    lastStep_ = line_.above(reading);
-    slopeBefore_ = 0;
-    slopeDoubtBefore_ = kLargestSlope;
-    count_ = 0;
-    startAnew(candidates_, kCandidates, 0);
-    candidateCount_ = 0;
-    refused_ = 0;
-    return Verdict::kFollowed;
-}
-
-/** The rate so far remains the best guess until the new readings tell one. */
-void Tracker::startAnew(const Reading* readings, int count, double silentNs) {
-    if (count_ >= kReliableCount) {
-        slopeBefore_ = line_.slope;
-        slopeDoubtBefore_ = line_.slopeDoubt + kRestingWander;
-    }
-    slopeDoubtBefore_ = std::min(kLargestSlope, slopeDoubtBefore_ + kWanderPerNs * silentNs);
-    std::copy(readings, readings + count, readings_);
-    count_ = count;
-    refit();
-}
-
-void Tracker::bend(const Reading& reading) {
-    const Reading both[] = {last(), reading};
-    candidateCount_ = 0;
-    refused_ = 0;
-    startAnew(both, 2, 0);
-}
-
-void Tracker::shift(unsigned long long byX, unsigned long long byY) {
-    for (int i = 0; i < count_; ++i) {
-        readings_[i].x += byX;
-        readings_[i].y += byY;
-    }
-    line_.x0 += byX;
-    line_.y0 += byY;
-    candidateCount_ = 0;
-    refused_ = 0;
-}
-
-void Tracker::forget() {
-    *this = Tracker();
 }
 
 }  // namespace estimator

@@ -10,6 +10,13 @@ inline constexpr int kCapacity = 16;
 /** Bound of a believable rate: clocks of cards and hosts are within 100 ppm. */
 inline constexpr double kLargestSlope = 250e-6;
 
+/** A rate goes on changing while nothing is heard: by 0.25 ppm each second. */
+inline constexpr double kWanderPerNs = 0.25e-15;
+
+/** Fewer readings show no noise, and half of a line needs as many to show whether it bends. */
+inline constexpr int kReliableCount = 3;
+inline constexpr int kFewestOfBent = 4;
+
 /** Both clocks at one instant. doubt: by how much y may be wrong by the way that it was read. */
 struct Reading {
     unsigned long long x;
@@ -24,8 +31,9 @@ struct Line {
     double lift;
     double slope;
     double residual;    ///< of the readings that made it, at most
-    double tightest;    ///< least doubt and distance of one of them: y is within this at x0
+    double tightest;    ///< y is within this at x0
     double slopeDoubt;  ///< by how much the slope may be wrong
+    int leftOut;        ///< of the latest readings, those that lie too far from it
 
     /** y at x, and x at y, rounded. */
     unsigned long long at(unsigned long long x) const;
@@ -36,7 +44,8 @@ struct Line {
 };
 
 /** The line through count readings, the latest last. Those that lie far from the line through most
- *  of them have no part in it. One alone gives the slope that is handed over. */
+ *  of them have no part in it. The slope that is handed over counts for what it is worth beside
+ *  theirs; of one alone, it is the line's. */
 Line fit(const Reading* readings, int count, double slopeBefore, double slopeDoubtBefore);
 
 enum class Verdict {
@@ -83,10 +92,11 @@ private:
     static Line fitLatest(const Reading* readings, int count, double slope, double slopeDoubt);
     Verdict refuse(const Reading& reading);
     Verdict replaceLast(const Reading& reading);
-    double interval() const;
-    void append(const Reading& reading);
+    double medianInterval() const;
+    double shortestInterval() const;
+    void append(const Reading& reading, double apart);
     void refit();
-    void startAnew(const Reading* readings, int count, double silentNs);
+    void startAnew(const Reading* readings, int count, double moreSlopeDoubt);
     double tolerance(const Reading& reading) const;
 
     static constexpr int kCandidates = 3;
@@ -96,9 +106,10 @@ private:
     Reading candidates_[kCandidates] = {};
     int candidateCount_ = 0;
     int refused_ = 0;
-    Line line_ = {0, 0, 0, 0, 0, 0, kLargestSlope};
+    Line line_ = {0, 0, 0, 0, 0, 0, kLargestSlope, 0};
     double slopeBefore_ = 0;
     double slopeDoubtBefore_ = kLargestSlope;
+    double shortestBefore_ = 0;
     double lastStep_ = 0;
 };
 

@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <mutex>
 
 #include "base/DbgLog.h"
 #include "base/Undestroyed.h"
+#include "include/gPtpTimeQuality.h"
 
 Undestroyed<std::string> shmNameStorage ZEB_STORAGE_OF("_Z8shm_nameB5cxx11");
 Undestroyed<std::map<std::string, gPtpTimeDataStruct*>> recordMapStorage
@@ -79,6 +81,24 @@ MapStep sizeAndMap(int descriptor, void** segment) {
     return *segment == MAP_FAILED ? MapStep::kMap : MapStep::kDone;
 }
 
+/** Whoever reads what an earlier daemon left there must not take a half of it for a whole: where
+ *  that one kept a sequence, it is odd before anything else goes, and 0 after all is gone. */
+void clear(unsigned char* segment) {
+    constexpr std::size_t kAt =
+        kSharedRecordOffset + kTimeQualityOffset + offsetof(gPtpTimeQuality, sequence);
+    auto* const sequence = reinterpret_cast<unsigned int*>(segment + kAt);
+    gPtpTimeQuality left;
+    std::memcpy(&left, segment + kSharedRecordOffset + kTimeQualityOffset, sizeof left);
+    if (left.magic == kTimeQualityMagic) {
+        __atomic_store_n(sequence, left.sequence | 1, __ATOMIC_RELAXED);
+        __atomic_thread_fence(__ATOMIC_SEQ_CST);
+    }
+    std::memset(segment, 0, kAt);
+    std::memset(segment + kAt + sizeof left.sequence, 0,
+                kSharedSegmentSize - kAt - sizeof left.sequence);
+    __atomic_store_n(sequence, 0, __ATOMIC_RELEASE);
+}
+
 const char* callOf(MapStep failed) {
     switch (failed) {
     case MapStep::kOpen:
@@ -119,9 +139,9 @@ gPtpTimeDataStruct* OSipc::instance(char const* name) {
         const MapStep failed = descriptor < 0 ? MapStep::kOpen : sizeAndMap(descriptor, &segment);
         if (failed == MapStep::kDone) {
             global_master_offset_buffer = segment;
-            std::memset(segment, 0, kSharedSegmentSize);
-            auto* const record = reinterpret_cast<gPtpTimeDataStruct*>(
-                static_cast<unsigned char*>(segment) + kSharedRecordOffset);
+            auto* const bytes = static_cast<unsigned char*>(segment);
+            clear(bytes);
+            auto* const record = reinterpret_cast<gPtpTimeDataStruct*>(bytes + kSharedRecordOffset);
             map.emplace(key, record);
             close(descriptor);
             return record;

@@ -59,7 +59,7 @@ double errorOf(const Tracker& tracker, const Clocks& clocks, unsigned long long 
 }
 
 TEST(Line, LeadsThereAndBackWithinOneNanosecond) {
-    const Line line{kStart, kStart + 5, 0.25, -37e-6, 0, 0, 0};
+    const Line line{kStart, kStart + 5, 0.25, -37e-6, 0, 0, 0, 0};
     for (unsigned long long ahead = 0; ahead < 1000000000000ULL; ahead += 12345678901ULL) {
         const unsigned long long y = line.at(kStart + ahead);
         EXPECT_LE(std::llabs(static_cast<long long>(line.inverse(y) - kStart - ahead)), 1);
@@ -251,6 +251,71 @@ TEST(Tracker, TakesNoRateFromTwoReadingsAtNearlyOnePlaceAfterASilence) {
     clocks.now -= kInterval - 60000;
     tracker.take(clocks.next(8));
     EXPECT_NEAR(0, errorOf(tracker, clocks, kInterval), 60);
+}
+
+/** With readings of a host that looked each second while the master was silent, and each Sync
+ * since: another silence is one all the same, and what was read before it tells little of the time
+ * now. */
+TEST(Tracker, IsWithinItsDoubtAfterASilenceThatFollowsSlowReadings) {
+    Clocks clocks(37e-6);
+    Tracker tracker;
+    const auto read = [&](unsigned long long later) {
+        clocks.now += later - kInterval;
+        Reading reading = clocks.next();
+        reading.doubt = 60;
+        tracker.take(reading);
+    };
+    for (int i = 0; i < 4; ++i) {
+        read(8 * kInterval);
+    }
+    for (int i = 0; i < 4; ++i) {
+        read(kInterval);
+    }
+    clocks.ahead += 120;  // of an oscillator that wandered meanwhile
+    for (int i = 0; i < 8; ++i) {
+        read(i == 0 ? 20 * kInterval : kInterval);
+        ASSERT_LE(std::fabs(errorOf(tracker, clocks)), 30);
+        ASSERT_LE(std::fabs(errorOf(tracker, clocks)), tracker.line().tightest);
+    }
+}
+
+TEST(Tracker, CoversALatestReadingThatItLeavesOutAndFollowsTheThird) {
+    Clocks clocks(37e-6);
+    Tracker tracker = settled(clocks);
+    clocks.ahead += 150;
+    for (int i = 1; i <= 3; ++i) {
+        Reading reading = clocks.next();
+        reading.doubt = 60;
+        EXPECT_EQ(Verdict::kTaken, tracker.take(reading));
+        EXPECT_LE(std::fabs(errorOf(tracker, clocks)), tracker.line().tightest) << i;
+    }
+    EXPECT_LE(std::fabs(errorOf(tracker, clocks)), 16);
+}
+
+/** Two brackets that are off by what makes them wide. */
+TEST(Tracker, KeepsTheRateThatItKnewWhereTwoReadingsTellLess) {
+    Clocks clocks(37e-6);
+    Tracker tracker = settled(clocks);
+    clocks.now += 20 * kInterval;
+    Reading first = clocks.next(-50);
+    first.doubt = 60;
+    Reading second = clocks.next(50);
+    second.doubt = 160;
+    tracker.take(first);
+    tracker.take(second);
+    EXPECT_NEAR(37e-6, tracker.line().slope, tracker.line().slopeDoubt);
+    EXPECT_NEAR(37e-6, tracker.line().slope, 0.5e-6);
+}
+
+TEST(Tracker, TakesTwoThatComeAtOnceAfterASilenceForOne) {
+    Clocks clocks(37e-6);
+    Tracker tracker = settled(clocks);
+    clocks.now += 20 * kInterval;
+    EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
+    clocks.now -= kInterval - 60000;
+    EXPECT_EQ(Verdict::kRepeated, tracker.take(clocks.next()));
+    EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
+    EXPECT_NEAR(37e-6, tracker.line().slope, 0.2e-6);
 }
 
 TEST(Tracker, TakesARepeatedReadingOnce) {

@@ -134,6 +134,22 @@ TEST_F(Slave, MeetsALineBelowWithinOneInterval) {
     EXPECT_LE(std::llabs(shownAt(elapsed + kInterval) - master(elapsed + kInterval)), 40);
 }
 
+/** A master that was stopped tells of the Syncs that it missed all at once. */
+TEST_F(Slave, DoesNotHurryForPairsThatComeTogether) {
+    settle();
+    for (const long long interval : {24 * kInterval, 70000LL}) {
+        elapsed += interval - kInterval;
+        masterSet -= 40;  // what the oscillators wandered
+        sync();
+    }
+    for (int i = 1; i <= 8; ++i) {
+        const long long later = elapsed + i * kInterval / 8;
+        const long long error = shownAt(later) - master(later);
+        EXPECT_LE(std::llabs(error), 200);
+        EXPECT_LE(static_cast<double>(std::llabs(error)), boundAt(later));
+    }
+}
+
 TEST_F(Slave, AnnouncesAStepOfTheMasterAtTheThirdPair) {
     settle();
     masterSet -= kSecond;

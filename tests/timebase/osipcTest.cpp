@@ -5,8 +5,10 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <x86intrin.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -15,6 +17,7 @@
 
 #include "api/DaemonState.h"
 #include "base/DbgLog.h"
+#include "include/gPtpTimeQuality.h"
 #include "tests/support/Hex.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/StdoutCapture.h"
@@ -180,6 +183,42 @@ TEST_F(SharedSegment, ASecondNameMapsTheSameBytesAgainAndZeroesThem) {
     second->softOffset = 5;
     EXPECT_EQ(5, first->softOffset);
     EXPECT_EQ(2U, OSipc::map.size());
+}
+
+gPtpTimeDataStruct leftBehind;
+const gPtpTimeDataStruct kNothing{};
+const gPtpTimeDataStruct* watched = nullptr;
+volatile int instants = 0;
+volatile int halves = 0;
+
+/** After each instruction: what a reader would take for whole is. */
+void lookAtRecord(int /*signal*/) {
+    unsigned int sequence = 0;
+    std::memcpy(&sequence, watched->unused172 + offsetof(gPtpTimeQuality, sequence), 4);
+    const bool isWhole = sequence == 0 ? std::memcmp(watched, &kNothing, sizeof kNothing) == 0
+                                       : std::memcmp(watched, &leftBehind, sizeof leftBehind) == 0;
+    instants = instants + 1;
+    halves = halves + (sequence % 2 == 0 && !isWhole ? 1 : 0);
+}
+
+TEST_F(SharedSegment, IsNeverHalfZeroedForReadersOfItsSequence) {
+    constexpr unsigned long kTrapFlag = 0x100;
+    gPtpTimeDataStruct* const record = OSipc::instance("eth1");
+    std::memset(&leftBehind, 0x5A, sizeof leftBehind);
+    gPtpTimeQuality quality{};
+    quality.magic = kTimeQualityMagic;
+    quality.sequence = 8;
+    std::memcpy(leftBehind.unused172, &quality, sizeof quality);
+    *record = leftBehind;
+    watched = record;
+    std::signal(SIGTRAP, lookAtRecord);
+    __writeeflags(__readeflags() | kTrapFlag);
+    OSipc::instance("wm0");
+    __writeeflags(__readeflags() & ~kTrapFlag);
+    std::signal(SIGTRAP, SIG_DFL);
+    EXPECT_LT(100, instants);
+    EXPECT_EQ(0, halves);
+    EXPECT_EQ(0, std::memcmp(record, &kNothing, sizeof kNothing));
 }
 
 TEST_F(SharedSegment, AnOlderSegmentIsResizedAndZeroed) {
