@@ -7,7 +7,7 @@ PURE_ROOMS := $(foreach room,base wire timebase autosar ptp,$(patsubst tests/%/C
 
 .DEFAULT_GOAL := all
 .PHONY: FORCE all help check test demo simulate profile-report lint bench mutants install uninstall \
-	deb clean
+	deb try clean
 
 all: $(ABIS:%=build/%/built) ## library, host program and virtual card for both ABIs (the default)
 
@@ -58,6 +58,9 @@ uninstall: ## removes what make install put below the same DESTDIR=
 
 deb: $(foreach set,build deb,build/packages/$(set)) ## Debian packages for amd64 and i386 in build/deb, judged by lintian
 	scripts/make-deb
+
+try: deb build/packages/try ## installs those on a copy of this system, with a pair and the service; as root
+	scripts/try-packages
 
 clean: ## removes build/
 	rm -rf build

@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "tests/tsyn/Records.h"
 #include "tools/tsyn/watch/Sparkline.h"
 #include "tools/tsyn/watch/SyncStatistics.h"
@@ -133,6 +135,24 @@ TEST_F(WatchedSegment, IsToldWithItsOwnerAndItsKeys) {
     EXPECT_EQ("p, space: pause   q: quit", lines.back());
     EXPECT_EQ(getpid(), watcher.owner().pid);
     EXPECT_EQ(tsyn::Owner::Life::kLives, watcher.owner().life);
+}
+
+TEST_F(WatchedSegment, IsSetApartWhereThereIsRoomAndToldToBeCutWhereThereIsNot) {
+    publish(records::slave(9, 5));
+    Watcher watcher(options_);
+    watcher.look();
+    PageShape shape;
+    shape.rows = 40;
+    const std::vector<std::string> tall = pageLines(watcher, shape);
+    const auto begin = std::find_if(tall.begin(), tall.end(), [](const std::string& line) {
+        return line.rfind("moved ", 0) == 0;
+    });
+    ASSERT_NE(tall.end(), begin);
+    EXPECT_EQ("", *(begin - 2));
+    shape.rows = static_cast<std::size_t>(begin - tall.begin());
+    const std::string cut = "p, space: pause   q: quit   ";
+    EXPECT_EQ(cut, pageLines(watcher, shape).back().substr(0, cut.size()));
+    EXPECT_NE(std::string::npos, pageLines(watcher, shape).back().find(" lines do not fit"));
 }
 
 TEST_F(WatchedSegment, ThatBeginsAnewIsPointedOut) {

@@ -86,12 +86,43 @@ std::vector<std::string> counterCells(const Watcher& watcher) {
     return cells;
 }
 
-std::string helpLine(const PageShape& shape) {
-    return shape.isPaused ? "PAUSED   p, space: go on   q: quit" : "p, space: pause   q: quit";
+std::string helpLine(const PageShape& shape, std::size_t missing) {
+    std::string line =
+        shape.isPaused ? "PAUSED   p, space: go on   q: quit" : "p, space: pause   q: quit";
+    if (missing > 0) {
+        line += "   " + std::to_string(missing) + " lines do not fit";
+    }
+    return line;
 }
 
-void append(std::vector<std::string>& lines, const std::vector<std::string>& more) {
-    lines.insert(lines.end(), more.begin(), more.end());
+std::vector<std::string> daemonLines(const Watcher& watcher, const PageShape& shape) {
+    std::vector<std::string> lines;
+    lines.push_back(watcher.hasDaemon() ? headline(watcher.name(), watcher.daemon())
+                                        : watcher.name() + ": not there yet");
+    lines.push_back(watcher.note());
+    if (watcher.hasDaemon()) {
+        for (const TextRow& row : daemonRows(watcher.daemon(), watcher.owner(), shape.utcOffsetS)) {
+            lines.push_back(labelled(row.label, row.text));
+        }
+    }
+    return lines;
+}
+
+/** One part below the other, apart where there is room for that. */
+std::vector<std::string> stacked(const std::vector<std::vector<std::string>>& parts,
+                                 std::size_t room) {
+    std::size_t needed = parts.size() - 1;
+    for (const std::vector<std::string>& part : parts) {
+        needed += part.size();
+    }
+    std::vector<std::string> lines;
+    for (const std::vector<std::string>& part : parts) {
+        if (!lines.empty() && needed <= room) {
+            lines.emplace_back();
+        }
+        lines.insert(lines.end(), part.begin(), part.end());
+    }
+    return lines;
 }
 
 }  // namespace
@@ -111,25 +142,18 @@ std::vector<std::string> counterLines(const std::vector<std::string>& cells, std
 }
 
 std::vector<std::string> pageLines(const Watcher& watcher, const PageShape& shape) {
-    std::vector<std::string> lines;
+    std::vector<std::vector<std::string>> parts = {daemonLines(watcher, shape)};
     if (watcher.hasDaemon()) {
-        lines.push_back(headline(watcher.name(), watcher.daemon()));
-    } else {
-        lines.push_back(watcher.name() + ": not there yet");
-    }
-    lines.push_back(watcher.note());
-    if (watcher.hasDaemon()) {
-        for (const TextRow& row : daemonRows(watcher.daemon(), watcher.owner(), shape.utcOffsetS)) {
-            lines.push_back(labelled(row.label, row.text));
-        }
-        append(lines, sparklines(watcher, shape));
-        append(lines, counterLines(counterCells(watcher), shape.columns));
+        parts.push_back(sparklines(watcher, shape));
+        parts.push_back(counterLines(counterCells(watcher), shape.columns));
     }
     const std::size_t room = shape.rows > 1 ? shape.rows - 1 : shape.rows;
+    std::vector<std::string> lines = stacked(parts, room);
+    const std::size_t missing = lines.size() - std::min(lines.size(), room);
     lines.resize(std::min(lines.size(), room));
     if (shape.rows > 1) {
         lines.resize(room);
-        lines.push_back(helpLine(shape));
+        lines.push_back(helpLine(shape, missing));
     }
     for (std::string& line : lines) {
         line = cutTo(line, shape.columns);
