@@ -4,7 +4,7 @@
 
 #include "api/BuildStamp.h"
 #include "tools/tsyn/Abi.h"
-#include "tools/tsyn/Program.h"
+#include "tools/tsyn/program/Program.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/tsyn/Program.h"
+#include "tools/tsyn/program/Program.h"
 
 #include <CLI/CLI.hpp>
 #include <vector>
