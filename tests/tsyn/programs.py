@@ -268,6 +268,17 @@ class Autosar(Simulated):
         self.assertEqual((report["status"], report["user_data"]), (1, "1122"))
         self.assertEqual(report["all_valid"], report["follow_ups"])
 
+    def test_a_daemon_that_sleeps_has_every_follow_up_counted(self):
+        standard = (*self.DATA_IDS, "--profile", "standard")
+        master = self.run_json(MASTER_IF, "master", *self.SECURED, *standard)
+        self.wait_for_state(master, "sending")
+        slave = self.run_json(SLAVE_IF, "slave", *standard)
+        begin, end = (self.wait_for(slave, lambda line, n=seconds: line["t_s"] > n)
+                      for seconds in (2.5, 12.5))
+        told = end["subtlv"]["follow_ups"] - begin["subtlv"]["follow_ups"]
+        self.assertAlmostEqual(told, end["sync_accepted"] - begin["sync_accepted"], delta=1)
+        self.assertGreater(told, 60)
+
     def test_another_data_id_list_makes_every_crc_wrong(self):
         report = self.received(slave_data_ids=())
         self.assertEqual(set(report["valid"].values()), {False})

@@ -42,6 +42,8 @@ namespace {
 constexpr double kStatusPeriodS = 1.0;
 /** Short against the shortest Sync interval, so that no pair of messages goes unseen. */
 constexpr double kWatchPeriodS = 0.02;
+/** At least twice each Sync interval, which is what a count of Follow_Ups takes. */
+constexpr double kSubTlvPeriodS = 0.05;
 /** With a profile, a daemon that has been watched for so long is looked at with each status. */
 constexpr double kWatchedS = 5.0;
 /** All that would end the process without a closing line, the one that logs are rotated with, and
@@ -270,12 +272,15 @@ std::string RunSession::loop() {
 }
 
 /** Every message is worth a look until the time is valid, and always where the daemon itself polls.
- *  A daemon that sleeps is not woken for more than the status. */
+ *  A daemon that sleeps is not woken for more than the status and sub-TLVs, which are counted. */
 double RunSession::nextWatch(double nowS, double nextStatusS) const {
     const bool isSettled =
         (options_.isMaster() ? tracker_.firstSyncS() : tracker_.firstValidS()).has_value();
     if (!sparesWakeUps_ || (!isSettled && nowS < kWatchedS)) {
         return nowS + kWatchPeriodS;
+    }
+    if (subTlvs_.followUps() > 0) {
+        return nowS + kSubTlvPeriodS;
     }
     return nextStatusS > nowS ? nextStatusS : nextStatusS + kStatusPeriodS;
 }
