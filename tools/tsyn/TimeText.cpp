@@ -43,6 +43,14 @@ bool takeEnd(std::string& text, const std::string& end) {
     return true;
 }
 
+/** Whole units below a value, and what it lies above them: times before 1970 are negative. */
+long long wholeBelow(long long value, long long unit) {
+    return value / unit - (value % unit < 0 ? 1 : 0);
+}
+int restAbove(long long value, long long unit) {
+    return static_cast<int>((value % unit + unit) % unit);
+}
+
 /** Of the proleptic Gregorian calendar; the library's own are 32 bits wide on i386. */
 long long daysSince1970(int year, int month, int day) {
     const int shifted = month <= 2 ? year - 1 : year;  // years begin in March, leap days end them
@@ -157,16 +165,16 @@ std::optional<long long> parseSpan(const std::string& text) {
     return {};
 }
 
+std::string isoSecondsText(long long ns) {
+    const long long seconds = wholeBelow(ns, kNsPerSecond);
+    const Date date = dateOf(wholeBelow(seconds, kSecondsPerDay));
+    const int second = restAbove(seconds, kSecondsPerDay);
+    return tools::formatted("%04d-%02d-%02dT%02d:%02d:%02d", date.year, date.month, date.day,
+                            second / 3600, second / 60 % 60, second % 60);
+}
+
 std::string isoText(long long ns) {
-    const bool isBefore = ns % kNsPerSecond < 0;
-    const long long seconds = ns / kNsPerSecond - (isBefore ? 1 : 0);
-    const int behind = static_cast<int>(ns % kNsPerSecond + (isBefore ? kNsPerSecond : 0));
-    const bool isDayBefore = seconds % kSecondsPerDay < 0;
-    const Date date = dateOf(seconds / kSecondsPerDay - (isDayBefore ? 1 : 0));
-    const int second =
-        static_cast<int>(seconds % kSecondsPerDay + (isDayBefore ? kSecondsPerDay : 0));
-    return tools::formatted("%04d-%02d-%02dT%02d:%02d:%02d.%09d", date.year, date.month, date.day,
-                            second / 3600, second / 60 % 60, second % 60, behind);
+    return isoSecondsText(ns) + tools::formatted(".%09d", restAbove(ns, kNsPerSecond));
 }
 
 std::string utcText(long long utcNs) {

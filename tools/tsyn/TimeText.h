@@ -18,8 +18,9 @@ std::optional<long long> parseTime(const std::string& text, int utcOffsetS);
 /** Reads a span with its unit, such as "-1.5ms". */
 std::optional<long long> parseSpan(const std::string& text);
 
-/** "2026-11-21T20:25:40.123456789", without a zone. */
+/** "2026-11-21T20:25:40.123456789", without a zone, and the same without what follows the point. */
 std::string isoText(long long ns);
+std::string isoSecondsText(long long ns);
 
 /** "2026-11-21T20:25:40.123456789Z", or in TAI with that at its end. */
 std::string utcText(long long utcNs);

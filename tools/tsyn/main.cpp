@@ -1,9 +1,9 @@
-#include <cstdio>
 #include <exception>
 #include <string>
 
 #include "api/BuildStamp.h"
 #include "tools/tsyn/Abi.h"
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/program/Program.h"
 
 namespace {
@@ -20,7 +20,6 @@ int main(int argc, char** argv) {
     try {
         return tsyn::parseAndRun(argc, argv, versionText(), kBuildDate);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "tsyn: %s\n", error.what());
-        return 1;
+        return tsyn::fail(error.what());
     }
 }

@@ -67,8 +67,7 @@ std::string boundText(const DaemonState& daemon) {
         text += formatted(", void in %.0f s",
                           1e-9 * static_cast<double>(quality.voidAfterNs - look.systemNs));
     }
-    constexpr std::size_t kToTheSecond = 19;
-    const std::string moment = isoText(quality.voidAfterNs).substr(0, kToTheSecond);
+    const std::string moment = isoSecondsText(quality.voidAfterNs);
     return text + (daemon.sharesClock() ? " (" + moment + ")" : ", void after " + moment);
 }
 

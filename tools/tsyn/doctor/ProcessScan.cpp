@@ -40,6 +40,10 @@ bool forEachName(const std::string& folder, Visit visit) {
     return true;
 }
 
+std::optional<FileIdentity> recordOf(const std::string& interfaceName) {
+    return identityOf("/dev/shm/" + interfaceName);
+}
+
 /** Flags stand in octal behind "flags:". */
 bool isOpenForWriting(int pid, const std::string& descriptor) {
     constexpr char kField[] = "flags:";
@@ -84,7 +88,8 @@ std::string commandOf(int pid) {
     return command;
 }
 
-Process processOf(int pid, const std::string& interfaceName, const std::string& device) {
+Process processOf(int pid, const std::string& interfaceName, const std::string& device,
+                  const std::optional<FileIdentity>& record) {
     Process process;
     process.pid = pid;
     process.name = textOf(procPath(pid, "comm"));
@@ -95,7 +100,7 @@ Process processOf(int pid, const std::string& interfaceName, const std::string& 
     process.steersByName = isClockProgram(process.name) && sharesNetwork(pid);
     process.namesOurs = namesWord(process.command, interfaceName) ||
                         (!device.empty() && namesWord(process.command, device));
-    process.writesRecord = writesRecord(pid, interfaceName).value_or(false);
+    process.writesRecord = record && mappingOf(pid, *record) == Mapping::kWritable;
     lookAtDescriptors(process, device);
     return process;
 }
@@ -126,7 +131,7 @@ bool namesWord(const std::string& command, const std::string& name) {
 }
 
 std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
-    const std::optional<FileIdentity> file = identityOf("/dev/shm/" + interfaceName);
+    const std::optional<FileIdentity> file = recordOf(interfaceName);
     const Mapping mapping = file ? mappingOf(pid, *file) : Mapping::kHidden;
     return mapping == Mapping::kHidden ? std::nullopt
                                        : std::optional(mapping == Mapping::kWritable);
@@ -135,13 +140,14 @@ std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
 std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex) {
     const std::string device =
         clockIndex < 0 ? std::string() : "/dev/ptp" + std::to_string(clockIndex);
+    const std::optional<FileIdentity> record = recordOf(interfaceName);
     std::vector<Process> found;
     forEachName("/proc", [&](const std::string& name) {
         const int pid = static_cast<int>(std::strtol(name.c_str(), nullptr, 10));
         if (pid <= 0 || pid == getpid()) {
             return;
         }
-        Process process = processOf(pid, interfaceName, device);
+        Process process = processOf(pid, interfaceName, device, record);
         if (process.steersByName || process.mayWriteClock || process.writesRecord) {
             found.push_back(std::move(process));
         }

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "tools/tsyn/Failure.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
 #include "tools/tsyn/export/HttpServer.h"
@@ -53,8 +54,7 @@ int exportCommand(const ExportOptions& options) {
     Exported exported(options);
     HttpServer server([&exported] { return exported.metrics(); });
     if (const std::string problem = server.listen(options.listen); !problem.empty()) {
-        std::fprintf(stderr, "tsyn: %s\n", problem.c_str());
-        return 1;
+        return fail(problem);
     }
     Waiting waiting;
     std::fprintf(stderr, "tsyn: metrics at http://%s/metrics\n", server.name().c_str());

@@ -23,7 +23,6 @@ namespace {
 
 constexpr double kNever = std::numeric_limits<double>::infinity();
 constexpr double kLongestWaitS = 1.0;
-constexpr std::size_t kToTheSecond = 19;
 /** A pause between two samples is a gap when it is this much longer than it should be. */
 constexpr double kLateS = 2.0;
 
@@ -32,7 +31,7 @@ std::string headOf(const RecordOptions& options) {
     uname(&machine);
     const long long nowNs = systemNowNs();
     nlohmann::ordered_json about = {{"interface", options.interfaceName},
-                                    {"start", isoText(nowNs).substr(0, kToTheSecond) + "Z"},
+                                    {"start", isoSecondsText(nowNs) + "Z"},
                                     {"start_ns", nowNs},
                                     {"rate", options.rate},
                                     {"tsyn", TSYN_VERSION},

@@ -7,6 +7,7 @@ namespace {
 
 constexpr double kStaleIntervals = 3.0;
 constexpr unsigned int kPairsUntilValid = 2;
+
 }  // namespace
 
 const char* stateName(SyncState state) {
