@@ -40,11 +40,13 @@ constexpr int kMostQueued = 8192;
 // A socket that goes on failing is left alone for so long; a set-up that failed, for longer.
 constexpr int kFailuresBeforeRest = 3;
 constexpr unsigned long long kSocketRestNs = 100ULL * kNsPerMillisecond;
-// More than two thousand frames a second are a flood: each would wake the loop alone. It lets them
-// gather for a millisecond instead, which the card's stamps make up for.
+// More than two thousand frames a second are a flood: each would wake the loop alone. It lets some
+// forty gather instead, which the card's stamps make up for; an answer leaves so much later, and a
+// neighbour that is asked answers within 10 ms.
 constexpr int kFramesOfCrowd = 32;
 constexpr unsigned long long kCrowdNs = 16ULL * kNsPerMillisecond;
-constexpr unsigned long long kGatherNs = 1ULL * kNsPerMillisecond;
+constexpr unsigned long long kFramesGathered = 40;
+constexpr unsigned long long kLongestGatherNs = 4ULL * kNsPerMillisecond;
 constexpr double kSyncsOfSilence = 3;
 constexpr unsigned long long kTickPeriodNs = 1000ULL * kNsPerMillisecond;
 constexpr unsigned long long kSetUpRestNs = 1000ULL * kNsPerMillisecond;
@@ -85,7 +87,7 @@ private:
     int failures_ = 0;   // of the socket since the last frame
     int uncounted_ = 0;  // frames since crowdSinceNs_
     unsigned long long crowdSinceNs_ = 0;
-    bool isCrowded_ = false;
+    unsigned long long gatherNs_ = 0;  // for which frames gather, 0 without a flood
     unsigned long long socketRestsUntilNs_ = 0;
     unsigned long long setUpAgainNs_ = kNoDeadline;
     unsigned char buffer_[kReceiveCapacity + ethernet::kVlanTagSize];
@@ -201,7 +203,8 @@ unsigned long long EventLoop::nextTurn(unsigned long long nowNs) const {
     return socketRestsUntilNs_ > nowNs ? std::min(wakeNs, socketRestsUntilNs_) : wakeNs;
 }
 
-/** A master that is there tells by each Sync; its silence is told, and what that does in time. */
+/** A master that is there tells by each Sync; silence, or pairs without stamps, are told in time.
+ */
 unsigned long long EventLoop::nextTick() const {
     if (heardNs_ == 0 || !isRunning()) {
         return kNoDeadline;
@@ -290,12 +293,16 @@ bool EventLoop::takeFrame() {
 /** Judges by how long the last few frames took to come. */
 void EventLoop::noteTaken(int frames) {
     uncounted_ += frames;
-    if (uncounted_ >= kFramesOfCrowd) {
-        const unsigned long long nowNs = monotonicNs();
-        isCrowded_ = nowNs - crowdSinceNs_ < kCrowdNs;
-        crowdSinceNs_ = nowNs;
-        uncounted_ = 0;
+    if (uncounted_ < kFramesOfCrowd) {
+        return;
     }
+    const unsigned long long nowNs = monotonicNs();
+    const unsigned long long tookNs = nowNs - crowdSinceNs_;
+    const auto counted = static_cast<unsigned long long>(uncounted_);
+    gatherNs_ =
+        tookNs < kCrowdNs ? std::min(tookNs * kFramesGathered / counted, kLongestGatherNs) : 0;
+    crowdSinceNs_ = nowNs;
+    uncounted_ = 0;
 }
 
 void EventLoop::receiveQueued() {
@@ -305,8 +312,8 @@ void EventLoop::receiveQueued() {
     }
     noteTaken(taken);
     // A queue that was not emptied has more to give: it would run over.
-    if (isCrowded_ && taken < kFramesAtOnce) {
-        socketRestsUntilNs_ = monotonicNs() + kGatherNs;
+    if (gatherNs_ != 0 && taken < kFramesAtOnce) {
+        socketRestsUntilNs_ = monotonicNs() + gatherNs_;
     }
     if (queueState() == QueueState::kFailed) {
         takeErrors();
