@@ -73,6 +73,7 @@ private:
     void takeErrors();
     void discardQueued();
     bool takeFrame();
+    void noteHeard(unsigned long long followUpNs);
 
     const char* const ifName_;
     std::unique_ptr<LinkWatch> link_;
@@ -82,6 +83,8 @@ private:
     bool linkUp_ = true;
     bool linkChanged_ = false;
     unsigned long long heardNs_ = 0;  // the latest Follow_Up
+    unsigned long long fedNs_ = 0;    // the latest one whose pair was used, or the first
+    unsigned int usedPairs_ = 0;      // then
     unsigned long long lastTickNs_ = 0;
     bool active_ = false;
     int failures_ = 0;   // of the socket since the last frame
@@ -206,11 +209,11 @@ unsigned long long EventLoop::nextTurn(unsigned long long nowNs) const {
 /** A master that is there tells by each Sync; silence, or pairs without stamps, are told in time.
  */
 unsigned long long EventLoop::nextTick() const {
-    if (heardNs_ == 0 || !isRunning()) {
+    if (fedNs_ == 0 || !isRunning()) {
         return kNoDeadline;
     }
     const double silenceNs = kSyncsOfSilence * configuration().syncInterval * kNsPerMillisecond;
-    return std::max(heardNs_ + static_cast<unsigned long long>(silenceNs),
+    return std::max(fedNs_ + static_cast<unsigned long long>(silenceNs),
                     lastTickNs_ + kTickPeriodNs);
 }
 
@@ -270,6 +273,15 @@ void EventLoop::sleepUntil(unsigned long long wakeNs, unsigned long long nowNs) 
     }
 }
 
+void EventLoop::noteHeard(unsigned long long followUpNs) {
+    heardNs_ = std::max(heardNs_, followUpNs);
+    const unsigned int usedPairs = loopSteps.usedPairs();
+    if (fedNs_ == 0 || usedPairs != usedPairs_) {
+        fedNs_ = heardNs_;
+        usedPairs_ = usedPairs;
+    }
+}
+
 /** Lets the next queued frame handle itself. False when there is none, or hardly: a Follow_Up is
  *  mostly the last one, and when it is not, the next turn finds out for nothing. */
 bool EventLoop::takeFrame() {
@@ -281,7 +293,7 @@ bool EventLoop::takeFrame() {
         failures_ = 0;
         try {
             messages_->handle(buffer_, length, rxTime);
-            heardNs_ = std::max(heardNs_, messages_->lastFollowUpNs());
+            noteHeard(messages_->lastFollowUpNs());
         } catch (const std::exception&) {
             // Such a frame is dropped; the next one deserves its chance.
             return true;

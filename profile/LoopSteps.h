@@ -9,6 +9,10 @@ struct LoopSteps {
      *  then every second, and when the link comes or goes. */
     void (*tick)();
 
+    /** How many Sync pairs were used so far, asked behind each Follow_Up. A pair without a receive
+     *  stamp is none: the master may speak and the time go on unfed all the same. */
+    unsigned int (*usedPairs)();
+
     /** Tells readers that nobody follows the master any more. */
     void (*end)();
 
@@ -19,8 +23,9 @@ struct LoopSteps {
 
 extern LoopSteps loopSteps;
 
-/** Deployed records change with a Sync only. */
+/** Deployed records change with a Sync only, and with every one. */
 void tellNothing();
+unsigned int countEveryPair();
 
 /** Counts and drops them: left behind, they would wake the loop for ever. */
 bool dropStrayStamps(int socket);

@@ -162,6 +162,7 @@ void profile::apply(const TSynProfile& given) {
     segment_switches::install(given);
     cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
     loopSteps.tick = given.robustTime != 0 ? time_steps::tick : tellNothing;
+    loopSteps.usedPairs = given.robustTime != 0 ? time_steps::usedPairs : countEveryPair;
     loopSteps.end = given.robustTime != 0 ? time_steps::end : tellNothing;
     log_switches::install(given);
     wire_steps::install(given);

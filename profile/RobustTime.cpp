@@ -39,6 +39,7 @@ TimeKeeper keeper;
 TimeRecord keptRecord(nullptr);  ///< of the last Sync, for tick
 LineSource lastSource{};
 SystemSteps systemSteps;
+unsigned int pairsUsed = 0;
 
 /** A cross-timestamp; x 0 when there is none. */
 Reading readClocks() {
@@ -165,6 +166,8 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
     }
     if (verdict == Verdict::kRefused) {
         quality::countRefusedSample();
+    } else {
+        ++pairsUsed;
     }
     const LineSource source{verdict == Verdict::kRefused ? lastSource.originTime : originNs, 0};
     publishLocked(port.record, source, delay);
@@ -198,6 +201,10 @@ void robust_time::tick() {
     const TimeKeeper::Delay delay = delayTo(record);
     const QuietLock lock(keeperMutex);
     publishLocked(record, lastSource, delay);
+}
+
+unsigned int robust_time::usedPairs() {
+    return pairsUsed;
 }
 
 void robust_time::end() {

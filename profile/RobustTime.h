@@ -27,6 +27,9 @@ void logUnknownTxMode(unsigned int txMode);
  *  Does nothing before the first one. At most once a Sync interval; any thread of the daemon. */
 void tick();
 
+/** How many Sync pairs moved the time so far. From the thread that handles them. */
+unsigned int usedPairs();
+
 /** Publishes that the time is lost, since nobody will follow the master from now on. */
 void end();
 

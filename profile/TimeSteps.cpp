@@ -51,6 +51,10 @@ void time_steps::tick() {
     robust_time::tick();
 }
 
+unsigned int time_steps::usedPairs() {
+    return robust_time::usedPairs();
+}
+
 void time_steps::end() {
     robust_time::end();
 }

@@ -12,6 +12,9 @@ void install(const TSynProfile& profile);
  *  nothing before there is a time. At most once a Sync interval, from any thread of the daemon. */
 void tick();
 
+/** How many Sync pairs moved the time so far. From the thread that handles them. */
+unsigned int usedPairs();
+
 /** Tells readers that the daemon ends. */
 void end();
 

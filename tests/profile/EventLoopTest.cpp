@@ -236,17 +236,35 @@ TEST_F(EventLoop, FramesOfItsOwnDoNotWakeIt) {
     EXPECT_LE(kernel.receptions - before, 8);
 }
 
+Bytes anyFollowUp() {
+    Bytes followUp(14 + 76, 0);
+    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
+                                    0,    0,    2,    0x88, 0xF7, 0x18, 0x02, 0, 76};
+    std::copy(std::begin(header), std::end(header), followUp.begin());
+    return followUp;
+}
+
 TEST_F(EventLoop, ASlaveTellsOnItsOwnThatTheMasterIsSilent) {
     static std::atomic<int> ticks;
     const ProfiledDaemon daemon(slaveConfig(), eventProfile());
     ASSERT_TRUE(peer.awaitType(kPdelayReq));
     loopSteps.tick = [] { ++ticks; };
-    Bytes followUp(14 + 76, 0);
-    const unsigned char header[] = {0x01, 0x80, 0xC2, 0,    0,    0x0E, 2,    0, 0,
-                                    0,    0,    2,    0x88, 0xF7, 0x18, 0x02, 0, 76};
-    std::copy(std::begin(header), std::end(header), followUp.begin());
-    ASSERT_TRUE(peer.send(followUp));
+    ASSERT_TRUE(peer.send(anyFollowUp()));
     EXPECT_TRUE(eventually([] { return ticks > 2; }, std::chrono::seconds(4)));
+}
+
+TEST_F(EventLoop, ASlaveTellsOnItsOwnThatNothingOfTheMasterCanBeUsed) {
+    static std::atomic<int> ticks;
+    const ProfiledDaemon daemon(slaveConfig(), eventProfile());
+    ASSERT_TRUE(peer.awaitType(kPdelayReq));
+    loopSteps.tick = [] { ++ticks; };
+    loopSteps.usedPairs = [] { return 7U; };
+    EXPECT_TRUE(eventually(
+        [this] {
+            EXPECT_TRUE(peer.send(anyFollowUp()));
+            return ticks > 0;
+        },
+        std::chrono::seconds(4)));
 }
 
 }  // namespace

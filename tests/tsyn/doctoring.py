@@ -1,9 +1,7 @@
 """What the tests of tsyn doctor share."""
 import json
-import subprocess
 
-import network
-from network import BUILD, MASTER_IF, SLAVE_IF, WAIT_S
+from network import MASTER_IF, SLAVE_IF, WAIT_S
 from simulated import Simulated
 
 LIST = "101112131415161718191a1b1c1d1e1f"
@@ -29,14 +27,6 @@ class Doctoring(Simulated):
         self.master = self.daemon(MASTER_IF, "master", *master)
         self.slave = self.daemon(SLAVE_IF, "slave", *slave)
         self.timekeeper.sleep(settle)
-
-    def card(self, *words):
-        """An order to the virtual cards."""
-        subprocess.run([str(BUILD / "virtual_i210"), *words], check=True,
-                       env=network.environment(self.cards))
-
-    def fault(self, name, kind, *details):
-        self.card("fault", name, kind, *(details or ("--until-cleared",)))
 
     def run_doctor(self, name, *options):
         child = self.start("doctor", name, *options)

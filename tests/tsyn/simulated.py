@@ -119,3 +119,11 @@ class Simulated(network.Network):
                         (str(build / program), *network.as_deployed(words)))
         self.addCleanup(self.reap, child)
         return child
+
+    def card(self, *words):
+        """An order to the virtual cards."""
+        subprocess.run([str(network.BUILD / "virtual_i210"), *words], check=True,
+                       env=network.environment(self.cards))
+
+    def fault(self, name, kind, *details):
+        self.card("fault", name, kind, *(details or ("--until-cleared",)))

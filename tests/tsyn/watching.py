@@ -118,6 +118,14 @@ class Status(Daemons):
                 self.assertEqual((code, told["state"]), expected)
                 self.end(slave)
 
+    def test_of_a_slave_whose_receive_stamps_are_missing_is_4(self):
+        """The master speaks on, but nothing of it can be used."""
+        self.pair(*STANDARD)
+        self.fault(SLAVE_IF, "rx-stamp-lost")
+        self.timekeeper.sleep(2)
+        code, told, _ = self.status_json(SLAVE_IF)
+        self.assertEqual((code, told["state"]), (4, "holdover"))
+
     def status_after_the_end(self, *profile):
         _, slave = self.pair(*profile)
         slave.kill()
