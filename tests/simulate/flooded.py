@@ -3,7 +3,7 @@
 Usage: flooded.py SIMULATE SCENARIO
 
 Of the card's capture: each Sync of the master is accepted by the slave, each Pdelay_Req of the slave
-has one Pdelay_Resp and one Pdelay_Resp_Follow_Up, and strangers get few answers.
+has one Pdelay_Resp and one Pdelay_Resp_Follow_Up within 10 ms, and strangers get few answers.
 """
 
 import collections
@@ -19,8 +19,9 @@ ETHERNET_HEADER = 14
 STRANGERS = bytes.fromhex("0AFFFFFE")
 FLOODED_FRAMES = 4000
 MOST_ANSWERS_A_FLOOD = 100
+LATEST_ANSWER_NS = 10_000_000
 
-Message = collections.namedtuple("Message", "type source sequence requester")
+Message = collections.namedtuple("Message", "ns type source sequence requester")
 
 
 def messages(capture):
@@ -31,7 +32,8 @@ def messages(capture):
         kind, length = struct.unpack_from("<II", data, offset)
         if kind == 6:
             ptp = data[offset + 28 + ETHERNET_HEADER:]
-            yield Message(ptp[0] & 0xF, ptp[20:28], ptp[30:32], ptp[44:52])
+            high, low = struct.unpack_from("<II", data, offset + 12)
+            yield Message(high << 32 | low, ptp[0] & 0xF, ptp[20:28], ptp[30:32], ptp[44:52])
         offset += length
 
 
@@ -53,6 +55,18 @@ def lost(found, accepted):
             times = answers[answer, request.sequence, request.source]
             if times != 1:
                 yield f"Pdelay_Req {request.sequence.hex()} has {times} answers of type {answer}"
+
+
+def late(found):
+    """The same of answers to anybody."""
+    asked = {}
+    for each in found:
+        if each.type == PDELAY_REQ:
+            asked[each.source, each.sequence] = each.ns
+        elif each.type == PDELAY_RESP and (each.requester, each.sequence) in asked:
+            took = each.ns - asked[each.requester, each.sequence]
+            if took > LATEST_ANSWER_NS:
+                yield f"Pdelay_Req {each.sequence.hex()} was answered {took} ns later"
 
 
 def unbounded(found):
@@ -78,7 +92,7 @@ def main():
         results = next(pathlib.Path(folder).glob("*/seed-*"))
         found = list(messages(results / "capture.pcapng"))
         end = json.loads((results / "slave.json").read_text().splitlines()[-1])
-    wrong = [*lost(found, end["sync_accepted"]), *unbounded(found)]
+    wrong = [*lost(found, end["sync_accepted"]), *late(found), *unbounded(found)]
     for line in wrong:
         print(f"{scenario}: {line}", file=sys.stderr)
     return 1 if wrong else 0
