@@ -87,12 +87,25 @@ class Words(Network):
         self.assert_one_error(self.start("frobnicate"), 2, "unknown command 'frobnicate'", "check")
         self.assert_one_error(self.start("chekc", "x"), 2, "did you mean check?")
 
+    def test_only_a_slip_is_taken_for_another_word(self):
+        child = self.start("run", SLAVE_IF, "--foo", "slave")
+        _, errors = child.communicate(timeout=WAIT_S)
+        self.assertEqual((child.returncode, errors),
+                         (2, "tsyn: unknown option --foo; 'tsyn run --help' lists the options\n"))
+
     def test_allowed_values_are_listed(self):
         run = ("run", SLAVE_IF, "--role", "slave")
         self.assert_one_error(self.start(*run, "--time-tlv", "not-secured"), 2,
                               "'not-secured' is not one of off, secured;")
         self.assert_one_error(self.start(*run, "--domain", "abc"), 2,
                               "'abc' is not a whole number from 0 to 15;")
+        for words, part in ((("status", "--stale-after", "x"), "'x' is not a number from 0.1 to 3600"),
+                            (("watch", "--duration", "nan"), "'nan' is not a number from 0.1 to"),
+                            (("feed", "--max-bound", "0"), "'0' is not a whole number from 1 to")):
+            with self.subTest(words=words):
+                command, option, value = words
+                self.assert_one_error(self.start(command, SLAVE_IF, option, value), 2,
+                                      f"{option}: {part}")
 
     def test_help_is_grouped_and_tells_values_and_defaults(self):
         child = self.start("run", "--help")

@@ -1,6 +1,7 @@
 #include "tools/tsyn/cli/OptionTypes.h"
 
 #include <algorithm>
+#include <numeric>
 #include <sstream>
 #include <utility>
 
@@ -18,17 +19,21 @@ std::string notOneOf(const std::string& text, const std::vector<std::string>& wo
     return "'" + text + "' is not one of " + joined(words, ", ");
 }
 
+/** Letters added, left out, replaced or swapped with the next. */
 std::size_t distance(const std::string& one, const std::string& other) {
+    std::vector<std::size_t> twoBack;
+    std::vector<std::size_t> back;
     std::vector<std::size_t> row(other.size() + 1);
-    for (std::size_t i = 0; i < row.size(); ++i) {
-        row[i] = i;
-    }
+    std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
+        twoBack = std::exchange(back, row);
+        row[0] = i + 1;
         for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+            const std::size_t replaced = back[j] + (one[i] == other[j] ? 0 : 1);
+            row[j + 1] = std::min({replaced, row[j] + 1, back[j + 1] + 1});
+            if (i > 0 && j > 0 && one[i] == other[j - 1] && one[i - 1] == other[j]) {
+                row[j + 1] = std::min(row[j + 1], twoBack[j - 1] + 1);
+            }
         }
     }
     return row.back();
@@ -181,8 +186,11 @@ std::string plainName(const CLI::Option& option) {
 }
 
 std::string nearest(const std::string& word, const std::vector<std::string>& names) {
+    constexpr std::size_t kLettersASlip = 3;
+    constexpr std::size_t kMostSlips = 2;
     std::string best;
-    std::size_t bestDistance = std::min<std::size_t>(3, word.size() / 2 + 1);
+    const std::size_t letters = word.size() - std::min(word.find_first_not_of('-'), word.size());
+    std::size_t bestDistance = 1 + std::min(kMostSlips, letters / kLettersASlip);
     for (const std::string& name : names) {
         const std::size_t apart = distance(word, name);
         if (apart < bestDistance) {

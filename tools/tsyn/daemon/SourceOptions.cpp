@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/SpySource.h"
 
 namespace tsyn {
@@ -52,11 +53,11 @@ void addLookOptions(CLI::App& command, double& staleAfterS, int& utcOffsetS) {
         .add_option("--stale-after", staleAfterS,
                     "seconds without a Sync after which a daemon that tells no state of its own "
                     "is stale; more than the Sync interval (1.5)")
-        ->check(CLI::Range(0.1, 3600.0));
+        ->check(realNumber(0.1, 3600.0));
     command
         .add_option("--utc-offset", utcOffsetS,
                     "seconds of TAI over UTC, to tell which of both the daemon's time is (37)")
-        ->check(CLI::Range(0, 1000));
+        ->check(wholeNumber(0, 1000));
 }
 
 }  // namespace tsyn

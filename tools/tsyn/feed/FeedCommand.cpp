@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/tsyn/Failure.h"
+#include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
 #include "tools/tsyn/feed/Feeder.h"
@@ -28,7 +29,7 @@ void addSinkOptions(CLI::App& parser, FeedOptions& options) {
                           .add_option("--ntp-shm", options.ntpUnit,
                                       "unit of the NTP shared memory, of chronyd's 'refclock SHM' "
                                       "or ntpd's driver 28")
-                          ->check(CLI::Range(0, 255))
+                          ->check(wholeNumber(0, 255))
                           ->excludes(chrony);
     chrony->excludes(ntp);
     parser.final_callback([chrony, ntp] {
@@ -47,12 +48,12 @@ FeedTimescale timescaleNamed(const std::string& word) {
 
 void addLimitOptions(CLI::App& parser, FeedOptions& options) {
     parser.add_option("--rate", options.ratePerS, "samples a second, at most one each Sync (1)")
-        ->check(CLI::Range(0.001, 100.0));
+        ->check(realNumber(0.001, 100.0));
     parser
         .add_option("--max-bound", options.limits.maxBoundNs,
                     "ns: no sample while a daemon of the standard profile tells an error bound "
                     "above (10000); one that does what deployed nodes do tells none")
-        ->check(CLI::Range(1LL, 1000000000LL));
+        ->check(wholeNumber(1, 1000000000));
     parser
         .add_option_function<std::string>(
             "--timescale",
@@ -61,7 +62,7 @@ void addLimitOptions(CLI::App& parser, FeedOptions& options) {
             },
             "what the daemon's time is: utc, tai, or auto, which takes the one that lies "
             "within 5 s of this host's clock (auto)")
-        ->check(CLI::IsMember({"auto", "utc", "tai"}));
+        ->check(oneOfWords({"auto", "utc", "tai"}));
     parser.add_flag("--wait", options.wait, "wait for a record that is not there at the start");
 }
 

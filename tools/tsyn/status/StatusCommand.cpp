@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tools/tsyn/Failure.h"
+#include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/DaemonJson.h"
 #include "tools/tsyn/daemon/DaemonText.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
@@ -102,7 +103,7 @@ Command addStatusCommand(CLI::App& program) {
     parser
         ->add_option("--timeout", options->timeoutS,
                      "seconds to wait for the first answer of a spy (3)")
-        ->check(CLI::Range(0.1, 3600.0));
+        ->check(realNumber(0.1, 3600.0));
     return {parser, [options] { return statusCommand(*options); }};
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
 #include "tools/tsyn/watch/Screen.h"
 #include "tools/tsyn/watch/SyncStatistics.h"
@@ -156,7 +157,7 @@ Command addWatchCommand(CLI::App& program) {
         ->excludes(json);
     parser->add_flag("--ascii", options->ascii, "no UTF-8, whatever the locale says");
     parser->add_option("--duration", options->durationS, "end after this many seconds")
-        ->check(CLI::Range(0.1, 1e9));
+        ->check(realNumber(0.1, 1e9));
     addLookOptions(*parser, options->staleAfterS, options->utcOffsetS);
     return {parser, [options] { return watchCommand(*options); }};
 }
