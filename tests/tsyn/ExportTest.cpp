@@ -38,6 +38,9 @@ TEST(Metrics, OfAStandardSlave) {
              "tsyn_link_delay_seconds{interface=\"eth1\"} 5e-07",
              "tsyn_last_sync_age_seconds{interface=\"eth1\"} 0.5",
              "tsyn_error_bound_seconds{interface=\"eth1\"} 2e-07",
+             "tsyn_error_bound_void_after_seconds{interface=\"eth1\"} 1767225660",
+             "tsyn_timescale{interface=\"eth1\",timescale=\"utc\"} 1",
+             "tsyn_timescale{interface=\"eth1\",timescale=\"own\"} 0",
              "tsyn_sync_accepted_total{interface=\"eth1\"} 9",
              "tsyn_steps_total{interface=\"eth1\"} 0",
          }) {
@@ -50,7 +53,27 @@ TEST(Metrics, LeaveOutWhatADeployedDaemonDoesNotTell) {
     EXPECT_EQ(std::string::npos, text.find("tsyn_error_bound")) << text;
     EXPECT_EQ(std::string::npos, text.find("tsyn_owner_up")) << text;
     EXPECT_EQ(std::string::npos, text.find("tsyn_steps")) << text;
+    EXPECT_TRUE(has(text, "tsyn_timescale{interface=\"eth1\",timescale=\"utc\"} 1")) << text;
     EXPECT_TRUE(has(text, "tsyn_synchronised{interface=\"eth1\"} 1")) << text;
+}
+
+TEST(Metrics, TellAnEpochOfItsOwnAndWhenItsBoundIsVoid) {
+    gPtpTimeDataStruct slave = records::slave(9, 5);
+    slave.masterOffset += 1000 * records::kSecond;
+    slave.originTime -= 1000ULL * records::kSecond;
+    gPtpTimeQuality quality = records::quality(TSYN_STATE_HOLDOVER, 5);
+    quality.stepCount = 3;
+    const std::string text = textOf(records::with(slave, quality), kLives);
+    for (const char* const line : {
+             "tsyn_timescale{interface=\"eth1\",timescale=\"own\"} 1",
+             "tsyn_timescale{interface=\"eth1\",timescale=\"utc\"} 0",
+             "tsyn_steps_total{interface=\"eth1\"} 3",
+             "tsyn_error_bound_void_after_seconds{interface=\"eth1\"} 1767225605",
+         }) {
+        EXPECT_TRUE(has(text, line)) << line << "\nis not in\n" << text;
+    }
+    EXPECT_EQ(std::string::npos, text.find("tsyn_error_bound_seconds")) << text;
+    EXPECT_EQ(std::string::npos, text.find("tsyn_system_clock_offset")) << text;
 }
 
 TEST(Metrics, OfADaemonThatEndedAreDown) {

@@ -126,6 +126,11 @@ void addTime(Metrics& metrics, const DaemonState& daemon, int utcOffsetS) {
         return;
     }
     const Timescale timescale = timescaleOf(*timeNs, look.systemNs, utcOffsetS);
+    metrics.describe("timescale", "gauge",
+                     "What the time of the daemon counts: 1 for what it does.");
+    for (const Timescale each : {Timescale::kUtc, Timescale::kTai, Timescale::kOwn}) {
+        metrics.value("timescale", each == timescale ? 1 : 0, {{"timescale", timescaleName(each)}});
+    }
     if (const auto utcNs = civilTime(*timeNs, timescale, utcOffsetS).utcNs) {
         metrics.gauge("system_clock_offset_seconds",
                       "System clock of this host less the time of the daemon.",
@@ -152,6 +157,12 @@ void addQuality(Metrics& metrics, const DaemonState& daemon) {
     if (const std::optional<long long> boundNs = daemon.boundNs()) {
         metrics.gauge("error_bound_seconds", "Error of the daemon's time, at most.",
                       seconds(*boundNs));
+    }
+    const std::optional<gPtpTimeQuality>& quality = daemon.latest().quality;
+    if (daemon.sharesClock() && quality && quality->voidAfterNs != 0) {
+        metrics.gauge("error_bound_void_after_seconds",
+                      "System time since 1970 after which the bound says nothing.",
+                      seconds(quality->voidAfterNs));
     }
 }
 
