@@ -68,8 +68,25 @@ class Set(Network):
 
     def test_slave_answers_that_it_cannot(self):
         slave = self.controlled(SLAVE_IF, "slave")
-        self.assert_one_error(self.ask("--status", "global"), 1, "slave")
+        self.assert_one_error(self.ask("--status", "global"), 1, "slave", "cannot be set")
         self.end(slave)
+
+    def test_slave_without_a_socket_is_none_to_be_given_one(self):
+        for profile in ("deployed", "standard"):
+            with self.subTest(profile=profile):
+                master = self.run_json(MASTER_IF, "master", "--profile", profile)
+                slave = self.run_json(SLAVE_IF, "slave", "--profile", profile)
+                self.wait_for(slave, lambda line: line.get("sync_accepted", 0) > 0)
+                self.refused(SLAVE_IF, "its daemon is a slave", "cannot be set")
+                self.refused(MASTER_IF, "no daemon takes requests", "--control")
+                slave.kill()
+                slave.wait(WAIT_S)
+                self.end(master)
+        self.refused(SLAVE_IF, "no daemon takes requests")
+
+    def refused(self, name, *parts):
+        child = self.start("set", name, "--status", "global", cards=False)
+        self.assert_one_error(child, 1, f"tsyn: {name}: ", *parts)
 
     def test_hostile_requests_are_answered_and_disturb_nothing(self):
         master = self.controlled(MASTER_IF, "master")

@@ -58,7 +58,8 @@ std::string answerSettingRequest(const std::string& text, bool isMaster) {
         return answerText(false, problem);
     }
     if (!isMaster) {
-        return answerText(false, "this daemon is a slave: all of it comes from its master");
+        return answerText(false,
+                          "this daemon is a slave, which follows its master and cannot be set");
     }
     std::string done;
     if (request.userData && setUserData(*request.userData)) {

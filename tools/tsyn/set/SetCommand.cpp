@@ -11,6 +11,8 @@
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/control/ControlSocket.h"
 #include "tools/tsyn/control/SettingRequest.h"
+#include "tools/tsyn/daemon/Owner.h"
+#include "tools/tsyn/daemon/SegmentSource.h"
 
 namespace tsyn {
 namespace {
@@ -93,6 +95,14 @@ SettingRequest requestOf(const SetOptions& options) {
     return request;
 }
 
+/** Whether a daemon runs there that follows another. */
+bool isSlave(const std::string& interfaceName) {
+    SegmentSource source(interfaceName);
+    const std::optional<Look> look = source.look(0.0);
+    return look && roleOf(*look) == DaemonRole::kSlave &&
+           OwnerFinder().find(*look, source.segmentFile()).life != Owner::Life::kEnded;
+}
+
 int setCommand(const SetOptions& options) {
     const std::vector<std::string> paths = options.controlPath.empty()
                                                ? controlPaths(options.interfaceName)
@@ -111,6 +121,13 @@ int setCommand(const SetOptions& options) {
             return 1;
         }
         problems += (problems.empty() ? "" : "; ") + problem;
+    }
+    if (isSlave(options.interfaceName)) {
+        std::fprintf(stderr,
+                     "tsyn: %s: its daemon is a slave, which follows its master and cannot "
+                     "be set; ask on the master\n",
+                     options.interfaceName.c_str());
+        return 1;
     }
     std::fprintf(stderr,
                  "tsyn: %s: no daemon takes requests (%s); it does when started with --control "
