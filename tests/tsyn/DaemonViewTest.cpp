@@ -137,7 +137,7 @@ TEST(DaemonRows, NameTheFlagsAndTheMaster) {
     EXPECT_EQ("none", rowOf(records::with(slave, quality), 7, "flags"));
     quality.flags = TSYN_FLAG_SEVERAL_ANSWERS | TSYN_FLAG_LINK_DOWN;
     EXPECT_EQ("several-answers, link-down", rowOf(records::with(slave, quality), 7, "flags"));
-    EXPECT_EQ("0000000000000000-0", rowOf(records::with(slave, quality), 7, "master"));
+    EXPECT_EQ("none", rowOf(records::with(slave, quality), 7, "master"));
     EXPECT_EQ("itself", rowOf(records::with(records::master(9, 5), quality), 7, "master"));
 }
 

@@ -137,7 +137,7 @@ TEST(DoctorLinkDelay, RefusedMeasurementsCount) {
 TEST(DoctorRecord, MustTakeTheSyncThatComes) {
     Evidence evidence = healthySlave();
     EXPECT_TRUE(contains(verdictOf(evidence, "record").found,
-                         "23 Sync taken, 0 rejected, time 0.0 s old  quality synchronised"));
+                         "23 Sync taken, 0 rejected, time 0.0 s old, synchronised  master none"));
     evidence.record.before = evidence.record.after;
     EXPECT_EQ("record", firstGate(evidence));
     evidence.record.before->rejectedSync = 4U - 24U;

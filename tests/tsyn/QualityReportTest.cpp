@@ -34,6 +34,7 @@ Status statusOf(const gPtpTimeQuality& quality, long long seconds) {
                 sizeof quality);
     Status status;
     status.record = record;
+    status.state = tsyn::SyncState::kSynchronised;
     status.systemNs = seconds * 1'000'000'000;
     return status;
 }
@@ -44,10 +45,9 @@ bool contains(const std::string& text, const std::string& part) {
 
 TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
     const std::string line = statusLine(statusOf(quality(), 5));
-    EXPECT_TRUE(contains(line,
-                         "  quality holdover  master 020000fffe00000a-1  bound 350 ns  "
-                         "link-down"))
-        << line;
+    EXPECT_TRUE(contains(line, "  holdover      time -  seq 0  offset 0 ns")) << line;
+    EXPECT_TRUE(contains(line, "  master 020000fffe00000a-1  bound 350 ns  link-down")) << line;
+    EXPECT_FALSE(contains(line, "synchronised")) << line;
     const std::string json = statusJson("eth0", statusOf(quality(), 5));
     EXPECT_TRUE(contains(json,
                          "\"quality\":{\"state\":\"holdover\",\"master\":"
@@ -57,8 +57,26 @@ TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
     EXPECT_TRUE(contains(json, "\"ignored_frames\":7")) << json;
 }
 
+TEST(QualityReport, AMasterIsItsOwnAndASlaveMayHaveNone) {
+    gPtpTimeQuality silent = quality();
+    std::memset(silent.masterIdentity, 0, sizeof silent.masterIdentity);
+    EXPECT_TRUE(contains(statusLine(statusOf(silent, 5)), "  master none  bound 350 ns"));
+    Status master = statusOf(silent, 5);
+    master.master = true;
+    master.state = tsyn::SyncState::kSending;
+    EXPECT_TRUE(contains(statusLine(master), "  sending       time -  seq 0  master itself  bound"))
+        << statusLine(master);
+}
+
+TEST(QualityReport, WhatTheDaemonTellsDoesNotStandBeforeItStartsOrAfterItsInterface) {
+    Status status = statusOf(quality(), 5);
+    status.state = tsyn::SyncState::kGone;
+    EXPECT_TRUE(contains(statusLine(status), "  interface gone  ")) << statusLine(status);
+}
+
 TEST(QualityReport, ABoundThatIsVoidIsNotTold) {
     EXPECT_TRUE(contains(statusLine(statusOf(quality(), 10)), "bound -"));
+    EXPECT_TRUE(contains(statusLine(statusOf(quality(), 10)), "  lost  "));
     EXPECT_TRUE(contains(statusJson("eth0", statusOf(quality(), 10)), "\"bound_ns\":null"));
     gPtpTimeQuality acquiring = quality();
     acquiring.state = TSYN_STATE_ACQUIRING;
@@ -67,11 +85,12 @@ TEST(QualityReport, ABoundThatIsVoidIsNotTold) {
 
 TEST(QualityReport, DaemonsThatTellNoneAreShownAsEver) {
     const gPtpTimeQuality none{};
-    EXPECT_FALSE(contains(statusLine(statusOf(none, 5)), "quality"));
+    EXPECT_FALSE(contains(statusLine(statusOf(none, 5)), "bound"));
+    EXPECT_TRUE(contains(statusLine(statusOf(none, 5)), "  synchronised  "));
     EXPECT_FALSE(contains(statusJson("eth0", statusOf(none, 5)), "quality"));
     gPtpTimeQuality later = quality();
     later.layout = 2;
-    EXPECT_FALSE(contains(statusLine(statusOf(later, 5)), "quality"));
+    EXPECT_FALSE(contains(statusLine(statusOf(later, 5)), "bound"));
 }
 
 }  // namespace

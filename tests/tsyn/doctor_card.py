@@ -21,7 +21,7 @@ class Healthy(Doctoring):
         gates = self.assert_healthy()
         skipped = [name for name, gate in gates.items() if gate["result"] == "skip"]
         self.assertEqual(skipped, ["crc"])
-        self.assertIn("quality synchronised", gates["record"]["found"])
+        self.assertIn(" s old, synchronised  master ", gates["record"]["found"])
         self.assertIn("measured, ", gates["link-delay"]["found"])
 
     def test_slave_as_deployed_with_a_fixed_delay(self):

@@ -45,7 +45,7 @@ EXAMPLES = {"c", "ini", "mermaid", "text", "toml", "yaml"}
 
 # What shows that a program does its work which ends only when it is told to.
 GOES_ON = (
-    (r"tsyn run .*masterIdentity", r"no sync yet"),
+    (r"tsyn run .*masterIdentity", r"no sync yet|no master"),
     (r"tsyn run (?!.*--print-config)", r"(?<!not )sending|synchronised"),
     (r"tsyn watch .*--summary", r"rms +\d+ max"),
     (r"tsyn watch ", r"synchronised"),

@@ -39,15 +39,9 @@ std::string untold(const Look& look, const char* asDeployed) {
     return look.record.localTime != 0 ? asDeployed : "not told yet";
 }
 
-std::string masterText(const DaemonState& daemon) {
-    const Look& look = daemon.latest();
-    if (!look.quality) {
-        return untold(look, "not told: deployed");
-    }
-    if (roleOf(look) == DaemonRole::kMaster) {
-        return "itself";
-    }
-    return identityText(*look.quality) + "-" + std::to_string(look.quality->masterPort);
+std::string masterOf(const Look& look) {
+    return look.quality ? masterText(*look.quality, roleOf(look) == DaemonRole::kMaster)
+                        : untold(look, "not told: deployed");
 }
 
 std::string boundText(const DaemonState& daemon) {
@@ -123,7 +117,7 @@ std::vector<TextRow> daemonRows(const DaemonState& daemon, const Owner& owner, i
     std::vector<TextRow> rows;
     addTime(rows, daemon, utcOffsetS);
     rows.push_back({"last Sync", syncText(daemon)});
-    rows.push_back({"master", masterText(daemon)});
+    rows.push_back({"master", masterOf(look)});
     rows.push_back({"offset", formatted("%lld ns, card less master", record.masterOffset)});
     rows.push_back({"rate", rateText(look)});
     rows.push_back({"delay", formatted("%lld ns", record.linkDelay)});

@@ -10,10 +10,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+bool isKnown(const gPtpTimeQuality& quality) {
+    return quality.state == TSYN_STATE_SYNCHRONISED || quality.state == TSYN_STATE_HOLDOVER;
+}
+
 bool hasBound(const gPtpTimeQuality& quality, long long nowNs) {
-    const bool isKnown =
-        quality.state == TSYN_STATE_SYNCHRONISED || quality.state == TSYN_STATE_HOLDOVER;
-    return isKnown && nowNs <= quality.voidAfterNs;
+    return isKnown(quality) && nowNs <= quality.voidAfterNs;
 }
 
 }  // namespace
@@ -84,11 +86,24 @@ std::optional<gPtpTimeQuality> qualityOf(const gPtpTimeDataStruct& record) {
     return quality;
 }
 
+const char* timeStateAt(const gPtpTimeQuality& quality, long long nowNs) {
+    const bool isVoid = isKnown(quality) && nowNs > quality.voidAfterNs;
+    return timeStateName(isVoid ? static_cast<unsigned char>(TSYN_STATE_LOST) : quality.state);
+}
+
+std::string masterText(const gPtpTimeQuality& quality, bool isMaster) {
+    if (isMaster) {
+        return "itself";
+    }
+    const bool isNobody =
+        std::all_of(std::begin(quality.masterIdentity), std::end(quality.masterIdentity),
+                    [](unsigned char byte) { return byte == 0; });
+    return isNobody ? "none" : identityText(quality) + "-" + std::to_string(quality.masterPort);
+}
+
 std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
-                        long long nowNs) {
-    std::string text = std::string("  quality ") + timeStateName(quality.state) + "  master " +
-                       identityText(quality) + "-" + std::to_string(quality.masterPort) +
-                       "  bound ";
+                        long long nowNs, bool isMaster) {
+    std::string text = "  master " + masterText(quality, isMaster) + "  bound ";
     const std::optional<long long> boundNs = boundAt(quality, record, nowNs);
     text += boundNs ? std::to_string(*boundNs) + " ns" : std::string("-");
     for (const std::string& name : flagNames(quality.flags)) {

@@ -22,9 +22,16 @@ std::string identityText(const gPtpTimeQuality& quality);
 std::optional<long long> boundAt(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                                  long long nowNs);
 
-/** For the end of a status line. nowNs: system time, at which the bound is told. */
+/** Its state at a system time: a time whose bound is void by then is lost. */
+const char* timeStateAt(const gPtpTimeQuality& quality, long long nowNs);
+
+/** Of the daemon's own record: "itself" of a master, "none", or identity and port. */
+std::string masterText(const gPtpTimeQuality& quality, bool isMaster);
+
+/** For the end of a status line: all but the state. nowNs: system time, at which the bound is
+ *  told. */
 std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
-                        long long nowNs);
+                        long long nowNs, bool isMaster);
 
 nlohmann::ordered_json qualityJson(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                                    long long nowNs);

@@ -341,7 +341,9 @@ Verdict judgeRecord(const Evidence& evidence) {
                                  : "see in the daemon's log why it rejects them");
     }
     if (const auto quality = qualityOf(record)) {
-        return judgeState(*quality, found + qualityText(*quality, record, evidence.record.afterNs));
+        return judgeState(*quality,
+                          found + ", " + timeStateName(quality->state) +
+                              qualityText(*quality, record, evidence.record.afterNs, false));
     }
     const double rate = static_cast<double>(loadExtended(record.rateRatio1));
     if (!pairWasTaken(record) || rate < kSlowestMasterRate || rate > kFastestMasterRate) {

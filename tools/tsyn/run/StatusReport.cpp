@@ -27,6 +27,14 @@ Json secondsOrNull(const std::optional<double>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
+/** A daemon that tells its own state knows it better than its host, who sees the pairs alone. */
+const char* stateOf(const Status& status) {
+    const bool isRunning = status.state != SyncState::kStarting && status.state != SyncState::kGone;
+    const auto quality =
+        status.record && !status.master && isRunning ? qualityOf(*status.record) : std::nullopt;
+    return quality ? timeStateAt(*quality, status.systemNs) : stateName(status.state);
+}
+
 bool hasSubTlvs(const SubTlvTracker* tracker) {
     return tracker != nullptr && tracker->last();
 }
@@ -75,8 +83,8 @@ std::optional<double> validAfterSync(const RunSummary& summary) {
 }  // namespace
 
 std::string statusLine(const Status& status) {
-    std::string line = formatted("%6.1f s  %-12s  time %s", status.elapsedS,
-                                 stateName(status.state), timeText(status).c_str());
+    std::string line = formatted("%6.1f s  %-12s  time %s", status.elapsedS, stateOf(status),
+                                 timeText(status).c_str());
     if (status.record) {
         const gPtpTimeDataStruct& record = *status.record;
         line += formatted("  seq %u", record.sequenceId);
@@ -90,7 +98,7 @@ std::string statusLine(const Status& status) {
             line += "  two senders";
         }
         if (const auto quality = qualityOf(record)) {
-            line += qualityText(*quality, record, status.systemNs);
+            line += qualityText(*quality, record, status.systemNs, status.master);
         }
     }
     if (hasSubTlvs(status.subTlvs)) {
