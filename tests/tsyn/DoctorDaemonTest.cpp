@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "base/Extended80.h"
 #include "tests/tsyn/DoctorEvidence.h"
@@ -186,6 +187,24 @@ TEST(DoctorReport, HasALineForEachGateAndNamesTheFirstFailedLast) {
     EXPECT_TRUE(contains(text, "\nnot synchronised, since: reception: the card drops"));
     EXPECT_FALSE(contains(text, "\033"));
     EXPECT_TRUE(contains(doctorText(judgeAll(evidence), true), "\033[1;31mFAIL\033[0m  reception"));
+}
+
+TEST(DoctorReport, BreaksLinesAtTheEndOfATerminal) {
+    Evidence evidence = healthySlave();
+    for (unsigned int type = 0; type < 16; ++type) {
+        evidence.wire.frames.push_back(frameOf(type, kMasterMac, 1, 1.0));
+    }
+    evidence.interface.takesEverything = false;
+    std::istringstream text(doctorText(judgeAll(evidence), false));
+    std::size_t lines = 0;
+    for (std::string line; std::getline(text, line) && line.find("not sync") != 0; ++lines) {
+        EXPECT_GE(80U, line.size()) << line;
+        EXPECT_NE(' ', line.back()) << line;
+    }
+    EXPECT_LT(gates().size() + 3, lines);
+    EXPECT_TRUE(contains(doctorText(judgeAll(evidence), false),
+                         "\n                       1 Management, 1 type 14, 1 type 15 in 3.0 s\n"))
+        << doctorText(judgeAll(evidence), false);
 }
 
 TEST(DoctorReport, JsonSaysTheSame) {

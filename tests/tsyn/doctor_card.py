@@ -67,6 +67,7 @@ class Healthy(Doctoring):
         self.assertRegex(output, r"(?m)^PASS  interface +tss0 has index")
         self.assertRegex(output.splitlines()[-1], r"^all is well: \d+ gates passed, 1 skipped$")
         self.assertNotIn("\033", output)
+        self.assertLess(max(map(len, output.splitlines())), 81)
 
 
 class CardFaults(Doctoring):

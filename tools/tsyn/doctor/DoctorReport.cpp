@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace tsyn::doctor {
 namespace {
@@ -34,17 +35,44 @@ std::ptrdiff_t countOf(const std::vector<Judgement>& judgements, Outcome outcome
         [outcome](const Judgement& judgement) { return judgement.verdict.outcome == outcome; });
 }
 
+/** Broken between words where a terminal ends; what follows is indented. */
+std::string folded(const std::string& text, std::size_t indent) {
+    constexpr std::size_t kWidth = 80;
+    std::istringstream words(text);
+    std::string lines;
+    std::size_t column = indent;
+    for (std::string word; words >> word; column += word.size()) {
+        std::string counted;
+        // A number stays with what it counts.
+        if (word.find_first_not_of("0123456789") == std::string::npos && words >> counted) {
+            word += " " + counted;
+        }
+        if (lines.empty()) {
+            lines = word;
+        } else if (column + 1 + word.size() > kWidth) {
+            lines += "\n" + std::string(indent, ' ') + word;
+            column = indent;
+        } else {
+            lines += " " + word;
+            ++column;
+        }
+    }
+    return lines;
+}
+
 std::string lineOf(const Judgement& judgement, bool coloured) {
     constexpr std::size_t kNameWidth = 17;
+    constexpr std::size_t kTextColumn = sizeof "PASS  " - 1 + kNameWidth;
     const Look& look = lookOf(judgement.verdict.outcome);
     std::string name = judgement.gate;
     name.resize(std::max(name.size(), kNameWidth), ' ');
     const std::string word =
         coloured ? look.colour + std::string(look.text) + "\033[0m" : look.text;
-    std::string line = word + "  " + name + judgement.verdict.found + "\n";
+    std::string line = word + "  " + name + folded(judgement.verdict.found, kTextColumn) + "\n";
     if (judgement.verdict.outcome == Outcome::kFail) {
-        line += std::string(sizeof "PASS  " - 1 + kNameWidth, ' ') + "-> " +
-                judgement.verdict.next + "\n";
+        const std::string arrow = "-> ";
+        line += std::string(kTextColumn, ' ') + arrow +
+                folded(judgement.verdict.next, kTextColumn + arrow.size()) + "\n";
     }
     return line;
 }
