@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "base/Extended80.h"
 #include "tests/tsyn/DoctorEvidence.h"
-#include "tools/tsyn/doctor/DoctorOptions.h"
 #include "tools/tsyn/doctor/DoctorReport.h"
 
 namespace tsyn::doctor {
@@ -81,6 +79,35 @@ TEST(DoctorPeerDelay, WithoutRequestsTheDelayIsFixedOrMissing) {
     EXPECT_TRUE(contains(verdictOf(evidence, "peer-delay").found, "listen longer"));
 }
 
+TEST(DoctorLinkDelay, IsFixedOrMeasuredAsTheDaemonWasToldAndAsItsRecordShows) {
+    Evidence evidence = healthySlave();
+    evidence.used.fixedDelayNs = 0;
+    removeFrames(evidence, kPdelayReq);
+    EXPECT_EQ("measured, 500 ns", verdictOf(evidence, "link-delay").found);
+    EXPECT_EQ("no Pdelay_Req of this node, whose delay is measured",
+              verdictOf(evidence, "peer-delay").found);
+    evidence.used.fixedDelayNs.reset();
+    evidence.record.after->pdelayPhcTime = 1;
+    EXPECT_EQ("measured, 500 ns", verdictOf(evidence, "link-delay").found);
+    EXPECT_EQ("no Pdelay_Req of this node now; its delay was measured before",
+              verdictOf(evidence, "peer-delay").found);
+    evidence.record.after->pdelayPhcTime = 0;
+    evidence.expected.syncIntervalMs = 400.0;
+    EXPECT_EQ("500 ns, fixed or measured before", verdictOf(evidence, "link-delay").found);
+    evidence.used.fixedDelayNs = 500;
+    EXPECT_EQ("fixed, 500 ns", verdictOf(evidence, "link-delay").found);
+    EXPECT_EQ("no Pdelay_Req of this node; its delay is fixed, 500 ns",
+              verdictOf(evidence, "peer-delay").found);
+}
+
+TEST(DoctorLinkDelay, IsMeasuredWhereTheRequestsAreOfAnotherDomain) {
+    Evidence evidence = healthySlave();
+    evidence.expected.domain = 3;
+    EXPECT_EQ("measured, 500 ns", verdictOf(evidence, "link-delay").found);
+    EXPECT_EQ("this node's Pdelay_Req are of another domain or VLAN",
+              verdictOf(evidence, "peer-delay").found);
+}
+
 TEST(DoctorPeerDelay, OfAMasterIsThatItAnswers) {
     Evidence evidence = healthyMaster();
     EXPECT_EQ("3 of 3 Pdelay_Req answered by this node", verdictOf(evidence, "peer-delay").found);
@@ -137,8 +164,9 @@ TEST(DoctorLinkDelay, RefusedMeasurementsCount) {
 
 TEST(DoctorRecord, MustTakeTheSyncThatComes) {
     Evidence evidence = healthySlave();
-    EXPECT_TRUE(contains(verdictOf(evidence, "record").found,
-                         "23 Sync taken, 0 rejected, time 0.0 s old, synchronised  master none"));
+    EXPECT_TRUE(
+        contains(verdictOf(evidence, "record").found,
+                 "23 Sync taken, 0 rejected, time 0.0 s old, synchronised, master none, bound -"));
     evidence.record.before = evidence.record.after;
     EXPECT_EQ("record", firstGate(evidence));
     evidence.record.before->rejectedSync = 4U - 24U;
@@ -223,25 +251,6 @@ TEST(DoctorReport, JsonSaysTheSame) {
     EXPECT_EQ("no carrier", gate["found"]);
     EXPECT_TRUE(gate["next"].is_string());
     EXPECT_TRUE(failed["gates"][0]["next"].is_null());
-}
-
-TEST(DoctorOptions, EveryOneReachesWhatIsExpected) {
-    CLI::App app("test", "doctor");
-    DoctorOptions options;
-    addDoctorOptions(app, options);
-    app.parse(
-        "eth1 --role master --profile deployed --domain 4 --vlan-id 7 --sync-interval 250 "
-        "--data-id-list 000102030405060708090a0b0c0d0e0f --listen 9",
-        false);
-    const Expectation expected = options.expectation();
-    EXPECT_EQ("eth1", expected.interfaceName);
-    EXPECT_TRUE(expected.master);
-    EXPECT_FALSE(expected.anyMinorVersion);
-    EXPECT_EQ(4U, expected.domain);
-    EXPECT_EQ(7, expected.vlanId);
-    EXPECT_EQ(250.0, expected.syncIntervalMs);
-    EXPECT_EQ(15, expected.dataIds->at(15));
-    EXPECT_EQ(9.0, expected.listenS);
 }
 
 }  // namespace

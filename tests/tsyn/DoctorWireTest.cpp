@@ -115,6 +115,10 @@ TEST(DoctorMaster, IsMissedAndSaidWhatElseIsHeard) {
     EXPECT_EQ("master", firstGate(evidence));
     EXPECT_EQ("nobody sends Sync; heard: 3 Pdelay_Resp, 24 Follow_Up, 3 Pdelay_Resp_Follow_Up",
               verdictOf(evidence, "master").found);
+    for (const unsigned int answer : {3U, 8U, 10U}) {
+        removeFrames(evidence, answer);
+    }
+    EXPECT_EQ("nobody sends Sync; heard: nothing from others", verdictOf(evidence, "master").found);
 }
 
 TEST(DoctorMaster, TwoAreOneTooMany) {

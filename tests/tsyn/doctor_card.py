@@ -10,8 +10,8 @@ import time
 
 import network
 import programs
-from doctoring import (DEPLOYED, FIXED, LIST, RX_NONE, RX_PTP_V2_EVENT, SECURED, TX_OFF, TX_ON,
-                       Doctoring)
+from doctoring import (DEPLOYED, FIXED, LIST, RX_NONE, RX_PTP_V2_EVENT, SECURED, STANDARD, TX_OFF,
+                       TX_ON, Doctoring)
 from network import BUILD, MASTER_IF, SLAVE_IF, WAIT_S, Network, ip
 
 
@@ -21,7 +21,7 @@ class Healthy(Doctoring):
         gates = self.assert_healthy()
         skipped = [name for name, gate in gates.items() if gate["result"] == "skip"]
         self.assertEqual(skipped, ["crc"])
-        self.assertIn(" s old, synchronised  master ", gates["record"]["found"])
+        self.assertIn(" s old, synchronised, master ", gates["record"]["found"])
         self.assertIn("measured, ", gates["link-delay"]["found"])
 
     def test_slave_as_deployed_with_a_fixed_delay(self):
@@ -40,10 +40,30 @@ class Healthy(Doctoring):
         gates = self.assert_healthy("--role", "master", name=MASTER_IF)
         self.assertRegex(gates["peer-delay"]["found"], r"^(\d) of \1 Pdelay_Req answered")
 
+    def test_what_the_daemons_were_told_need_not_be_repeated(self):
+        told = ("--domain", "3", "--vlan-id", "5", "--sync-interval", "250", "--data-id-list", LIST)
+        for profile in (STANDARD, DEPLOYED):
+            with self.subTest(profile=profile):
+                self.pair(master=(*profile, *told, *SECURED[:-2]), slave=(*profile, *told),
+                          settle=12.0)
+                self.assert_healthy(name=MASTER_IF)
+                gates = self.assert_healthy()
+                self.assertEqual(gates["domain"]["found"], "domain 3")
+                self.assertRegex(gates["crc"]["found"], r"^all \d\d CRCs right$")
+                for child in (self.master, self.slave):
+                    child.kill()
+                    child.wait(WAIT_S)
+
     def test_secured_follow_ups(self):
         self.pair(master=SECURED)
         gates = self.assert_healthy("--data-id-list", LIST)
         self.assertRegex(gates["crc"]["found"], r"^all \d\d CRCs right$")
+
+    def test_delay_that_was_measured_is_called_so(self):
+        # One request comes each eight Sync, so that none is heard here.
+        self.pair(master=("--sync-interval", "500"), slave=("--sync-interval", "500"), settle=16.0)
+        gates = self.assert_healthy()
+        self.assertRegex(gates["link-delay"]["found"], r"^measured, \d+ ns$")
 
     def test_looking_sends_nothing_and_leaves_the_card_as_it_is(self):
         self.pair(slave=FIXED)

@@ -30,8 +30,9 @@ class DaemonFaults(Doctoring):
                 self.end_all()
 
     def end_all(self):
-        self.master.kill()
-        self.master.wait(WAIT_S)
+        for child in (self.master, self.slave):
+            child.kill()
+            child.wait(WAIT_S)
         for name in (SLAVE_IF, f"{SLAVE_IF}.lock"):
             pathlib.Path(f"/dev/shm/{name}").unlink(missing_ok=True)
 
@@ -75,7 +76,31 @@ class DaemonFaults(Doctoring):
 
     def test_daemon_was_told_another_domain(self):
         self.pair(slave=(*FIXED, "--domain", "2"))
-        self.assert_first("record", "0 Sync taken", "another domain")
+        self.assert_first("domain", "Sync of domain 0 from", "run with --domain 0")
+        self.assert_first("domain", "domain 0 was asked for, but the daemon uses domain 2",
+                          "give doctor --domain 2", options=("--domain", "0"))
+
+    def test_master_was_told_to_send_nothing(self):
+        for options, found in ((("--tx-mode", "0"), "--tx-mode 0"),
+                               (("--autosar", "--status", "none"), "--autosar, and --status none")):
+            with self.subTest(options=options):
+                self.pair(master=options)
+                self.assert_first("master", f"this master was told to send no Sync: {found}",
+                                  name=MASTER_IF)
+                self.end_all()
+
+    def test_master_was_told_so_while_it_runs(self):
+        for profile in (STANDARD, DEPLOYED):
+            with self.subTest(profile=profile):
+                self.pair(master=(*profile, "--autosar", "--control", "/dev/shm/control.sock"),
+                          slave=profile)
+                order = self.start("set", MASTER_IF, "--control", "/dev/shm/control.sock",
+                                   "--status", "none")
+                self.assertEqual(order.communicate(timeout=WAIT_S), ("status none\n", ""))
+                self.timekeeper.sleep(1.0)
+                self.assert_first("master", "told since it began",
+                                  f"tsyn set {MASTER_IF} --status global", name=MASTER_IF)
+                self.end_all()
 
 
 class LongCable(Doctoring):

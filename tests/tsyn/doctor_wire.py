@@ -4,8 +4,8 @@
 Usage: doctor_wire.py BUILD_FOLDER [CASE...]
 """
 import programs
-from doctoring import DEPLOYED, FIXED, FOLLOW_UP, LIST, SECURED, Doctoring
-from network import MASTER_IF, SLAVE_IF
+from doctoring import DEPLOYED, FIXED, FOLLOW_UP, LIST, SECURED, STANDARD, Doctoring
+from network import MASTER_IF, SLAVE_IF, WAIT_S
 
 
 class WireFaults(Doctoring):
@@ -42,6 +42,18 @@ class WireFaults(Doctoring):
         self.pair(master=("--domain", "3"))
         self.assert_first("domain", "Sync of domain 3 from ", "run with --domain 3")
 
+    def test_domain_that_only_who_looks_has(self):
+        for profile in (STANDARD, DEPLOYED):
+            with self.subTest(profile=profile):
+                self.pair(master=profile, slave=(*profile, *FIXED), settle=8.0)
+                for name in (MASTER_IF, SLAVE_IF):
+                    self.assert_first(
+                        "domain", "domain 3 was asked for, but the daemon uses domain 0",
+                        "give doctor --domain 0", options=("--domain", "3"), name=name)
+                for child in (self.master, self.slave):
+                    child.kill()
+                    child.wait(WAIT_S)
+
     def test_vlan(self):
         self.pair(master=("--vlan-id", "5"))
         self.assert_first("vlan", "Sync of VLAN 5 from", "run with --vlan-id 5")
@@ -68,7 +80,9 @@ class WireFaults(Doctoring):
         self.daemon(SLAVE_IF, "master")
         self.daemon(MASTER_IF, "master")
         self.timekeeper.sleep(2.0)
-        self.assert_first("master", "this node itself sends Sync", "--role master")
+        self.assert_first("master", "this daemon is a master", "--role master",
+                          options=("--role", "slave"))
+        self.assert_first("master", "this node is the master, and Sync comes from")
 
     def test_master_beside_another(self):
         self.daemon(SLAVE_IF, "master")

@@ -85,6 +85,14 @@ std::vector<const Process*> daemonsOf(const Evidence& evidence) {
     return daemons;
 }
 
+int daemonPid(const Evidence& evidence) {
+    const std::vector<const Process*> daemons = daemonsOf(evidence);
+    if (!daemons.empty()) {
+        return daemons.front()->pid;
+    }
+    return evidence.record.ownerLives ? evidence.record.ownerPid : 0;
+}
+
 bool daemonLives(const Evidence& evidence) {
     const RecordFacts& record = evidence.record;
     const bool moves = record.before && record.after &&

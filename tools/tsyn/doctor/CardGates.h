@@ -16,6 +16,9 @@ Verdict judgeReception(const Evidence& evidence);
 /** The processes that write the published record; a child that inherited it is none. */
 std::vector<const Process*> daemonsOf(const Evidence& evidence);
 
+/** 0: none is known. */
+int daemonPid(const Evidence& evidence);
+
 /** A process has the record, or moves it. */
 bool daemonLives(const Evidence& evidence);
 

@@ -4,12 +4,11 @@
 #include <cmath>
 #include <set>
 
-#include "base/Extended80.h"
 #include "include/gPtpTimeQuality.h"
 #include "tools/tsyn/check/PtpFields.h"
-#include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/doctor/CardGates.h"
 #include "tools/tsyn/doctor/Numbers.h"
+#include "tools/tsyn/doctor/Rise.h"
 #include "tools/tsyn/doctor/WireView.h"
 
 namespace tsyn::doctor {
@@ -17,23 +16,6 @@ namespace {
 
 constexpr double kSyncsPerRequest = 8.0;
 constexpr double kRateLimitPpm = 250.0;
-constexpr double kNsPerSecond = 1e9;
-
-/** How often a counter rose while it was listened. */
-template <typename Read>
-unsigned int rise(const Evidence& evidence, Read read) {
-    const unsigned int before = read(*evidence.record.before);
-    const unsigned int after = read(*evidence.record.after);
-    return after - before;
-}
-
-template <typename Member>
-unsigned int qualityRise(const Evidence& evidence, Member member) {
-    return rise(evidence, [member](const gPtpTimeDataStruct& record) {
-        const auto quality = qualityOf(record);
-        return quality ? static_cast<unsigned int>((*quality).*member) : 0U;
-    });
-}
 
 /** An answer to a request: from whom, and whether its times followed. */
 struct Answers {
@@ -103,16 +85,43 @@ Verdict judgeOwnAnswers(const Evidence& evidence) {
     return passed(found);
 }
 
-Verdict judgeUnasked(const Evidence& evidence) {
-    const double periodS = kSyncsPerRequest * evidence.expected.syncIntervalMs / 1000.0;
-    if (evidence.wire.listenedS <= periodS) {
-        return skipped("one Pdelay_Req comes each " + decimal(periodS, 1) +
-                       " s; listen longer with --listen");
+double requestPeriodS(const Evidence& evidence) {
+    return kSyncsPerRequest * evidence.expected.syncIntervalMs / 1000.0;
+}
+
+/** Whether the delay is measured rather than fixed; nothing where neither shows. */
+std::optional<bool> measuresDelay(const Evidence& evidence) {
+    if (evidence.used.fixedDelayNs) {
+        return *evidence.used.fixedDelayNs == 0;
     }
-    const long long delayNs = evidence.record.after ? evidence.record.after->linkDelay : 0;
-    if (delayNs != 0) {
+    const gPtpTimeDataStruct& record = *evidence.record.after;
+    if (!ofType(evidence, ptp::kPdelayReq, true).empty() || record.pdelayPhcTime != 0 ||
+        record.incompletePdelay != 0) {
+        return true;
+    }
+    return evidence.wire.listenedS > requestPeriodS(evidence) ? std::optional(false) : std::nullopt;
+}
+
+Verdict judgeUnasked(const Evidence& evidence) {
+    const long long delayNs = evidence.record.after->linkDelay;
+    const std::optional<bool> measures = measuresDelay(evidence);
+    if (measures && !*measures && delayNs != 0) {
         return skipped("no Pdelay_Req of this node; its delay is fixed, " +
                        std::to_string(delayNs) + " ns");
+    }
+    if (evidence.wire.listenedS <= requestPeriodS(evidence)) {
+        return skipped("one Pdelay_Req comes each " + decimal(requestPeriodS(evidence), 1) +
+                       " s; listen longer with --listen");
+    }
+    if (!ofType(evidence, ptp::kPdelayReq, true).empty()) {
+        return skipped("this node's Pdelay_Req are of another domain or VLAN");
+    }
+    if (delayNs != 0 && !evidence.used.fixedDelayNs) {
+        return skipped("no Pdelay_Req of this node now; its delay was measured before");
+    }
+    if (delayNs != 0) {
+        return failed("no Pdelay_Req of this node, whose delay is measured",
+                      "see why the daemon sends nothing in its log");
     }
     return failed("no Pdelay_Req of this node, and no delay in its record",
                   "a fixed delay counts from the host's first GetCurrentTime on; otherwise see "
@@ -138,46 +147,6 @@ Verdict judgeOwnFollowUps(const Evidence& evidence) {
                       "stamping, then start the daemon anew and renew the driver");
     }
     return passed(found);
-}
-
-bool pairWasTaken(const gPtpTimeDataStruct& record) {
-    constexpr unsigned long long kConsistentNs = 1000000;
-    const unsigned long long masterNs =
-        record.localTime - static_cast<unsigned long long>(record.masterOffset);
-    const unsigned long long difference = masterNs - record.originTime;
-    return std::min(difference, 0 - difference) <= kConsistentNs;
-}
-
-std::string ageText(const Evidence& evidence) {
-    const gPtpTimeDataStruct& record = *evidence.record.after;
-    const auto localNs = static_cast<long long>(record.localTime);
-    const long long ageNs = evidence.record.afterNs - localNs - record.systemOffset;
-    return localNs == 0
-               ? "no time yet"
-               : "time " + decimal(static_cast<double>(ageNs) / kNsPerSecond, 1) + " s old";
-}
-
-Verdict judgeMasterRecord(const Evidence& evidence) {
-    const unsigned int sent =
-        rise(evidence, [](const gPtpTimeDataStruct& record) { return record.sequenceId; }) & 0xFFFF;
-    const std::string found =
-        std::to_string(sent) + " Sync published in " + decimal(evidence.wire.listenedS, 1) + " s";
-    return sent == 0 ? failed(found, "the daemon hangs: see its log, and start it anew")
-                     : passed(found);
-}
-
-Verdict judgeState(const gPtpTimeQuality& quality, const std::string& found) {
-    switch (quality.state) {
-    case TSYN_STATE_SYNCHRONISED:
-        return passed(found);
-    case TSYN_STATE_ACQUIRING:
-        return failed(found,
-                      "wait some seconds; when it stays so, the time of the master or the "
-                      "delay moves: see the daemon's log");
-    default:
-        return failed(found,
-                      "see the daemon's log for why it does not believe the Sync that comes");
-    }
 }
 
 }  // namespace
@@ -303,10 +272,17 @@ Verdict judgeLinkDelay(const Evidence& evidence) {
     const long long delayNs = evidence.record.after->linkDelay;
     const unsigned int refused = qualityRise(evidence, &gPtpTimeQuality::unusedExchanges);
     const std::string found = std::to_string(delayNs) + " ns";
-    if (requests == 0) {
+    const std::optional<bool> measures = measuresDelay(evidence);
+    if (delayNs == 0 && requests == 0) {
+        return skipped("none yet");
+    }
+    if (measures && !*measures) {
         return passed("fixed, " + found);
     }
-    if (exchanges.answered == 0) {
+    if (requests == 0 && !measures) {
+        return passed(found + ", fixed or measured before");
+    }
+    if (requests != 0 && exchanges.answered == 0) {
         return skipped("no Pdelay_Req was answered");
     }
     constexpr char kNext[] =
@@ -321,37 +297,6 @@ Verdict judgeLinkDelay(const Evidence& evidence) {
                       kNext);
     }
     return passed("measured, " + found);
-}
-
-Verdict judgeRecord(const Evidence& evidence) {
-    if (evidence.expected.master) {
-        return judgeMasterRecord(evidence);
-    }
-    const auto accepted =
-        rise(evidence, [](const gPtpTimeDataStruct& record) { return record.acceptedSync; });
-    const auto rejected =
-        rise(evidence, [](const gPtpTimeDataStruct& record) { return record.rejectedSync; });
-    const gPtpTimeDataStruct& record = *evidence.record.after;
-    std::string found = std::to_string(accepted) + " Sync taken, " + std::to_string(rejected) +
-                        " rejected, " + ageText(evidence);
-    if (accepted == 0) {
-        return failed(found, rejected == 0
-                                 ? "the daemon hangs, or was told another domain, VLAN or master: "
-                                   "see its options and its log"
-                                 : "see in the daemon's log why it rejects them");
-    }
-    if (const auto quality = qualityOf(record)) {
-        return judgeState(*quality,
-                          found + ", " + timeStateName(quality->state) +
-                              qualityText(*quality, record, evidence.record.afterNs, false));
-    }
-    const double rate = static_cast<double>(loadExtended(record.rateRatio1));
-    if (!pairWasTaken(record) || rate < kSlowestMasterRate || rate > kFastestMasterRate) {
-        return failed(found + ", the last pair was refused for its rate",
-                      "wait some seconds when the daemon or the master has just begun; otherwise "
-                      "see 'frequency offset out of range' in its log");
-    }
-    return passed(found + ", rate " + decimal(1e6 * (rate - 1.0), 1) + " ppm");
 }
 
 }  // namespace tsyn::doctor

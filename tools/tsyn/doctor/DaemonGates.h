@@ -2,7 +2,7 @@
 
 #include "tools/tsyn/doctor/Gates.h"
 
-/** Gates of the running daemon: what it does on the wire, and what it publishes. */
+/** Gates of the running daemon: what it does on the wire. */
 namespace tsyn::doctor {
 
 Verdict judgeDaemon(const Evidence& evidence);
@@ -11,6 +11,5 @@ Verdict judgeTransmitStamps(const Evidence& evidence);
 Verdict judgeReceiveStamps(const Evidence& evidence);
 Verdict judgeRate(const Evidence& evidence);
 Verdict judgeLinkDelay(const Evidence& evidence);
-Verdict judgeRecord(const Evidence& evidence);
 
 }  // namespace tsyn::doctor

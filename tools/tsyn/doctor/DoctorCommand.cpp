@@ -6,10 +6,13 @@
 #include <cstdlib>
 
 #include "tools/tsyn/doctor/CardEvidence.h"
+#include "tools/tsyn/doctor/CardGates.h"
 #include "tools/tsyn/doctor/DoctorReport.h"
 #include "tools/tsyn/doctor/Listener.h"
 #include "tools/tsyn/doctor/ProcessScan.h"
 #include "tools/tsyn/doctor/RecordEvidence.h"
+#include "tools/tsyn/doctor/Settle.h"
+#include "tools/tsyn/doctor/Told.h"
 
 namespace tsyn {
 namespace {
@@ -33,6 +36,10 @@ std::string collect(doctor::Evidence& evidence) {
     }
     record.noteAfter();
     evidence.processes = doctor::scanProcesses(name, evidence.clock.index);
+    if (const int pid = doctor::daemonPid(evidence); pid != 0) {
+        evidence.used = doctor::toldTo(pid);
+    }
+    doctor::settle(evidence);
     return {};
 }
 
@@ -43,8 +50,7 @@ bool wantsColour() {
 }  // namespace
 
 int doctorCommand(const DoctorOptions& options) {
-    doctor::Evidence evidence;
-    evidence.expected = options.expectation();
+    doctor::Evidence evidence = options.question();
     const std::string problem = collect(evidence);
     if (!problem.empty()) {
         std::fprintf(stderr, "tsyn: %s: %s\n", options.interfaceName.c_str(), problem.c_str());

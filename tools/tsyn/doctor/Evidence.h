@@ -12,7 +12,21 @@ namespace tsyn::doctor {
 
 using MacAddress = std::array<unsigned char, 6>;
 
-/** What the daemon was told; nothing but its host knows. */
+/** What a daemon may be told; nothing where it is not known. */
+struct Settings {
+    std::optional<bool> master;
+    std::optional<unsigned int> domain;
+    std::optional<int> vlanId;
+    std::optional<bool> anyMinorVersion;
+    std::optional<double> syncIntervalMs;
+    std::optional<DataIdList> dataIds;
+    std::optional<int> fixedDelayNs; /**< 0: measured */
+    std::optional<bool> sendsSync;
+    std::optional<bool> needsGlobalTime;        /**< a master sends only with a global time base */
+    std::optional<unsigned int> timeBaseStatus; /**< at its start */
+};
+
+/** What the daemon is judged by. */
 struct Expectation {
     std::string interfaceName;
     bool master = false;
@@ -63,6 +77,7 @@ struct Process {
     std::string command;
     bool steersByName = false;  /**< a program that is known to steer clocks */
     bool namesOurs = false;     /**< its command names the interface or the clock */
+    bool isStopped = false;     /**< by a signal or a debugger */
     bool isVisible = false;     /**< its descriptors could be looked at */
     bool mayWriteClock = false; /**< has the clock open for writing */
     bool writesRecord = false;  /**< has the published record mapped for writing */
@@ -97,6 +112,8 @@ struct RecordFacts {
 
 /** All that was seen, before anything is judged. */
 struct Evidence {
+    Settings asked; /**< by who looks */
+    Settings used;  /**< by the daemon */
     Expectation expected;
     CapabilityFacts capabilities;
     InterfaceFacts interface;

@@ -4,6 +4,7 @@
 
 #include "tools/tsyn/doctor/CardGates.h"
 #include "tools/tsyn/doctor/DaemonGates.h"
+#include "tools/tsyn/doctor/RecordGates.h"
 #include "tools/tsyn/doctor/WireGates.h"
 
 namespace tsyn::doctor {
@@ -31,6 +32,11 @@ std::string nothingToHear(const Evidence& evidence) {
 std::string nothingHeard(const Evidence& evidence) {
     std::string reason = nothingToHear(evidence);
     return reason.empty() && evidence.wire.frames.empty() ? "no frames heard" : reason;
+}
+
+/** What a master does not send is worth a word where it is quiet all over. */
+std::string nothingToTellMaster(const Evidence& evidence) {
+    return evidence.expected.master ? nothingToHear(evidence) : nothingHeard(evidence);
 }
 
 std::string noDaemon(const Evidence& evidence) {
@@ -62,7 +68,7 @@ const std::vector<Gate>& gates() {
         {"domain", nothingHeard, judgeDomain},
         {"vlan", nothingHeard, judgeVlan},
         {"transport", nothingHeard, judgeTransport},
-        {"master", nothingHeard, judgeMaster},
+        {"master", nothingToTellMaster, judgeMaster},
         {"follow-up", nothingHeard, judgeFollowUp},
         {"sync-rate", nothingHeard, judgeSyncRate},
         {"crc", nothingHeard, judgeCrc},

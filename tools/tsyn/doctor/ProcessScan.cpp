@@ -64,16 +64,15 @@ void lookAtDescriptors(Process& process, const std::string& device) {
 }
 
 /** Behind the name, which may hold anything but ends with the last bracket: state, parent. */
-int parentOf(int pid) {
-    const std::string status = textOf(procPath(pid, "stat"));
+void lookAtState(Process& process) {
+    const std::string status = textOf(procPath(process.pid, "stat"));
     const std::size_t end = status.rfind(')');
-    int parent = 0;
     if (end != std::string::npos) {
         std::istringstream words(status.substr(end + 1));
         std::string state;
-        words >> state >> parent;
+        words >> state >> process.parent;
+        process.isStopped = state == "T" || state == "t";
     }
-    return parent;
 }
 
 /** An interface of that name in another network is another interface. */
@@ -96,7 +95,7 @@ Process processOf(int pid, const std::string& interfaceName, const std::string& 
     process.name.erase(std::remove(process.name.begin(), process.name.end(), '\n'),
                        process.name.end());
     process.command = commandOf(pid);
-    process.parent = parentOf(pid);
+    lookAtState(process);
     process.steersByName = isClockProgram(process.name) && sharesNetwork(pid);
     process.namesOurs = namesWord(process.command, interfaceName) ||
                         (!device.empty() && namesWord(process.command, device));

@@ -6,6 +6,7 @@
 #include "tools/tsyn/check/PtpFields.h"
 #include "tools/tsyn/doctor/CardGates.h"
 #include "tools/tsyn/doctor/Numbers.h"
+#include "tools/tsyn/doctor/Silence.h"
 #include "tools/tsyn/doctor/WireView.h"
 
 namespace tsyn::doctor {
@@ -23,8 +24,12 @@ std::string versionText(const Heard& frame) {
     return "PTP version " + std::to_string(byte & 0xF) + "." + std::to_string(byte >> 4);
 }
 
+std::string domainName(unsigned int domain) {
+    return "domain " + std::to_string(domain);
+}
+
 std::string domainText(const Heard& frame) {
-    return "domain " + std::to_string(frame.message[ptp::kDomainNumberAt]);
+    return domainName(frame.message[ptp::kDomainNumberAt]);
 }
 
 std::string vlanText(int id) {
@@ -66,6 +71,19 @@ Verdict judgeStage(const Evidence& evidence, Stage stage, Describe describe,
     const Heard* const stopped = firstStopped(before, after);
     return passed(describe(*after.front()) +
                   (stopped == nullptr ? "" : "; ignored: " + stoppedText(*stopped)));
+}
+
+/** The daemon uses another one than was asked for, so that nothing here is about it. */
+template <typename Value, typename Name>
+std::optional<Verdict> wrongAsked(const std::optional<Value>& asked,
+                                  const std::optional<Value>& used, const char* option, Name name) {
+    if (!asked || !used || *asked == *used) {
+        return {};
+    }
+    return failed(name(*asked) + " was asked for, but the daemon uses " + name(*used),
+                  "give doctor " + std::string(option) + " " + std::to_string(*used) +
+                      ", or nothing; or run the daemon with " + option + " " +
+                      std::to_string(*asked));
 }
 
 std::string nextForVersion(const Evidence& evidence, const Heard& frame) {
@@ -114,8 +132,7 @@ Verdict judgeMastersBesideUs(const Evidence& evidence) {
         return skipped("no daemon sends Sync here");
     }
     if (own.empty()) {
-        return failed("this node sends no Sync",
-                      "look at its role, --tx-mode 1, and with --autosar at --status global");
+        return silentMaster(evidence);
     }
     return passed("this node, " + portText(*own.front()) + ", alone sends Sync");
 }
@@ -224,8 +241,11 @@ Verdict judgeFrames(const Evidence& evidence) {
     if (!heard.empty()) {
         return passed(heard + beyond + within);
     }
-    if (evidence.expected.master && !own.empty()) {
-        return passed("nothing from others" + within + ", own: " + own);
+    if (const std::optional<Verdict> wrong = wrongRole(evidence)) {
+        return *wrong;
+    }
+    if (evidence.expected.master && daemonLives(evidence)) {
+        return passed("nothing from others" + within + ", own: " + (own.empty() ? "none" : own));
     }
     return failed("no frame of EtherType 0x88F7" + within +
                       (own.empty() ? "" : " but this node's own (" + own + ")"),
@@ -238,11 +258,15 @@ Verdict judgeVersion(const Evidence& evidence) {
 }
 
 Verdict judgeDomain(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kDomain, domainText, nextForDomain);
+    const auto wrong =
+        wrongAsked(evidence.asked.domain, evidence.used.domain, "--domain", domainName);
+    return wrong ? *wrong : judgeStage(evidence, Stage::kDomain, domainText, nextForDomain);
 }
 
 Verdict judgeVlan(const Evidence& evidence) {
-    return judgeStage(evidence, Stage::kVlan, vlanOf, nextForVlan);
+    const auto wrong =
+        wrongAsked(evidence.asked.vlanId, evidence.used.vlanId, "--vlan-id", vlanText);
+    return wrong ? *wrong : judgeStage(evidence, Stage::kVlan, vlanOf, nextForVlan);
 }
 
 Verdict judgeTransport(const Evidence& evidence) {
@@ -250,6 +274,9 @@ Verdict judgeTransport(const Evidence& evidence) {
 }
 
 Verdict judgeMaster(const Evidence& evidence) {
+    if (const std::optional<Verdict> wrong = wrongRole(evidence)) {
+        return *wrong;
+    }
     if (evidence.expected.master) {
         return judgeMastersBesideUs(evidence);
     }
@@ -258,9 +285,11 @@ Verdict judgeMaster(const Evidence& evidence) {
                       "its daemon is a master: look with --role master, or run it as a slave");
     }
     if (needed(evidence, Stage::kAny).empty()) {
-        return failed("nobody sends Sync; heard: " + countText(evidence, false),
-                      "see that the peer is a master, may send (--tx-mode 1) and has a global time "
-                      "base (--status global)");
+        const std::string heard = countText(evidence, false);
+        return failed(
+            "nobody sends Sync; heard: " + (heard.empty() ? "nothing from others" : heard),
+            "see that the peer is a master, may send (--tx-mode 1) and has a global time "
+            "base (--status global)");
     }
     const auto ports = portsOf(needed(evidence, Stage::kTransport));
     if (ports.empty()) {
