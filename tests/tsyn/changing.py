@@ -12,7 +12,8 @@ import struct
 import subprocess
 
 import programs
-from network import BUILD, MASTER_IF, SLAVE_IF, WAIT_S, Network
+from network import BUILD, CABLE_NS, MASTER_IF, SLAVE_IF, WAIT_S, Network
+from simulated import Simulated
 
 SOCKET = "/dev/shm/control.sock"
 YEAR_2026 = "2026-11-21T20:25:40.5Z"
@@ -130,6 +131,40 @@ class Set(Network):
         self.assert_one_error(self.ask("--time", "1795206340"), 2, "is no time", "unit")
         self.assert_one_error(self.ask("--step", "5"), 2, "+1.5s")
         self.assert_one_error(self.ask("--status", "king"), 2, "gateway, global")
+
+
+class Distributed(Simulated):
+    """What a master's own record tells once its host has set the time."""
+
+    def pair(self, profile):
+        self.master = self.run_json(MASTER_IF, "master", "--profile", profile, "--control", SOCKET)
+        self.slave = self.run_json(SLAVE_IF, "slave", "--profile", profile,
+                                   "--propagation-delay", str(CABLE_NS))
+        self.wait_for_state(self.slave, "synchronised")
+        self.timekeeper.sleep(2)
+
+    def step(self, text):
+        child = self.start("set", MASTER_IF, "--control", SOCKET, "--step", text)
+        _, errors = child.communicate()
+        self.assertEqual((child.returncode, errors), (0, ""))
+        self.timekeeper.sleep(2)
+
+    def told(self, name):
+        child = self.start("status", name, "--json")
+        return json.loads(child.communicate()[0])
+
+    def check_steps(self, profile):
+        self.pair(profile)
+        self.step("+1.5s")
+        self.assertAlmostEqual(self.told(MASTER_IF)["soft_offset_ns"], 1_500_000_000, delta=1000)
+        self.step("-20000001ns")
+        self.assertAlmostEqual(self.told(MASTER_IF)["soft_offset_ns"], 1_479_999_999, delta=2000)
+
+    def test_a_step_of_a_standard_master_is_as_long_as_it_was_asked_for(self):
+        self.check_steps("standard")
+
+    def test_a_step_of_a_deployed_master_is_as_long_as_it_was_asked_for(self):
+        self.check_steps("deployed")
 
 
 class Convert(Network):

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "include/ZebEthTimeSynSupportInterface.h"
 #include "tools/tsyn/HexText.h"
 #include "tools/tsyn/TimeBaseNames.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/control/SettingRequest.h"
+#include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/tsyn/run/RunOptions.h"
 
@@ -19,27 +21,89 @@ constexpr long long kNsPerSecond = 1000000000;
 /** The card's clock is set with 32 bits of seconds. */
 constexpr long long kMostCardNs = 0xFFFFFFFFLL * kNsPerSecond;
 
-/** The time that is to be; nothing when no valid one comes out. */
-std::optional<long long> targetOf(const SettingRequest& request) {
+/** Every sender tells of a new time at once. */
+constexpr unsigned char kNotify = 1;
+
+/** An offset that missed by more is set again. */
+constexpr long long kCloseNs = 1000;
+constexpr int kAims = 5;
+constexpr int kReadings = 7;
+
+std::optional<long long> cardNs() {
+    const std::optional<HostTime> now = masterTime();
+    return now ? std::optional(static_cast<long long>(now->totalNs())) : std::nullopt;
+}
+
+/** Sets the card's clock; the time that it was set to, nothing when it could not be. */
+std::optional<long long> setCard(const SettingRequest& request) {
     long long target = request.timeNs.value_or(0);
     if (request.stepNs) {
-        const std::optional<HostTime> now = request.setsCard ? masterTime() : currentTime();
-        if (!now || __builtin_add_overflow(static_cast<long long>(now->totalNs()), *request.stepNs,
-                                           &target)) {
+        const std::optional<long long> now = cardNs();
+        if (!now || __builtin_add_overflow(*now, *request.stepNs, &target)) {
             return {};
         }
     }
-    const bool isValid = target > 0 && (!request.setsCard || target <= kMostCardNs);
-    return isValid ? std::optional<long long>(target) : std::nullopt;
+    if (target <= 0 || target > kMostCardNs ||
+        ZebEthTSynInterface_SetHardTime(0, static_cast<unsigned long long>(target / kNsPerSecond),
+                                        static_cast<unsigned int>(target % kNsPerSecond),
+                                        kNotify) != 0) {
+        return {};
+    }
+    return target;
 }
 
-bool setTime(long long targetNs, bool card) {
-    const auto seconds = static_cast<unsigned long long>(targetNs / kNsPerSecond);
-    const auto nanoseconds = static_cast<unsigned int>(targetNs % kNsPerSecond);
-    // Every sender tells of it at once.
-    constexpr unsigned char kNotify = 1;
-    return (card ? ZebEthTSynInterface_SetHardTime(0, seconds, nanoseconds, kNotify)
-                 : ZebEthTSynInterface_SetSoftTime(0, seconds, nanoseconds, kNotify)) == 0;
+/** What the card will read by the time that it is read once more. */
+std::optional<long long> nextReadingNs() {
+    std::array<long long, kReadings> apart{};
+    std::optional<long long> last = cardNs();
+    for (long long& each : apart) {
+        const std::optional<long long> now = cardNs();
+        each = now.value_or(0) - last.value_or(0);
+        last = now;
+    }
+    std::nth_element(apart.begin(), apart.begin() + kReadings / 2, apart.end());
+    return last ? std::optional(*last + apart[kReadings / 2]) : std::nullopt;
+}
+
+std::optional<long long> softOffset(RecordView& record) {
+    const std::optional<gPtpTimeDataStruct> read = record.snapshot();
+    return read ? std::optional(static_cast<long long>(read->softOffset)) : std::nullopt;
+}
+
+/** The interface takes a time and reads the card itself, so that the way there counts: the record
+ *  tells what came of it, and whoever was held up on that way tries again. */
+bool setSoftOffset(long long offsetNs, RecordView& record) {
+    for (int i = 0; i < kAims; ++i) {
+        const std::optional<long long> reading = nextReadingNs();
+        long long target = 0;
+        if (!reading || __builtin_add_overflow(*reading, offsetNs, &target) ||
+            ZebEthTSynInterface_SetSoftTime(
+                0, static_cast<unsigned long long>(target / kNsPerSecond),
+                static_cast<unsigned int>(target % kNsPerSecond), kNotify) != 0) {
+            return false;
+        }
+        const std::optional<long long> made = softOffset(record);
+        if (!made || std::llabs(*made - offsetNs) <= kCloseNs) {
+            break;
+        }
+    }
+    return true;
+}
+
+/** Sets the time beside the card's clock, as setCard. */
+std::optional<long long> setBesideCard(const SettingRequest& request,
+                                       const std::string& interfaceName) {
+    RecordView record;
+    record.open(interfaceName);
+    const std::optional<long long> now = cardNs();
+    const std::optional<long long> before = softOffset(record);
+    long long target = request.timeNs.value_or(0);
+    if (!now || !before ||
+        (request.stepNs && __builtin_add_overflow(*now + *before, *request.stepNs, &target)) ||
+        target <= 0 || !setSoftOffset(target - *now, record)) {
+        return {};
+    }
+    return target;
 }
 
 bool setUserData(const std::string& hex) {
@@ -51,7 +115,8 @@ bool setUserData(const std::string& hex) {
 
 }  // namespace
 
-std::string answerSettingRequest(const std::string& text, bool isMaster) {
+std::string answerSettingRequest(const std::string& text, bool isMaster,
+                                 const std::string& interfaceName) {
     SettingRequest request;
     const std::string problem = readRequest(text, request);
     if (!problem.empty()) {
@@ -71,8 +136,9 @@ std::string answerSettingRequest(const std::string& text, bool isMaster) {
         done += "status " + *request.status + "; ";
     }
     if (request.timeNs || request.stepNs) {
-        const std::optional<long long> target = targetOf(request);
-        if (!target || !setTime(*target, request.setsCard)) {
+        const std::optional<long long> target =
+            request.setsCard ? setCard(request) : setBesideCard(request, interfaceName);
+        if (!target) {
             return answerText(false, done + "the time cannot be set to that");
         }
         done += "time " + utcText(*target) + "; ";

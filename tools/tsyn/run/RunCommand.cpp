@@ -227,7 +227,7 @@ std::string RunSession::openControl() {
 
 void RunSession::serveControl() {
     control_.serve([this](const std::string& request) {
-        return answerSettingRequest(request, options_.isMaster());
+        return answerSettingRequest(request, options_.isMaster(), options_.interfaceName);
     });
 }
 
