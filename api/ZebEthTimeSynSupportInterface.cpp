@@ -18,7 +18,6 @@
 #include "base/ptptime.h"
 #include "platform/i210helper.h"
 #include "timebase/TimeChanges.h"
-#include "timebase/TimeConversion.h"
 #include "timebase/TimeRecord.h"
 #include "timebase/osipc.h"
 
@@ -240,7 +239,7 @@ ZEB_ENTRY int ZebEthTSynInterface_GetCurrentTime(
     }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    const long long time = currentTimeNs(*record, toNs(now));
+    const long long time = timeChanges.hostTimeNs(*record, toNs(now));
     putSeconds(time, seconds, nanoseconds);
     putIfWanted(sequenceId, static_cast<unsigned short>(record->sequenceId));
     // A configured delay also replaces the measured one in the record, where a slave looks it up.

@@ -22,12 +22,14 @@ static const double kSlowestMasterRate = 0.99975;
 enum { kSharedSegmentSize = 260, kSharedRecordOffset = 24 };
 
 #pragma pack(push, 4)
-/** 236 bytes. The 12-byte members hold an x87 80-bit extended value in their first 10 bytes. */
+/** 236 bytes. The 12-byte members hold an x87 80-bit extended value in their first 10 bytes. A
+ *  master's masterOffset is 0, or of one that tells its quality, minus the softOffset that its last
+ *  Follow_Up had. */
 typedef struct gPtpTimeDataStruct {
     long long linkDelay;          /**< measured or configured link delay, ns */
     long long softOffset;         /**< requested time minus PHC time of the soft-time setter, ns */
     unsigned int rejectedSync;    /**< Sync messages rejected by a slave */
-    long long masterOffset;       /**< PHC minus grandmaster time at the last Sync, ns; master: 0 */
+    long long masterOffset;       /**< PHC minus grandmaster time at the last Sync, ns */
     long long systemOffset;       /**< system minus PHC time at the last cross-timestamp, ns */
     unsigned char rateRatio1[12]; /**< grandmaster rate over PHC rate */
     unsigned char rateRatio2[12]; /**< PHC rate over system rate */

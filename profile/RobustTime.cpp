@@ -17,6 +17,7 @@
 #include "ptp/ProtocolSteps.h"
 #include "ptp/SyncEstimate.h"
 #include "timebase/SystemClock.h"
+#include "timebase/TimeConversion.h"
 #include "wire/ptpwire.h"
 
 namespace {
@@ -176,10 +177,21 @@ void robust_time::useSyncPair(Port& port, const unsigned char* followUp,
 void robust_time::publishMasterTime(Port& port) {
     const Reading clocks = followClocks();
     const QuietLock lock(keeperMutex);
-    keeper.beMaster();
+    keeper.beMaster(port.record.softOffset());
     if (clocks.x != 0) {
         publishLocked(port.record, {clocks.y, clocks.x}, {0, 0, true});
     }
+}
+
+long long robust_time::hostTimeNs(const gPtpTimeDataStruct& record, unsigned long long systemNs) {
+    if (record.systemTime == 0) {
+        return currentTimeNs(record, systemNs);
+    }
+    // A master's line holds the soft offset that was distributed last, to which the present one
+    // must not be added.
+    gPtpTimeDataStruct card = record;
+    card.masterOffset = 0;
+    return currentTimeNs(card, systemNs);
 }
 
 void robust_time::logUnknownTxMode(unsigned int txMode) {

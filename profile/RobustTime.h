@@ -20,6 +20,9 @@ void useSyncPair(Port& port, const unsigned char* followUp, unsigned long long o
 /** As ProtocolSteps::publishMasterTime. */
 void publishMasterTime(Port& port);
 
+/** As TimeChanges::hostTimeNs: a master's own host is told what it set as soon as it did. */
+long long hostTimeNs(const gPtpTimeDataStruct& record, unsigned long long systemNs);
+
 /** As ProtocolSteps::noteSyncTurn: tells of a mode that it does not know. */
 void logUnknownTxMode(unsigned int txMode);
 

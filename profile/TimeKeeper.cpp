@@ -128,6 +128,12 @@ Verdict TimeKeeper::takePair(const Reading& reading) {
     return verdict;
 }
 
+void TimeKeeper::beMaster(long long aheadNs) {
+    stepFollows_ = stepFollows_ || aheadNs != aheadNs_;
+    isMaster_ = true;
+    aheadNs_ = aheadNs;
+}
+
 bool TimeKeeper::hasTime() const {
     return !phcOverSystem_.isEmpty() && (isMaster_ || masterOverPhc_.hasRate());
 }
@@ -159,7 +165,7 @@ TimeKeeper::Target TimeKeeper::target(unsigned long long systemNowNs, const Dela
     const estimator::Line& system = phcOverSystem_.line();
     const unsigned long long phcNs = system.at(systemNowNs);
     if (isMaster_) {
-        return {phcNs, 0, system.slope};
+        return {phcNs + static_cast<unsigned long long>(aheadNs_), 0, system.slope};
     }
     const estimator::Line& master = masterOverPhc_.line();
     return {master.at(phcNs) + static_cast<unsigned long long>(delay.ns), master.slope,
@@ -196,8 +202,9 @@ TimeLine TimeKeeper::lineThrough(unsigned long long systemNowNs, unsigned long l
     line.masterRate = 1 + static_cast<long double>(target.masterSlope);
     if (isMaster_) {
         line.phcRate -= static_cast<long double>(slowing);
-        line.localTime = timeNs;
-        line.systemOffset = signedDiff(systemNowNs, timeNs);
+        line.localTime = timeNs - static_cast<unsigned long long>(aheadNs_);
+        line.systemOffset = signedDiff(systemNowNs, line.localTime);
+        line.masterOffset = signedDiff(line.localTime, timeNs);
         return line;
     }
     line.masterRate -= static_cast<long double>(slowing);

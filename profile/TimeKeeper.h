@@ -25,8 +25,8 @@ public:
     /** A Sync pair: x PHC, y master time without the link delay. */
     estimator::Verdict takePair(const estimator::Reading& reading);
 
-    /** The PHC itself is the time: this node is the master. */
-    void beMaster() { isMaster_ = true; }
+    /** This node is the master: the time is its PHC and what the host put on top of it, ns. */
+    void beMaster(long long aheadNs);
 
     /** Whether a time can be told at all. */
     bool hasTime() const;
@@ -64,6 +64,7 @@ private:
     estimator::Tracker phcOverSystem_;
     estimator::Tracker masterOverPhc_;
     bool isMaster_ = false;
+    long long aheadNs_ = 0;     ///< of the PHC, a master's time
     bool stepFollows_ = false;  ///< the next publication need not continue the last one
     double pendingDoubt_ = 0;   ///< what a reading that was refused would move the time by
     double intervalNs_ = 0;

@@ -7,6 +7,8 @@
 #include "profile/RobustTime.h"
 #include "profile/Stamps.h"
 #include "ptp/ProtocolSteps.h"
+#include "timebase/TimeChanges.h"
+#include "timebase/TimeConversion.h"
 
 namespace {
 
@@ -27,6 +29,7 @@ void installTime(bool robust) {
     protocolSteps.useSyncPair = robust ? robust_time::useSyncPair : useSuccessivePairs;
     protocolSteps.publishMasterTime =
         robust ? robust_time::publishMasterTime : publishClockReadings;
+    timeChanges.hostTimeNs = robust ? robust_time::hostTimeNs : currentTimeNs;
     protocolSteps.noteSyncTurn = robust ? robust_time::logUnknownTxMode : logTxMode;
 }
 

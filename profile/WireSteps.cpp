@@ -105,8 +105,8 @@ void wire_steps::install(const TSynProfile& profile) {
         profile.signedRateOffset != 0 ? own_messages::signedRateRatio : masterRateRatio;
     protocolSteps.clockSeconds =
         profile.timescale == TSYN_TIMESCALE_TAI ? own_messages::taiSeconds : sameSeconds;
-    timeChanges = profile.timeChangeMarks != 0
-                      ? TimeChanges{own_messages::noteHardTime, own_messages::noteSoftTime}
-                      : TimeChanges{ignoreHardTime, ignoreSoftTime};
+    const bool marksSteps = profile.timeChangeMarks != 0;
+    timeChanges.onHardTime = marksSteps ? own_messages::noteHardTime : ignoreHardTime;
+    timeChanges.onSoftTime = marksSteps ? own_messages::noteSoftTime : ignoreSoftTime;
     autosarPadding = profile.evenTlvs != 0 ? own_messages::padToEven : padNothing;
 }

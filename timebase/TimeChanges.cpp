@@ -1,6 +1,8 @@
 #include "timebase/TimeChanges.h"
 
-TimeChanges timeChanges{ignoreHardTime, ignoreSoftTime};
+#include "timebase/TimeConversion.h"
+
+TimeChanges timeChanges{ignoreHardTime, ignoreSoftTime, currentTimeNs};
 
 void ignoreHardTime(const char* /*interfaceName*/, unsigned long long /*ns*/) {}
 

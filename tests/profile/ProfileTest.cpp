@@ -4,6 +4,8 @@
 
 #include "include/ZebEthTimeSynProfile.h"
 #include "include/ZebEthTimeSynSupportInterface.h"
+#include "timebase/TimeChanges.h"
+#include "timebase/TimeRecord.h"
 
 namespace {
 
@@ -110,6 +112,24 @@ TEST(SetProfile, RefusesAnUnknownValueAndNamesTheSwitch) {
     EXPECT_NE(std::string::npos, refusalOf(profile).find("segmentMode"));
     profile.segmentMode = 0600;
     EXPECT_EQ(0, ZebEthTSynInterface_SetProfile(&profile));
+}
+
+/** At the anchor of a master's line. */
+long long toldToTheHost(unsigned int preset, long long masterOffset, long long softOffset) {
+    const TSynProfile profile = presetOf(preset);
+    EXPECT_EQ(0, ZebEthTSynInterface_SetProfile(&profile));
+    gPtpTimeDataStruct record{};
+    storeLine(record, {1'000'000, masterOffset, 500, 1.0L, 1.0L});
+    record.systemTime = 1'000'500;
+    record.softOffset = softOffset;
+    return timeChanges.hostTimeNs(record, 1'000'500);
+}
+
+TEST(HostTime, OfAMasterHasItsSoftOffsetOnceWhetherOrNotItsLineTellsItYet) {
+    EXPECT_EQ(1'090'000, toldToTheHost(TSYN_PRESET_STANDARD, 0, 90'000));
+    EXPECT_EQ(1'090'000, toldToTheHost(TSYN_PRESET_STANDARD, -90'000, 90'000));
+    EXPECT_EQ(1'000'000, toldToTheHost(TSYN_PRESET_STANDARD, -90'000, 0));
+    EXPECT_EQ(1'090'000, toldToTheHost(TSYN_PRESET_DEPLOYED, 0, 90'000));
 }
 
 }  // namespace

@@ -219,7 +219,7 @@ TEST_F(Slave, IsNotSynchronisedWhileTheDelayIsUnknown) {
 }
 
 TEST_F(Slave, AsAMasterTellsItsPhc) {
-    keeper.beMaster();
+    keeper.beMaster(0);
     lookFirst();
     for (int i = 0; i < 100; ++i) {
         elapsed += kInterval;
@@ -232,6 +232,22 @@ TEST_F(Slave, AsAMasterTellsItsPhc) {
     elapsed += kInterval;
     EXPECT_TRUE(look().isStep);
     EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed)), 300);
+}
+
+TEST_F(Slave, AsAMasterTellsWhatTheHostPutOnTopOfItsPhcAndThatItIsAStep) {
+    keeper.beMaster(0);
+    lookFirst();
+    look();
+    for (const long long ahead : {5 * kSecond, 5 * kSecond + 1, -3 * kSecond}) {
+        elapsed += kInterval;
+        keeper.beMaster(ahead);
+        EXPECT_TRUE(look().isStep);
+        EXPECT_EQ(-ahead, shown.line.masterOffset);
+        EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed) - ahead), 300);
+        EXPECT_LE(std::llabs(static_cast<long long>(shown.line.localTime) - phc(elapsed)), 300);
+        keeper.beMaster(ahead);
+        EXPECT_FALSE(look().isStep);
+    }
 }
 
 }  // namespace

@@ -10,10 +10,15 @@ import re
 import socket
 import struct
 import subprocess
+import sys
 
 import programs
 from network import BUILD, CABLE_NS, MASTER_IF, SLAVE_IF, WAIT_S, Network
-from simulated import Simulated
+from simulated import EPOCH_S, Simulated
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "python"))
+
+from gptp_time import Result, TimeReader  # noqa: E402
 
 SOCKET = "/dev/shm/control.sock"
 YEAR_2026 = "2026-11-21T20:25:40.5Z"
@@ -136,6 +141,8 @@ class Set(Network):
 class Distributed(Simulated):
     """What a master's own record tells once its host has set the time."""
 
+    STEP_NS = 90_000_000_123
+
     def pair(self, profile):
         self.master = self.run_json(MASTER_IF, "master", "--profile", profile, "--control", SOCKET)
         self.slave = self.run_json(SLAVE_IF, "slave", "--profile", profile,
@@ -152,6 +159,41 @@ class Distributed(Simulated):
     def told(self, name):
         child = self.start("status", name, "--json")
         return json.loads(child.communicate()[0])
+
+    def assert_run_tells_it(self):
+        """The status lines, which come each second, of the host itself."""
+        line = self.wait_for(self.master, lambda line: line["t_s"] > self.now() - 1.5)
+        self.assertAlmostEqual(whole(line) - EPOCH_S * 10**9, self.STEP_NS + line["t_s"] * 1e9,
+                               delta=10**9)
+
+    @staticmethod
+    def both_at(system_ns):
+        with TimeReader(MASTER_IF) as master, TimeReader(SLAVE_IF) as slave:
+            return master.at(system_ns), slave.at(system_ns)
+
+    def test_readers_of_a_standard_master_have_its_slaves_time_and_see_the_step(self):
+        self.pair("standard")
+        moment = EPOCH_S * 10**9 + round(self.now() * 1e9)
+        before, _ = self.both_at(moment)
+        self.step(f"{self.STEP_NS}ns")
+        after, slaves = self.both_at(moment)
+        self.assertEqual((after.result, slaves.result), (Result.OK, Result.OK))
+        self.assertAlmostEqual(after.time_ns - before.time_ns, self.STEP_NS, delta=500)
+        self.assertAlmostEqual(after.time_ns, slaves.time_ns, delta=1000)
+        self.assertEqual(after.step_count, before.step_count + 1)
+        self.assert_run_tells_it()
+
+    def test_tools_tell_what_a_deployed_master_distributes(self):
+        self.pair("deployed")
+        self.step(f"{self.STEP_NS}ns")
+        after = self.told(MASTER_IF)
+        slaves = self.told(SLAVE_IF)
+        self.assertAlmostEqual(whole(after), whole(slaves), delta=10**9)
+        moment = str(EPOCH_S * 10**9 + round(self.now() * 1e9))
+        master, slave = (int(self.start("convert", name, moment).communicate()[0].split()[0])
+                         for name in (MASTER_IF, SLAVE_IF))
+        self.assertAlmostEqual(master, slave, delta=20_000)
+        self.assert_run_tells_it()
 
     def check_steps(self, profile):
         self.pair(profile)

@@ -16,6 +16,7 @@
 #include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/cli/OptionTypes.h"
+#include "tools/tsyn/daemon/Look.h"
 #include "tools/tsyn/daemon/RecordView.h"
 
 namespace tsyn {
@@ -63,6 +64,7 @@ std::string Conversion::loadFile() {
                std::to_string(kSharedSegmentSize);
     }
     std::memcpy(&record_, bytes.data() + kSharedRecordOffset, sizeof record_);
+    record_ = withSoftOffset(record_);
     return {};
 }
 
@@ -80,7 +82,7 @@ std::string Conversion::load(std::size_t& firstTime) {
     if (!record) {
         return name + ": no record /dev/shm/" + name + "; a daemon on the interface publishes it";
     }
-    record_ = *record;
+    record_ = withSoftOffset(*record);
     return {};
 }
 

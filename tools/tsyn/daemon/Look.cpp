@@ -16,9 +16,19 @@ bool isZeroFrom(const unsigned char (&bytes)[kSize], std::size_t first) {
 
 }  // namespace
 
+gPtpTimeDataStruct withSoftOffset(const gPtpTimeDataStruct& record) {
+    gPtpTimeDataStruct told = record;
+    const bool isDeployedMaster = record.systemTime != 0 && !qualityOf(record);
+    if (isDeployedMaster) {
+        told.masterOffset =
+            static_cast<long long>(0 - static_cast<unsigned long long>(record.softOffset));
+    }
+    return told;
+}
+
 Look lookNow(const gPtpTimeDataStruct& record) {
     Look look;
-    look.record = record;
+    look.record = withSoftOffset(record);
     look.quality = qualityOf(record);
     look.systemNs = systemNowNs();
     look.monotonicS = monotonicNowS();

@@ -15,7 +15,11 @@ struct Look {
     unsigned int segment = 0; /**< counts the segments that were found one after the other */
 };
 
-/** A look at this record now. */
+/** A deployed master publishes its card's time, and beside it what the host put on top: this is the
+ *  record with both together, as masters of the standard profile publish it. */
+gPtpTimeDataStruct withSoftOffset(const gPtpTimeDataStruct& record);
+
+/** A look at this record now, with its soft offset. */
 Look lookNow(const gPtpTimeDataStruct& record);
 
 /** All that stays zero in a record is zero; the memory of another program hardly is. */

@@ -23,4 +23,14 @@ std::optional<HostTime> masterTime() {
     return time;
 }
 
+std::optional<HostTime> distributedTime(long long softOffsetNs) {
+    constexpr std::uint64_t kNsPerSecond = 1000000000;
+    std::optional<HostTime> time = masterTime();
+    if (time) {
+        const std::uint64_t ns = time->totalNs() + static_cast<std::uint64_t>(softOffsetNs);
+        time = HostTime{ns / kNsPerSecond, static_cast<unsigned int>(ns % kNsPerSecond)};
+    }
+    return time;
+}
+
 }  // namespace tsyn

@@ -19,4 +19,7 @@ std::optional<HostTime> currentTime();
 /** The hardware clock of a master; nothing on a slave. */
 std::optional<HostTime> masterTime();
 
+/** What a master distributes, so far ahead of its hardware clock; nothing on a slave. */
+std::optional<HostTime> distributedTime(long long softOffsetNs);
+
 }  // namespace tsyn

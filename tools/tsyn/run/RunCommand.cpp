@@ -353,7 +353,8 @@ Status RunSession::currentStatus() {
     clock_gettime(CLOCK_REALTIME, &now);
     status.systemNs = now.tv_sec * 1000000000LL + now.tv_nsec;
     if (view_.isOpen()) {
-        if (const auto time = status.master ? masterTime() : currentTime()) {
+        const long long softOffsetNs = status.record ? status.record->softOffset : 0;
+        if (const auto time = status.master ? distributedTime(softOffsetNs) : currentTime()) {
             status.hasTime = true;
             status.seconds = time->seconds;
             status.nanoseconds = time->nanoseconds;
