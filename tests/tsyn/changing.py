@@ -240,9 +240,10 @@ class Convert(Network):
 
     def test_reads_lines_of_an_interface_and_comes_back(self):
         self.RECORD.rename("/dev/shm/eth9")
-        there = self.convert("eth9", input="1700000001.000000007\n1700000002.0\n")
+        there = self.convert("eth9", "--stale", input="1700000001.000000007\n1700000002.0\n")
         self.assertEqual(there.splitlines()[1].split()[0], "1700000000999999993")
-        back = self.convert("eth9", "--to-system", *(line.split()[0] for line in there.splitlines()))
+        back = self.convert("eth9", "--stale", "--to-system",
+                            *(line.split()[0] for line in there.splitlines()))
         self.assertEqual([line.split()[0] for line in back.splitlines()],
                          ["1700000001000000007", "1700000002000000000"])
 
@@ -269,12 +270,54 @@ class Convert(Network):
                 (("--record", str(self.RECORD), "2023-02-29T00:00:00Z"), 2, "is no time"),
                 (("--record", "/nowhere", "1"), 1, "No such file"),
                 (("--record", "/dev/null", "1"), 1, "has 0 bytes"),
-                (("eth9", "1"), 1, "no record /dev/shm/eth9"), ((), 2, "interface is required")):
+                (("eth9", "1"), 1, "no time record /dev/shm/eth9"), ((), 2, "interface is required")):
             with self.subTest(words=words):
                 self.assert_one_error(self.start("convert", *words, cards=False), status, part)
         self.RECORD.write_bytes(bytes(260))
         self.assert_one_error(self.start("convert", "--record", str(self.RECORD), "5", cards=False),
-                              2, "holds no time yet")
+                              1, "holds no time yet")
+
+
+class StaleRecord(Simulated):
+    """What a record of the present tells no more, for whoever does not insist."""
+
+    def convert(self, *words):
+        moment = str(EPOCH_S * 10**9 + round(self.now() * 1e9))
+        child = self.start("convert", SLAVE_IF, moment, *words)
+        output, errors = child.communicate()
+        return child.returncode, output != "", errors
+
+    def assert_refused(self, why):
+        code, has_output, errors = self.convert()
+        self.assertEqual((code, has_output, errors.count("\n")), (1, False, 1), errors)
+        for part in (f"tsyn: {SLAVE_IF}: ", why, "--stale"):
+            self.assertIn(part, errors)
+        self.assertEqual(self.convert("--stale"), (0, True, ""))
+
+    def pair(self, profile):
+        master = self.run_json(MASTER_IF, "master", "--profile", profile)
+        slave = self.run_json(SLAVE_IF, "slave", "--profile", profile,
+                              "--propagation-delay", str(CABLE_NS))
+        self.wait_for_state(slave, "synchronised")
+        self.assertEqual(self.convert(), (0, True, ""))
+        return master, slave
+
+    def test_of_a_standard_slave_whose_bound_is_void_and_that_ended(self):
+        master, slave = self.pair("standard")
+        self.end(master)
+        self.timekeeper.sleep(5)
+        self.assertEqual(self.convert(), (0, True, ""))
+        self.timekeeper.sleep(60)
+        self.assert_refused("bound is void")
+        slave.kill()
+        slave.wait(WAIT_S)
+        self.assert_refused("has ended")
+
+    def test_of_a_deployed_slave_that_has_long_heard_nothing(self):
+        master, _ = self.pair("deployed")
+        self.end(master)
+        self.timekeeper.sleep(62)
+        self.assert_refused("no Sync for 6")
 
 
 class Guides(Network):

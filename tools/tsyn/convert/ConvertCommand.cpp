@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "include/gPtpExactTime.h"
@@ -16,22 +18,67 @@
 #include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/cli/OptionTypes.h"
-#include "tools/tsyn/daemon/Look.h"
-#include "tools/tsyn/daemon/RecordView.h"
+#include "tools/tsyn/daemon/Owner.h"
+#include "tools/tsyn/daemon/SegmentSource.h"
 
 namespace tsyn {
 namespace {
 
 constexpr long long kNsPerSecond = 1000000000;
+/** As readers of the record, which say then that it is stale. */
+constexpr long long kOldNs = 60 * kNsPerSecond;
+constexpr double kLongestSilenceS = 1.5;
+constexpr auto kBetweenTwoLooks = std::chrono::milliseconds(20);
 
 struct ConvertOptions {
     std::vector<std::string> words; /**< interface, unless a file is named, and times */
     std::string recordFile;
+    bool takesStale = false;
     bool toSystem = false;
     bool countsTai = false;
     bool showsTai = false;
     int utcOffsetS = kUtcOffsetS;
 };
+
+/** A daemon in another container hides its process, but not that it writes. */
+bool isWritten(SegmentSource& source, const Look& first) {
+    DaemonState daemon(true, kLongestSilenceS);
+    daemon.update(first);
+    while (!daemon.isMoving() && monotonicNowS() < first.monotonicS + kLongestSilenceS) {
+        std::this_thread::sleep_for(kBetweenTwoLooks);
+        if (const std::optional<Look> next = source.look(0.0)) {
+            daemon.update(*next);
+        }
+    }
+    return daemon.isMoving();
+}
+
+/** Why what the record says of the present may be wrong by any amount. */
+std::string staleness(SegmentSource& source, const Look& look) {
+    constexpr const char* kInsist = "; or convert by its last record with --stale";
+    const std::string record = source.name() + ": " + source.segmentFile();
+    OwnerFinder finder;
+    if (finder.find(look, source.segmentFile()).life == Owner::Life::kEnded &&
+        !isWritten(source, look)) {
+        return record + ": the daemon that wrote it has ended; start it again" + kInsist;
+    }
+    const std::optional<long long> syncNs = lastSyncNs(look);
+    if (!syncNs) {
+        return {};
+    }
+    DaemonState daemon(true, kLongestSilenceS);
+    daemon.update(look);
+    if (look.quality && !daemon.boundNs()) {
+        return record + ": its bound is void, since the state is '" + daemon.state() +
+               "'; see that the master sends" + kInsist;
+    }
+    const long long silentNs = look.systemNs - *syncNs;
+    if (silentNs > kOldNs) {
+        return record + ": no Sync for " + std::to_string(silentNs / kNsPerSecond) +
+               " s; see that the master sends" + kInsist;
+    }
+    return {};
+}
 
 class Conversion {
 public:
@@ -42,7 +89,7 @@ public:
 private:
     std::string load(std::size_t& firstTime);
     std::string loadFile();
-    std::string convert(const std::string& text, const std::string& where) const;
+    int convert(const std::string& text, const std::string& where) const;
     long long offsetNs() const {
         return options_.countsTai ? options_.utcOffsetS * kNsPerSecond : 0;
     }
@@ -76,21 +123,20 @@ std::string Conversion::load(std::size_t& firstTime) {
     if (options_.words.empty()) {
         return "interface is required, or --record; 'tsyn convert --help' lists the options";
     }
-    const std::string& name = options_.words.front();
-    RecordView view;
-    const auto record = view.open(name) ? view.snapshot() : std::nullopt;
-    if (!record) {
-        return name + ": no record /dev/shm/" + name + "; a daemon on the interface publishes it";
+    SegmentSource source(options_.words.front());
+    const std::optional<Look> look = source.look(0.0);
+    if (!look) {
+        return source.problem();
     }
-    record_ = withSoftOffset(*record);
-    return {};
+    record_ = look->record;
+    return options_.takesStale ? "" : staleness(source, *look);
 }
 
-/** Prints a converted time. Returns what went wrong, empty on success. */
-std::string Conversion::convert(const std::string& text, const std::string& where) const {
+/** Prints a converted time. Returns the status, 0 on success. */
+int Conversion::convert(const std::string& text, const std::string& where) const {
     const auto utcNs = parseTime(text, options_.utcOffsetS);
     if (!utcNs) {
-        return where + "'" + text + "' is no time; " + kTimeForms;
+        return fail(where + "'" + text + "' is no time; " + kTimeForms, kWrongUse);
     }
     const bool isIso = text.find('-') != std::string::npos;
     // Numbers count what their clock counts; only dates are turned to its scale.
@@ -98,32 +144,33 @@ std::string Conversion::convert(const std::string& text, const std::string& wher
     const long long result = options_.toSystem ? gPtpSystemAtTime(&record_, *utcNs + shiftNs)
                                                : gPtpTimeAtSystem(&record_, *utcNs);
     if (result == LLONG_MIN || result < offsetNs()) {
-        return where + "the record holds no time yet, or none that reaches '" + text + "'";
+        return fail(where + "the record holds no time yet, or none that reaches '" + text + "'");
     }
     const long long utcResult = options_.toSystem ? result : result - offsetNs();
     std::printf(
         "%lld %s\n", result,
         (options_.showsTai ? taiText(utcResult, options_.utcOffsetS) : utcText(utcResult)).c_str());
-    return {};
+    return 0;
 }
 
 int Conversion::run() {
     std::size_t firstTime = 0;
-    std::string problem = load(firstTime);
+    const std::string problem = load(firstTime);
     if (!problem.empty()) {
         return fail(problem, options_.recordFile.empty() && options_.words.empty() ? kWrongUse : 1);
     }
-    for (std::size_t i = firstTime; i < options_.words.size() && problem.empty(); ++i) {
-        problem = convert(options_.words[i], "");
+    int status = 0;
+    for (std::size_t i = firstTime; i < options_.words.size() && status == 0; ++i) {
+        status = convert(options_.words[i], "");
     }
     std::string line;
     for (int number = 1;
-         options_.words.size() == firstTime && problem.empty() && std::getline(std::cin, line);
+         options_.words.size() == firstTime && status == 0 && std::getline(std::cin, line);
          ++number) {
-        problem = convert(line, "standard input, line " + std::to_string(number) + ": ");
+        status = convert(line, "standard input, line " + std::to_string(number) + ": ");
         std::fflush(stdout);  // for whoever waits for each answer
     }
-    return outputStatus(problem.empty() ? 0 : fail(problem, kWrongUse));
+    return outputStatus(status);
 }
 
 void addOptions(CLI::App& command, ConvertOptions& options) {
@@ -134,6 +181,9 @@ void addOptions(CLI::App& command, ConvertOptions& options) {
         .add_option("--record", options.recordFile,
                     "copy of a shared record /dev/shm/INTERFACE in place of that of an interface")
         ->type_name("FILE");
+    command.add_flag(
+        "--stale", options.takesStale,
+        "also by a record whose bound is void or whose daemon has ended, as by a copy");
     command.add_flag("--to-system", options.toSystem,
                      "from grandmaster time to system time rather than the other way");
     command.add_flag("--grandmaster-tai", options.countsTai,
