@@ -29,7 +29,7 @@ typedef struct gPtpTimeDataStruct {
     long long linkDelay;          /**< measured or configured link delay, ns */
     long long softOffset;         /**< requested time minus PHC time of the soft-time setter, ns */
     unsigned int rejectedSync;    /**< Sync messages rejected by a slave */
-    long long masterOffset;       /**< PHC minus grandmaster time at the last Sync, ns */
+    long long masterOffset;       /**< PHC minus grandmaster time at the last Sync, ns; see above */
     long long systemOffset;       /**< system minus PHC time at the last cross-timestamp, ns */
     unsigned char rateRatio1[12]; /**< grandmaster rate over PHC rate */
     unsigned char rateRatio2[12]; /**< PHC rate over system rate */

@@ -84,6 +84,31 @@ TEST(Recording, OfADaemonThatTellsNoneTheStateIsFoundInItsRecord) {
     EXPECT_FALSE(sampleOf(gPtpTimeDataStruct{}, 5, 0.2).timeNs);
 }
 
+TEST(Recording, BeforeThereIsATimeItsFieldsAreEmpty) {
+    const std::string line = recordingLine(sampleOf(gPtpTimeDataStruct{}, 5, 0.2));
+    EXPECT_EQ("5,,no-master,,,,,,,,,,,0,0,0,0,0,0,0,0,0,,", line);
+    RecordingParser parser;
+    ASSERT_TRUE(parser.setColumns(tsyn::recordingColumns()));
+    const auto sample = parser.parse(line);
+    ASSERT_TRUE(sample);
+    EXPECT_FALSE(sample->localNs || sample->offsetNs || sample->ratePpb || sample->sequenceId);
+    EXPECT_EQ(line, recordingLine(*sample));
+}
+
+TEST(Recording, TheFirstPairOfADeployedSlaveTellsNoRate) {
+    gPtpTimeDataStruct record = slaveRecord();
+    record.acceptedSync = 2;
+    storeExtended(record.rateRatio1, 1.0L - 1e-10L);
+    RecordedSample sample = sampleOf(record, 5'000'000'000, 0.2);
+    EXPECT_EQ(RecordedState::kAcquiring, sample.state);
+    EXPECT_FALSE(sample.ratePpb || sample.phcRatePpb);
+    EXPECT_TRUE(sample.localNs);
+    storeExtended(record.rateRatio2, 1.0L + 37e-6L);
+    sample = sampleOf(record, 5'000'000'000, 0.2);
+    EXPECT_EQ(RecordedState::kSynchronised, sample.state);
+    EXPECT_TRUE(sample.ratePpb && sample.phcRatePpb);
+}
+
 TEST(Recording, ALineIsReadAsItWasWritten) {
     gPtpTimeDataStruct record = slaveRecord();
     put(record, quality());
@@ -101,7 +126,7 @@ TEST(Recording, TornAndForeignLinesAreNoSamples) {
     ASSERT_TRUE(parser.setColumns("system_ns,state,local_ns,offset_ns,of_later_versions"));
     EXPECT_TRUE(parser.parse("1,lost,2,3,anything"));
     for (const char* line : {"", "1,lost,2", "1,lost,2,3", "x,lost,2,3,", "1,fine,2,3,",
-                             "1,lost,2,3x,", "1,lost,,3,", "1,lost,2,3,,"}) {
+                             "1,lost,2,3x,", "1,lost,2,3,,"}) {
         EXPECT_FALSE(parser.parse(line)) << line;
     }
 }

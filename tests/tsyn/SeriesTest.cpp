@@ -24,6 +24,7 @@ RecordedSample sampleAt(long long s) {
     sample.state = RecordedState::kSynchronised;
     sample.localNs = (s + 100) * kSecond;
     sample.ratePpb = -1000.0;
+    sample.phcRatePpb = 0.0;
     sample.offsetNs = 5'000'000 + 1000 * s;
     sample.counters[0] = static_cast<unsigned int>(8 * s);
     return sample;
@@ -40,7 +41,7 @@ PlotSource recording(long long seconds) {
 
 TEST(Series, ACorrectionIsWhatTheNewLineMovesTheTimeBy) {
     PlotSource source = recording(4);
-    source.samples[2].offsetNs += 30;
+    *source.samples[2].offsetNs += 30;
     const auto series = seriesOf(source, 0, kSecond, 0.0);
     EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0}), series.correction.atS);
     ASSERT_EQ(3U, series.correction.values.size());
@@ -60,12 +61,27 @@ TEST(Series, TheOffsetIsTakenFromAStraightLine) {
 TEST(Series, AStepPartsTheOffsetAndIsNoCorrection) {
     PlotSource source = recording(6);
     for (std::size_t i = 3; i < 6; ++i) {
-        source.samples[i].offsetNs += kSecond;
+        *source.samples[i].offsetNs += kSecond;
     }
     const auto series = seriesOf(source, 0, kSecond, 0.0);
     EXPECT_EQ(2U, series.phase.size());
     EXPECT_TRUE(std::isnan(series.correction.values.at(2)));
     EXPECT_NEAR(0.0, series.offset.values.back(), 1e-6);
+}
+
+TEST(Series, SamplesWithEmptyFieldsMoveNoCurve) {
+    PlotSource source = recording(5);
+    source.samples[0] = RecordedSample{};
+    source.samples[0].systemNs = kSecond;
+    source.samples[1].ratePpb.reset();
+    const auto series = seriesOf(source, 0, kSecond, 0.0);
+    EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0, 4.0}), series.offset.atS);
+    EXPECT_EQ((std::vector<double>{2.0, 3.0, 4.0}), series.rate.atS);
+    EXPECT_EQ(-1000.0, series.medianRatePpb);
+    EXPECT_TRUE(series.delay.isEmpty());
+    for (const double value : series.offset.values) {
+        EXPECT_NEAR(0.0, value, 1e-6);
+    }
 }
 
 TEST(Series, CountersAreToldPerSecondAndNotOverARestart) {

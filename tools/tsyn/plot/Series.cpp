@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "base/Extended80.h"
 
@@ -17,6 +18,11 @@ constexpr double kCountedS = 1.0;
 constexpr double kSecondsPerNs = 1e-9;
 constexpr std::size_t kStepsCounter = 3;
 
+template <typename Value>
+double orNothing(const std::optional<Value>& value) {
+    return value ? static_cast<double>(*value) : kNothing;
+}
+
 /** Of any two times that a file may tell. */
 double differenceNs(long long fromNs, long long toNs) {
     return static_cast<double>(
@@ -29,12 +35,14 @@ double secondsBetween(long long fromNs, long long toNs) {
 
 /** By how much the line of the later sample is ahead of the earlier one's at its anchor. */
 double correctionNs(const RecordedSample& before, const RecordedSample& after) {
-    const double elapsedNs = differenceNs(before.localNs, after.localNs);
-    return differenceNs(after.offsetNs, before.offsetNs) - 1e-9 * before.ratePpb * elapsedNs;
+    const double elapsedNs = differenceNs(*before.localNs, *after.localNs);
+    return differenceNs(*after.offsetNs, *before.offsetNs) -
+           1e-9 * before.ratePpb.value_or(0.0) * elapsedNs;
 }
 
 bool hasTime(const RecordedSample& sample) {
-    return sample.localNs != 0 && sample.state != RecordedState::kNoMaster;
+    return sample.localNs.value_or(0) != 0 && sample.offsetNs &&
+           sample.state != RecordedState::kNoMaster;
 }
 
 bool beginsAnew(const RecordedSample& before, const RecordedSample& after) {
@@ -78,6 +86,7 @@ private:
     long long originNs_;
     double gapS_ = std::numeric_limits<double>::infinity();
     double latestS_ = -std::numeric_limits<double>::infinity();
+    const RecordedSample* first_ = nullptr;  ///< with a time
     const RecordedSample* anchor_ = nullptr;
     std::vector<std::vector<double>> anchorTimes_;
     SourceSeries result_;
@@ -100,8 +109,8 @@ void SeriesMaker::takeMedians() {
     std::vector<double> phcRates;
     for (const RecordedSample& sample : source_.samples) {
         if (hasTime(sample)) {
-            rates.push_back(sample.ratePpb);
-            phcRates.push_back(sample.phcRatePpb);
+            rates.push_back(orNothing(sample.ratePpb));
+            phcRates.push_back(orNothing(sample.phcRatePpb));
         }
     }
     result_.medianRatePpb = quantile(std::move(rates), 0.5);
@@ -134,13 +143,17 @@ void SeriesMaker::add(const RecordedSample& sample) {
         part(latestS_);
     }
     latestS_ = atS;
-    result_.bound.add(atS, sample.boundNs ? static_cast<double>(*sample.boundNs) : kNothing);
+    result_.bound.add(atS, orNothing(sample.boundNs));
     if (!hasTime(sample)) {
         return;
     }
-    result_.rate.add(atS, sample.ratePpb - result_.medianRatePpb);
-    result_.phcRate.add(atS, sample.phcRatePpb - result_.medianPhcRatePpb);
-    result_.delay.add(atS, static_cast<double>(sample.delayNs));
+    if (sample.ratePpb && sample.phcRatePpb) {
+        result_.rate.add(atS, *sample.ratePpb - result_.medianRatePpb);
+        result_.phcRate.add(atS, *sample.phcRatePpb - result_.medianPhcRatePpb);
+    }
+    if (sample.delayNs) {
+        result_.delay.add(atS, static_cast<double>(*sample.delayNs));
+    }
     if (sample.ageNs) {
         result_.age.add(atS, 1e-6 * static_cast<double>(*sample.ageNs));
     }
@@ -159,14 +172,15 @@ void SeriesMaker::addAnchor(const RecordedSample& sample, double atS) {
         result_.correction.add(atS, isNew ? kNothing : correction);
     }
     anchor_ = &sample;
+    first_ = first_ == nullptr ? &sample : first_;
     if (isNew) {
         result_.phase.emplace_back();
         anchorTimes_.emplace_back();
     }
-    const RecordedSample& first = source_.samples.front();
+    const RecordedSample& first = *first_;
     PhaseRun& run = result_.phase.back();
-    run.atS.push_back(secondsBetween(first.localNs, sample.localNs));
-    run.phaseNs.push_back(differenceNs(first.offsetNs, sample.offsetNs));
+    run.atS.push_back(secondsBetween(*first.localNs, *sample.localNs));
+    run.phaseNs.push_back(differenceNs(*first.offsetNs, *sample.offsetNs));
     anchorTimes_.back().push_back(atS);
 }
 

@@ -29,9 +29,18 @@ constexpr unsigned int kNoBound = ~0U;
 /** A daemon that tells no state is stale when it has been silent for so long. */
 constexpr double kStaleS = 1.0;
 
-double ppbOf(const unsigned char* storage) {
-    const auto ppb = static_cast<double>(1e9L * (loadExtended(storage) - 1.0L));
-    return std::isfinite(ppb) ? ppb : 0.0;
+/** Nothing before there is a rate. */
+std::optional<double> ppbOf(const unsigned char* storage) {
+    const long double rate = loadExtended(storage);
+    const auto ppb = static_cast<double>(1e9L * (rate - 1.0L));
+    return rate != 0.0L && std::isfinite(ppb) ? std::optional(ppb) : std::nullopt;
+}
+
+/** A deployed slave takes its first pair against the epoch, and has no rate of its card then. */
+bool isFirstPair(const gPtpTimeDataStruct& record) {
+    constexpr unsigned int kFewSyncs = 8;
+    return record.systemTime == 0 && record.acceptedSync < kFewSyncs &&
+           loadExtended(record.rateRatio2) == 1.0L;
 }
 
 bool rateIsReal(const gPtpTimeDataStruct& record) {
@@ -50,7 +59,8 @@ RecordedState stateByRecord(const gPtpTimeDataStruct& record, double sinceSyncS)
     if (record.systemTime != 0) {
         return RecordedState::kSending;
     }
-    return rateIsReal(record) ? RecordedState::kSynchronised : RecordedState::kAcquiring;
+    return rateIsReal(record) && !isFirstPair(record) ? RecordedState::kSynchronised
+                                                      : RecordedState::kAcquiring;
 }
 
 std::string joined(const std::vector<std::string>& names) {
@@ -91,9 +101,11 @@ void append(std::string& line, std::optional<long long> value) {
     append(line, value ? std::to_string(*value) : std::string());
 }
 
-void appendPpb(std::string& line, double ppb) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3f", ppb);
+void appendPpb(std::string& line, std::optional<double> ppb) {
+    char text[32] = "";
+    if (ppb) {
+        std::snprintf(text, sizeof text, "%.3f", *ppb);
+    }
     append(line, std::string(text));
 }
 
@@ -121,8 +133,9 @@ bool toNumber(const std::string& text, Value& value) {
     }
 }
 
-bool toNumber(const std::string& text, std::optional<long long>& value) {
-    long long number = 0;
+template <typename Value>
+bool toNumber(const std::string& text, std::optional<Value>& value) {
+    Value number = 0;
     if (text.empty()) {
         return true;
     }
@@ -203,6 +216,19 @@ bool takeField(RecordedSample& sample, const std::string& name, const std::strin
     return takeNumber(sample, name, text);
 }
 
+void takeAnchor(RecordedSample& sample, const gPtpTimeDataStruct& record) {
+    sample.localNs = static_cast<long long>(record.localTime);
+    sample.offsetNs = record.masterOffset;
+    sample.systemOffsetNs = record.systemOffset;
+    if (!isFirstPair(record)) {
+        sample.ratePpb = ppbOf(record.rateRatio1);
+        sample.phcRatePpb = ppbOf(record.rateRatio2);
+    }
+    sample.ageNs =
+        signedDiff(static_cast<unsigned long long>(sample.systemNs),
+                   record.localTime + static_cast<unsigned long long>(record.systemOffset));
+}
+
 }  // namespace
 
 const char* recordedStateName(RecordedState state) {
@@ -216,17 +242,14 @@ RecordedSample sampleOf(const gPtpTimeDataStruct& record, long long systemNs, do
     if (timeNs != kNoTime) {
         sample.timeNs = timeNs;
     }
-    sample.localNs = static_cast<long long>(record.localTime);
-    sample.offsetNs = record.masterOffset;
-    sample.systemOffsetNs = record.systemOffset;
-    sample.ratePpb = ppbOf(record.rateRatio1);
-    sample.phcRatePpb = ppbOf(record.rateRatio2);
-    sample.delayNs = record.linkDelay;
-    sample.sequenceId = record.sequenceId;
     if (record.localTime != 0) {
-        sample.ageNs =
-            signedDiff(static_cast<unsigned long long>(systemNs),
-                       record.localTime + static_cast<unsigned long long>(record.systemOffset));
+        takeAnchor(sample, record);
+    }
+    if (record.linkDelay != 0) {
+        sample.delayNs = record.linkDelay;
+    }
+    if (record.acceptedSync != 0 || record.systemTime != 0) {
+        sample.sequenceId = record.sequenceId;
     }
     sample.counters[0] = record.acceptedSync;
     sample.counters[1] = record.rejectedSync;
@@ -263,7 +286,7 @@ std::string recordingLine(const RecordedSample& sample) {
     appendPpb(line, sample.ratePpb);
     appendPpb(line, sample.phcRatePpb);
     append(line, sample.delayNs);
-    append(line, static_cast<long long>(sample.sequenceId));
+    append(line, sample.sequenceId);
     append(line, sample.ageNs);
     for (const unsigned int counter : sample.counters) {
         append(line, static_cast<long long>(counter));

@@ -33,15 +33,15 @@ struct RecordedSample {
     long long systemNs = 0;
     std::optional<long long> timeNs;  ///< grandmaster time at that moment
     RecordedState state = RecordedState::kNoMaster;
-    long long localNs = 0;               ///< PHC time of the anchor: a slave's last Sync
-    long long offsetNs = 0;              ///< PHC minus grandmaster time there
-    long long systemOffsetNs = 0;        ///< system minus PHC time there
-    std::optional<long long> boundNs;    ///< of the error, at systemNs
-    std::optional<long long> growthPpb;  ///< by which the bound grows
-    double ratePpb = 0.0;                ///< grandmaster over PHC, less 1
-    double phcRatePpb = 0.0;             ///< PHC over system clock, less 1
-    long long delayNs = 0;
-    unsigned int sequenceId = 0;
+    std::optional<long long> localNs;         ///< PHC time of the anchor: a slave's last Sync
+    std::optional<long long> offsetNs;        ///< PHC minus grandmaster time there
+    std::optional<long long> systemOffsetNs;  ///< system minus PHC time there
+    std::optional<long long> boundNs;         ///< of the error, at systemNs
+    std::optional<long long> growthPpb;       ///< by which the bound grows
+    std::optional<double> ratePpb;            ///< grandmaster over PHC, less 1
+    std::optional<double> phcRatePpb;         ///< PHC over system clock, less 1
+    std::optional<long long> delayNs;
+    std::optional<long long> sequenceId;
     std::optional<long long> ageNs;  ///< since the anchor
     std::array<unsigned int, kRecordedCounters> counters{};
     std::string master;  ///< identity and port, of daemons that tell it
