@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
 
 #include "tools/tsyn/plot/PageReport.h"
 #include "tools/tsyn/plot/PictureReport.h"
@@ -156,6 +157,28 @@ TEST(Report, NamesOfOthersStayTextInPageAndScript) {
     EXPECT_EQ(std::string::npos, page.find("</script><b>"));
     EXPECT_NE(std::string::npos, page.find("\\u003c/script>\\u003cb>"));
     EXPECT_EQ(std::string::npos, pictureScript(report).find("'`"));
+}
+
+TEST(Report, NoLabelOfAPictureIsLongerThanItsPlace) {
+    PlotInput input;
+    for (const char* name : {"eth1", "a-rather-long-name.csv", "another-rather-long-name.csv"}) {
+        input.sources.push_back(recording(100));
+        input.sources.back().name = name;
+    }
+    const tsyn::Report report = makeReport(input, 100, 0.0);
+    const std::string script = pictureScript(report);
+    for (const auto& [name, value] : report.figures) {
+        EXPECT_NE(std::string::npos, script.find(std::string(name).append(" ").append(value)))
+            << name;
+    }
+    std::istringstream lines(script);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t longest = line.rfind("set ylabel ", 0) == 0      ? 40
+                                    : line.rfind("set label ", 0) == 0     ? 250
+                                    : line.rfind("set multiplot ", 0) == 0 ? 120
+                                                                           : line.size();
+        EXPECT_LE(line.size(), longest) << line;
+    }
 }
 
 TEST(Report, ADayOfSyncsStaysASmallPage) {

@@ -16,10 +16,12 @@ namespace tsyn {
 namespace {
 
 constexpr int kWidth = 1400;
-constexpr int kChartHeight = 210;
-constexpr int kBottomHeight = 330;
-constexpr int kTitleHeight = 60;
-constexpr std::size_t kTitleLetters = 150;
+constexpr int kChartHeight = 230;
+constexpr int kBottomHeight = 350;
+constexpr int kTitleHeight = 40;
+constexpr int kLineHeight = 18;
+/** Of a line of figures, as wide as the picture allows. */
+constexpr std::size_t kLineLetters = 180;
 constexpr std::array<const char*, 6> kColours = {"#2563eb", "#c2410c", "#047857",
                                                  "#7c3aed", "#be185d", "#4d7c0f"};
 /** In the order of RecordedState. */
@@ -36,6 +38,21 @@ std::string quoted(const std::string& text) {
     return result + "'";
 }
 
+/** The figures one after the other, broken where a line would be too long for the picture. */
+std::vector<std::string> linesOf(const std::vector<std::pair<std::string, std::string>>& figures) {
+    std::vector<std::string> lines;
+    for (const auto& [name, value] : figures) {
+        std::string figure = name;
+        figure.append(" ").append(value);
+        if (lines.empty() || lines.back().size() + figure.size() > kLineLetters) {
+            lines.push_back(figure);
+        } else {
+            lines.back().append("   ").append(figure);
+        }
+    }
+    return lines;
+}
+
 const char* colourOf(std::size_t number) {
     return kColours.at(number % kColours.size());
 }
@@ -48,6 +65,7 @@ public:
 
 private:
     void head();
+    void figures(const std::vector<std::string>& lines);
     void place(int top, int height, double left, double width);
     void states();
     void chart(const Chart& chart, bool isLast);
@@ -58,6 +76,7 @@ private:
 
     const Report& report_;
     std::ostringstream text_;
+    int titleHeight_ = kTitleHeight;
     int height_ = 0;
     int blocks_ = 0;
 };
@@ -79,19 +98,26 @@ std::string Script::data(const Series& series) {
 
 void Script::head() {
     const auto charts = static_cast<int>(report_.charts.size());
-    height_ = kTitleHeight + charts * kChartHeight + kBottomHeight;
-    std::string title = "time of " + report_.title;
-    for (const auto& [name, value] : report_.figures) {
-        if (title.size() < kTitleLetters) {
-            title.append("   ").append(name).append(" ").append(value);
-        }
-    }
+    const std::vector<std::string> lines = linesOf(report_.figures);
+    titleHeight_ = kTitleHeight + static_cast<int>(lines.size()) * kLineHeight;
+    height_ = titleHeight_ + charts * kChartHeight + kBottomHeight;
     text_ << "set terminal pngcairo size " << kWidth << ',' << height_
           << " font 'DejaVu Sans,10' background '#ffffff'\nset encoding utf8\n"
-          << "set termoption noenhanced\nset multiplot title " << quoted(title)
+          << "set termoption noenhanced\nset multiplot title " << quoted("time of " + report_.title)
           << " font ',13'\nset grid lc rgb '#e5e7eb'\nset border 3 lc rgb '#6b7280'\n"
-          << "set tics nomirror out\nset key top right samplen 2 horizontal opaque\n"
+          << "set tics nomirror out\nset key above right samplen 2 horizontal\n"
           << "set lmargin 12\nset rmargin 3\n";
+    figures(lines);
+}
+
+/** Belong to the first chart for gnuplot, which draws labels with a chart only. */
+void Script::figures(const std::vector<std::string>& lines) {
+    int top = kTitleHeight;
+    for (const std::string& line : lines) {
+        text_ << "set label " << quoted(line) << " at screen 0.5, screen "
+              << 1.0 - double(top) / height_ << " center\n";
+        top += kLineHeight;
+    }
 }
 
 void Script::place(int top, int height, double left, double width) {
@@ -103,8 +129,8 @@ void Script::place(int top, int height, double left, double width) {
 void Script::states() {
     for (const std::vector<StateBand>& bands : report_.states) {
         for (const StateBand& band : bands) {
-            text_ << "set object rectangle from first " << band.fromS << ", graph 1.02 to first "
-                  << band.toS << ", graph 1.07 fc rgb '"
+            text_ << "set object rectangle from first " << band.fromS << ", graph 0.96 to first "
+                  << band.toS << ", graph 1 fc rgb '"
                   << kStateColours.at(static_cast<std::size_t>(band.state))
                   << "' fs solid 1.0 noborder\n";
         }
@@ -131,11 +157,11 @@ void Script::chart(const Chart& chart, bool isLast) {
         plot.append("'").append(title);
         ++number;
     }
-    text_ << "set xrange [" << report_.beginS << ':' << report_.endS << "]\nset ylabel "
-          << quoted(chart.title + " (" + chart.unit + ")") << " font ',9'\nset xlabel "
+    text_ << "set xrange [" << report_.beginS << ':' << report_.endS << "]\nset title "
+          << quoted(chart.title) << "\nset ylabel " << quoted(chart.unit) << "\nset xlabel "
           << quoted(isLast ? "seconds since the beginning" : "") << "\nset offsets 0,0,graph 0.1,"
           << "graph 0.1\n"
-          << plot << "\nunset object\n";
+          << plot << "\nunset object\nunset label\n";
 }
 
 void Script::histograms() {
@@ -184,22 +210,22 @@ void Script::deviations(const std::vector<DeviationCurve>& curves, const char* t
 
 std::string Script::make() {
     head();
-    int top = kTitleHeight - 20;
+    int top = titleHeight_;
     for (const Chart& each : report_.charts) {
         place(top, kChartHeight, 0.0, 1.0);
-        if (top == kTitleHeight - 20) {
+        if (&each == &report_.charts.front()) {
             states();
         }
         chart(each, &each == &report_.charts.back());
         top += kChartHeight;
     }
-    text_ << "set offsets\n";
+    text_ << "set offsets\nset title\n";
     const double third = 1.0 / 3.0;
-    place(top + 20, kBottomHeight, 0.0, third);
+    place(top, kBottomHeight, 0.0, third);
     histograms();
-    place(top + 20, kBottomHeight, third, third);
+    place(top, kBottomHeight, third, third);
     deviations(report_.allan, "Allan deviation", "");
-    place(top + 20, kBottomHeight, 2.0 * third, third);
+    place(top, kBottomHeight, 2.0 * third, third);
     deviations(report_.time, "time deviation", " (ns)");
     text_ << "unset multiplot\n";
     return text_.str();
