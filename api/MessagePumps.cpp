@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "api/DaemonState.h"
-#include "api/LoopOrders.h"
 #include "api/StackEnvironment.h"
 #include "base/DbgLog.h"
 #include "base/Monotonic.h"
@@ -99,7 +98,6 @@ int sendOnce(PTPMessage& message) {
 
 void wakeSenders() {
     cv.notify_all();
-    loop_orders::sendNow();
 }
 
 int handleFrame(const InputPumpRecord& pump, unsigned char* frame, unsigned short length,

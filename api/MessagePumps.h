@@ -33,6 +33,5 @@ ZEB_ENTRY void* InputThreader(void* record);
 ZEB_ENTRY void* OutputThreader(void* record);
 
 /** Ends the wait of every sender, so that each transmits at once and begins its period anew. One
- *  that is transmitting at that moment notices nothing. An event loop sends after its turn. Any
- *  thread. */
+ *  that is transmitting at that moment notices nothing. Any thread. */
 void wakeSenders();

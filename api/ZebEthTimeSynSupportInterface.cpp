@@ -118,10 +118,18 @@ bool storeUserData(const unsigned char* data) {
     return true;
 }
 
-/** As asked for by a host that sets the time. */
+/** As asked for by a host that is about to set the time. */
 void wakeSendersIf(unsigned char notify) {
     if (notify != 0) {
         wakeSenders();
+    }
+}
+
+/** The same of the event loop, once the time is set: its turn would hold the host up before, and
+ *  tell of the time that has been. */
+void orderTurnIf(unsigned char notify) {
+    if (notify != 0) {
+        loop_orders::sendNow();
     }
 }
 
@@ -275,6 +283,7 @@ ZEB_ENTRY int ZebEthTSynInterface_SetHardTime(unsigned int /*handle*/, unsigned 
     const auto low = static_cast<unsigned int>(seconds);
     timeChanges.onHardTime(fieldText(cfg.interfaceName).c_str(), toNs(low, nanoseconds));
     i210helper::e1000_ptp_set_time(fieldText(cfg.interfaceName).c_str(), 0, low, nanoseconds);
+    orderTurnIf(notify);
     return 0;
 }
 
@@ -302,6 +311,7 @@ ZEB_ENTRY int ZebEthTSynInterface_SetSoftTime(unsigned int /*handle*/, unsigned 
     timeChanges.onSoftTime(signedDiff(static_cast<unsigned long long>(offset),
                                       static_cast<unsigned long long>(before)));
     TimeRecord(record).setSoftOffset(offset);
+    orderTurnIf(notify);
     return 0;
 }
 

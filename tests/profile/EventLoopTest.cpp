@@ -165,6 +165,38 @@ TEST_F(EventLoop, SettingTheTimeSendsAtOnce) {
     EXPECT_TRUE(peer.awaitType(kSync, std::chrono::seconds(1)));
 }
 
+/** Watches the wire while the host reads the card. */
+struct WatchingKernel : QuickKernel {
+    explicit WatchingKernel(const PeerSocket& peer) {
+        clockGettime = [this, &peer](clockid_t clock, timespec*) -> std::optional<int> {
+            if (clock < 0 && isHost() && isSetting) {
+                ++readings;
+                sentBefore = sentBefore || peer.awaitType(kSync, Milliseconds(50)).has_value();
+            }
+            return std::nullopt;
+        };
+    }
+    std::atomic<bool> isSetting{false};
+    std::atomic<int> readings{0};
+    std::atomic<bool> sentBefore{false};
+};
+
+TEST_F(EventLoop, SendsAtOnceNotBeforeTheTimeIsSet) {
+    WatchingKernel kernel(peer);
+    TSynInstanceConfig config = masterConfig();
+    config.syncInterval = 3600000.0;
+    TSynProfile profile = eventProfile();
+    profile.matchedStamps = 1;
+    const ProfiledDaemon daemon(config, profile);
+    ASSERT_TRUE(peer.awaitType(kSync));
+    kernel.isSetting = true;
+    EXPECT_EQ(0, ZebEthTSynInterface_SetSoftTime(0, 4000000000, 0, 1));
+    kernel.isSetting = false;
+    EXPECT_EQ(1, kernel.readings);
+    EXPECT_FALSE(kernel.sentBefore);
+    EXPECT_TRUE(peer.awaitType(kSync, std::chrono::seconds(1)));
+}
+
 /** Counts what the loop waits for. */
 struct CountingKernel : QuickKernel {
     CountingKernel() {
