@@ -108,6 +108,11 @@ class CardFaults(Doctoring):
         ip("link", "set", "lo", "up")
         self.assert_first("clock", "no PTP hardware clock", name="lo")
 
+    def test_no_hardware_clock_is_in_nobodys_hands(self):
+        """Whatever hides its descriptors may run beside."""
+        _, output = self.run_doctor("lo")
+        self.assertRegex(output, r"\nPASS +steering +nobody has the clock\n")
+
     def test_clock_has_gone(self):
         self.pair()
         self.card("phc", SLAVE_IF, "hidden")

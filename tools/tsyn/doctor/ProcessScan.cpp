@@ -55,9 +55,11 @@ bool isOpenForWriting(int pid, const std::string& descriptor) {
     return (flags & O_ACCMODE) != O_RDONLY;
 }
 
+/** The names of some descriptors are kept from everybody; a card without a clock has no name. */
 void lookAtDescriptors(Process& process, const std::string& device) {
     process.isVisible = forEachName(procPath(process.pid, "fd"), [&](const std::string& number) {
-        const bool isClock = linkText(procPath(process.pid, "fd/" + number)) == device;
+        const bool isClock =
+            !device.empty() && linkText(procPath(process.pid, "fd/" + number)) == device;
         process.mayWriteClock =
             process.mayWriteClock || (isClock && isOpenForWriting(process.pid, number));
     });
