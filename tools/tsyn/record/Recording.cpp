@@ -216,10 +216,11 @@ bool takeField(RecordedSample& sample, const std::string& name, const std::strin
     return takeNumber(sample, name, text);
 }
 
+/** The record is packed: its members are copied, since an optional takes a reference. */
 void takeAnchor(RecordedSample& sample, const gPtpTimeDataStruct& record) {
     sample.localNs = static_cast<long long>(record.localTime);
-    sample.offsetNs = record.masterOffset;
-    sample.systemOffsetNs = record.systemOffset;
+    sample.offsetNs = static_cast<long long>(record.masterOffset);
+    sample.systemOffsetNs = static_cast<long long>(record.systemOffset);
     if (!isFirstPair(record)) {
         sample.ratePpb = ppbOf(record.rateRatio1);
         sample.phcRatePpb = ppbOf(record.rateRatio2);
@@ -246,10 +247,10 @@ RecordedSample sampleOf(const gPtpTimeDataStruct& record, long long systemNs, do
         takeAnchor(sample, record);
     }
     if (record.linkDelay != 0) {
-        sample.delayNs = record.linkDelay;
+        sample.delayNs = static_cast<long long>(record.linkDelay);
     }
     if (record.acceptedSync != 0 || record.systemTime != 0) {
-        sample.sequenceId = record.sequenceId;
+        sample.sequenceId = static_cast<long long>(record.sequenceId);
     }
     sample.counters[0] = record.acceptedSync;
     sample.counters[1] = record.rejectedSync;
