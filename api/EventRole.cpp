@@ -206,8 +206,7 @@ unsigned long long EventLoop::nextTurn(unsigned long long nowNs) const {
     return socketRestsUntilNs_ > nowNs ? std::min(wakeNs, socketRestsUntilNs_) : wakeNs;
 }
 
-/** A master that is there tells by each Sync; silence, or pairs without stamps, are told in time.
- */
+/** A master that is there tells by each Sync; silence and pairs without stamps are told in time. */
 unsigned long long EventLoop::nextTick() const {
     if (fedNs_ == 0 || !isRunning()) {
         return kNoDeadline;

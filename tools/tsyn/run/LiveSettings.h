@@ -4,8 +4,7 @@
 
 namespace tsyn {
 
-/** Has the daemon of this process, on this interface, do what a request asks for, and answers it.
- */
+/** Has this process's daemon, on this interface, do what a request asks for, and answers it. */
 std::string answerSettingRequest(const std::string& request, bool isMaster,
                                  const std::string& interfaceName);
 
