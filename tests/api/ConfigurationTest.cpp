@@ -17,7 +17,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-const std::string kCreating = "Creating instance for interface: eth1 ...";
+const std::string kCreatingInstance = "Creating instance for interface: eth1 ...";
 
 /** What Create makes of a valid configuration after a change. */
 struct Created {
@@ -37,7 +37,7 @@ struct Created {
 
     void expectAccepted() const {
         EXPECT_EQ(0, result);
-        EXPECT_EQ(Texts{kCreating}, texts);
+        EXPECT_EQ(Texts{kCreatingInstance}, texts);
         EXPECT_TRUE(wasStored);
     }
 
@@ -45,7 +45,7 @@ struct Created {
         EXPECT_EQ(-1, result);
         EXPECT_TRUE(wasStored);
         ASSERT_EQ(errors.size() + 1, texts.size());
-        EXPECT_EQ(kCreating, texts[0]);
+        EXPECT_EQ(kCreatingInstance, texts[0]);
         for (std::size_t i = 0; i < errors.size(); ++i) {
             EXPECT_EQ(errors[i], texts[i + 1]);
             EXPECT_EQ("ERROR", lines[i + 1].level);

@@ -8,11 +8,6 @@ namespace {
 
 constexpr int kFrameTrace = 0x80;
 
-/** Waits for text that is printed without a flush, which no file event tells of. */
-bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
-    return eventually([&] { return output.count(part) >= times; });
-}
-
 TEST(FrameTraceOfADaemon, ShowsEveryFrameThatAMasterSends) {
     const StdoutCapture output;
     const CardSandbox sandbox;

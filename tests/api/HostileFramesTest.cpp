@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr int kPdelayResp = 3;
 constexpr std::size_t kHeader = 14;
 constexpr std::size_t kLongest = 2048;
 constexpr std::size_t kBetweenProbes = 16;

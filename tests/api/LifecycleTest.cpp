@@ -18,10 +18,6 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr int kSync = 0;
-constexpr int kPdelayReq = 2;
-constexpr int kAnnounce = 11;
-
 /** True when every thread of the process whose name begins so has SIGUSR1 blocked. */
 bool allBlockUserSignal(const std::string& namePrefix) {
     bool all = true;

@@ -84,11 +84,6 @@ private:
     unsigned short port_ = 0;
 };
 
-/** Waits for text that is printed without a flush, which no file event tells of. */
-bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
-    return eventually([&] { return output.count(part) >= times; });
-}
-
 /** Whether some UDP socket of this network listens on the provider's port. */
 bool isPortTaken() {
     std::ifstream table("/proc/self/net/udp");

@@ -14,9 +14,6 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-constexpr int kSync = 0;
-constexpr int kAnnounce = 11;
-
 /** A master whose Sync comes once an hour, after its first Sync and Announce. */
 class RestartedMaster {
 public:

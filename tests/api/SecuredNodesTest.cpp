@@ -23,11 +23,6 @@ constexpr char kSlave[] = "tsm0peer";
 constexpr unsigned int kFollowUpType = 8;
 constexpr unsigned char kGlobalTimeBase = 0x08;
 
-/** Waits for text that is printed without a flush, which no file event tells of. */
-bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1) {
-    return eventually([&] { return output.count(part) >= times; });
-}
-
 /** Time, status and user data secured, with every field of the header under the time CRCs. */
 TSynInstanceConfig secured(TSynInstanceConfig config) {
     config.EnableAutosarExtensions = 1;

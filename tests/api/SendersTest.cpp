@@ -13,10 +13,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-constexpr int kSync = 0;
-constexpr int kPdelayReq = 2;
-constexpr int kAnnounce = 11;
-
 /** True sending instants of the last Syncs, oldest first. */
 std::vector<std::uint64_t> syncInstants(std::size_t count) {
     std::vector<std::uint64_t> instants;

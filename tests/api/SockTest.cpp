@@ -14,8 +14,6 @@
 
 namespace {
 
-const std::string kLeaving = ">*** Leaving MainEntryPointSharedLibrary(";
-
 std::string sockNow() {
     const char* const value = getenv("SOCK");
     return value != nullptr ? value : "(unset)";
@@ -51,7 +49,7 @@ TEST_P(RoleOfSock, GivesTheHostsValueBackWhenItsSocketsAreOpen) {
     DbgTraceLevel = 0;
     ZebEthTSynInterface_Create(&config);
     ZebEthTSynInterface_Start(0, nullptr, nullptr);
-    EXPECT_TRUE(output.await(kLeaving));
+    EXPECT_TRUE(output.await(">*** Leaving MainEntryPointSharedLibrary("));
     EXPECT_EQ("before", atTheEnd);
 }
 

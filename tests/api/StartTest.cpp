@@ -16,8 +16,7 @@
 
 namespace {
 
-constexpr int kSync = 0;
-const std::string kCreating = ">Creating and starting threads ...\n";
+const std::string kCreatingThreads = ">Creating and starting threads ...\n";
 const std::string kStillRunning = ">Threads are still running...\n";
 const std::string kRestarting = ">Restarting threads ...\n";
 const std::string kLeaving = ">*** Leaving MainEntryPointSharedLibrary(";
@@ -65,7 +64,7 @@ TEST(Start, EightAtOnceMakeOneDaemon) {
         host.join();
     }
     EXPECT_EQ(0, results);
-    EXPECT_EQ(1, output.count(kCreating));
+    EXPECT_EQ(1, output.count(kCreatingThreads));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() >= 4; }));
     EXPECT_EQ(4U, daemonThreads().size());
     destroy();
@@ -84,7 +83,7 @@ TEST(Start, StoppedWhileItIsUnderWayIsARestartForTheNext) {
     };
     create(slaveConfig());
     start();
-    EXPECT_EQ(1, output.count(kCreating));
+    EXPECT_EQ(1, output.count(kCreatingThreads));
     EXPECT_EQ(1, output.count(kRestarting));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() == 3; }));
     destroy();
@@ -122,7 +121,7 @@ TEST(Start, WithoutAThreadToBeHadLeavesNothingPending) {
     EXPECT_EQ(0, start());
     EXPECT_TRUE(daemonThreads().empty());
     EXPECT_EQ(0, start());
-    EXPECT_EQ(3, output.count(kCreating));
+    EXPECT_EQ(3, output.count(kCreatingThreads));
     EXPECT_EQ(0, output.count(kStillRunning));
     EXPECT_TRUE(eventually([] { return daemonThreads().size() == 3; }));
     destroy();

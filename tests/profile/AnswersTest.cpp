@@ -11,8 +11,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr unsigned char kOwn = 0x11;
-constexpr unsigned char kPeer = 0xAA;
 constexpr unsigned char kStranger = 0xBB;
 constexpr unsigned char kResp = 3;
 constexpr unsigned char kRespFollowUp = 10;

@@ -16,7 +16,7 @@ using estimator::Tracker;
 using estimator::Verdict;
 
 constexpr unsigned long long kStart = 1767225600000000000ULL;
-constexpr unsigned long long kInterval = 125000000;
+constexpr unsigned long long kSyncPeriodNs = 125000000;
 
 /** Two clocks of which the second is faster by rate and ahead by ahead, with rounded stamps. */
 class Clocks {
@@ -30,7 +30,7 @@ public:
     }
 
     Reading next(long long error = 0) {
-        now += kInterval;
+        now += kSyncPeriodNs;
         std::uniform_int_distribution<int> noise(-8, 8);
         const unsigned long long y =
             trueY(now) + static_cast<unsigned long long>(noise(random_) + error);
@@ -79,11 +79,11 @@ TEST(Fit, OfReadingsOnALineIsThatLine) {
 TEST(Fit, LeavesOutWhatIsFarFromMostReadings) {
     Reading readings[6];
     for (unsigned long long i = 0; i < 6; ++i) {
-        readings[i] = {kStart + i * kInterval, kStart + i * kInterval, 0};
+        readings[i] = {kStart + i * kSyncPeriodNs, kStart + i * kSyncPeriodNs, 0};
     }
     readings[2].y += 700;
     readings[5].y -= 700;
-    EXPECT_EQ(readings[4].y + kInterval, fit(readings, 6, 0, 1).at(readings[5].x));
+    EXPECT_EQ(readings[4].y + kSyncPeriodNs, fit(readings, 6, 0, 1).at(readings[5].x));
 }
 
 /** The readings that lie near the line of the median slope, told the long way. */
@@ -134,7 +134,7 @@ TEST(Fit, LeavesOutTheSameOnesByAnyWay) {
         for (int i = 0; i < 16; ++i) {
             const unsigned long long outlier = random() % 8 == 0 ? 70 : 0;
             const unsigned long long noise = random() % static_cast<unsigned>(width + 1);
-            x += kInterval + random() % 50000;  // none lies exactly on a limit then
+            x += kSyncPeriodNs + random() % 50000;  // none lies exactly on a limit then
             readings.push_back({x, kStart + x + (x - kStart) / 50000 + noise + outlier, 0});
         }
         const std::vector<Reading> near = nearOnes(readings);
@@ -151,7 +151,7 @@ TEST(Fit, LeavesOutTheSameOnesByAnyWay) {
 TEST(Fit, TrustsANarrowBracketMoreThanWideOnes) {
     Reading readings[4];
     for (unsigned long long i = 0; i < 4; ++i) {
-        readings[i] = {kStart + i * kInterval, kStart + i * kInterval + (i % 2) * 40,
+        readings[i] = {kStart + i * kSyncPeriodNs, kStart + i * kSyncPeriodNs + (i % 2) * 40,
                        i % 2 != 0 ? 400.0 : 100.0};
     }
     const double above = static_cast<double>(
@@ -165,7 +165,7 @@ TEST(Tracker, IsWithinTheRoundingOfStampsAndItsDoubt) {
         Tracker tracker = settled(clocks);
         for (int i = 0; i < 100; ++i) {
             EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
-            EXPECT_LE(std::fabs(errorOf(tracker, clocks, kInterval)), 12);
+            EXPECT_LE(std::fabs(errorOf(tracker, clocks, kSyncPeriodNs)), 12);
             EXPECT_LE(std::fabs(errorOf(tracker, clocks)), 1.5 * tracker.line().residual + 2);
         }
     }
@@ -217,7 +217,7 @@ TEST(Tracker, FollowsAStepWithItsThirdReading) {
 TEST(Tracker, FollowsAClockOverItsOwnSettingBack) {
     Clocks clocks(0);
     Tracker tracker = settled(clocks);
-    clocks.now -= 50 * kInterval;
+    clocks.now -= 50 * kSyncPeriodNs;
     tracker.take(clocks.next(9000000));
     tracker.take(clocks.next(9000000));
     EXPECT_EQ(Verdict::kFollowed, tracker.take(clocks.next(9000000)));
@@ -236,11 +236,11 @@ TEST(Tracker, DoesNotBelieveARateBeyondAnyClocks) {
 TEST(Tracker, KeepsItsRateOverASilence) {
     Clocks clocks(37e-6);
     Tracker tracker = settled(clocks);
-    clocks.now += 20 * kInterval;
+    clocks.now += 20 * kSyncPeriodNs;
     EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
     EXPECT_TRUE(tracker.isReliable());
     EXPECT_NEAR(37e-6, tracker.line().slope, 0.1e-6);
-    EXPECT_LE(std::fabs(errorOf(tracker, clocks, kInterval)), 30);
+    EXPECT_LE(std::fabs(errorOf(tracker, clocks, kSyncPeriodNs)), 30);
 }
 
 TEST(Tracker, TakesNoRateFromTwoReadingsAtNearlyOnePlaceAfterASilence) {
@@ -248,9 +248,9 @@ TEST(Tracker, TakesNoRateFromTwoReadingsAtNearlyOnePlaceAfterASilence) {
     Tracker tracker = settled(clocks);
     clocks.now += 5000000000;
     tracker.take(clocks.next(-8));
-    clocks.now -= kInterval - 60000;
+    clocks.now -= kSyncPeriodNs - 60000;
     tracker.take(clocks.next(8));
-    EXPECT_NEAR(0, errorOf(tracker, clocks, kInterval), 60);
+    EXPECT_NEAR(0, errorOf(tracker, clocks, kSyncPeriodNs), 60);
 }
 
 /** With readings of a host that looked each second while the master was silent, and each Sync
@@ -260,20 +260,20 @@ TEST(Tracker, IsWithinItsDoubtAfterASilenceThatFollowsSlowReadings) {
     Clocks clocks(37e-6);
     Tracker tracker;
     const auto read = [&](unsigned long long later) {
-        clocks.now += later - kInterval;
+        clocks.now += later - kSyncPeriodNs;
         Reading reading = clocks.next();
         reading.doubt = 60;
         tracker.take(reading);
     };
     for (int i = 0; i < 4; ++i) {
-        read(8 * kInterval);
+        read(8 * kSyncPeriodNs);
     }
     for (int i = 0; i < 4; ++i) {
-        read(kInterval);
+        read(kSyncPeriodNs);
     }
     clocks.ahead += 120;  // of an oscillator that wandered meanwhile
     for (int i = 0; i < 8; ++i) {
-        read(i == 0 ? 20 * kInterval : kInterval);
+        read(i == 0 ? 20 * kSyncPeriodNs : kSyncPeriodNs);
         ASSERT_LE(std::fabs(errorOf(tracker, clocks)), 30);
         ASSERT_LE(std::fabs(errorOf(tracker, clocks)), tracker.line().tightest);
     }
@@ -296,7 +296,7 @@ TEST(Tracker, CoversALatestReadingThatItLeavesOutAndFollowsTheThird) {
 TEST(Tracker, KeepsTheRateThatItKnewWhereTwoReadingsTellLess) {
     Clocks clocks(37e-6);
     Tracker tracker = settled(clocks);
-    clocks.now += 20 * kInterval;
+    clocks.now += 20 * kSyncPeriodNs;
     Reading first = clocks.next(-50);
     first.doubt = 60;
     Reading second = clocks.next(50);
@@ -310,9 +310,9 @@ TEST(Tracker, KeepsTheRateThatItKnewWhereTwoReadingsTellLess) {
 TEST(Tracker, TakesTwoThatComeAtOnceAfterASilenceForOne) {
     Clocks clocks(37e-6);
     Tracker tracker = settled(clocks);
-    clocks.now += 20 * kInterval;
+    clocks.now += 20 * kSyncPeriodNs;
     EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
-    clocks.now -= kInterval - 60000;
+    clocks.now -= kSyncPeriodNs - 60000;
     EXPECT_EQ(Verdict::kRepeated, tracker.take(clocks.next()));
     EXPECT_EQ(Verdict::kTaken, tracker.take(clocks.next()));
     EXPECT_NEAR(37e-6, tracker.line().slope, 0.2e-6);
@@ -330,7 +330,7 @@ TEST(Tracker, FollowsAnOscillatorThatWarmsUp) {
     for (unsigned long long i = 0; i < 200; ++i) {
         const double seconds = static_cast<double>(i) * 0.125;
         const auto bend = static_cast<unsigned long long>(500 * seconds * seconds);
-        const unsigned long long x = kStart + i * kInterval;
+        const unsigned long long x = kStart + i * kSyncPeriodNs;
         tracker.take({x, x + bend, 0});
         worst = std::max(worst, std::fabs(tracker.line().above({x, x + bend, 0})));
     }

@@ -16,11 +16,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-constexpr int kSync = 0;
-constexpr int kPdelayReq = 2;
-constexpr int kPdelayResp = 3;
-constexpr int kAnnounce = 11;
-
 class EventLoop : public testing::Test {
 protected:
     const StdoutCapture output;

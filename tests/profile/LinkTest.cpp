@@ -8,8 +8,6 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-constexpr int kSync = 0;
-
 class Link : public testing::Test {
 protected:
     static void ip(std::vector<std::string> words) {

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr int kSync = 0;
-
 /** What a host keeps of the log. */
 struct Lines {
     struct Line {

@@ -10,7 +10,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr unsigned char kFirst = 0xAA;
-constexpr unsigned char kSecond = 0xBB;
+constexpr unsigned char kOther = 0xBB;
 
 Bytes syncOf(unsigned char clock) {
     return messageOf(0, 44, clock);
@@ -54,9 +54,9 @@ TEST_F(Masters, TheFirstHeardIsBelieved) {
 TEST_F(Masters, FramesOfAnotherAreCountedAndNotHandled) {
     isAdmitted(syncOf(kFirst));
     EXPECT_FALSE(hasFlag(TSYN_FLAG_OTHER_MASTERS));
-    EXPECT_FALSE(isAdmitted(syncOf(kSecond)));
-    EXPECT_FALSE(isAdmitted(followUpOf(kSecond)));
-    EXPECT_FALSE(isAdmitted(announceOf(kSecond, 248, 248)));
+    EXPECT_FALSE(isAdmitted(syncOf(kOther)));
+    EXPECT_FALSE(isAdmitted(followUpOf(kOther)));
+    EXPECT_FALSE(isAdmitted(announceOf(kOther, 248, 248)));
     EXPECT_EQ(3U, qualityNow().ignoredFrames);
     EXPECT_TRUE(hasFlag(TSYN_FLAG_OTHER_MASTERS));
     EXPECT_EQ(kFirst, believed());
@@ -72,13 +72,13 @@ TEST_F(Masters, AnotherPortOfTheSameClockIsAnother) {
 TEST_F(Masters, OneIsBelievedUntilThreeSyncIntervalsAreSilent) {
     isAdmitted(syncOf(kFirst));
     pass(milliseconds(370));
-    EXPECT_FALSE(isAdmitted(syncOf(kSecond)));
+    EXPECT_FALSE(isAdmitted(syncOf(kOther)));
     isAdmitted(syncOf(kFirst));
     pass(milliseconds(370));
-    EXPECT_FALSE(isAdmitted(syncOf(kSecond)));
+    EXPECT_FALSE(isAdmitted(syncOf(kOther)));
     pass(milliseconds(10));
-    EXPECT_TRUE(isAdmitted(syncOf(kSecond)));
-    EXPECT_EQ(kSecond, believed());
+    EXPECT_TRUE(isAdmitted(syncOf(kOther)));
+    EXPECT_EQ(kOther, believed());
     EXPECT_FALSE(hasFlag(TSYN_FLAG_OTHER_MASTERS));
     EXPECT_FALSE(isAdmitted(syncOf(kFirst)));
 }
@@ -88,14 +88,14 @@ TEST_F(Masters, ASlowMasterHasThreeOfItsOwnIntervals) {
     slow[33] = 0;
     isAdmitted(slow);
     pass(milliseconds(2900));
-    EXPECT_FALSE(isAdmitted(syncOf(kSecond)));
+    EXPECT_FALSE(isAdmitted(syncOf(kOther)));
     pass(milliseconds(200));
-    EXPECT_TRUE(isAdmitted(syncOf(kSecond)));
+    EXPECT_TRUE(isAdmitted(syncOf(kOther)));
 }
 
 TEST_F(Masters, TheFlagOfOthersEndsWhenTheyHaveLeft) {
     isAdmitted(syncOf(kFirst));
-    isAdmitted(syncOf(kSecond));
+    isAdmitted(syncOf(kOther));
     for (int i = 0; i < 28; ++i) {
         pass(milliseconds(100));
         isAdmitted(syncOf(kFirst));
@@ -111,10 +111,10 @@ TEST_F(Masters, TheFlagOfOthersEndsWhenTheyHaveLeft) {
 TEST_F(Masters, ABetterAnnounceIsFlaggedAndLoggedOnce) {
     isAdmitted(syncOf(kFirst));
     isAdmitted(announceOf(kFirst, 248, 248));
-    isAdmitted(announceOf(kSecond, 249, 1));
+    isAdmitted(announceOf(kOther, 249, 1));
     EXPECT_FALSE(hasFlag(TSYN_FLAG_BETTER_MASTER)) << "priority1 goes before clockClass";
-    isAdmitted(announceOf(kSecond, 248, 247));
-    isAdmitted(announceOf(kSecond, 248, 247));
+    isAdmitted(announceOf(kOther, 248, 247));
+    isAdmitted(announceOf(kOther, 248, 247));
     EXPECT_TRUE(hasFlag(TSYN_FLAG_BETTER_MASTER));
     EXPECT_EQ(1, output_.count("Master bbbbbbbbbbbbbbbb announces itself better than "
                                "aaaaaaaaaaaaaaaa, which is believed\n"));
@@ -122,8 +122,8 @@ TEST_F(Masters, ABetterAnnounceIsFlaggedAndLoggedOnce) {
 }
 
 TEST_F(Masters, OfEqualOnesTheLowerIdentityIsBetter) {
-    isAdmitted(syncOf(kSecond));
-    isAdmitted(announceOf(kSecond, 248, 248));
+    isAdmitted(syncOf(kOther));
+    isAdmitted(announceOf(kOther, 248, 248));
     isAdmitted(announceOf(kFirst, 248, 248));
     EXPECT_TRUE(hasFlag(TSYN_FLAG_BETTER_MASTER));
 }
@@ -132,8 +132,8 @@ TEST_F(Masters, ASyncThatIsRefusedKeepsNoGoodOneOut) {
     Bytes foreignDomain = syncOf(kFirst);
     foreignDomain[4] = 3;
     EXPECT_TRUE(isAdmitted(foreignDomain)) << "its handler counts it as rejected";
-    EXPECT_TRUE(isAdmitted(syncOf(kSecond)));
-    EXPECT_EQ(kSecond, believed());
+    EXPECT_TRUE(isAdmitted(syncOf(kOther)));
+    EXPECT_EQ(kOther, believed());
 }
 
 TEST_F(Masters, AFollowUpOfNobodyIsNotHandled) {
@@ -143,12 +143,12 @@ TEST_F(Masters, AFollowUpOfNobodyIsNotHandled) {
 
 TEST_F(Masters, OnlyTheConfiguredOneIsBelieved) {
     TSynProfile profile = deployedWith({{"oneMaster", 1}});
-    std::fill_n(profile.masterIdentity, 8, kSecond);
+    std::fill_n(profile.masterIdentity, 8, kOther);
     setProfile(profile);
     EXPECT_FALSE(isAdmitted(syncOf(kFirst)));
     EXPECT_EQ(1U, qualityNow().ignoredFrames);
-    EXPECT_TRUE(isAdmitted(syncOf(kSecond)));
-    EXPECT_EQ(kSecond, believed());
+    EXPECT_TRUE(isAdmitted(syncOf(kOther)));
+    EXPECT_EQ(kOther, believed());
     pass(milliseconds(400));
     EXPECT_FALSE(isAdmitted(syncOf(kFirst)));
     EXPECT_EQ(0, believed()) << "the one configured is silent";
@@ -157,7 +157,7 @@ TEST_F(Masters, OnlyTheConfiguredOneIsBelieved) {
 TEST_F(Masters, AMasterItselfBelievesNobody) {
     configure(masterConfig());
     EXPECT_TRUE(isAdmitted(syncOf(kFirst)));
-    EXPECT_TRUE(isAdmitted(syncOf(kSecond)));
+    EXPECT_TRUE(isAdmitted(syncOf(kOther)));
     EXPECT_EQ(0, believed());
 }
 

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr long long kSecond = 1000000000;
-
 /** A daemon under a profile, and what the other end of its cable sees. */
 class Node {
 public:
@@ -167,7 +165,7 @@ TEST(Timescale, OfTaiIsSystemTimeAndTheOffsetThatAnAnnounceTells) {
     clock_gettime(CLOCK_REALTIME, &now);
     const auto ahead =
         static_cast<long long>(toNs(wire::loadTimestamp(followUp.data() + 34)) - toNs(now));
-    EXPECT_NEAR(40.0 * kSecond, static_cast<double>(ahead), 0.5 * kSecond);
+    EXPECT_NEAR(40.0 * kSecondNs, static_cast<double>(ahead), 0.5 * kSecondNs);
 }
 
 /** The lastGmPhaseChange of a Follow_Up in ns. */
@@ -187,13 +185,13 @@ TEST(TimeChanges, AreToldWithTheirSizeAndDirection) {
     node.forget();
     const Bytes forward = node.next(8);
     EXPECT_EQ("00010000", hexOf(forward, 58, 4));
-    EXPECT_NEAR(100.0 * kSecond, static_cast<double>(phaseChange(forward)), 0.01 * kSecond);
+    EXPECT_NEAR(100.0 * kSecondNs, static_cast<double>(phaseChange(forward)), 0.01 * kSecondNs);
 
     ZebEthTSynInterface_SetSoftTime(0, seconds, nanoseconds, 0);
     node.forget();
     const Bytes back = node.next(8);
     EXPECT_EQ("0002ffff", hexOf(back, 58, 4));
-    EXPECT_NEAR(-100.0 * kSecond, static_cast<double>(phaseChange(back)), 0.5 * kSecond);
+    EXPECT_NEAR(-100.0 * kSecondNs, static_cast<double>(phaseChange(back)), 0.5 * kSecondNs);
     EXPECT_EQ("000000000000", hexOf(back, 70, 6)) << "no fraction, no change of frequency";
 }
 

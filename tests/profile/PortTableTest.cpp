@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr unsigned char kOwn = 0x11;
-
 PortKey keyOfClock(unsigned char clock) {
     return {static_cast<long long>(0x0101010101010101ULL * clock), 1};
 }

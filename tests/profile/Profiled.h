@@ -10,6 +10,12 @@
 
 using Switches = std::initializer_list<std::pair<const char*, int>>;
 
+inline constexpr long long kSecondNs = 1000000000;
+
+// Clock identities are eight times one byte.
+inline constexpr unsigned char kOwn = 0x11;
+inline constexpr unsigned char kPeer = 0xAA;
+
 /** The deployed profile with these switches. */
 TSynProfile deployedWith(Switches switches);
 

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr unsigned char kPeer = 0xAA;
-
 bool isAdmittedUnstamped(Bytes message) {
     return protocolSteps.admits(message.data(), static_cast<unsigned int>(message.size()), 0);
 }

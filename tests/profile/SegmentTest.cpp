@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr int kSync = 0;
 constexpr const char* kSegment = "/dev/shm/tsm0";
 
 TSynProfile requiringProfile() {

@@ -13,11 +13,11 @@
 
 namespace {
 
-constexpr int kShared = 70;
-constexpr int kOwn = 71;
+constexpr int kSharedSocket = 70;
+constexpr int kOwnSocket = 71;
 constexpr int kHeader = 14;
-constexpr unsigned char kSync = 0x10;
-constexpr unsigned char kFollowUp = 0x18;
+constexpr unsigned char kSyncByte = 0x10;
+constexpr unsigned char kFollowUpByte = 0x18;
 
 /** The kernel's side: it notes by which socket frames leave and gives back what a test queues. */
 class Card : public testing::Test {
@@ -26,7 +26,7 @@ protected:
         kernel.socket = [this](int, int, int protocol) {
             EXPECT_EQ(0, protocol);
             ++socketsOpened;
-            return kOwn;
+            return kOwnSocket;
         };
         kernel.bind = [](int, const sockaddr*) { return 0; };
         kernel.setsockopt = [](int, int, int) { return 0; };
@@ -35,7 +35,7 @@ protected:
             return static_cast<ssize_t>(length);
         };
         kernel.recvmsg = [this](int socket, msghdr* message, int flags) -> std::optional<ssize_t> {
-            EXPECT_EQ(kOwn, socket);
+            EXPECT_EQ(kOwnSocket, socket);
             EXPECT_NE(0, flags & MSG_ERRQUEUE);
             if (next == queue.size()) {
                 return KernelSeam::refuse(EAGAIN);
@@ -43,7 +43,7 @@ protected:
             return queue[next++].fill(message);
         };
         kernel.poll = [this](pollfd* descriptor, int) {
-            EXPECT_EQ(kOwn, descriptor->fd);
+            EXPECT_EQ(kOwnSocket, descriptor->fd);
             nowNs += 2000000;
             ++polls;
             return 0;
@@ -63,7 +63,7 @@ protected:
     }
 
     void send(Bytes frame) {
-        const UInterface port{kShared, "card", 5};
+        const UInterface port{kSharedSocket, "card", 5};
         stamps::sendFrame(port, frame.data(), static_cast<int>(frame.size()), kHeader);
     }
 
@@ -88,59 +88,59 @@ protected:
 };
 
 TEST_F(Card, StampsEventFramesOnASocketOfTheThread) {
-    send(frameOf(kSync, 1));
-    EXPECT_EQ(kOwn, sentBy);
-    comesBack(frameOf(kSync, 1), 7);
-    EXPECT_EQ(3000000007ULL, stamps::transmitTimestamp(kShared));
+    send(frameOf(kSyncByte, 1));
+    EXPECT_EQ(kOwnSocket, sentBy);
+    comesBack(frameOf(kSyncByte, 1), 7);
+    EXPECT_EQ(3000000007ULL, stamps::transmitTimestamp(kSharedSocket));
     EXPECT_EQ(0, polls);
-    send(frameOf(kSync, 2));
+    send(frameOf(kSyncByte, 2));
     EXPECT_EQ(1, socketsOpened);
 }
 
 TEST_F(Card, SendsGeneralFramesByTheSharedSocketAndWaitsForNoStamp) {
-    send(frameOf(kFollowUp, 1));
-    EXPECT_EQ(kShared, sentBy);
-    comesBack(frameOf(kFollowUp, 1), 7);
-    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kShared));
+    send(frameOf(kFollowUpByte, 1));
+    EXPECT_EQ(kSharedSocket, sentBy);
+    comesBack(frameOf(kFollowUpByte, 1), 7);
+    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kSharedSocket));
     EXPECT_EQ(0U, next);
 }
 
 TEST_F(Card, LeavesAStampOfAnotherFrameOut) {
-    send(frameOf(kSync, 2));
-    comesBack(frameOf(kSync, 1), 7);
-    comesBack(frameOf(kSync, 2), 8);
-    EXPECT_EQ(3000000008ULL, stamps::transmitTimestamp(kShared));
+    send(frameOf(kSyncByte, 2));
+    comesBack(frameOf(kSyncByte, 1), 7);
+    comesBack(frameOf(kSyncByte, 2), 8);
+    EXPECT_EQ(3000000008ULL, stamps::transmitTimestamp(kSharedSocket));
     EXPECT_EQ(1U, strays());
 }
 
 TEST_F(Card, GivesUpAfterTenMilliseconds) {
-    send(frameOf(kSync, 1));
-    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kShared));
+    send(frameOf(kSyncByte, 1));
+    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kSharedSocket));
     EXPECT_EQ(5, polls);
 }
 
 TEST_F(Card, TakesAFrameThatLostItsTagOnTheWay) {
-    Bytes tagged = frameOf(kSync, 1);
+    Bytes tagged = frameOf(kSyncByte, 1);
     tagged.insert(tagged.begin() + 12, {0x81, 0x00, 0x60, 0x05});
-    const UInterface port{kShared, "card", 5};
+    const UInterface port{kSharedSocket, "card", 5};
     stamps::sendFrame(port, tagged.data(), static_cast<int>(tagged.size()), kHeader + 4);
-    comesBack(frameOf(kSync, 1), 9);
-    EXPECT_EQ(3000000009ULL, stamps::transmitTimestamp(kShared));
+    comesBack(frameOf(kSyncByte, 1), 9);
+    EXPECT_EQ(3000000009ULL, stamps::transmitTimestamp(kSharedSocket));
 }
 
 TEST_F(Card, HasNoStampForAFrameThatWasNotSent) {
     kernel.sendto = [](int, const void*, std::size_t, int, const sockaddr*) {
         return KernelSeam::refuse(ENETDOWN);
     };
-    send(frameOf(kSync, 1));
-    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kShared));
+    send(frameOf(kSyncByte, 1));
+    EXPECT_EQ(0ULL, stamps::transmitTimestamp(kSharedSocket));
     EXPECT_EQ(0, polls);
 }
 
 TEST_F(Card, OpensAnotherSocketForAnInterfaceMadeAnew) {
-    send(frameOf(kSync, 1));
-    Bytes frame = frameOf(kSync, 2);
-    const UInterface port{kShared, "card", 6};
+    send(frameOf(kSyncByte, 1));
+    Bytes frame = frameOf(kSyncByte, 2);
+    const UInterface port{kSharedSocket, "card", 6};
     stamps::sendFrame(port, frame.data(), static_cast<int>(frame.size()), kHeader);
     EXPECT_EQ(2, socketsOpened);
 }

@@ -9,9 +9,6 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-constexpr int kSync = 0;
-constexpr int kPdelayReq = 2;
-
 /** With the event loop and with the threads of deployed nodes. */
 class StartAgain : public testing::TestWithParam<int> {
 protected:

@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/profile/Profiled.h"
+
 namespace {
 
-constexpr unsigned long long kSecond = 1000000000;
-constexpr unsigned long long kSyncPeriod = kSecond / 8;
-constexpr unsigned long long kMasterTime = 1700000000 * kSecond;
+constexpr unsigned long long kSyncPeriod = kSecondNs / 8;
+constexpr unsigned long long kMasterTime = 1700000000ULL * kSecondNs;
 
 /** A master whose Follow_Ups tell of its steps. */
 class Master {
@@ -32,7 +33,7 @@ public:
 
 private:
     static constexpr unsigned long long kToTheStamp = 30000;
-    unsigned long long monotonicNs_ = 5 * kSecond;
+    unsigned long long monotonicNs_ = 5 * kSecondNs;
     unsigned long long offsetNs_ = 0;
     unsigned long long timeNs_ = 0;
 };
@@ -40,7 +41,7 @@ private:
 TEST(StepMarks, AStepBetweenTwoSyncsIsToldByTheSecondsFollowUp) {
     Master master;
     EXPECT_EQ(0, master.syncAndFollowUp());
-    master.step(100 * static_cast<long long>(kSecond));
+    master.step(100 * kSecondNs);
     EXPECT_EQ(1, master.syncAndFollowUp());
     EXPECT_EQ(1, master.syncAndFollowUp());
 }
@@ -50,7 +51,7 @@ TEST(StepMarks, AStepBehindASyncIsToldByTheNextOnesFollowUp) {
         Master master;
         EXPECT_EQ(0, master.syncAndFollowUp());
         master.sync();
-        master.step(step * static_cast<long long>(kSecond));
+        master.step(step * kSecondNs);
         EXPECT_EQ(0, master.followUp()) << step;
         EXPECT_EQ(1, master.syncAndFollowUp()) << step;
     }
@@ -69,7 +70,7 @@ TEST(StepMarks, StepsBeforeTheFirstFollowUpAreToldByIt) {
 TEST(StepMarks, AStepThatNeverShowsIsToldByTheSecondFollowUp) {
     Master master;
     EXPECT_EQ(0, master.syncAndFollowUp());
-    master.marks.noteStep(static_cast<long long>(kSecond));
+    master.marks.noteStep(kSecondNs);
     EXPECT_EQ(0, master.syncAndFollowUp());
     EXPECT_EQ(1, master.syncAndFollowUp());
 }

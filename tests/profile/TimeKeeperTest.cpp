@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Extended80.h"
+#include "tests/profile/Profiled.h"
 #include "timebase/TimeConversion.h"
 
 namespace {
@@ -15,8 +16,7 @@ namespace {
 using estimator::Reading;
 
 constexpr long long kEpoch = 1767225600000000000LL;
-constexpr long long kSecond = 1000000000;
-constexpr long long kInterval = kSecond / 8;
+constexpr long long kInterval = kSecondNs / 8;
 
 /** A slave with its three clocks, as functions of what has elapsed; stamps of 8 ns, brackets of
  *  some 200. */
@@ -84,7 +84,7 @@ protected:
     TimeKeeper keeper;
     TimeKeeper::Delay delay{500, 0, true};
     TimeKeeper::Publication shown{};
-    long long elapsed = 10 * kSecond;
+    long long elapsed = 10 * kSecondNs;
     long long masterSet = 0;
     long long phcSet = 0;
     long long systemSet = 0;
@@ -152,7 +152,7 @@ TEST_F(Slave, DoesNotHurryForPairsThatComeTogether) {
 
 TEST_F(Slave, AnnouncesAStepOfTheMasterAtTheThirdPair) {
     settle();
-    masterSet -= kSecond;
+    masterSet -= kSecondNs;
     EXPECT_FALSE(sync().isStep);
     EXPECT_EQ(TSYN_STATE_ACQUIRING, shown.state);
     EXPECT_FALSE(sync().isStep);
@@ -172,12 +172,12 @@ TEST_F(Slave, CoversAPairThatItDoesNotBelieveYet) {
 
 TEST_F(Slave, GoesOnWhenItsOwnClocksAreSet) {
     settle();
-    phcSet += kSecond;
+    phcSet += kSecondNs;
     sync();
     EXPECT_FALSE(shown.isStep);
     EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), 300);
-    systemSet -= 3600 * kSecond;
-    keeper.shiftSystem(-3600 * kSecond);
+    systemSet -= 3600 * kSecondNs;
+    keeper.shiftSystem(-3600 * kSecondNs);
     sync();
     EXPECT_FALSE(shown.isStep);
     EXPECT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), 300);
@@ -188,12 +188,12 @@ TEST_F(Slave, TellsHoldoverAndLossOfASilentMaster) {
     elapsed += 4 * kInterval;
     EXPECT_EQ(TSYN_STATE_HOLDOVER, look().state);
     for (int i = 0; i < 50; ++i) {
-        elapsed += kSecond;
+        elapsed += kSecondNs;
         look();
         ASSERT_EQ(TSYN_STATE_HOLDOVER, shown.state);
         ASSERT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), boundAt(elapsed));
     }
-    elapsed += 20 * kSecond;
+    elapsed += 20 * kSecondNs;
     EXPECT_EQ(TSYN_STATE_LOST, look().state);
     EXPECT_LT(shown.voidAfterNs, system(elapsed));
 }
@@ -228,7 +228,7 @@ TEST_F(Slave, AsAMasterTellsItsPhc) {
         ASSERT_EQ(TSYN_STATE_SYNCHRONISED, shown.state);
     }
     EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed)), 40);
-    phcSet -= kSecond;
+    phcSet -= kSecondNs;
     elapsed += kInterval;
     EXPECT_TRUE(look().isStep);
     EXPECT_LE(std::llabs(shownAt(elapsed) - phc(elapsed)), 300);
@@ -238,7 +238,7 @@ TEST_F(Slave, AsAMasterTellsWhatTheHostPutOnTopOfItsPhcAndThatItIsAStep) {
     keeper.beMaster(0);
     lookFirst();
     look();
-    for (const long long ahead : {5 * kSecond, 5 * kSecond + 1, -3 * kSecond}) {
+    for (const long long ahead : {5 * kSecondNs, 5 * kSecondNs + 1, -3 * kSecondNs}) {
         elapsed += kInterval;
         keeper.beMaster(ahead);
         EXPECT_TRUE(look().isStep);

@@ -60,6 +60,10 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
     return true;
 }
 
+bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times) {
+    return eventually([&] { return output.count(part) >= times; });
+}
+
 std::vector<std::string> daemonThreads() {
     std::vector<std::string> names;
     DIR* const tasks = opendir("/proc/self/task");

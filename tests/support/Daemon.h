@@ -8,6 +8,7 @@
 #include "include/ZebEthTimeSynSupportInterface.h"
 #include "tests/support/PeerSocket.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/StdoutCapture.h"
 
 /** Configurations that are valid: untagged, domain 0, 125 ms, no AUTOSAR extensions. */
 TSynInstanceConfig masterConfig(const std::string& interfaceName = "tsm0");
@@ -17,6 +18,9 @@ TSynInstanceConfig slaveConfig(const std::string& interfaceName = "tsm0");
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds patience = std::chrono::seconds(20),
                 std::chrono::milliseconds step = std::chrono::milliseconds(1));
+
+/** Waits for text that is printed without a flush, which no file event tells of. */
+bool awaitPrinted(const StdoutCapture& output, const std::string& part, int times = 1);
 
 /** Names of this process's threads that begin with "TSyn_", sorted. */
 std::vector<std::string> daemonThreads();

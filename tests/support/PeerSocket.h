@@ -8,6 +8,13 @@
 
 using Bytes = std::vector<unsigned char>;
 
+// messageType of what nodes send.
+inline constexpr int kSync = 0;
+inline constexpr int kPdelayReq = 2;
+inline constexpr int kPdelayResp = 3;
+inline constexpr int kFollowUp = 8;
+inline constexpr int kAnnounce = 11;
+
 /** The patience for what has come already. */
 inline constexpr std::chrono::milliseconds kAtOnce{0};
 

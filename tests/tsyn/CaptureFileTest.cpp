@@ -14,7 +14,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr char kDataIds[] = "101112131415161718191a1b1c1d1e1f";
+constexpr char kDataIdsText[] = "101112131415161718191a1b1c1d1e1f";
 
 /** A capture of its own that vanishes with the test. */
 class CaptureFileTest : public testing::Test {
@@ -37,7 +37,7 @@ protected:
         pcap_close(dead);
     }
 
-    int check(const std::string& dataIds = kDataIds) {
+    int check(const std::string& dataIds = kDataIdsText) {
         tsyn::CheckOptions options;
         options.file = path_;
         options.dataIdList = dataIds;

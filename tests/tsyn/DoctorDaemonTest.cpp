@@ -11,16 +11,6 @@
 namespace tsyn::doctor {
 namespace {
 
-constexpr unsigned int kSync = 0;
-constexpr unsigned int kPdelayReq = 2;
-constexpr unsigned int kPdelayResp = 3;
-constexpr unsigned int kFollowUp = 8;
-constexpr unsigned int kPdelayRespFollowUp = 10;
-
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 template <typename Change>
 void changeQuality(gPtpTimeDataStruct& record, Change change) {
     gPtpTimeQuality quality = qualityIn(record);

@@ -8,8 +8,6 @@
 namespace tsyn::doctor {
 namespace {
 
-constexpr unsigned int kSync = 0, kPdelayReq = 2, kPdelayResp = 3, kFollowUp = 8,
-                       kPdelayRespFup = 10;
 constexpr unsigned long long kEpochNs = 1700000000000000000ULL;
 
 void store(std::vector<unsigned char>& bytes, std::size_t at, unsigned long long value,
@@ -41,7 +39,7 @@ void addExchange(Evidence& evidence, unsigned int sequenceId, double atS) {
     Heard request = frameOf(kPdelayReq, kOwnMac, sequenceId, atS);
     request.rxNs = 1;
     evidence.wire.frames.push_back(request);
-    for (const unsigned int type : {kPdelayResp, kPdelayRespFup}) {
+    for (const unsigned int type : {kPdelayResp, kPdelayRespFollowUp}) {
         Heard response = frameOf(type, kMasterMac, sequenceId, atS + 0.001);
         storePort(response.message, 44, kOwnMac);
         evidence.wire.frames.push_back(response);

@@ -11,6 +11,17 @@ constexpr int kDaemonPid = 100;
 constexpr unsigned char kMasterMac = 0x0A;
 constexpr unsigned char kOwnMac = 0x0B;
 
+// messageType of a frame.
+constexpr unsigned int kSync = 0;
+constexpr unsigned int kPdelayReq = 2;
+constexpr unsigned int kPdelayResp = 3;
+constexpr unsigned int kFollowUp = 8;
+constexpr unsigned int kPdelayRespFollowUp = 10;
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
 Evidence healthySlave();
 
 /** The same cable seen from its other end. */

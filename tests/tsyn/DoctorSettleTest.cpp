@@ -12,9 +12,6 @@
 namespace tsyn::doctor {
 namespace {
 
-constexpr unsigned int kSync = 0;
-constexpr unsigned int kPdelayReq = 2;
-constexpr unsigned int kFollowUp = 8;
 constexpr unsigned int kDomainAt = 4;
 
 Settings told(const std::vector<std::string>& words) {

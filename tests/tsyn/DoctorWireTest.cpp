@@ -6,13 +6,7 @@
 namespace tsyn::doctor {
 namespace {
 
-constexpr unsigned int kSync = 0;
-constexpr unsigned int kFollowUp = 8;
 constexpr unsigned char kThirdMac = 0x0C;
-
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
 
 TEST(DoctorListener, TellsTheTagWhereverTheKernelPutIt) {
     const unsigned char tagged[] = {1, 0x80, 0xC2, 0,    0,    0x0E, 2,    0,    0,   0,

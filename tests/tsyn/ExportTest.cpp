@@ -8,8 +8,6 @@ namespace {
 
 using records::lookAt;
 
-const tsyn::Owner kLives{77, tsyn::Owner::Life::kLives, "tsyn"};
-
 std::string textOf(const gPtpTimeDataStruct& record, const tsyn::Owner& owner,
                    const std::string& source = "eth1") {
     tsyn::DaemonState daemon(true, 1.5);
@@ -22,8 +20,9 @@ bool has(const std::string& text, const std::string& line) {
 }
 
 TEST(Metrics, OfAStandardSlave) {
-    const std::string text = textOf(
-        records::with(records::slave(9, 5), records::quality(TSYN_STATE_SYNCHRONISED, 60)), kLives);
+    const std::string text =
+        textOf(records::with(records::slave(9, 5), records::quality(TSYN_STATE_SYNCHRONISED, 60)),
+               records::kOwner);
     EXPECT_TRUE(has(text, "# TYPE tsyn_sync_accepted_total counter")) << text;
     for (const char* const line : {
              "tsyn_up{interface=\"eth1\"} 1",
@@ -63,7 +62,7 @@ TEST(Metrics, TellAnEpochOfItsOwnAndWhenItsBoundIsVoid) {
     slave.originTime -= 1000ULL * records::kSecond;
     gPtpTimeQuality quality = records::quality(TSYN_STATE_HOLDOVER, 5);
     quality.stepCount = 3;
-    const std::string text = textOf(records::with(slave, quality), kLives);
+    const std::string text = textOf(records::with(slave, quality), records::kOwner);
     for (const char* const line : {
              "tsyn_timescale{interface=\"eth1\",timescale=\"own\"} 1",
              "tsyn_timescale{interface=\"eth1\",timescale=\"utc\"} 0",
@@ -84,7 +83,7 @@ TEST(Metrics, OfADaemonThatEndedAreDown) {
 }
 
 TEST(Metrics, NameAnyInterface) {
-    EXPECT_TRUE(has(textOf(records::slave(9, 5), kLives, "a\"b\\c\nd"),
+    EXPECT_TRUE(has(textOf(records::slave(9, 5), records::kOwner, "a\"b\\c\nd"),
                     R"(tsyn_up{interface="a\"b\\c\nd"} 1)"));
 }
 
@@ -120,7 +119,7 @@ TEST(HttpAnswer, RefusesAnythingElse) {
         EXPECT_EQ("HTTP/1.1 400 Bad Request", statusOf(request)) << request;
     }
     EXPECT_EQ("HTTP/1.1 431 Request Header Fields Too Large",
-              statusOf(std::string(tsyn::kMostRequestBytes + 1, 'x')));
+              statusOf(std::string(tsyn::kMostHttpRequestBytes + 1, 'x')));
 }
 
 }  // namespace

@@ -10,7 +10,6 @@ using records::kStart;
 using records::lookAt;
 
 constexpr long long kTaiNs = 37 * kSecond;
-const tsyn::Owner kLives{77, tsyn::Owner::Life::kLives, "tsyn"};
 
 /** Of a slave whose latest Sync was used at second 5. */
 tsyn::DaemonState daemonAt(double second, gPtpTimeDataStruct record = records::slave(9, 5)) {
@@ -45,26 +44,28 @@ TEST(FeedSample, OfATaiTimeIsUtc) {
 
 TEST(FeedSample, OfATimescaleThatIsNamedNeedsNoClockThatIsNearlyRight) {
     tsyn::SampleLimits limits;
-    EXPECT_NE("", tsyn::sampleObstacle(daemonAt(5, ahead(900 * kSecond)), kLives, limits));
+    EXPECT_NE("", tsyn::sampleObstacle(daemonAt(5, ahead(900 * kSecond)), records::kOwner, limits));
     limits.timescale = tsyn::FeedTimescale::kTai;
     const auto daemon = daemonAt(5, ahead(900 * kSecond));
-    EXPECT_EQ("", tsyn::sampleObstacle(daemon, kLives, limits));
+    EXPECT_EQ("", tsyn::sampleObstacle(daemon, records::kOwner, limits));
     EXPECT_EQ(863 * kSecond, tsyn::sampleOf(daemon, limits)->utcNs - (kStart + 5 * kSecond));
 }
 
 TEST(FeedObstacle, NoneOfASynchronisedSlave) {
-    EXPECT_EQ("", tsyn::sampleObstacle(daemonAt(5.1), kLives, {}));
+    EXPECT_EQ("", tsyn::sampleObstacle(daemonAt(5.1), records::kOwner, {}));
 }
 
 TEST(FeedObstacle, AMasterWouldFeedTheHostItsOwnTime) {
-    const std::string told = tsyn::sampleObstacle(daemonAt(5.1, records::master(9, 5)), kLives, {});
+    const std::string told =
+        tsyn::sampleObstacle(daemonAt(5.1, records::master(9, 5)), records::kOwner, {});
     EXPECT_NE(std::string::npos, told.find("is a master")) << told;
 }
 
 TEST(FeedObstacle, SilenceOfTheMaster) {
     tsyn::DaemonState daemon = daemonAt(5.1);
     daemon.update(lookAt(records::slave(9, 5), 7));
-    EXPECT_EQ("its daemon is not synchronised: stale", tsyn::sampleObstacle(daemon, kLives, {}));
+    EXPECT_EQ("its daemon is not synchronised: stale",
+              tsyn::sampleObstacle(daemon, records::kOwner, {}));
 }
 
 TEST(FeedObstacle, OfAStandardDaemonIsWhatItTells) {
@@ -73,7 +74,7 @@ TEST(FeedObstacle, OfAStandardDaemonIsWhatItTells) {
         tsyn::SampleLimits limits;
         limits.maxBoundNs = maxBoundNs;
         return tsyn::sampleObstacle(daemonAt(second, records::with(records::slave(9, 5), quality)),
-                                    kLives, limits);
+                                    records::kOwner, limits);
     };
     EXPECT_EQ("", told(TSYN_STATE_SYNCHRONISED, 5, 150));
     EXPECT_EQ("its error bound is above --max-bound", told(TSYN_STATE_SYNCHRONISED, 5, 149));

@@ -9,7 +9,7 @@ namespace {
 
 using tsyn::Status;
 
-gPtpTimeQuality quality() {
+gPtpTimeQuality standardQuality() {
     gPtpTimeQuality quality{};
     quality.magic = kTimeQualityMagic;
     quality.layout = kTimeQualityLayout;
@@ -44,11 +44,11 @@ bool contains(const std::string& text, const std::string& part) {
 }
 
 TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
-    const std::string line = statusLine(statusOf(quality(), 5));
+    const std::string line = statusLine(statusOf(standardQuality(), 5));
     EXPECT_TRUE(contains(line, "  holdover      time -  seq 0  offset 0 ns")) << line;
     EXPECT_TRUE(contains(line, "  master 020000fffe00000a-1  bound 350 ns  link-down")) << line;
     EXPECT_FALSE(contains(line, "synchronised")) << line;
-    const std::string json = statusJson("eth0", statusOf(quality(), 5));
+    const std::string json = statusJson("eth0", statusOf(standardQuality(), 5));
     EXPECT_TRUE(contains(json,
                          "\"quality\":{\"state\":\"holdover\",\"master\":"
                          "\"020000fffe00000a\",\"master_port\":1,\"bound_ns\":350,"
@@ -58,7 +58,7 @@ TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
 }
 
 TEST(QualityReport, AMasterIsItsOwnAndASlaveMayHaveNone) {
-    gPtpTimeQuality silent = quality();
+    gPtpTimeQuality silent = standardQuality();
     std::memset(silent.masterIdentity, 0, sizeof silent.masterIdentity);
     EXPECT_TRUE(contains(statusLine(statusOf(silent, 5)), "  master none  bound 350 ns"));
     Status master = statusOf(silent, 5);
@@ -69,16 +69,16 @@ TEST(QualityReport, AMasterIsItsOwnAndASlaveMayHaveNone) {
 }
 
 TEST(QualityReport, WhatTheDaemonTellsDoesNotStandBeforeItStartsOrAfterItsInterface) {
-    Status status = statusOf(quality(), 5);
+    Status status = statusOf(standardQuality(), 5);
     status.state = tsyn::SyncState::kGone;
     EXPECT_TRUE(contains(statusLine(status), "  interface gone  ")) << statusLine(status);
 }
 
 TEST(QualityReport, ABoundThatIsVoidIsNotTold) {
-    EXPECT_TRUE(contains(statusLine(statusOf(quality(), 10)), "bound -"));
-    EXPECT_TRUE(contains(statusLine(statusOf(quality(), 10)), "  lost  "));
-    EXPECT_TRUE(contains(statusJson("eth0", statusOf(quality(), 10)), "\"bound_ns\":null"));
-    gPtpTimeQuality acquiring = quality();
+    EXPECT_TRUE(contains(statusLine(statusOf(standardQuality(), 10)), "bound -"));
+    EXPECT_TRUE(contains(statusLine(statusOf(standardQuality(), 10)), "  lost  "));
+    EXPECT_TRUE(contains(statusJson("eth0", statusOf(standardQuality(), 10)), "\"bound_ns\":null"));
+    gPtpTimeQuality acquiring = standardQuality();
     acquiring.state = TSYN_STATE_ACQUIRING;
     EXPECT_TRUE(contains(statusLine(statusOf(acquiring, 5)), "bound -"));
 }
@@ -88,7 +88,7 @@ TEST(QualityReport, DaemonsThatTellNoneAreShownAsEver) {
     EXPECT_FALSE(contains(statusLine(statusOf(none, 5)), "bound"));
     EXPECT_TRUE(contains(statusLine(statusOf(none, 5)), "  synchronised  "));
     EXPECT_FALSE(contains(statusJson("eth0", statusOf(none, 5)), "quality"));
-    gPtpTimeQuality later = quality();
+    gPtpTimeQuality later = standardQuality();
     later.layout = 2;
     EXPECT_FALSE(contains(statusLine(statusOf(later, 5)), "bound"));
 }

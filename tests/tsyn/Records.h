@@ -4,6 +4,7 @@
 
 #include "base/Extended80.h"
 #include "tools/tsyn/daemon/Look.h"
+#include "tools/tsyn/daemon/Owner.h"
 
 /** Records as daemons publish them, for tests of those who look at them. */
 namespace records {
@@ -11,6 +12,8 @@ namespace records {
 constexpr long long kSecond = 1'000'000'000;
 /** System time of the first Sync: 2026-01-01T00:00:00 UTC. */
 constexpr long long kStart = 1'767'225'600 * kSecond;
+/** The process of a daemon that lives. */
+const tsyn::Owner kOwner{77, tsyn::Owner::Life::kLives, "tsyn"};
 
 /** A deployed slave on a card that is 1.5 s ahead of its host's clock, after a pair that was used
  *  at that second. */

@@ -5,7 +5,7 @@
 namespace {
 
 /** Looked at once a second: so many Syncs, by which the ids advance so far. */
-class Look {
+class Watched {
 public:
     void second(unsigned int syncs, int advance) {
         record_.acceptedSync = record_.acceptedSync + syncs;
@@ -20,12 +20,12 @@ private:
     double nowS_ = 0.0;
 };
 
-Look after(unsigned int seconds) {
-    Look look;
+Watched after(unsigned int seconds) {
+    Watched watched;
     for (unsigned int i = 0; i < seconds; ++i) {
-        look.second(8, 8);
+        watched.second(8, 8);
     }
-    return look;
+    return watched;
 }
 
 TEST(SenderWatch, OneSenderIsNoneTooMany) {
@@ -33,40 +33,40 @@ TEST(SenderWatch, OneSenderIsNoneTooMany) {
 }
 
 TEST(SenderWatch, TwiceAsManySyncsAsIdsAreOfTwoSenders) {
-    Look look = after(3);
-    look.second(16, 8);
-    EXPECT_FALSE(look.seesTwo());
-    look.second(16, 8);
-    EXPECT_TRUE(look.seesTwo());
+    Watched watched = after(3);
+    watched.second(16, 8);
+    EXPECT_FALSE(watched.seesTwo());
+    watched.second(16, 8);
+    EXPECT_TRUE(watched.seesTwo());
 }
 
 TEST(SenderWatch, FarApartIdsAreOfTwoSenders) {
-    Look look = after(3);
-    look.second(16, 30000);
-    look.second(16, -29992);
-    look.second(16, 30000);
-    look.second(16, -29992);
-    EXPECT_TRUE(look.seesTwo());
+    Watched watched = after(3);
+    watched.second(16, 30000);
+    watched.second(16, -29992);
+    watched.second(16, 30000);
+    watched.second(16, -29992);
+    EXPECT_TRUE(watched.seesTwo());
 }
 
 TEST(SenderWatch, NewStartLostSyncsAndTheEndOfTheIdsAreOfOne) {
-    Look look = after(3);
-    look.second(8, -20000);
-    look.second(3, 8);
-    look.second(8, 8);
-    look.second(8, 20000);
-    look.second(8, 20000);
-    EXPECT_FALSE(look.seesTwo());
+    Watched watched = after(3);
+    watched.second(8, -20000);
+    watched.second(3, 8);
+    watched.second(8, 8);
+    watched.second(8, 20000);
+    watched.second(8, 20000);
+    EXPECT_FALSE(watched.seesTwo());
 }
 
 TEST(SenderWatch, ForgetsTheSecondWhenItHasLeft) {
-    Look look = after(3);
-    look.second(16, 8);
-    look.second(16, 8);
+    Watched watched = after(3);
+    watched.second(16, 8);
+    watched.second(16, 8);
     for (int i = 0; i < 5; ++i) {
-        look.second(8, 8);
+        watched.second(8, 8);
     }
-    EXPECT_FALSE(look.seesTwo());
+    EXPECT_FALSE(watched.seesTwo());
 }
 
 }  // namespace

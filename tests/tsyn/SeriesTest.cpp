@@ -16,14 +16,14 @@ using tsyn::RecordedSample;
 using tsyn::RecordedState;
 using tsyn::Series;
 
-constexpr long long kSecond = 1'000'000'000;
+constexpr long long kSecondNs = 1'000'000'000;
 
 /** A slave whose PHC runs 1000 ppb fast, told exactly. */
 RecordedSample sampleAt(long long s) {
     RecordedSample sample;
-    sample.systemNs = s * kSecond;
+    sample.systemNs = s * kSecondNs;
     sample.state = RecordedState::kSynchronised;
-    sample.localNs = (s + 100) * kSecond;
+    sample.localNs = (s + 100) * kSecondNs;
     sample.ratePpb = -1000.0;
     sample.phcRatePpb = 0.0;
     sample.offsetNs = 5'000'000 + 1000 * s;
@@ -43,7 +43,7 @@ PlotSource recording(long long seconds) {
 TEST(Series, ACorrectionIsWhatTheNewLineMovesTheTimeBy) {
     PlotSource source = recording(4);
     *source.samples[2].offsetNs += 30;
-    const auto series = seriesOf(source, 0, kSecond, 0.0);
+    const auto series = seriesOf(source, 0, kSecondNs, 0.0);
     EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0}), series.correction.atS);
     ASSERT_EQ(3U, series.correction.values.size());
     EXPECT_NEAR(0.0, series.correction.values[0], 1e-3);
@@ -52,7 +52,7 @@ TEST(Series, ACorrectionIsWhatTheNewLineMovesTheTimeBy) {
 }
 
 TEST(Series, TheOffsetIsTakenFromAStraightLine) {
-    const auto series = seriesOf(recording(5), 0, kSecond, 0.0);
+    const auto series = seriesOf(recording(5), 0, kSecondNs, 0.0);
     ASSERT_EQ(5U, series.offset.values.size());
     for (const double value : series.offset.values) {
         EXPECT_NEAR(0.0, value, 1e-6);
@@ -62,9 +62,9 @@ TEST(Series, TheOffsetIsTakenFromAStraightLine) {
 TEST(Series, AStepPartsTheOffsetAndIsNoCorrection) {
     PlotSource source = recording(6);
     for (std::size_t i = 3; i < 6; ++i) {
-        *source.samples[i].offsetNs += kSecond;
+        *source.samples[i].offsetNs += kSecondNs;
     }
-    const auto series = seriesOf(source, 0, kSecond, 0.0);
+    const auto series = seriesOf(source, 0, kSecondNs, 0.0);
     EXPECT_EQ(2U, series.phase.size());
     EXPECT_TRUE(std::isnan(series.correction.values.at(2)));
     EXPECT_NEAR(0.0, series.offset.values.back(), 1e-6);
@@ -73,9 +73,9 @@ TEST(Series, AStepPartsTheOffsetAndIsNoCorrection) {
 TEST(Series, SamplesWithEmptyFieldsMoveNoCurve) {
     PlotSource source = recording(5);
     source.samples[0] = RecordedSample{};
-    source.samples[0].systemNs = kSecond;
+    source.samples[0].systemNs = kSecondNs;
     source.samples[1].ratePpb.reset();
-    const auto series = seriesOf(source, 0, kSecond, 0.0);
+    const auto series = seriesOf(source, 0, kSecondNs, 0.0);
     EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0, 4.0}), series.offset.atS);
     EXPECT_EQ((std::vector<double>{2.0, 3.0, 4.0}), series.rate.atS);
     EXPECT_EQ(-1000.0, series.medianRatePpb);
@@ -88,7 +88,7 @@ TEST(Series, SamplesWithEmptyFieldsMoveNoCurve) {
 TEST(Series, CountersAreToldPerSecondAndNotOverARestart) {
     PlotSource source = recording(4);
     source.samples[3].counters[0] = 2;
-    const auto series = seriesOf(source, 0, kSecond, 0.0);
+    const auto series = seriesOf(source, 0, kSecondNs, 0.0);
     ASSERT_EQ(1U, series.counters.size());
     EXPECT_EQ("accepted sync", series.counters[0].name);
     EXPECT_EQ((std::vector<double>{8.0, 8.0}), series.counters[0].values);
@@ -141,7 +141,7 @@ TEST(Series, AHistogramCountsWhatIsFarOutApart) {
 TEST(Series, StatesBecomeBands) {
     PlotSource source = recording(5);
     source.samples[2].state = RecordedState::kHoldover;
-    const auto bands = stateBands(source, kSecond);
+    const auto bands = stateBands(source, kSecondNs);
     ASSERT_EQ(3U, bands.size());
     EXPECT_EQ(RecordedState::kHoldover, bands[1].state);
     EXPECT_EQ(2.0, bands[1].fromS);

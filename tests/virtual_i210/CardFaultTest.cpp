@@ -19,9 +19,6 @@ namespace {
 using virtual_i210::Fault;
 using virtual_i210::FaultOrder;
 
-constexpr unsigned kSync = 0;
-constexpr unsigned kFollowUp = 8;
-
 class CardFault : public testing::Test {
 protected:
     void SetUp() override {

@@ -16,21 +16,14 @@ namespace {
 
 constexpr std::uint64_t kFirstRealtimeNs = 1'767'225'600 * kSecond;
 
-std::uint64_t read(clockid_t clock) {
-    timespec time{};
-    EXPECT_EQ(0, clock_gettime(clock, &time));
-    return static_cast<std::uint64_t>(time.tv_sec) * kSecond +
-           static_cast<std::uint64_t>(time.tv_nsec);
-}
-
 class SimulatedClock : public SimulatedRun {};
 
 class EachSimulatedClock : public SimulatedClock, public testing::WithParamInterface<clockid_t> {};
 
 TEST_P(EachSimulatedClock, MovesByTheSleepAlone) {
-    const std::uint64_t before = read(GetParam());
+    const std::uint64_t before = readNs(GetParam());
     sleepNs(3600 * kSecond);
-    EXPECT_EQ(3600 * kSecond, read(GetParam()) - before);
+    EXPECT_EQ(3600 * kSecond, readNs(GetParam()) - before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Simulated, EachSimulatedClock,
@@ -39,8 +32,8 @@ INSTANTIATE_TEST_SUITE_P(Simulated, EachSimulatedClock,
                                          CLOCK_BOOTTIME, CLOCK_TAI));
 
 TEST_F(SimulatedClock, BeginsAtTheSameInstantInEveryRun) {
-    EXPECT_EQ(kFirstRealtimeNs, read(CLOCK_REALTIME));
-    EXPECT_EQ(1000 * kSecond, read(CLOCK_MONOTONIC));
+    EXPECT_EQ(kFirstRealtimeNs, readNs(CLOCK_REALTIME));
+    EXPECT_EQ(1000 * kSecond, readNs(CLOCK_MONOTONIC));
 }
 
 TEST_F(SimulatedClock, TellsTimeOfDayAndSeconds) {
@@ -58,10 +51,10 @@ TEST_F(SimulatedClock, TellsTimeOfDayAndSeconds) {
 TEST_F(SimulatedClock, IsSetForTheRunAlone) {
     const timespec wished = {5'000, 7};
     ASSERT_EQ(0, clock_settime(CLOCK_REALTIME, &wished));
-    EXPECT_EQ(5'000 * kSecond + 7, read(CLOCK_REALTIME));
-    EXPECT_EQ(1000 * kSecond, read(CLOCK_MONOTONIC));
+    EXPECT_EQ(5'000 * kSecond + 7, readNs(CLOCK_REALTIME));
+    EXPECT_EQ(1000 * kSecond, readNs(CLOCK_MONOTONIC));
     sleepNs(kSecond);
-    EXPECT_EQ(5'001 * kSecond + 7, read(CLOCK_REALTIME));
+    EXPECT_EQ(5'001 * kSecond + 7, readNs(CLOCK_REALTIME));
     EXPECT_EQ(0, resultOf(startProcess([] { return time(nullptr) == 5'001 ? 0 : 1; })));
 }
 
@@ -86,7 +79,7 @@ TEST_F(SimulatedClock, KeepsItsRate) {
 TEST_F(SimulatedClock, IsNotThatOfTheMachine) {
     timeval day = {77'000, 5};
     ASSERT_EQ(0, settimeofday(&day, nullptr));
-    EXPECT_EQ(77'000 * kSecond + 5'000, read(CLOCK_REALTIME));
+    EXPECT_EQ(77'000 * kSecond + 5'000, readNs(CLOCK_REALTIME));
     timex wish{};
     wish.modes = ADJ_FREQUENCY;
     EXPECT_EQ(-1, adjtimex(&wish));
@@ -105,9 +98,9 @@ TEST_F(SimulatedClock, CountsCyclesOfThreeGigahertz) {
 TEST_F(SimulatedClock, MovesTheCards) {
     const int fd = open("/dev/ptp0", O_RDONLY);
     const clockid_t phc = static_cast<clockid_t>(~fd) * 8 + 3;
-    const std::uint64_t before = read(phc);
+    const std::uint64_t before = readNs(phc);
     sleepNs(3600 * kSecond);
-    EXPECT_NEAR(3600e9, static_cast<double>(read(phc) - before), 300.0 + 8.0);
+    EXPECT_NEAR(3600e9, static_cast<double>(readNs(phc) - before), 300.0 + 8.0);
     close(fd);
 }
 
@@ -120,11 +113,11 @@ protected:
 };
 
 TEST_F(CostlyClock, TakesTimeToRead) {
-    const std::uint64_t first = read(CLOCK_REALTIME);
+    const std::uint64_t first = readNs(CLOCK_REALTIME);
     std::uint64_t longest = 0;
     std::uint64_t before = first;
     for (int i = 0; i < 1000; ++i) {
-        const std::uint64_t now = read(CLOCK_REALTIME);
+        const std::uint64_t now = readNs(CLOCK_REALTIME);
         ASSERT_GE(now, before);
         longest = std::max(longest, now - before);
         before = now;
@@ -150,13 +143,13 @@ TEST_F(CostlyClock, ShowsHowLongACardIsRead) {
 }
 
 TEST_F(CostlyClock, CountsWorkAsProcessorTime) {
-    const std::uint64_t process = read(CLOCK_PROCESS_CPUTIME_ID);
-    const std::uint64_t thread = read(CLOCK_THREAD_CPUTIME_ID);
+    const std::uint64_t process = readNs(CLOCK_PROCESS_CPUTIME_ID);
+    const std::uint64_t thread = readNs(CLOCK_THREAD_CPUTIME_ID);
     sleepNs(kSecond);
-    EXPECT_GE(read(CLOCK_PROCESS_CPUTIME_ID) - process, 7000u);
-    EXPECT_LT(read(CLOCK_PROCESS_CPUTIME_ID) - process, 30'000u);
-    EXPECT_GE(read(CLOCK_THREAD_CPUTIME_ID) - thread, 7000u);
-    EXPECT_LT(read(CLOCK_THREAD_CPUTIME_ID) - thread, 30'000u);
+    EXPECT_GE(readNs(CLOCK_PROCESS_CPUTIME_ID) - process, 7000u);
+    EXPECT_LT(readNs(CLOCK_PROCESS_CPUTIME_ID) - process, 30'000u);
+    EXPECT_GE(readNs(CLOCK_THREAD_CPUTIME_ID) - thread, 7000u);
+    EXPECT_LT(readNs(CLOCK_THREAD_CPUTIME_ID) - thread, 30'000u);
 }
 
 }  // namespace

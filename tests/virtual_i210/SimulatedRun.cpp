@@ -13,13 +13,6 @@ namespace {
 
 volatile sig_atomic_t caught = 0;
 
-std::uint64_t readNs(clockid_t clock) {
-    timespec time{};
-    EXPECT_EQ(0, clock_gettime(clock, &time));
-    return static_cast<std::uint64_t>(time.tv_sec) * kSecond +
-           static_cast<std::uint64_t>(time.tv_nsec);
-}
-
 }  // namespace
 
 #ifdef __SANITIZE_ADDRESS__
@@ -36,6 +29,13 @@ SimulatedRun::SimulatedRun(const std::string& settings, bool withCable) {
     }
     setenv("VIRTUAL_I210", ("clock=simulated state=/dev/shm/run seed=7 " + settings).c_str(), 1);
     close(open("/dev/ptp0", O_RDONLY));
+}
+
+std::uint64_t readNs(clockid_t clock) {
+    timespec time{};
+    EXPECT_EQ(0, clock_gettime(clock, &time));
+    return static_cast<std::uint64_t>(time.tv_sec) * kSecond +
+           static_cast<std::uint64_t>(time.tv_nsec);
 }
 
 std::uint64_t nowNs() {

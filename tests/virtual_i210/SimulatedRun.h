@@ -31,6 +31,9 @@ protected:
     SimulatedCable() : SimulatedRun(kFreeOfCost + "; tsm0; tss0 cable_ns=500", true) {}
 };
 
+/** What a clock shows. */
+std::uint64_t readNs(clockid_t clock);
+
 /** CLOCK_MONOTONIC. */
 std::uint64_t nowNs();
 

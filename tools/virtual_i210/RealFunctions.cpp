@@ -39,7 +39,7 @@ void findSocketCalls(RealFunctions& functions) {
     findReal(functions.recvmmsg, "recvmmsg");
 }
 
-RealFunctions findAll() {
+RealFunctions findFunctions() {
     RealFunctions functions{};
     findDescriptorCalls(functions);
     findClockCalls(functions);
@@ -50,7 +50,7 @@ RealFunctions findAll() {
 }  // namespace
 
 const RealFunctions& real() {
-    static const RealFunctions functions = findAll();
+    static const RealFunctions functions = findFunctions();
     return functions;
 }
 

@@ -77,7 +77,7 @@ void findProcesses(RealWaits& waits) {
     findReal(waits.exitNow, "_exit");
 }
 
-RealWaits findAll() {
+RealWaits findWaits() {
     RealWaits waits{};
     findWaits(waits);
     findThreads(waits);
@@ -89,7 +89,7 @@ RealWaits findAll() {
 }  // namespace
 
 const RealWaits& realWaits() {
-    static const RealWaits waits = findAll();
+    static const RealWaits waits = findWaits();
     return waits;
 }
 

@@ -13,8 +13,6 @@
 namespace tsyn::doctor {
 namespace {
 
-constexpr double kNsPerSecond = 1e9;
-
 bool pairWasTaken(const gPtpTimeDataStruct& record) {
     constexpr unsigned long long kConsistentNs = 1000000;
     const unsigned long long masterNs =
@@ -27,9 +25,8 @@ std::string ageText(const Evidence& evidence) {
     const gPtpTimeDataStruct& record = *evidence.record.after;
     const auto localNs = static_cast<long long>(record.localTime);
     const long long ageNs = evidence.record.afterNs - localNs - record.systemOffset;
-    return localNs == 0
-               ? "no time yet"
-               : "time " + decimal(static_cast<double>(ageNs) / kNsPerSecond, 1) + " s old";
+    return localNs == 0 ? "no time yet"
+                        : "time " + decimal(static_cast<double>(ageNs) * 1e-9, 1) + " s old";
 }
 
 Verdict judgeMasterRecord(const Evidence& evidence) {

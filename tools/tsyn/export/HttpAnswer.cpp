@@ -23,7 +23,7 @@ bool isWhole(const std::string& input) {
 
 std::optional<std::string> httpAnswer(const std::string& input,
                                       const std::function<std::string()>& metrics) {
-    if (input.size() > kMostRequestBytes) {
+    if (input.size() > kMostHttpRequestBytes) {
         return answer("431 Request Header Fields Too Large", kPlain, "the request is too long\n");
     }
     if (!isWhole(input)) {

@@ -7,7 +7,7 @@
 namespace tsyn {
 
 /** A request that is longer is refused. */
-constexpr std::size_t kMostRequestBytes = 8192;
+constexpr std::size_t kMostHttpRequestBytes = 8192;
 
 /** The whole answer to what a client sent so far: the metrics on GET /metrics, "ok" on
  *  GET /healthz. Nothing while the end of the request is still to come. */

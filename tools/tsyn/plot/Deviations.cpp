@@ -8,7 +8,6 @@ namespace tsyn {
 namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
-constexpr double kSecondsPerNs = 1e-9;
 /** Fewer differences tell nothing of a spread. */
 constexpr std::size_t kFewestTerms = 3;
 /** Longer grids than this are of instants that are no times of one recording. */

@@ -5,6 +5,8 @@
 
 namespace tsyn {
 
+inline constexpr double kSecondsPerNs = 1e-9;
+
 /** Phase of one clock against another, ns, at instants in seconds; in their order. */
 struct PhaseRun {
     std::vector<double> atS;

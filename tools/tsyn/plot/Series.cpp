@@ -15,7 +15,6 @@ constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
 constexpr double kStepNs = 1e6;
 /** Counters are told of at least so long a time, so that single frames make no spikes. */
 constexpr double kCountedS = 1.0;
-constexpr double kSecondsPerNs = 1e-9;
 constexpr std::size_t kStepsCounter = 3;
 
 template <typename Value>

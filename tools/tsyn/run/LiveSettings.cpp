@@ -27,7 +27,7 @@ constexpr unsigned char kNotify = 1;
 /** An offset that missed by more is set again. */
 constexpr long long kCloseNs = 1000;
 constexpr int kAims = 5;
-constexpr int kReadings = 7;
+constexpr int kComparisons = 7;
 
 std::optional<long long> cardNs() {
     const std::optional<HostTime> now = masterTime();
@@ -54,15 +54,15 @@ std::optional<long long> setCard(const SettingRequest& request) {
 
 /** What the card will read by the time that it is read once more. */
 std::optional<long long> nextReadingNs() {
-    std::array<long long, kReadings> apart{};
+    std::array<long long, kComparisons> apart{};
     std::optional<long long> last = cardNs();
     for (long long& each : apart) {
         const std::optional<long long> now = cardNs();
         each = now.value_or(0) - last.value_or(0);
         last = now;
     }
-    std::nth_element(apart.begin(), apart.begin() + kReadings / 2, apart.end());
-    return last ? std::optional(*last + apart[kReadings / 2]) : std::nullopt;
+    std::nth_element(apart.begin(), apart.begin() + kComparisons / 2, apart.end());
+    return last ? std::optional(*last + apart[kComparisons / 2]) : std::nullopt;
 }
 
 std::optional<long long> softOffset(RecordView& record) {
