@@ -6,8 +6,6 @@
 
 namespace {
 
-using Milliseconds = std::chrono::milliseconds;
-
 class Link : public testing::Test {
 protected:
     static void ip(std::vector<std::string> words) {
@@ -39,7 +37,7 @@ TEST_F(Link, WithoutACarrierNothingIsTried) {
     ip({"link", "set", "tsm0peer", "up"});
     EXPECT_TRUE(output.await(">The link of tsm0 is up\n"));
     const PeerSocket peer("tsm0peer");
-    EXPECT_TRUE(peer.awaitType(kSync, Milliseconds(500)));
+    EXPECT_TRUE(peer.awaitType(kSync));
 }
 
 TEST_F(Link, AnInterfaceMadeAnewIsSetUpAgain) {

@@ -67,10 +67,17 @@ void Sandbox::run(const std::vector<std::string>& command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
     arguments.push_back(nullptr);
+    // Made here: a child that another thread's setenv() left with its lock would wait for ever.
+    std::vector<char*> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, "LD_PRELOAD=", 11) != 0) {
+            environment.push_back(*entry);
+        }
+    }
+    environment.push_back(nullptr);
     const pid_t child = fork();
     if (child == 0) {
-        unsetenv("LD_PRELOAD");
-        execvp(arguments[0], arguments.data());
+        execvpe(arguments[0], arguments.data(), environment.data());
         _exit(127);
     }
     int status = 0;
