@@ -18,7 +18,7 @@ check: build/x86_64/testable ## the fast loop: x86-64 only, the tests that wait 
 	@cmake --build build/x86_64 --target $(PURE_ROOMS:%=tests/%/all)
 	@scripts/run-tests --rooms "$(PURE_ROOMS)" x86_64
 
-# Every build is tested even when an earlier one fails; the last lines are ctest's own.
+# Every build is tested even when an earlier one fails; the last lines name what failed.
 test: $(SANITIZED:%=build/%/tests-built) $(ABIS:%=build/%/tests-built) ## every test, both ABIs, plain and with sanitizers
 	scripts/run-tests $(SANITIZED) $(ABIS)
 
