@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""tsyn set, convert and the texts for the installation.
+"""tsyn set and the texts for the installation.
 
 Usage: changing.py BUILD_FOLDER [CASE...]
 """
@@ -8,7 +8,6 @@ import os
 import pathlib
 import re
 import socket
-import struct
 import subprocess
 import sys
 
@@ -207,117 +206,6 @@ class Distributed(Simulated):
 
     def test_a_step_of_a_deployed_master_is_as_long_as_it_was_asked_for(self):
         self.check_steps("deployed")
-
-
-class Convert(Network):
-    """A slave's record whose clocks run alike: grandmaster time is system time less 1.000000007 s."""
-
-    SYSTEM_NS = 1_700_000_001_000_000_007
-    RECORD = pathlib.Path("/dev/shm/record")
-
-    def setUp(self):
-        super().setUp()
-        record = bytearray(260)
-        one = struct.pack("<QH", 1 << 63, 16383)
-        struct.pack_into("<qq", record, 24 + 20, 1_000_000_007, 0)
-        record[24 + 36:24 + 46] = record[24 + 48:24 + 58] = one
-        struct.pack_into("<QQ", record, 24 + 60, self.SYSTEM_NS, self.SYSTEM_NS - 1_000_000_007)
-        self.RECORD.write_bytes(record)
-
-    def convert(self, *words, **more):
-        done = subprocess.run([str(BUILD / "tsyn"), "convert", *words], capture_output=True,
-                              text=True, timeout=WAIT_S, check=False, **more)
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
-        return done.stdout
-
-    def test_all_ways_to_write_a_time_are_exact(self):
-        for text in ("1700000001000000007", "1700000001.000000007", "2023-11-14T22:13:21.000000007Z",
-                     "2023-11-14 22:13:21.000000007", "2023-11-14T22:13:58.000000007TAI",
-                     "1700000001000000007ns"):
-            with self.subTest(text=text):
-                self.assertEqual(self.convert("--record", str(self.RECORD), text),
-                                 "1700000000000000000 2023-11-14T22:13:20.000000000Z\n")
-
-    def test_reads_lines_of_an_interface_and_comes_back(self):
-        self.RECORD.rename("/dev/shm/eth9")
-        there = self.convert("eth9", "--stale", input="1700000001.000000007\n1700000002.0\n")
-        self.assertEqual(there.splitlines()[1].split()[0], "1700000000999999993")
-        back = self.convert("eth9", "--stale", "--to-system",
-                            *(line.split()[0] for line in there.splitlines()))
-        self.assertEqual([line.split()[0] for line in back.splitlines()],
-                         ["1700000001000000007", "1700000002000000000"])
-
-    def test_dates_follow_the_scale_of_the_grandmaster(self):
-        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai",
-                                      "1700000001000000007"),
-                         "1700000000000000000 2023-11-14T22:12:43.000000000Z\n")
-        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai", "--tai",
-                                      "1700000001000000007"),
-                         "1700000000000000000 2023-11-14T22:13:20.000000000TAI\n")
-        self.assertEqual(self.convert("--record", str(self.RECORD), "--grandmaster-tai",
-                                      "--to-system", "2023-11-14T22:12:43Z").split()[0],
-                         str(self.SYSTEM_NS))
-
-    def test_leap_days_and_late_years(self):
-        shifted = self.convert("--record", str(self.RECORD), "2024-02-29T00:00:01.000000007Z",
-                               "2100-03-01T00:00:00Z")
-        self.assertEqual([line.split()[1] for line in shifted.splitlines()],
-                         ["2024-02-29T00:00:00.000000000Z", "2100-02-28T23:59:58.999999993Z"])
-
-    def test_mistakes(self):
-        for words, status, part in (
-                (("--record", str(self.RECORD), "tomorrow"), 2, "'tomorrow' is no time"),
-                (("--record", str(self.RECORD), "2023-02-29T00:00:00Z"), 2, "is no time"),
-                (("--record", "/nowhere", "1"), 1, "No such file"),
-                (("--record", "/dev/null", "1"), 1, "has 0 bytes"),
-                (("eth9", "1"), 1, "no time record /dev/shm/eth9"), ((), 2, "interface is required")):
-            with self.subTest(words=words):
-                self.assert_one_error(self.start("convert", *words, cards=False), status, part)
-        self.RECORD.write_bytes(bytes(260))
-        self.assert_one_error(self.start("convert", "--record", str(self.RECORD), "5", cards=False),
-                              1, "holds no time yet")
-
-
-class StaleRecord(Simulated):
-    """What a record of the present tells no more, for whoever does not insist."""
-
-    def convert(self, *words):
-        moment = str(EPOCH_S * 10**9 + round(self.now() * 1e9))
-        child = self.start("convert", SLAVE_IF, moment, *words)
-        output, errors = child.communicate()
-        return child.returncode, output != "", errors
-
-    def assert_refused(self, why):
-        code, has_output, errors = self.convert()
-        self.assertEqual((code, has_output, errors.count("\n")), (1, False, 1), errors)
-        for part in (f"tsyn: {SLAVE_IF}: ", why, "--stale"):
-            self.assertIn(part, errors)
-        self.assertEqual(self.convert("--stale"), (0, True, ""))
-
-    def pair(self, profile):
-        master = self.run_json(MASTER_IF, "master", "--profile", profile)
-        slave = self.run_json(SLAVE_IF, "slave", "--profile", profile,
-                              "--propagation-delay", str(CABLE_NS))
-        self.wait_for_state(slave, "synchronised")
-        self.assertEqual(self.convert(), (0, True, ""))
-        return master, slave
-
-    def test_of_a_standard_slave_whose_bound_is_void_and_that_ended(self):
-        master, slave = self.pair("standard")
-        self.end(master)
-        self.timekeeper.sleep(5)
-        self.assertEqual(self.convert(), (0, True, ""))
-        self.timekeeper.sleep(60)
-        self.assert_refused("bound is void")
-        slave.kill()
-        slave.wait(WAIT_S)
-        self.assert_refused("has ended")
-
-    def test_of_a_deployed_slave_that_has_long_heard_nothing(self):
-        master, _ = self.pair("deployed")
-        self.end(master)
-        self.timekeeper.sleep(62)
-        self.assert_refused("no Sync for 6")
 
 
 class Guides(Network):

@@ -2,8 +2,8 @@
 
 namespace tsyn {
 
-/** Flushes standard output. Returns the status that was to be returned, or 2 with one line on
- *  standard error when not all of the output could be written. */
-int outputStatus(int status);
+/** Flushes standard output. Returns the status that was to be returned, or that of unwritten output
+ *  with one line on standard error when not all of it could be written. */
+int outputStatus(int status, int unwritten = 1);
 
 }  // namespace tsyn

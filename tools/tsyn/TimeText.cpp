@@ -149,6 +149,10 @@ std::optional<long long> parseTime(const std::string& text, int utcOffsetS) {
     return parseDecimal(number, inSeconds ? kMostDecimals : 0);
 }
 
+bool isBareNumber(const std::string& text) {
+    return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 std::optional<long long> parseSpan(const std::string& text) {
     constexpr struct {
         const char* unit;

@@ -15,6 +15,9 @@ inline constexpr int kUtcOffsetS = 37;
  *  nothing when the text is none of these or lies outside 1970 to 2262. */
 std::optional<long long> parseTime(const std::string& text, int utcOffsetS);
 
+/** Whether nothing but its size tells the unit of a number. */
+bool isBareNumber(const std::string& text);
+
 /** Reads a span with its unit, such as "-1.5ms". */
 std::optional<long long> parseSpan(const std::string& text);
 

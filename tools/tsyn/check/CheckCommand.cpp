@@ -39,9 +39,9 @@ int checkCommand(const CheckOptions& options) {
     }
     // What stood before the damage has been checked all the same.
     if (!capture.error().empty()) {
-        return outputStatus(fail(capture.error(), kUnreadable));
+        return outputStatus(fail(capture.error(), kUnreadable), kUnreadable);
     }
-    return outputStatus(result.findings.empty() ? kAllRight : kFindings);
+    return outputStatus(result.findings.empty() ? kAllRight : kFindings, kUnreadable);
 }
 
 }  // namespace tsyn

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -19,6 +20,7 @@
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/Owner.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
 
 namespace tsyn {
@@ -29,6 +31,9 @@ constexpr long long kNsPerSecond = 1000000000;
 constexpr long long kOldNs = 60 * kNsPerSecond;
 constexpr double kLongestSilenceS = 1.5;
 constexpr auto kBetweenTwoLooks = std::chrono::milliseconds(20);
+/** A count of seconds, ms or us that is taken for ns lies further off, a use of the record nearer.
+ */
+constexpr long long kFarNs = 366LL * 86400 * kNsPerSecond;
 
 struct ConvertOptions {
     std::vector<std::string> words; /**< interface, unless a file is named, and times */
@@ -90,27 +95,33 @@ private:
     std::string load(std::size_t& firstTime);
     std::string loadFile();
     int convert(const std::string& text, const std::string& where) const;
+    std::string unitProblem(const std::string& text, long long ns) const;
+    std::string voidProblem(const std::optional<long long>& boundNs) const;
+    void print(long long result, const std::optional<long long>& boundNs) const;
     long long offsetNs() const {
         return options_.countsTai ? options_.utcOffsetS * kNsPerSecond : 0;
     }
 
     const ConvertOptions& options_;
+    std::string name_; /**< of the record */
     gPtpTimeDataStruct record_{};
+    std::optional<gPtpTimeQuality> quality_;
 };
 
 std::string Conversion::loadFile() {
+    name_ = "--record " + options_.recordFile;
     std::ifstream file(options_.recordFile, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
     if (!file.is_open()) {
-        return "--record " + options_.recordFile + ": cannot be read (" + std::strerror(errno) +
-               ")";
+        return name_ + ": cannot be read (" + std::strerror(errno) + ")";
     }
     if (bytes.size() != kSharedSegmentSize) {
-        return "--record " + options_.recordFile + ": has " + std::to_string(bytes.size()) +
+        return name_ + ": has " + std::to_string(bytes.size()) +
                " bytes; the copy of a segment in /dev/shm has " +
                std::to_string(kSharedSegmentSize);
     }
     std::memcpy(&record_, bytes.data() + kSharedRecordOffset, sizeof record_);
+    quality_ = qualityOf(record_);
     record_ = withSoftOffset(record_);
     return {};
 }
@@ -128,8 +139,44 @@ std::string Conversion::load(std::size_t& firstTime) {
     if (!look) {
         return source.problem();
     }
+    name_ = source.name() + ": " + source.segmentFile();
     record_ = look->record;
+    quality_ = look->quality;
     return options_.takesStale ? "" : staleness(source, *look);
+}
+
+/** Whether a number without a unit may have been meant in another one than ns, empty when not. */
+std::string Conversion::unitProblem(const std::string& text, long long ns) const {
+    const long long systemNs = anchorNs(record_);
+    const long long anchor = options_.toSystem ? gPtpTimeAtSystem(&record_, systemNs) : systemNs;
+    long long apartNs = 0;
+    if (!isBareNumber(text) ||
+        (!__builtin_sub_overflow(ns, anchor, &apartNs) && std::llabs(apartNs) <= kFarNs)) {
+        return {};
+    }
+    return "'" + text + "' would be ns, " + utcText(ns) + ", over a year from the record's " +
+           utcText(anchor) + "; write seconds as " + text + "s or " + text + ".0, or " + text +
+           "ns if it is";
+}
+
+/** Why the bound at a time says nothing, empty when it does or when the record tells none. */
+std::string Conversion::voidProblem(const std::optional<long long>& boundNs) const {
+    if (!quality_ || boundNs) {
+        return {};
+    }
+    const bool isLate =
+        quality_->state == TSYN_STATE_SYNCHRONISED || quality_->state == TSYN_STATE_HOLDOVER;
+    return isLate
+               ? "void after " + utcText(quality_->voidAfterNs)
+               : std::string("void, since the state is '") + timeStateName(quality_->state) + "'";
+}
+
+void Conversion::print(long long result, const std::optional<long long>& boundNs) const {
+    const long long utcNs = options_.toSystem ? result : result - offsetNs();
+    const std::string date =
+        options_.showsTai ? taiText(utcNs, options_.utcOffsetS) : utcText(utcNs);
+    const std::string bound = boundNs ? "  +/- " + std::to_string(*boundNs) + " ns" : "  void";
+    std::printf("%lld %s%s\n", result, date.c_str(), quality_ ? bound.c_str() : "");
 }
 
 /** Prints a converted time. Returns the status, 0 on success. */
@@ -143,13 +190,24 @@ int Conversion::convert(const std::string& text, const std::string& where) const
     const long long shiftNs = options_.toSystem && isIso ? offsetNs() : 0;
     const long long result = options_.toSystem ? gPtpSystemAtTime(&record_, *utcNs + shiftNs)
                                                : gPtpTimeAtSystem(&record_, *utcNs);
-    if (result == LLONG_MIN || result < offsetNs()) {
-        return fail(where + "the record holds no time yet, or none that reaches '" + text + "'");
+    if (result == LLONG_MIN) {
+        return fail(where + name_ + ": holds no time yet");
     }
-    const long long utcResult = options_.toSystem ? result : result - offsetNs();
-    std::printf(
-        "%lld %s\n", result,
-        (options_.showsTai ? taiText(utcResult, options_.utcOffsetS) : utcText(utcResult)).c_str());
+    const std::string problem = unitProblem(text, *utcNs);
+    if (!problem.empty()) {
+        return fail(where + problem, kWrongUse);
+    }
+    if (result < offsetNs()) {
+        return fail(where + name_ + ": holds no time that reaches '" + text + "'");
+    }
+    const std::optional<long long> boundNs =
+        quality_ ? boundAt(*quality_, record_, options_.toSystem ? result : *utcNs) : std::nullopt;
+    const std::string trouble = options_.takesStale ? "" : voidProblem(boundNs);
+    if (!trouble.empty()) {
+        return fail(where + name_ + ": its bound at '" + text + "' is " + trouble +
+                    "; convert by a record of then, or by this one with --stale");
+    }
+    print(result, boundNs);
     return 0;
 }
 
@@ -183,7 +241,7 @@ void addOptions(CLI::App& command, ConvertOptions& options) {
         ->type_name("FILE");
     command.add_flag(
         "--stale", options.takesStale,
-        "also by a record whose bound is void or whose daemon has ended, as by a copy");
+        "also by a record whose daemon has ended, and times at which its bound is void");
     command.add_flag("--to-system", options.toSystem,
                      "from grandmaster time to system time rather than the other way");
     command.add_flag("--grandmaster-tai", options.countsTai,
@@ -201,7 +259,8 @@ Command addConvertCommand(CLI::App& program) {
     CLI::App* const parser = program.add_subcommand(
         "convert",
         "Convert system time to grandmaster time or back by the shared record of a daemon, to the "
-        "nanosecond; each line printed holds ns and a date");
+        "nanosecond; each line printed holds ns, a date and, where the daemon tells it, the error "
+        "bound of then");
     const auto options = std::make_shared<ConvertOptions>();
     addOptions(*parser, *options);
     return {parser, [options] { return Conversion(*options).run(); }};

@@ -22,12 +22,6 @@ constexpr const char* kSending = "sending";
 /** Beyond, the clock was set since. */
 constexpr double kMostAheadS = 1.0;
 
-/** System time at localTime. */
-long long anchorNs(const gPtpTimeDataStruct& record) {
-    return static_cast<long long>(record.localTime +
-                                  static_cast<unsigned long long>(record.systemOffset));
-}
-
 /** What a daemon changes with every Sync. */
 bool isOtherSync(const gPtpTimeDataStruct& one, const gPtpTimeDataStruct& other) {
     return one.localTime != other.localTime || one.sequenceId != other.sequenceId ||
@@ -39,6 +33,11 @@ bool is(const char* state, const char* name) {
 }
 
 }  // namespace
+
+long long anchorNs(const gPtpTimeDataStruct& record) {
+    return static_cast<long long>(record.localTime +
+                                  static_cast<unsigned long long>(record.systemOffset));
+}
 
 const char* roleName(DaemonRole role) {
     switch (role) {

@@ -18,6 +18,9 @@ const char* profileName(const Look& look);
 
 DaemonRole roleOf(const Look& look);
 
+/** System time at localTime, from which on the record reckons. */
+long long anchorNs(const gPtpTimeDataStruct& record);
+
 /** System time of the last Sync that was used (slave) or sent (master), ns; nothing before one. */
 std::optional<long long> lastSyncNs(const Look& look);
 

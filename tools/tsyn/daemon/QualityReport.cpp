@@ -1,6 +1,7 @@
 #include "tools/tsyn/daemon/QualityReport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -64,15 +65,15 @@ std::string identityText(const gPtpTimeQuality& quality) {
     return text;
 }
 
-/** It grows from the anchor on. */
+/** It grows from the anchor on, into the past as well. */
 std::optional<long long> boundAt(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                                  long long nowNs) {
     if (!hasBound(quality, nowNs)) {
         return {};
     }
     const auto localNs = static_cast<long long>(record.localTime);
-    const long long ageNs = std::max(0LL, nowNs - (localNs + record.systemOffset));
-    const double growth = 1e-9 * quality.boundGrowthPpb * static_cast<double>(ageNs);
+    const auto ageNs = static_cast<double>(nowNs - (localNs + record.systemOffset));
+    const double growth = 1e-9 * quality.boundGrowthPpb * std::fabs(ageNs);
     return quality.boundNs + static_cast<long long>(growth);
 }
 

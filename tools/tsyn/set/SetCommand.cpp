@@ -30,8 +30,7 @@ struct SetOptions {
 
 /** A whole number alone may be meant in seconds as well as in ns. */
 std::string timeProblem(const std::string& text) {
-    const bool isBare = text.find_first_not_of("0123456789") == std::string::npos;
-    return isBare || !parseTime(text, kUtcOffsetS)
+    return isBareNumber(text) || !parseTime(text, kUtcOffsetS)
                ? "'" + text + "' is no time; " + kTimeForms + " with their unit"
                : "";
 }
