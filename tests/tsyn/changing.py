@@ -71,6 +71,18 @@ class Set(Network):
         self.end(master)
         self.assertFalse(pathlib.Path(SOCKET).exists())
 
+    def test_what_is_kept_but_not_sent_is_told_as_such(self):
+        master = self.controlled(MASTER_IF, "master")
+        self.assertEqual(self.done("--status", "none", "--user-data", "11"),
+                         "user data 11 (kept, but not sent without --autosar); "
+                         "status none (kept, but not sent without --autosar)\n")
+        self.end(master)
+        master = self.controlled(MASTER_IF, "master", "--autosar")
+        self.assertEqual(self.done("--status", "global", "--user-data", "11"),
+                         "user data 11 (kept, but not sent without --user-data-tlv); "
+                         "status global\n")
+        self.end(master)
+
     def test_slave_answers_that_it_cannot(self):
         slave = self.controlled(SLAVE_IF, "slave")
         self.assert_one_error(self.ask("--status", "global"), 1, "slave", "cannot be set")

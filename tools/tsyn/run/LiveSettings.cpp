@@ -11,7 +11,6 @@
 #include "tools/tsyn/control/SettingRequest.h"
 #include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
-#include "tools/tsyn/run/RunOptions.h"
 
 namespace tsyn {
 namespace {
@@ -106,6 +105,21 @@ std::optional<long long> setBesideCard(const SettingRequest& request,
     return target;
 }
 
+/** What a daemon keeps without sending it, since an option is missing. */
+std::string keptWithout(const std::string& option) {
+    return option.empty() ? "" : " (kept, but not sent without " + option + ")";
+}
+
+std::string statusNeeds(const RunOptions& options) {
+    return options.autosarExtensions ? "" : "--autosar";
+}
+
+std::string userDataNeeds(const RunOptions& options) {
+    return !options.autosarExtensions      ? "--autosar"
+           : options.userDataSelector == 0 ? "--user-data-tlv"
+                                           : "";
+}
+
 bool setUserData(const std::string& hex) {
     const std::vector<unsigned char> bytes = hexBytes(hex);
     std::array<unsigned char, 4> data{static_cast<unsigned char>(bytes.size())};
@@ -115,29 +129,28 @@ bool setUserData(const std::string& hex) {
 
 }  // namespace
 
-std::string answerSettingRequest(const std::string& text, bool isMaster,
-                                 const std::string& interfaceName) {
+std::string answerSettingRequest(const std::string& text, const RunOptions& options) {
     SettingRequest request;
     const std::string problem = readRequest(text, request);
     if (!problem.empty()) {
         return answerText(false, problem);
     }
-    if (!isMaster) {
+    if (!options.isMaster()) {
         return answerText(false,
                           "this daemon is a slave, which follows its master and cannot be set");
     }
     std::string done;
     if (request.userData && setUserData(*request.userData)) {
-        done += "user data " + *request.userData + "; ";
+        done += "user data " + *request.userData + keptWithout(userDataNeeds(options)) + "; ";
     }
     if (request.status) {
         const auto status = static_cast<unsigned char>(timeBaseNames().at(*request.status));
         ZebEthTSynInterface_SetTimeBaseStatus(0, status);
-        done += "status " + *request.status + "; ";
+        done += "status " + *request.status + keptWithout(statusNeeds(options)) + "; ";
     }
     if (request.timeNs || request.stepNs) {
         const std::optional<long long> target =
-            request.setsCard ? setCard(request) : setBesideCard(request, interfaceName);
+            request.setsCard ? setCard(request) : setBesideCard(request, options.interfaceName);
         if (!target) {
             return answerText(false, done + "the time cannot be set to that");
         }

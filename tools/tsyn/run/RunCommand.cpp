@@ -226,9 +226,8 @@ std::string RunSession::openControl() {
 }
 
 void RunSession::serveControl() {
-    control_.serve([this](const std::string& request) {
-        return answerSettingRequest(request, options_.isMaster(), options_.interfaceName);
-    });
+    control_.serve(
+        [this](const std::string& request) { return answerSettingRequest(request, options_); });
 }
 
 /** After Create, which clears what these set. */
