@@ -319,7 +319,9 @@ class BadUse(Network):
         self.check(tsyn("plot", RECORDING, "-o", report), "exists already", "--force")
         self.assertEqual(report.read_text(), "precious")
         self.check(tsyn("plot", RECORDING, "-o", "/nowhere/report.html"), "No such file")
-        self.check(tsyn("plot", RECORDING, "-o", "/dev/shm/report.pdf"), ".html or .png")
+        refused = tsyn("plot", RECORDING, "-o", "/dev/shm/report.pdf")
+        self.check(refused, "--output: ", ".html or .png, not '/dev/shm/report.pdf'")
+        self.assertEqual(refused.returncode, 2)
         self.assertEqual(tsyn("plot", RECORDING, "-o", report, "--force").returncode, 0)
         self.assertIn("</html>", report.read_text())
 

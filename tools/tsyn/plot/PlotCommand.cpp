@@ -18,10 +18,6 @@
 namespace tsyn {
 namespace {
 
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 std::string writeAll(int fd, const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = write(fd, text.data() + done, text.size() - done);
@@ -54,8 +50,8 @@ std::string writeReport(const PlotOptions& options, const Report& report) {
     if (!fd.isOpen() || fchmod(fd.get(), kReadableByAll) != 0) {
         return openProblem();
     }
-    std::string problem = endsWith(options.output, ".png") ? drawPicture(report, fd.get())
-                                                           : writeAll(fd.get(), reportPage(report));
+    std::string problem = options.isPicture() ? drawPicture(report, fd.get())
+                                              : writeAll(fd.get(), reportPage(report));
     if (problem.empty() && rename(part.c_str(), options.output.c_str()) != 0) {
         problem = openProblem();
     }
@@ -69,9 +65,6 @@ std::string writeReport(const PlotOptions& options, const Report& report) {
 
 int plotCommand(const PlotOptions& options) {
     std::signal(SIGXFSZ, SIG_IGN);
-    if (!endsWith(options.output, ".html") && !endsWith(options.output, ".png")) {
-        return fail("-o " + options.output + ": name a file that ends in .html or .png");
-    }
     PlotInput input;
     for (const std::string& file : options.files) {
         const std::string problem = addFile(input, file);

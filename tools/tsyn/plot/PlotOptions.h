@@ -14,6 +14,8 @@ struct PlotOptions {
     bool replaces = false;
     double shiftS = 0.0;
     unsigned int points = 3000;
+
+    bool isPicture() const;
 };
 
 Command addPlotCommand(CLI::App& program);
