@@ -38,6 +38,12 @@ class Check(Network):
         self.assert_one_error(self.start("check", "/dev/shm/text.pcap"), 2, "text.pcap",
                               "pcap or pcapng")
 
+    def test_file_that_is_not_there_is_named_once(self):
+        if not self.available:
+            self.skipTest("this build has no libpcap")
+        self.assertEqual(self.errors, "tsyn: /dev/shm/none.pcap: cannot be read (No such file or "
+                                      "directory); name a pcap or pcapng file\n")
+
     @staticmethod
     def write_syncs(path, sequence_ids):
         frames = []

@@ -3,6 +3,15 @@
 #include <pcap/pcap.h>
 
 namespace tsyn {
+namespace {
+
+/** libpcap begins its reason with the name in some cases only. */
+std::string withoutName(const std::string& reason, const std::string& path) {
+    const std::string name = path + ": ";
+    return reason.compare(0, name.size(), name) == 0 ? reason.substr(name.size()) : reason;
+}
+
+}  // namespace
 
 CaptureFile::~CaptureFile() {
     if (handle_ != nullptr) {
@@ -16,7 +25,8 @@ std::string CaptureFile::open(const std::string& path) {
     pcap_t* const capture =
         pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason);
     if (capture == nullptr) {
-        return path + ": cannot be read (" + reason + "); name a pcap or pcapng file";
+        return path + ": cannot be read (" + withoutName(reason, path) +
+               "); name a pcap or pcapng file";
     }
     handle_ = capture;
     if (pcap_datalink(capture) != DLT_EN10MB) {
