@@ -99,8 +99,11 @@ class Words(Network):
                               "'not-secured' is not one of off, secured;")
         self.assert_one_error(self.start(*run, "--domain", "abc"), 2,
                               "'abc' is not a whole number from 0 to 15;")
+        self.assert_one_error(self.start(*run, "--sync-interval", "0"), 2,
+                              "'0' is not a number from 125 to 3600000;")
         for words, part in ((("status", "--stale-after", "x"), "'x' is not a number from 0.1 to 3600"),
-                            (("watch", "--duration", "nan"), "'nan' is not a number from 0.1 to"),
+                            (("watch", "--duration", "nan"),
+                             "'nan' is not a number from 0.1 to 1000000000;"),
                             (("feed", "--max-bound", "0"), "'0' is not a whole number from 1 to")):
             with self.subTest(words=words):
                 command, option, value = words

@@ -79,7 +79,9 @@ CLI::Validator realNumber(double least, double most) {
         if (CLI::detail::lexical_cast(text, value) && value >= least && value <= most) {
             return {};
         }
+        constexpr int kDigits = 12;  // so that the limits in use are written out
         std::ostringstream message;
+        message.precision(kDigits);
         message << "'" << text << "' is not a number from " << least << " to " << most;
         return message.str();
     };
