@@ -56,6 +56,7 @@ class Dissector(unittest.TestCase):
             capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertNotIn("Lua", done.stderr)
+        self.told = [line for line in done.stderr.splitlines() if "data_id_list" in line]
         return done.stdout
 
     def rows(self, messages, *names, **options):
@@ -84,6 +85,7 @@ class Dissector(unittest.TestCase):
                                       "_ws.expert.message")
         self.assertEqual(states, [GOOD] * 4)
         self.assertEqual(experts.count("CRC right"), 4)
+        self.assertEqual(self.told, [])
 
     def test_each_wrong_crc_is_told(self):
         told = {89: [BAD, GOOD, GOOD, GOOD], 90: [GOOD, BAD, GOOD, GOOD],
@@ -110,6 +112,8 @@ class Dissector(unittest.TestCase):
                                       "_ws.expert.message", data_id_list="xyz")
         self.assertEqual(states, [UNVERIFIED] * 4)
         self.assertTrue(any("32 hexadecimal digits" in text for text in experts))
+        self.assertEqual(len(self.told), 1)
+        self.assertIn("autosar_tsync.data_id_list: 'xyz' is no DataIDList", self.told[0])
 
     def test_ofs(self):
         rows = self.rows([with_ofs(0xa4), with_ofs(0x00)], "autosar_tsync.type",
@@ -135,7 +139,6 @@ class Dissector(unittest.TestCase):
         sync = follow_up(0)[:44]
         sync[0], sync[3] = 0x10, 44
         self.assertEqual(self.tshark([follow_up(0), sync], "-Y", "autosar_tsync"), "")
-
 
 
 if __name__ == "__main__":

@@ -124,10 +124,22 @@ local function crc8h2f(pieces)
     return bit.bxor(crc, 0xFF)
 end
 
+local function is_list(text)
+    return text:match("^%x+$") ~= nil and #text == 32
+end
+
+-- A summary line shows no tree, so whoever mistypes the list is told at once.
+function tsync.prefs_changed()
+    if not is_list(tsync.prefs.data_id_list) then
+        report_failure(string.format("autosar_tsync.data_id_list: '%s' is no DataIDList, which has "
+            .. "32 hexadecimal digits; CRCs are not checked", tsync.prefs.data_id_list))
+    end
+end
+
 -- The entry of the preference that belongs to a sequenceId, nil for a list that is none.
 local function data_id_of(sequence_id)
     local list = tsync.prefs.data_id_list
-    if not list:match("^%x+$") or #list ~= 32 then
+    if not is_list(list) then
         return nil
     end
     local at = 2 * (sequence_id % 16)
