@@ -8,6 +8,7 @@
 
 #include "tests/tsyn/Records.h"
 #include "tools/tsyn/watch/Sparkline.h"
+#include "tools/tsyn/watch/SyncMoments.h"
 #include "tools/tsyn/watch/SyncStatistics.h"
 #include "tools/tsyn/watch/WatchLines.h"
 #include "tools/tsyn/watch/WatchPage.h"
@@ -73,6 +74,66 @@ TEST(SyncStatistics, DoNotCountANewBeginningAsAStep) {
     statistics.add(beside(90, 1, 0));
     statistics.add(beside(2, 2, 5'000'000));
     EXPECT_FALSE(statistics.take());
+}
+
+struct Minute {
+    unsigned int missed = 0;
+    unsigned int looks = 0;
+};
+
+/** Looks for a minute at a slave whose Syncs come so often, each later than that by what the list
+ *  tells in turn, and are published 10 ms afterwards. */
+Minute minuteOf(double intervalS, const std::vector<double>& latenessS) {
+    constexpr double kPublishedAfterS = 0.01;
+    constexpr double kMinuteS = 60.0;
+    tsyn::SyncMoments moments(true);
+    Minute minute;
+    unsigned int last = 0;
+    for (double nowS = 2.0; nowS < kMinuteS + 2.0; nowS = moments.nextS(nowS)) {
+        const auto momentS = [&](unsigned int sync) {
+            return sync * intervalS + latenessS[sync % latenessS.size()];
+        };
+        unsigned int sync = last;
+        while (momentS(sync + 1) + kPublishedAfterS <= nowS) {
+            ++sync;
+        }
+        minute.missed += last != 0 && sync > last ? sync - last - 1 : 0;
+        last = sync;
+        gPtpTimeDataStruct record = records::slave(sync, 0);
+        record.localTime += static_cast<unsigned long long>(momentS(sync) * 1e9);
+        moments.add(lookAt(record, nowS));
+        ++minute.looks;
+    }
+    return minute;
+}
+
+TEST(SyncMoments, TakeOneLookASyncAndMissNone) {
+    const Minute regular = minuteOf(0.125, {0.0});
+    EXPECT_EQ(0U, regular.missed);
+    EXPECT_NEAR(480, regular.looks, 3);
+    const Minute slow = minuteOf(1.0, {0.0});
+    EXPECT_EQ(0U, slow.missed);
+    EXPECT_NEAR(60, slow.looks, 15);
+}
+
+TEST(SyncMoments, MissNoneOfAMasterThatIsHeldUp) {
+    const Minute minute = minuteOf(0.125, {0.0, 0.03, 0.0, 0.0, 0.07, 0.01, -0.02, 0.0});
+    EXPECT_EQ(0U, minute.missed);
+    EXPECT_LT(minute.looks, 700U);
+}
+
+TEST(SyncMoments, AreAsFrequentAsEverWhereSyncsAreFaster) {
+    EXPECT_NEAR(600, minuteOf(0.03, {0.0}).looks, 3);
+}
+
+TEST(SyncMoments, FindSyncsAgainAfterASilence) {
+    tsyn::SyncMoments moments(true);
+    moments.add(beside(1, 1, 0));
+    moments.add(beside(2, 2, 0));
+    EXPECT_DOUBLE_EQ(3.4, moments.nextS(2.0));
+    EXPECT_DOUBLE_EQ(3.9, moments.nextS(3.4));
+    EXPECT_DOUBLE_EQ(4.4, moments.nextS(3.9));
+    EXPECT_DOUBLE_EQ(9.4, moments.nextS(8.5));
 }
 
 TEST(Spread, IsThatOfLargeValuesToo) {

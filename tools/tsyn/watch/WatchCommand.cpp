@@ -10,6 +10,7 @@
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/SourceOptions.h"
 #include "tools/tsyn/watch/Screen.h"
+#include "tools/tsyn/watch/SyncMoments.h"
 #include "tools/tsyn/watch/SyncStatistics.h"
 #include "tools/tsyn/watch/Waiting.h"
 #include "tools/tsyn/watch/WatchLines.h"
@@ -20,8 +21,8 @@ namespace tsyn {
 namespace {
 
 constexpr double kPeriodS = 1.0;
-/** Less than the shortest Sync interval, so that each Sync is seen. */
-constexpr double kSyncPeriodS = 0.1;
+/** What a line may be late by, so that no look is needed for it alone. */
+constexpr double kLateLineS = 0.2;
 
 double endOf(const WatchOptions& options) {
     return options.durationS > 0.0 ? monotonicNowS() + options.durationS
@@ -65,22 +66,28 @@ int watchAsLines(const WatchOptions& options, Waiting& waiting) {
 int watchAsSummary(const WatchOptions& options, Waiting& waiting) {
     const std::unique_ptr<RecordSource> source = makeSource(options.source);
     SyncStatistics statistics;
+    SyncMoments moments(source->sharesClock());
     const double endS = endOf(options);
-    double nextLineS = monotonicNowS() + kPeriodS;
-    for (double nextS = monotonicNowS(); !Waiting::isEndAsked() && nextS <= endS;
-         nextS = following(nextS, kSyncPeriodS)) {
+    double nextS = monotonicNowS();
+    double nextLineS = nextS + kPeriodS;
+    while (!Waiting::isEndAsked() && nextS <= endS) {
         waiting.until(nextS, false);
         const std::optional<Look> look = source->look(0.0);
         if (look) {
             statistics.add(*look);
+            moments.add(*look);
         }
-        if (monotonicNowS() < nextLineS) {
-            continue;
+        const double nowS = monotonicNowS();
+        if (nowS >= nextLineS) {
+            nextLineS = following(nextLineS, kPeriodS);
+            const std::optional<std::string> line = statistics.take();
+            if (!printLine(line ? *line : look ? "no Sync" : "waiting: " + source->problem())) {
+                return outputClosed();
+            }
         }
-        nextLineS = following(nextLineS, kPeriodS);
-        const std::optional<std::string> line = statistics.take();
-        if (!printLine(line ? *line : look ? "no Sync" : "waiting: " + source->problem())) {
-            return outputClosed();
+        nextS = moments.nextS(nowS);
+        if (nextS > nextLineS + kLateLineS) {
+            nextS = nextLineS;
         }
     }
     return 0;
