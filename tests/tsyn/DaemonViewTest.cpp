@@ -110,6 +110,10 @@ TEST(DaemonJson, OfAStandardDaemonHasItsBoundAndItsOwner) {
     EXPECT_EQ(records::kStart + 60 * kSecond, json["quality"]["void_after_ns"]);
     EXPECT_EQ(77, json["owner"]["pid"]);
     EXPECT_EQ(false, json["owner"]["alive"]);
+    daemon.update(lookAt(records::with(records::slave(9, 5), quality), 61));
+    const auto late = tsyn::daemonJson("eth1", daemon, {}, 37);
+    EXPECT_EQ("lost", late["state"]);
+    EXPECT_EQ("lost", late["quality"]["state"]);
 }
 
 std::string rowOf(const gPtpTimeDataStruct& record, double second, const std::string& label) {

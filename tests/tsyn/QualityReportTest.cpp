@@ -39,6 +39,14 @@ Status statusOf(const gPtpTimeQuality& quality, long long seconds) {
     return status;
 }
 
+tsyn::RunSummary summaryOf(const Status& status) {
+    tsyn::RunSummary summary;
+    summary.state = status.state;
+    summary.record = status.record;
+    summary.systemNs = status.systemNs;
+    return summary;
+}
+
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
@@ -55,6 +63,25 @@ TEST(QualityReport, TellsStateMasterAndTheBoundOfThatMoment) {
                          "\"flags\":[\"link-down\"],"))
         << json;
     EXPECT_TRUE(contains(json, "\"ignored_frames\":7")) << json;
+}
+
+TEST(QualityReport, EveryLineTellsTheOneStateOfTheDaemon) {
+    gPtpTimeQuality acquiring = standardQuality();
+    acquiring.state = TSYN_STATE_ACQUIRING;
+    const struct {
+        Status status;
+        const char* state;
+    } kCases[] = {{statusOf(standardQuality(), 5), "holdover"},
+                  {statusOf(standardQuality(), 10), "lost"},
+                  {statusOf(acquiring, 5), "acquiring"}};
+    for (const auto& [status, state] : kCases) {
+        const std::string told = std::string("\"state\":\"") + state + "\"";
+        const std::string json = statusJson("eth0", status);
+        EXPECT_TRUE(contains(json, "0," + told)) << json;
+        EXPECT_TRUE(contains(json, "\"quality\":{" + told)) << json;
+        EXPECT_TRUE(contains(summaryJson("eth0", summaryOf(status)), told));
+        EXPECT_TRUE(contains(summaryLine(summaryOf(status)), std::string(" s, ") + state + ","));
+    }
 }
 
 TEST(QualityReport, AMasterIsItsOwnAndASlaveMayHaveNone) {

@@ -63,9 +63,9 @@ void readCounter(Fields& fields, Limit& limit) {
 }
 
 void readState(Fields& fields, Limit& limit) {
-    const std::vector<std::string> states = {"starting",     "no sync yet",  "priming",
-                                             "synchronised", "rate refused", "stale",
-                                             "sending",      "not sending"};
+    const std::vector<std::string> states = {
+        "starting", "no sync yet", "priming",   "synchronised", "rate refused", "stale",
+        "sending",  "not sending", "no master", "acquiring",    "holdover",     "lost"};
     fields.require("is", "write a state, such as is = \"synchronised\"");
     limit.subject = fields.choice("is", states).value_or("");
 }

@@ -58,6 +58,8 @@ Json qualityOrNull(const DaemonState& daemon) {
     }
     const gPtpTimeQuality& quality = *look.quality;
     Json json = qualityJson(quality, look.record, look.systemNs);
+    json["state"] =
+        roleOf(look) == DaemonRole::kMaster ? timeStateName(quality.state) : daemon.state();
     json["bound_ns"] = orNull(daemon.boundNs());
     json["bound_growth_ppb"] = static_cast<unsigned int>(quality.boundGrowthPpb);
     json["void_after_ns"] = static_cast<long long>(quality.voidAfterNs);

@@ -116,7 +116,7 @@ std::string qualityText(const gPtpTimeQuality& quality, const gPtpTimeDataStruct
 Json qualityJson(const gPtpTimeQuality& quality, const gPtpTimeDataStruct& record,
                  long long nowNs) {
     const std::optional<long long> boundNs = boundAt(quality, record, nowNs);
-    return {{"state", timeStateName(quality.state)},
+    return {{"state", timeStateAt(quality, nowNs)},
             {"master", identityText(quality)},
             {"master_port", static_cast<unsigned int>(quality.masterPort)},
             {"bound_ns", boundNs ? Json(*boundNs) : Json(nullptr)},

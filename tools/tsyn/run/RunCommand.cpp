@@ -22,6 +22,8 @@
 #include "tools/common/OwnDescriptor.h"
 #include "tools/tsyn/Failure.h"
 #include "tools/tsyn/control/ControlSocket.h"
+#include "tools/tsyn/daemon/Look.h"
+#include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/daemon/RecordView.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/tsyn/run/InterfaceChecks.h"
@@ -148,6 +150,7 @@ std::string RunSession::end() {
     summary.firstValidS = tracker_.firstValidS();
     summary.samples = sampler_.count();
     summary.record = view_.snapshot();
+    summary.systemNs = summary.record && qualityOf(*summary.record) ? systemNowNs() : 0;
     summary.subTlvs = &subTlvs_;
     ZebEthTSynInterface_Stop();
     ZebEthTSynInterface_Destroy();
@@ -348,9 +351,7 @@ Status RunSession::currentStatus() {
     }
     status.state = isGone_ ? SyncState::kGone : tracker_.state(status.elapsedS);
     status.twoSenders = !status.master && senders_.seesTwo();
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    status.systemNs = now.tv_sec * 1000000000LL + now.tv_nsec;
+    status.systemNs = systemNowNs();
     if (view_.isOpen()) {
         const long long softOffsetNs = status.record ? status.record->softOffset : 0;
         if (const auto time = status.master ? distributedTime(softOffsetNs) : currentTime()) {

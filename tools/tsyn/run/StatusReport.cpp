@@ -27,12 +27,14 @@ Json secondsOrNull(const std::optional<double>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
-/** A daemon that tells its own state knows it better than its host, who sees the pairs alone. */
-const char* stateOf(const Status& status) {
-    const bool isRunning = status.state != SyncState::kStarting && status.state != SyncState::kGone;
+/** A daemon that tells its own state knows it better than its host, who sees the pairs alone.
+ *  seen: a Status or a RunSummary. */
+template <typename Seen>
+const char* stateOf(const Seen& seen) {
+    const bool isRunning = seen.state != SyncState::kStarting && seen.state != SyncState::kGone;
     const auto quality =
-        status.record && !status.master && isRunning ? qualityOf(*status.record) : std::nullopt;
-    return quality ? timeStateAt(*quality, status.systemNs) : stateName(status.state);
+        seen.record && !seen.master && isRunning ? qualityOf(*seen.record) : std::nullopt;
+    return quality ? timeStateAt(*quality, seen.systemNs) : stateName(seen.state);
 }
 
 bool hasSubTlvs(const SubTlvTracker* tracker) {
@@ -115,7 +117,7 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
                  {"interface", interfaceName},
                  {"role", status.master ? "master" : "slave"},
                  {"t_s", status.elapsedS},
-                 {"state", stateName(status.state)},
+                 {"state", stateOf(status)},
                  {"seconds", nullptr},
                  {"nanoseconds", nullptr}};
     if (status.hasTime) {
@@ -147,8 +149,7 @@ std::string statusJson(const std::string& interfaceName, const Status& status) {
 }
 
 std::string summaryLine(const RunSummary& summary) {
-    std::string line =
-        formatted("end after %.1f s, %s", summary.durationS, stateName(summary.state));
+    std::string line = formatted("end after %.1f s, %s", summary.durationS, stateOf(summary));
     if (!summary.master && summary.firstValidS) {
         line += formatted(", valid after %.3f s (%.3f s after the first Sync)",
                           *summary.firstValidS, validAfterSync(summary).value_or(0.0));
@@ -162,7 +163,7 @@ std::string summaryJson(const std::string& interfaceName, const RunSummary& summ
                  {"role", summary.master ? "master" : "slave"},
                  {"abi", abiName()},
                  {"duration_s", summary.durationS},
-                 {"state", stateName(summary.state)},
+                 {"state", stateOf(summary)},
                  {"first_sync_s", secondsOrNull(summary.firstSyncS)},
                  {"first_valid_s", secondsOrNull(summary.firstValidS)},
                  {"first_valid_after_sync_s", secondsOrNull(validAfterSync(summary))},

@@ -13,7 +13,7 @@ namespace tsyn {
 struct Status {
     double elapsedS = 0.0;
     bool master = false;
-    SyncState state = SyncState::kStarting;
+    SyncState state = SyncState::kStarting; /**< as the host sees it, without the quality */
     bool hasTime = false; /**< seconds and nanoseconds hold the time that the daemon gives */
     unsigned long long seconds = 0;
     unsigned int nanoseconds = 0;
@@ -28,11 +28,12 @@ struct Status {
 struct RunSummary {
     double durationS = 0.0;
     bool master = false;
-    SyncState state = SyncState::kStarting;
+    SyncState state = SyncState::kStarting; /**< as of a Status */
     std::optional<double> firstSyncS;
     std::optional<double> firstValidS;
     unsigned long samples = 0;
     std::optional<gPtpTimeDataStruct> record;
+    long long systemNs = 0; /**< at which the record's quality is told */
     const SubTlvTracker* subTlvs = nullptr;
 };
 
