@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <sstream>
+
+#include "tools/tsyn/daemon/PacketSockets.h"
 
 namespace tsyn {
 namespace {
@@ -74,6 +77,22 @@ TEST(RecordWriters, AreNotThoseThatHaveEnded) {
 TEST(RecordWriters, ThereIsNoIdentityWithoutAFile) {
     EXPECT_FALSE(identityOf("/dev/shm/no-such-file"));
     EXPECT_FALSE(identityOf(""));
+}
+
+TEST(PacketSockets, AreToldByTheirInterface) {
+    constexpr char kList[] =
+        "sk               RefCnt Type Proto  Iface R Rmem   User   Inode\n"
+        "ffff888007a5f000 3      3    0003   12    1 0      0      22467\n";
+    std::istringstream list(kList);
+    EXPECT_TRUE(hasPacketSocket(list, 12));
+    for (const unsigned int other : {1U, 2U, 3U}) {
+        std::istringstream again(kList);
+        EXPECT_FALSE(hasPacketSocket(again, other)) << other;
+    }
+}
+
+TEST(PacketSockets, MayBeThereOnAnInterfaceThatIsNotHere) {
+    EXPECT_TRUE(mayBeListenedTo("no-such-one"));
 }
 
 }  // namespace

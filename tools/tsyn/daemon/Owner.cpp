@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "tools/common/OwnDescriptor.h"
+#include "tools/tsyn/daemon/PacketSockets.h"
 
 namespace tsyn {
 namespace {
@@ -26,7 +27,7 @@ std::string commandOf(int pid) {
     return command;
 }
 
-Owner writerOf(const FileIdentity& file) {
+Owner writerOf(const FileIdentity& file, const std::string& interfaceName) {
     Owner owner;
     DIR* const processes = opendir("/proc");
     bool isHidden = processes == nullptr;
@@ -45,7 +46,7 @@ Owner writerOf(const FileIdentity& file) {
     if (processes != nullptr) {
         closedir(processes);
     }
-    if (owner.pid == 0 && !isHidden) {
+    if (owner.pid == 0 && (!isHidden || !mayBeListenedTo(interfaceName))) {
         owner.life = Owner::Life::kEnded;
     }
     return owner;
@@ -116,17 +117,20 @@ const Owner& OwnerFinder::find(const Look& look, const std::string& segmentFile)
     if (owner_.life != Owner::Life::kLives && isDue) {
         searchedS_ = look.monotonicS;
         const int lastPid = owner_.pid;
-        owner_ = writerOf(*file);
+        owner_ = writerOf(*file, segmentFile.substr(segmentFile.rfind('/') + 1));
         beginning_ = beginningOf(owner_.pid);
         owner_.pid = owner_.pid != 0 ? owner_.pid : lastPid;
     }
     return owner_;
 }
 
+std::string whoEnded(const Owner& owner) {
+    return owner.pid != 0 ? "owner " + std::to_string(owner.pid) + " has ended"
+                          : "no process writes this record";
+}
+
 std::string endedText(const Owner& owner) {
-    return owner.pid != 0
-               ? "owner " + std::to_string(owner.pid) + " has ended; what is shown is its last"
-               : "no process writes this record; what is shown is its owner's last";
+    return whoEnded(owner) + "; what is shown is its " + (owner.pid != 0 ? "last" : "owner's last");
 }
 
 bool hasEnded(const Owner& owner, const DaemonState& daemon) {
