@@ -152,17 +152,37 @@ TEST(DoctorLinkDelay, RefusedMeasurementsCount) {
               verdictOf(evidence, "link-delay").found);
 }
 
+TEST(DoctorDaemon, ThatMayBeHiddenIsNeitherGoneNorThere) {
+    Evidence evidence = healthySlave();
+    evidence.processes.clear();
+    evidence.record.before = evidence.record.after;
+    evidence.record.ownerIsHidden = true;
+    EXPECT_EQ(Outcome::kSkip, verdictOf(evidence, "daemon").outcome);
+    evidence.record.after->acceptedSync += 1;
+    EXPECT_EQ("its record is kept up to date", verdictOf(evidence, "daemon").found);
+}
+
 TEST(DoctorRecord, MustTakeTheSyncThatComes) {
     Evidence evidence = healthySlave();
-    EXPECT_TRUE(
-        contains(verdictOf(evidence, "record").found,
-                 "23 Sync taken, 0 rejected, time 0.0 s old, synchronised, master none, bound -"));
+    EXPECT_TRUE(contains(
+        verdictOf(evidence, "record").found,
+        "23 Sync taken, 0 rejected, time 0.0 s old, synchronised, master none, bound 0 ns"));
     evidence.record.before = evidence.record.after;
     EXPECT_EQ("record", firstGate(evidence));
     evidence.record.before->rejectedSync = 4U - 24U;
     evidence.record.after->rejectedSync = 4;
     EXPECT_TRUE(contains(verdictOf(evidence, "record").found, "0 Sync taken, 24 rejected"));
     EXPECT_TRUE(contains(verdictOf(evidence, "record").next, "why it rejects"));
+}
+
+TEST(DoctorRecord, IsReadByWhoMayNotHearTheWire) {
+    Evidence evidence = healthySlave();
+    evidence.wire = WireFacts{};
+    evidence.wire.problem = "no raw socket (Operation not permitted)";
+    EXPECT_EQ(Outcome::kPass, verdictOf(evidence, "record").outcome);
+    EXPECT_EQ(Outcome::kSkip, verdictOf(evidence, "peer-delay").outcome);
+    evidence.interface.hasCarrier = false;
+    EXPECT_EQ("no link", verdictOf(evidence, "record").found);
 }
 
 TEST(DoctorRecord, OnlySynchronisedWillDo) {
@@ -198,13 +218,48 @@ TEST(DoctorReport, HasALineForEachGateAndNamesTheFirstFailedLast) {
     Evidence evidence = healthySlave();
     evidence.interface.takesEverything = false;
     removeFrames(evidence, kSync);
-    const std::string text = doctorText(judgeAll(evidence), false);
+    const std::string text = doctorText(evidence, judgeAll(evidence), false);
     EXPECT_EQ(0U, text.find("PASS  interface        eth1 has index 3"));
     EXPECT_TRUE(contains(text, "\nFAIL  reception        the card drops"));
     EXPECT_TRUE(contains(text, "\n                       -> 'ip link set eth1 promisc on'"));
-    EXPECT_TRUE(contains(text, "\nnot synchronised, since: reception: the card drops"));
+    EXPECT_TRUE(contains(text, "\nsynchronised, yet reception failed: the card drops"));
     EXPECT_FALSE(contains(text, "\033"));
-    EXPECT_TRUE(contains(doctorText(judgeAll(evidence), true), "\033[1;31mFAIL\033[0m  reception"));
+    EXPECT_TRUE(contains(doctorText(evidence, judgeAll(evidence), true),
+                         "\033[1;31mFAIL\033[0m  reception"));
+}
+
+/** The words before the gate that failed, here the capabilities. */
+std::string summaryFor(Evidence evidence) {
+    evidence.capabilities = {};
+    const std::string summary = summaryOf(evidence, judgeAll(evidence));
+    return summary.substr(0, summary.find("capabilities"));
+}
+
+TEST(DoctorReport, SaysWhetherThereIsTimeWhateverFailed) {
+    Evidence evidence = healthySlave();
+    EXPECT_EQ("synchronised, yet ", summaryFor(evidence));
+    EXPECT_EQ("sending, yet ", summaryFor(healthyMaster()));
+    changeQuality(*evidence.record.after, [](gPtpTimeQuality& q) { q.state = 1; });
+    EXPECT_EQ("not synchronised, since: ", summaryFor(evidence));
+    changeQuality(*evidence.record.after, [](gPtpTimeQuality& q) { q.state = 3; });
+    EXPECT_EQ("holdover, since: ", summaryFor(evidence));
+    Evidence dead = healthySlave();
+    dead.record.before = dead.record.after;
+    EXPECT_EQ("synchronised, yet ", summaryFor(dead));
+    dead.record.afterNs += 2000000000;  // a process that hangs
+    EXPECT_EQ("not synchronised, since: ", summaryFor(dead));
+    dead.record.afterNs -= 2000000000;
+    dead.processes.clear();
+    dead.record.ownerLives = false;
+    EXPECT_EQ("not synchronised, since: ", summaryFor(dead));
+    Evidence silent = healthyMaster();
+    silent.record.before = silent.record.after;
+    silent.record.afterNs += 2000000000;
+    EXPECT_EQ("not sending, since: ", summaryFor(silent));
+    Evidence hidden = healthySlave();
+    hidden.record.problem = "it cannot be read";
+    hidden.record.before.reset();
+    EXPECT_EQ("state not known; ", summaryFor(hidden));
 }
 
 TEST(DoctorReport, BreaksLinesAtTheEndOfATerminal) {
@@ -213,16 +268,16 @@ TEST(DoctorReport, BreaksLinesAtTheEndOfATerminal) {
         evidence.wire.frames.push_back(frameOf(type, kMasterMac, 1, 1.0));
     }
     evidence.interface.takesEverything = false;
-    std::istringstream text(doctorText(judgeAll(evidence), false));
+    std::istringstream text(doctorText(evidence, judgeAll(evidence), false));
     std::size_t lines = 0;
-    for (std::string line; std::getline(text, line) && line.find("not sync") != 0; ++lines) {
+    for (std::string line; std::getline(text, line) && line.find("synchronised,") != 0; ++lines) {
         EXPECT_GE(80U, line.size()) << line;
         EXPECT_NE(' ', line.back()) << line;
     }
     EXPECT_LT(gates().size() + 3, lines);
-    EXPECT_TRUE(contains(doctorText(judgeAll(evidence), false),
+    EXPECT_TRUE(contains(doctorText(evidence, judgeAll(evidence), false),
                          "\n                       1 Management, 1 type 14, 1 type 15 in 3.0 s\n"))
-        << doctorText(judgeAll(evidence), false);
+        << doctorText(evidence, judgeAll(evidence), false);
 }
 
 TEST(DoctorReport, JsonSaysTheSame) {
@@ -235,6 +290,8 @@ TEST(DoctorReport, JsonSaysTheSame) {
     const auto failed = nlohmann::json::parse(doctorJson(evidence, judgeAll(evidence)));
     EXPECT_FALSE(failed["ok"]);
     EXPECT_EQ("carrier", failed["first_failed"]);
+    EXPECT_EQ("synchronised", failed["state"]);
+    EXPECT_EQ("synchronised, yet carrier failed: no carrier", failed["summary"]);
     const auto& gate = failed["gates"][1];
     EXPECT_EQ("carrier", gate["gate"]);
     EXPECT_EQ("fail", gate["result"]);

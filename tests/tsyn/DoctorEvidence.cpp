@@ -64,6 +64,7 @@ gPtpTimeDataStruct recordAt(unsigned int syncs) {
     quality.layout = kTimeQualityLayout;
     quality.state = TSYN_STATE_SYNCHRONISED;
     quality.ownerPid = kDaemonPid;
+    quality.voidAfterNs = 68000000000;
     putQuality(record, quality);
     return record;
 }
@@ -107,7 +108,7 @@ Evidence healthySlave() {
         addExchange(evidence, 7 + i, 0.5 + i);
     }
     setOwn(evidence, kOwnMac);
-    evidence.record = {true, "", recordAt(1), recordAt(24), 8000000000, kDaemonPid, true};
+    evidence.record = {true, "", recordAt(1), recordAt(24), 8000000000, 3.0, kDaemonPid, true};
     return evidence;
 }
 
@@ -115,6 +116,9 @@ Evidence healthyMaster() {
     Evidence evidence = healthySlave();
     evidence.expected.master = true;
     setOwn(evidence, kMasterMac);
+    for (auto* record : {&evidence.record.before, &evidence.record.after}) {
+        (*record)->systemTime = (*record)->localTime;
+    }
     return evidence;
 }
 

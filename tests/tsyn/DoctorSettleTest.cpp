@@ -201,7 +201,7 @@ TEST(DoctorMaster, ThatWasToldToSendNothingIsNotInTheWrong) {
               verdictOf(none, "master").next.find("'tsyn set eth1 --status global'"));
     const Evidence later = quietMaster({"--autosar"});
     EXPECT_NE(std::string::npos,
-              verdictOf(later, "master").found.find("which it was told since it began"));
+              verdictOf(later, "master").found.find("it was given another one while it ran"));
     EXPECT_EQ("this node sends no Sync", verdictOf(quietMaster({}), "master").found);
     EXPECT_EQ("0 Sync published in 3.0 s; this node sends no Sync",
               verdictOf(quietMaster({}), "record").found);

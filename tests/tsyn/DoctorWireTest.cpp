@@ -49,6 +49,17 @@ TEST(DoctorVersion, OnlyADeployedSlaveMindsTheMinorOne) {
     EXPECT_EQ("no Sync got this far", verdictOf(evidence, "domain").found);
 }
 
+TEST(DoctorDomain, RequestsInOtherNetworksAreNoFaultOfAMaster) {
+    Evidence evidence = healthyMaster();
+    changeFrames(evidence, kPdelayReq, [](Heard& request) { request.message[4] = 3; });
+    EXPECT_EQ("none", firstGate(evidence));
+    EXPECT_EQ("3 Pdelay_Req of domain 3 from 00:00:00:00:00:0b, which is for another master",
+              verdictOf(evidence, "domain").found);
+    Evidence tagged = healthyMaster();
+    changeFrames(tagged, kPdelayReq, [](Heard& request) { request.vlanId = 5; });
+    EXPECT_EQ("none", firstGate(tagged));
+}
+
 TEST(DoctorVersion, MajorOnesOtherThanTwoAreForNobody) {
     Evidence evidence = healthySlave();
     changeFrames(evidence, kSync, [](Heard& sync) { sync.message[1] = 0x01; });

@@ -116,7 +116,7 @@ class CardFaults(Doctoring):
     def test_clock_has_gone(self):
         self.pair()
         self.card("phc", SLAVE_IF, "hidden")
-        self.assert_first("clock", "no PTP hardware clock")
+        self.assert_first("clock", "no PTP hardware clock", state="synchronised")
 
     def test_driver_does_not_answer(self):
         self.card("refuse", SLAVE_IF, "ethtool", "95")
@@ -130,7 +130,8 @@ class CardFaults(Doctoring):
         script.chmod(0o755)
         with subprocess.Popen([str(script), "-i", SLAVE_IF], stdin=subprocess.PIPE) as foreign:
             self.wait_until_named("ptp4l", foreign.pid)
-            self.assert_first("steering", f"ptp4l (pid {foreign.pid})", f"kill {foreign.pid}")
+            self.assert_first("steering", f"ptp4l (pid {foreign.pid})", f"kill {foreign.pid}",
+                              state="synchronised")
 
     def wait_until_named(self, name, pid):
         give_up = time.monotonic() + WAIT_S
@@ -142,7 +143,7 @@ class CardFaults(Doctoring):
         # A host that takes no lock, as deployed ones.
         self.start(SLAVE_IF, program="example_host")
         self.timekeeper.sleep(4.0)
-        self.assert_first("steering", "2 daemons write one record")
+        self.assert_first("steering", "2 daemons write one record", state="synchronised")
 
     def set_stamping(self, transmit, receive):
         child = self.start(SLAVE_IF, transmit, receive, program="stamping")
@@ -151,29 +152,42 @@ class CardFaults(Doctoring):
     def test_transmit_stamping_is_switched_off(self):
         self.pair()
         self.set_stamping(TX_OFF, RX_PTP_V2_EVENT)
-        self.assert_first("timestamping", "transmit off, receive filter ptpv2-event")
+        self.assert_first("timestamping", "transmit off, receive filter ptpv2-event",
+                          state="synchronised")
 
     def test_receive_stamping_is_switched_off(self):
         self.pair()
         self.set_stamping(TX_ON, RX_NONE)
-        self.assert_first("timestamping", "transmit on, receive filter none")
+        self.assert_first("timestamping", "transmit on, receive filter none", state="holdover")
 
     def test_card_drops_the_group_address(self):
         self.pair()
         ip("link", "set", SLAVE_IF, "promisc", "off")
-        self.assert_first("reception", "01:80:c2:00:00:0e", "promisc on")
+        self.assert_first("reception", "01:80:c2:00:00:0e", "promisc on", state="synchronised")
 
 
 class Rights(Network):
     """In real time, since the program that takes the rights away is none of the run."""
 
-    def first_failed(self, capability, *options):
-        child = self.start("doctor", SLAVE_IF, "--json", "--listen", "0.1", *options,
+    def report(self, capability, *words):
+        child = self.start("doctor", *words, "--json",
                            wrapper=("setpriv", "--bounding-set", f"-{capability}"))
         output, _ = child.communicate(timeout=WAIT_S)
         self.assertEqual(child.returncode, 1)
-        report = json.loads(output)
+        return json.loads(output)
+
+    def first_failed(self, capability):
+        report = self.report(capability, SLAVE_IF, "--listen", "0.1")
         return report["first_failed"], report["gates"]
+
+    def test_without_raw_sockets_the_record_is_read_all_the_same(self):
+        master = self.run_json(MASTER_IF, "master", *STANDARD)
+        self.wait_for_state(master, "sending")
+        report = self.report("net_raw", MASTER_IF, "--listen", "0.5")
+        record = report["gates"][-1]
+        self.assertEqual((record["gate"], record["result"]), ("record", "pass"), record["found"])
+        self.assertRegex(record["found"], r"^[3-9] Sync published in 0\.[5-9] s$")
+        self.assertRegex(report["summary"], "^sending, yet capabilities failed: no CAP_NET_RAW")
 
     def test_without_raw_sockets_nothing_is_heard(self):
         gate, gates = self.first_failed("net_raw")

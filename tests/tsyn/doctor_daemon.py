@@ -39,33 +39,35 @@ class DaemonFaults(Doctoring):
     def test_record_cannot_be_read(self):
         self.pair()
         pathlib.Path(f"/dev/shm/{SLAVE_IF}").write_bytes(b"short")
-        self.assert_first("daemon", "cannot be read")
+        self.assert_first("daemon", "cannot be read", state="state not known")
 
     def test_nobody_answers(self):
         self.pair()
         self.fault(MASTER_IF, "drop", "--type", PDELAY_RESP, "--until-cleared")
-        self.assert_first("peer-delay", "0 of 3 Pdelay_Req answered")
+        self.assert_first("peer-delay", "0 of 3 Pdelay_Req answered", state="synchronised")
 
     def test_transmit_stamps_are_missing(self):
         self.pair()
         self.fault(SLAVE_IF, "stamp-lost")
-        self.assert_first("transmit-stamps", "of 3 exchanges lacked a stamp")
+        self.assert_first("transmit-stamps", "of 3 exchanges lacked a stamp", state="synchronised")
 
     def test_transmit_stamps_are_missing_as_deployed(self):
         self.pair(master=DEPLOYED, slave=DEPLOYED)
         self.fault(SLAVE_IF, "stamp-lost")
-        self.assert_first("transmit-stamps", "exchanges lacked a stamp", options=DEPLOYED)
+        self.assert_first("transmit-stamps", "exchanges lacked a stamp", options=DEPLOYED,
+                          state="synchronised")
 
     def test_transmit_stamps_of_a_master_are_missing(self):
         self.pair()
         self.fault(MASTER_IF, "stamp-lost")
         self.assert_first("transmit-stamps", "Sync were stamped and followed up",
-                          options=("--role", "master"), name=MASTER_IF)
+                          options=("--role", "master"), name=MASTER_IF, state="sending")
 
     def test_receive_stamps_are_missing(self):
         self.pair(slave=FIXED)
         self.fault(SLAVE_IF, "rx-stamp-lost")
-        self.assert_first("receive-stamps", "0 of 2", "Sync were stamped by the card")
+        self.assert_first("receive-stamps", "0 of 2", "Sync were stamped by the card",
+                          state="holdover")
 
     def test_daemon_hangs(self):
         self.pair(slave=FIXED)
@@ -86,7 +88,7 @@ class DaemonFaults(Doctoring):
             with self.subTest(options=options):
                 self.pair(master=options)
                 self.assert_first("master", f"this master was told to send no Sync: {found}",
-                                  name=MASTER_IF)
+                                  name=MASTER_IF, state="not sending")
                 self.end_all()
 
     def test_master_was_told_so_while_it_runs(self):
@@ -98,8 +100,9 @@ class DaemonFaults(Doctoring):
                                    "--status", "none")
                 self.assertEqual(order.communicate(timeout=WAIT_S), ("status none\n", ""))
                 self.timekeeper.sleep(1.0)
-                self.assert_first("master", "told since it began",
-                                  f"tsyn set {MASTER_IF} --status global", name=MASTER_IF)
+                self.assert_first("master", "given another one while it ran",
+                                  f"tsyn set {MASTER_IF} --status global", name=MASTER_IF,
+                                  state="not sending")
                 self.end_all()
 
 
@@ -109,18 +112,18 @@ class LongCable(Doctoring):
     def test_delay_is_out_of_limits(self):
         self.pair(master=DEPLOYED, slave=DEPLOYED)
         self.assert_first("link-delay", "every measured delay was refused", "49999 ns",
-                          options=DEPLOYED)
+                          options=DEPLOYED, state="synchronised")
 
 
 class FastClock(Doctoring):
     cards = simulated.CARDS.replace("rate_ppb=37000", "rate_ppb=300000")
 
     def test_rate_is_out_of_limits(self):
-        for profile in (DEPLOYED, STANDARD):
+        for profile, state in ((DEPLOYED, "not synchronised"), (STANDARD, "synchronised")):
             with self.subTest(profile=profile):
                 self.pair(master=profile, slave=(*profile, *FIXED))
                 self.assert_first("rate", "the master runs -29", "more than 250",
-                                  options=profile)
+                                  options=profile, state=state)
                 for child in (self.master, self.slave):
                     child.kill()
                     child.wait(WAIT_S)

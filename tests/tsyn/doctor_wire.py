@@ -18,7 +18,7 @@ class WireFaults(Doctoring):
         self.pair()
         self.master.kill()
         self.timekeeper.sleep(1.0)
-        self.assert_first("frames", "no frame")
+        self.assert_first("frames", "no frame", state="holdover")
 
     def test_minor_version_is_for_the_standard_profile(self):
         self.pair(slave=DEPLOYED)
@@ -36,7 +36,7 @@ class WireFaults(Doctoring):
     def test_major_version(self):
         self.pair()
         self.fault(MASTER_IF, "corrupt", "--byte", "1", "--bit", "0", "--until-cleared")
-        self.assert_first("version", "PTP version 3.0")
+        self.assert_first("version", "PTP version 3.0", state="holdover")
 
     def test_domain(self):
         self.pair(master=("--domain", "3"))
@@ -46,10 +46,11 @@ class WireFaults(Doctoring):
         for profile in (STANDARD, DEPLOYED):
             with self.subTest(profile=profile):
                 self.pair(master=profile, slave=(*profile, *FIXED), settle=8.0)
-                for name in (MASTER_IF, SLAVE_IF):
+                for name, state in ((MASTER_IF, "sending"), (SLAVE_IF, "synchronised")):
                     self.assert_first(
                         "domain", "domain 3 was asked for, but the daemon uses domain 0",
-                        "give doctor --domain 0", options=("--domain", "3"), name=name)
+                        "give doctor --domain 0", options=("--domain", "3"), name=name,
+                        state=state)
                 for child in (self.master, self.slave):
                     child.kill()
                     child.wait(WAIT_S)
@@ -65,7 +66,7 @@ class WireFaults(Doctoring):
     def test_transport_specific(self):
         self.pair()
         self.fault(MASTER_IF, "corrupt", "--byte", "0", "--bit", "4", "--until-cleared")
-        self.assert_first("transport", "transportSpecific 0")
+        self.assert_first("transport", "transportSpecific 0", state="holdover")
 
     def test_no_sync(self):
         self.pair(master=("--tx-mode", "0"))
@@ -74,63 +75,68 @@ class WireFaults(Doctoring):
     def test_two_masters(self):
         self.pair()
         self.start(MASTER_IF, "--kind", "sync", "--rate", "8", "--for", "60", program="flood")
-        self.assert_first("master", "2 masters: ", "0afffffe00000001-1")
+        self.assert_first("master", "2 masters: ", "0afffffe00000001-1", state="synchronised")
 
     def test_slave_is_a_master(self):
         self.daemon(SLAVE_IF, "master")
         self.daemon(MASTER_IF, "master")
         self.timekeeper.sleep(2.0)
         self.assert_first("master", "this daemon is a master", "--role master",
-                          options=("--role", "slave"))
-        self.assert_first("master", "this node is the master, and Sync comes from")
+                          options=("--role", "slave"), state="sending")
+        self.assert_first("master", "this node is the master, and Sync comes from", state="sending")
 
     def test_master_beside_another(self):
         self.daemon(SLAVE_IF, "master")
         self.daemon(MASTER_IF, "master")
         self.timekeeper.sleep(2.0)
         self.assert_first("master", "this node is the master, and Sync comes from",
-                          options=("--role", "master"))
+                          options=("--role", "master"), state="sending")
 
     def test_follow_ups_are_missing(self):
         self.pair()
         self.fault(MASTER_IF, "drop", "--type", FOLLOW_UP, "--until-cleared")
-        self.assert_first("follow-up", "0 of 2", "Sync have their Follow_Up")
+        self.assert_first("follow-up", "0 of 2", "Sync have their Follow_Up", state="holdover")
 
     def test_sync_rate(self):
         self.pair(master=("--sync-interval", "500"))
-        self.assert_first("sync-rate", "each 500", "--sync-interval")
+        self.assert_first("sync-rate", "each 500", "--sync-interval", state="synchronised")
 
     def test_sync_with_gaps(self):
         self.pair()
         self.fault(MASTER_IF, "drop", "--type", "0", "--count", "5")
-        self.assert_first("sync-rate", "each 12", "lost on the way")
+        self.assert_first("sync-rate", "each 12", "lost on the way", state="synchronised")
 
 
 class CrcFaults(Doctoring):
     def test_no_list(self):
         self.pair(master=SECURED)
-        self.assert_first("crc", "wrong without a DataIDList", "--data-id-list")
+        self.assert_first("crc", "wrong without a DataIDList", "--data-id-list",
+                          state="synchronised")
 
     def test_another_list(self):
         self.pair(master=SECURED)
-        self.assert_first("crc", "wrong with this list", options=("--data-id-list", LIST[::-1]))
+        self.assert_first("crc", "wrong with this list", options=("--data-id-list", LIST[::-1]),
+                          state="synchronised")
 
     def test_one_entry_of_the_list(self):
         self.pair(master=SECURED)
         self.assert_first("crc", "sequenceId modulo 16 of 2", "compare these entries",
-                          options=("--data-id-list", LIST.replace("12", "21"), "--listen", "5"))
+                          options=("--data-id-list", LIST.replace("12", "21"), "--listen", "5"),
+                          state="synchronised")
 
     def test_damaged(self):
         self.pair(master=SECURED)
         self.fault(MASTER_IF, "corrupt", "--byte", "37", "--bit", "0", "--type", FOLLOW_UP,
                    "--count", "5")
-        self.assert_first("crc", "damaged on the way", options=("--data-id-list", LIST))
+        self.assert_first("crc", "damaged on the way", options=("--data-id-list", LIST),
+                          state="synchronised")
 
     def test_malformed(self):
         self.pair(master=SECURED)
         self.fault(MASTER_IF, "corrupt", "--byte", "79", "--bit", "6", "--type", FOLLOW_UP,
                    "--until-cleared")
-        self.assert_first("crc", "malformed TLV", options=("--data-id-list", LIST))
+        self.assert_first("crc", "malformed TLV", options=("--data-id-list", LIST),
+                          state="holdover")
 
 
 if __name__ == "__main__":

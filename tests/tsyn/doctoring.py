@@ -40,16 +40,19 @@ class Doctoring(Simulated):
         self.assertEqual(status, 0 if report["first_failed"] is None else 1, output)
         return report
 
-    def assert_first(self, gate, *parts, options=(), name=SLAVE_IF):
-        """Doctor names this gate first, with these parts in what it found or advises."""
+    def assert_first(self, gate, *parts, options=(), name=SLAVE_IF, state="not synchronised"):
+        """Doctor names this gate first, with these parts in what it found or advises, and tells
+        whether there is time all the same."""
         report = self.report(*options, name=name)
         self.assertEqual(report["first_failed"], gate, json.dumps(report["gates"], indent=1))
         failed = next(each for each in report["gates"] if each["gate"] == gate)
         text = f"{failed['found']} -> {failed['next']}"
         for part in parts:
             self.assertIn(part, text)
-        self.assertEqual(report["summary"],
-                         f"not synchronised, since: {gate}: {failed['found']}")
+        self.assertEqual(report["state"], state)
+        link = {"synchronised": ", yet {} failed: ", "sending": ", yet {} failed: ",
+                "state not known": "; {} failed: "}.get(state, ", since: {}: ")
+        self.assertEqual(report["summary"], state + link.format(gate) + failed["found"])
 
     def assert_healthy(self, *options, name=SLAVE_IF):
         report = self.report(*options, name=name)

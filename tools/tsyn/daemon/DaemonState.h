@@ -54,6 +54,9 @@ public:
     /** A Sync was sent or used between two looks: the daemon runs for certain. */
     bool isMoving() const { return movedS_ && latest_.monotonicS - *movedS_ <= staleAfterS_; }
 
+    /** It moves, or its last Sync is not long ago. */
+    bool isFresh() const;
+
     /** Of the last Sync; nothing before one. Of a daemon with another clock, since it was seen. */
     std::optional<double> syncAgeS() const;
 
@@ -64,7 +67,6 @@ public:
     bool sharesClock() const { return sharesClock_; }
 
 private:
-    bool isFresh() const;
     const char* toldState() const;
     const char* derivedState() const;
 

@@ -93,11 +93,14 @@ int daemonPid(const Evidence& evidence) {
     return evidence.record.ownerLives ? evidence.record.ownerPid : 0;
 }
 
-bool daemonLives(const Evidence& evidence) {
+bool recordMoves(const Evidence& evidence) {
     const RecordFacts& record = evidence.record;
-    const bool moves = record.before && record.after &&
-                       std::memcmp(&*record.before, &*record.after, sizeof *record.after) != 0;
-    return !daemonsOf(evidence).empty() || record.ownerLives || moves;
+    return record.before && record.after &&
+           std::memcmp(&*record.before, &*record.after, sizeof *record.after) != 0;
+}
+
+bool daemonLives(const Evidence& evidence) {
+    return !daemonsOf(evidence).empty() || evidence.record.ownerLives || recordMoves(evidence);
 }
 
 Verdict judgeInterface(const Evidence& evidence) {

@@ -19,6 +19,9 @@ std::vector<const Process*> daemonsOf(const Evidence& evidence);
 /** 0: none is known. */
 int daemonPid(const Evidence& evidence);
 
+/** Somebody writes the record for certain. */
+bool recordMoves(const Evidence& evidence);
+
 /** A process has the record, or moves it. */
 bool daemonLives(const Evidence& evidence);
 

@@ -171,6 +171,11 @@ Verdict judgeDaemon(const Evidence& evidence) {
         return failed("its record cannot be read: " + record.problem,
                       "mend that, or start the daemon anew, which makes its record anew");
     }
+    if (daemons.empty() && record.ownerIsHidden && !recordMoves(evidence)) {
+        return skipped(
+            "its record rests, and whether its process runs is hidden from this user; look as "
+            "root");
+    }
     return passed(daemons.empty()
                       ? "its record is kept up to date"
                       : daemons.front()->name + ", pid " + std::to_string(daemons.front()->pid));

@@ -57,8 +57,9 @@ int doctorCommand(const DoctorOptions& options) {
         return kCannotLook;
     }
     const std::vector<doctor::Judgement> judgements = doctor::judgeAll(evidence);
-    const std::string report = options.json ? doctor::doctorJson(evidence, judgements) + "\n"
-                                            : doctor::doctorText(judgements, wantsColour());
+    const std::string report = options.json
+                                   ? doctor::doctorJson(evidence, judgements) + "\n"
+                                   : doctor::doctorText(evidence, judgements, wantsColour());
     std::fputs(report.c_str(), stdout);
     return doctor::firstFailed(judgements) == nullptr ? kAllPass : kOneFails;
 }

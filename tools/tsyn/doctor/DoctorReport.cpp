@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "tools/tsyn/doctor/Published.h"
+
 namespace tsyn::doctor {
 namespace {
 
@@ -79,20 +81,26 @@ std::string lineOf(const Judgement& judgement, bool coloured) {
 
 }  // namespace
 
-std::string summaryOf(const std::vector<Judgement>& judgements) {
+std::string summaryOf(const Evidence& evidence, const std::vector<Judgement>& judgements) {
     if (const Judgement* failed = firstFailed(judgements)) {
-        return "not synchronised, since: " + failed->gate + ": " + failed->verdict.found;
+        const Published published = publishedState(evidence);
+        if (published.isGood == false) {
+            return published.state + ", since: " + failed->gate + ": " + failed->verdict.found;
+        }
+        return published.state + (published.isGood ? ", yet " : "; ") + failed->gate +
+               " failed: " + failed->verdict.found;
     }
     return "all is well: " + std::to_string(countOf(judgements, Outcome::kPass)) +
            " gates passed, " + std::to_string(countOf(judgements, Outcome::kSkip)) + " skipped";
 }
 
-std::string doctorText(const std::vector<Judgement>& judgements, bool coloured) {
+std::string doctorText(const Evidence& evidence, const std::vector<Judgement>& judgements,
+                       bool coloured) {
     std::string text;
     for (const Judgement& judgement : judgements) {
         text += lineOf(judgement, coloured);
     }
-    return text + summaryOf(judgements) + "\n";
+    return text + summaryOf(evidence, judgements) + "\n";
 }
 
 std::string doctorJson(const Evidence& evidence, const std::vector<Judgement>& judgements) {
@@ -111,7 +119,8 @@ std::string doctorJson(const Evidence& evidence, const std::vector<Judgement>& j
                        {"listened_s", evidence.wire.listenedS},
                        {"ok", failed == nullptr},
                        {"first_failed", failed == nullptr ? Json(nullptr) : Json(failed->gate)},
-                       {"summary", summaryOf(judgements)},
+                       {"state", publishedState(evidence).state},
+                       {"summary", summaryOf(evidence, judgements)},
                        {"gates", gates}};
     return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }

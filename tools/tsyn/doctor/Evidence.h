@@ -106,8 +106,10 @@ struct RecordFacts {
     std::optional<gPtpTimeDataStruct> before; /**< when the listening began */
     std::optional<gPtpTimeDataStruct> after;  /**< when it ended */
     long long afterNs = 0;                    /**< system time then */
+    double apartS = 0.0;                      /**< from before to after */
     int ownerPid = 0;                         /**< as the record or the lock tells; 0: untold */
-    bool ownerLives = false;
+    bool ownerLives = false;                  /**< or nobody may look whether it does */
+    bool ownerIsHidden = false;
 };
 
 /** All that was seen, before anything is judged. */

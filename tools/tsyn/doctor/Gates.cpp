@@ -39,8 +39,9 @@ std::string nothingToTellMaster(const Evidence& evidence) {
     return evidence.expected.master ? nothingToHear(evidence) : nothingHeard(evidence);
 }
 
-std::string noDaemon(const Evidence& evidence) {
-    std::string reason = nothingToHear(evidence);
+/** The record can be read by who may not hear the wire. */
+std::string noRecord(const Evidence& evidence) {
+    std::string reason = noLink(evidence);
     if (!reason.empty()) {
         return reason;
     }
@@ -48,6 +49,11 @@ std::string noDaemon(const Evidence& evidence) {
         return "no daemon";
     }
     return evidence.record.before && evidence.record.after ? "" : "no record that can be read";
+}
+
+std::string noDaemon(const Evidence& evidence) {
+    std::string reason = nothingToHear(evidence);
+    return reason.empty() ? noRecord(evidence) : reason;
 }
 
 }  // namespace
@@ -78,7 +84,7 @@ const std::vector<Gate>& gates() {
         {"receive-stamps", nothingHeard, judgeReceiveStamps},
         {"rate", nothingHeard, judgeRate},
         {"link-delay", noDaemon, judgeLinkDelay},
-        {"record", noDaemon, judgeRecord},
+        {"record", noRecord, judgeRecord},
     };
     return all;
 }

@@ -11,8 +11,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
+#include <thread>
 
 #include "tools/common/OwnDescriptor.h"
 #include "tools/tsyn/check/PtpFields.h"
@@ -149,6 +151,10 @@ void keep(const Received& received, double atS, const MacAddress& own, WireFacts
     wire.frames.push_back(std::move(*frame));
 }
 
+void sleepFor(double seconds) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
 }  // namespace
 
 std::optional<Heard> heardFrame(const unsigned char* bytes, std::size_t size, int tag) {
@@ -176,6 +182,7 @@ WireFacts listen(const Evidence& evidence) {
     tools::OwnDescriptor fd;
     if (!openOn(fd, static_cast<int>(evidence.interface.index))) {
         wire.problem = std::string("no raw socket (") + std::strerror(errno) + ")";
+        sleepFor(evidence.expected.listenS);  // the record is looked at before and after
         return wire;
     }
     const double begin = monotonicS();

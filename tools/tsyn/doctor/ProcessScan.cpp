@@ -131,13 +131,6 @@ bool namesWord(const std::string& command, const std::string& name) {
     return false;
 }
 
-std::optional<bool> writesRecord(int pid, const std::string& interfaceName) {
-    const std::optional<FileIdentity> file = recordOf(interfaceName);
-    const Mapping mapping = file ? mappingOf(pid, *file) : Mapping::kHidden;
-    return mapping == Mapping::kHidden ? std::nullopt
-                                       : std::optional(mapping == Mapping::kWritable);
-}
-
 std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex) {
     const std::string device =
         clockIndex < 0 ? std::string() : "/dev/ptp" + std::to_string(clockIndex);

@@ -7,10 +7,6 @@ namespace tsyn::doctor {
 /** The processes of the machine that have to do with the interface, its clock or its record. */
 std::vector<Process> scanProcesses(const std::string& interfaceName, int clockIndex);
 
-/** Whether a process has the interface's record mapped for writing; nothing when nobody may look,
- *  or when there is no record or process. */
-std::optional<bool> writesRecord(int pid, const std::string& interfaceName);
-
 /** Whether a program of that name sets clocks. */
 bool isClockProgram(const std::string& name);
 

@@ -15,11 +15,12 @@ public:
 
 private:
     void noteOwner();
-    std::optional<gPtpTimeDataStruct> read();
+    std::optional<Look> read();
 
-    std::string name_;
     RecordFacts& facts_;
     SegmentSource source_;
+    double beforeS_ = 0.0;
+    Look last_;
 };
 
 }  // namespace tsyn::doctor

@@ -33,7 +33,7 @@ Verdict judgeMasterRecord(const Evidence& evidence) {
     const unsigned int sent =
         rise(evidence, [](const gPtpTimeDataStruct& record) { return record.sequenceId; }) & 0xFFFF;
     const std::string found =
-        std::to_string(sent) + " Sync published in " + decimal(evidence.wire.listenedS, 1) + " s";
+        std::to_string(sent) + " Sync published in " + decimal(evidence.record.apartS, 1) + " s";
     if (sent != 0) {
         return passed(found);
     }

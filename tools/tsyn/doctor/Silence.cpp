@@ -66,8 +66,8 @@ Verdict silentMaster(const Evidence& evidence) {
                                  "--status global; otherwise see its log";
         return isGlobal(status)
                    ? failed(
-                         "this master sends no Sync; with --autosar that follows from another "
-                         "status than global, which it was told since it began",
+                         "this master sends no Sync: with --autosar it does so only while its "
+                         "status is global, and it was given another one while it ran",
                          next)
                    : failed(told + "--autosar, and --status " + statusName(status), next);
     }
