@@ -4,6 +4,7 @@
 Usage: recording.py BUILD_FOLDER [CASE...]
 """
 import csv
+import mmap
 import os
 import pathlib
 import re
@@ -60,10 +61,10 @@ class Recorded(Simulated):
             self.timekeeper.sleep(0.05)
         return recorder
 
-    def end_recorder(self, recorder, number=signal.SIGTERM):
+    def end_recorder(self, recorder, number=signal.SIGTERM, said=""):
         recorder.send_signal(number)
         output, errors = recorder.communicate(timeout=WAIT_S)
-        self.assertEqual((recorder.returncode, errors), (0, ""))
+        self.assertEqual((recorder.returncode, errors), (0, said))
         return output
 
 
@@ -139,6 +140,36 @@ class Recording(Recorded):
         gap, = marks_of(RECORDING, "gap")
         self.assertGreater(float(gap.split()[3]), 3.0)
         self.assertIn(f"{SLAVE_IF}: no time record /dev/shm/{SLAVE_IF}", gap)
+
+    def test_a_daemon_that_has_ended_before(self):
+        for profile in ("deployed", "standard"):
+            with self.subTest(profile=profile):
+                master = self.run_json(MASTER_IF, "master", "--profile", profile)
+                self.wait_for_state(master, "sending")
+                master.kill()
+                master.wait(WAIT_S)
+                who = ("no process writes this record" if profile == "deployed" else
+                       f"owner {master.pid} has ended")
+                recorder = self.start("record", MASTER_IF, "-o", str(RECORDING))
+                self.assert_one_error(recorder, 1, f"{MASTER_IF}: {who}; --wait waits")
+                self.assertFalse(RECORDING.exists())
+                recorder = self.start("record", MASTER_IF, "-o", str(RECORDING), "--wait",
+                                      "--force")
+                self.timekeeper.sleep(3)
+                self.end_recorder(recorder, said=f"tsyn: {MASTER_IF}: {who}; its last record is "
+                                                 "sampled until a daemon runs\n")
+                self.assertNotIn("sending", [each["state"] for each in samples_of(RECORDING)])
+                self.assertEqual(len(marks_of(RECORDING, "ended")), 1)
+                RECORDING.unlink()
+
+    def test_a_daemon_that_ends_meanwhile(self):
+        self.start_pair()
+        recorder = self.record()
+        self.timekeeper.sleep(1)
+        self.slave.kill()
+        self.timekeeper.sleep(5)
+        self.end_recorder(recorder, said=f"tsyn: {SLAVE_IF}: owner {self.slave.pid} has ended; "
+                                         "its last record is sampled until a daemon runs\n")
 
     def test_waits_for_a_daemon_when_asked(self):
         recorder = self.record("--wait")
@@ -243,8 +274,12 @@ class BadUse(Network):
             self.assertIn(part, done.stderr)
 
     def publish(self):
-        """A record as a daemon leaves it that ended."""
-        pathlib.Path(f"/dev/shm/{SLAVE_IF}").write_bytes(bytes(260))
+        """A record that a daemon has, which is this process."""
+        with open(f"/dev/shm/{SLAVE_IF}", "w+b") as file:
+            file.write(bytes(260))
+            file.flush()
+            segment = mmap.mmap(file.fileno(), 260)
+        self.addCleanup(segment.close)
 
     def test_record_without_a_daemon(self):
         self.check(tsyn("record", "nope0", "-o", RECORDING), "/dev/shm/nope0", "--wait")

@@ -20,6 +20,9 @@ public:
     /** For how long no Sync has shown, or since the first look. */
     double sinceChangeS(double nowS) const;
 
+    /** A Sync has shown between two looks. */
+    bool hasSeenChange() const { return changeS_.has_value(); }
+
 private:
     double betweenChangesS(double nowS) const;
 

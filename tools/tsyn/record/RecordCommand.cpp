@@ -3,16 +3,19 @@
 #include <sys/utsname.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "tools/tsyn/Abi.h"
 #include "tools/tsyn/Failure.h"
 #include "tools/tsyn/TimeText.h"
 #include "tools/tsyn/daemon/Counters.h"
+#include "tools/tsyn/daemon/Owner.h"
 #include "tools/tsyn/daemon/SegmentSource.h"
 #include "tools/tsyn/record/LookTimes.h"
 #include "tools/tsyn/record/Recording.h"
@@ -25,6 +28,9 @@ constexpr double kNever = std::numeric_limits<double>::infinity();
 constexpr double kLongestWaitS = 1.0;
 /** A pause between two samples is a gap when it is this much longer than it should be. */
 constexpr double kLateS = 2.0;
+/** A record that moved so lately has a daemon. */
+constexpr double kSilentS = 1.5;
+constexpr auto kBetweenLooks = std::chrono::milliseconds(20);
 
 std::string headOf(const RecordOptions& options) {
     utsname machine{};
@@ -43,6 +49,13 @@ std::string headOf(const RecordOptions& options) {
            recordingColumns() + "\n";
 }
 
+/** Whoever begins to look knows by the record alone for how long it has been silent. */
+double sinceSyncS(const Look& look, const LookTimes& times) {
+    const double seenS = times.sinceChangeS(look.monotonicS);
+    const std::optional<long long> syncNs = times.hasSeenChange() ? std::nullopt : lastSyncNs(look);
+    return syncNs ? std::max(seenS, 1e-9 * static_cast<double>(look.systemNs - *syncNs)) : seenS;
+}
+
 bool showsSync(const Look& before, const Look& now) {
     return now.record.acceptedSync != before.record.acceptedSync ||
            now.record.sequenceId != before.record.sequenceId;
@@ -53,6 +66,7 @@ public:
     explicit RecordSession(const RecordOptions& options)
         : options_(options),
           source_(options.interfaceName),
+          daemon_(true, kSilentS),
           times_(options.rateHz()),
           file_(options.file, {options.maxBytes(), options.kept}) {}
 
@@ -60,6 +74,9 @@ public:
 
 private:
     std::string begin();
+    bool watchSegment();
+    bool ownerHasEnded(const Look& look);
+    std::string lookAtLife(const Look& look);
     bool endSignalledBefore(double wakeS) const;
     std::string lookOnce();
     std::string takeLook(const Look& look);
@@ -69,6 +86,11 @@ private:
 
     const RecordOptions& options_;
     SegmentSource source_;
+    DaemonState daemon_;
+    OwnerFinder finder_;
+    Owner owner_;
+    double checkS_ = 0.0;
+    bool isEnded_ = false; /**< which was told */
     std::optional<Look> last_;
     bool hasRestarted_ = false;
     LookTimes times_;
@@ -95,10 +117,55 @@ std::string RecordSession::begin() {
     startS_ = monotonicNowS();
     lookS_ = startS_;
     sampleS_ = startS_;
-    if (!options_.waits && !source_.look(0.0)) {
-        return source_.problem() + "; --wait waits for a daemon";
+    if (!options_.waits && !watchSegment()) {
+        const std::string problem =
+            isEnded_ ? source_.name() + ": " + whoEnded(owner_) : source_.problem();
+        return problem + "; --wait waits for a daemon";
     }
     return file_.open(headOf(options_), options_.replaces);
+}
+
+/** Whether there is a record that a daemon has, or moves: which takes as long as a Sync may. */
+bool RecordSession::watchSegment() {
+    std::optional<Look> look = source_.look(0.0);
+    if (!look) {
+        return false;
+    }
+    for (daemon_.update(*look); ownerHasEnded(*look); daemon_.update(*look)) {
+        if (monotonicNowS() > startS_ + kSilentS) {
+            isEnded_ = true;
+            return false;
+        }
+        std::this_thread::sleep_for(kBetweenLooks);
+        look = source_.look(0.0);
+        if (!look) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool RecordSession::ownerHasEnded(const Look& look) {
+    owner_ = finder_.find(look, source_.segmentFile());
+    return hasEnded(owner_, daemon_);
+}
+
+/** Says once that the daemon has ended. Its owner is looked for only while nothing moves. */
+std::string RecordSession::lookAtLife(const Look& look) {
+    daemon_.update(look);
+    const bool isDue = !daemon_.isMoving() && look.monotonicS >= checkS_;
+    if (!isDue && !(isEnded_ && daemon_.isMoving())) {
+        return {};
+    }
+    checkS_ = look.monotonicS + kLongestWaitS;
+    const bool wasEnded = isEnded_;
+    isEnded_ = look.monotonicS > startS_ + kSilentS && ownerHasEnded(look);
+    if (!isEnded_ || wasEnded) {
+        return {};
+    }
+    std::fprintf(stderr, "tsyn: %s: %s; its last record is sampled until a daemon runs\n",
+                 options_.interfaceName.c_str(), whoEnded(owner_).c_str());
+    return noteEvent("ended", look.systemNs, whoEnded(owner_));
 }
 
 int RecordSession::run() {
@@ -148,7 +215,10 @@ std::string RecordSession::lookOnce() {
         lookS_ = monotonicNowS() + kLongestWaitS;
         return {};
     }
-    std::string problem = takeLook(*look);
+    std::string problem = lookAtLife(*look);
+    if (problem.empty()) {
+        problem = takeLook(*look);
+    }
     last_ = look;
     lookS_ = times_.nextS(look->monotonicS);
     return problem;
@@ -173,7 +243,7 @@ std::string RecordSession::takeLook(const Look& look) {
     }
     if (problem.empty()) {
         problem = file_.writeLine(
-            recordingLine(sampleOf(look.record, look.systemNs, times_.sinceChangeS(nowS))));
+            recordingLine(sampleOf(look.record, look.systemNs, sinceSyncS(look, times_))));
     }
     ++samples_;
     sampleS_ = nowS;
