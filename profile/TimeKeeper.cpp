@@ -56,6 +56,15 @@ struct TimeKeeper::Target {
     double phcSlope;
 };
 
+/** How the time gets there from where it was shown, which it never does backwards. */
+struct TimeKeeper::Course {
+    unsigned long long timeNs;  ///< now
+    double ahead;               ///< of the target
+    double slowing;             ///< of the rate, by which it meets the target
+    bool isStep;
+    bool goesOn;  ///< on the line of the last Sync
+};
+
 bool TimeKeeper::takeClocks(const Reading& reading) {
     if (!phcOverSystem_.fits(reading)) {
         return false;
@@ -122,6 +131,7 @@ Verdict TimeKeeper::takePair(const Reading& reading) {
     pendingDoubt_ = verdict == Verdict::kRefused ? above : 0;
     stepFollows_ = stepFollows_ || verdict == Verdict::kFollowed;
     if (verdict == Verdict::kTaken || verdict == Verdict::kFollowed) {
+        hasNewPair_ = true;
         lastPairPhcNs_ = reading.x;
         lastPairSystemNs_ = phcOverSystem_.isEmpty() ? 0 : phcOverSystem_.line().inverse(reading.x);
     }
@@ -156,9 +166,16 @@ unsigned char TimeKeeper::state(unsigned long long systemNowNs, const Delay& del
     if (silentNs > kVoidAfterNs) {
         return TSYN_STATE_LOST;
     }
-    const double interval = intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
-    return static_cast<double>(silentNs) > kSilentIntervals * interval ? TSYN_STATE_HOLDOVER
-                                                                       : TSYN_STATE_SYNCHRONISED;
+    return isSilent(systemNowNs) ? TSYN_STATE_HOLDOVER : TSYN_STATE_SYNCHRONISED;
+}
+
+double TimeKeeper::interval() const {
+    return intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
+}
+
+bool TimeKeeper::isSilent(unsigned long long systemNowNs) const {
+    const long long silentNs = signedDiff(systemNowNs, lastPairSystemNs_);
+    return !isMaster_ && static_cast<double>(silentNs) > kSilentIntervals * interval();
 }
 
 TimeKeeper::Target TimeKeeper::target(unsigned long long systemNowNs, const Delay& delay) const {
@@ -193,21 +210,16 @@ double TimeKeeper::doubtOf(unsigned long long systemNowNs, const Delay& delay) c
            (masterOverPhc_.line().slopeDoubt + kWander) * sincePair;
 }
 
-/** The line with this time now. A slave's begins at its last Sync, where deployed readers expect
- *  it; a master's begins now, so that its PHC remains its time. */
-TimeLine TimeKeeper::lineThrough(unsigned long long systemNowNs, unsigned long long timeNs,
-                                 const Target& target, double slowing) const {
-    TimeLine line{};
-    line.phcRate = 1 + static_cast<long double>(target.phcSlope);
-    line.masterRate = 1 + static_cast<long double>(target.masterSlope);
+/** A slave's line begins at its last Sync, where deployed readers expect it; a master's begins now,
+ *  so that its PHC remains its time. */
+void TimeKeeper::begin(TimeLine& line, unsigned long long systemNowNs,
+                       unsigned long long timeNs) const {
     if (isMaster_) {
-        line.phcRate -= static_cast<long double>(slowing);
         line.localTime = timeNs - static_cast<unsigned long long>(aheadNs_);
         line.systemOffset = signedDiff(systemNowNs, line.localTime);
         line.masterOffset = signedDiff(line.localTime, timeNs);
-        return line;
+        return;
     }
-    line.masterRate -= static_cast<long double>(slowing);
     const unsigned long long anchorSystemNs = phcOverSystem_.line().inverse(lastPairPhcNs_);
     const long long elapsed = signedDiff(systemNowNs, anchorSystemNs);
     const long double gain =
@@ -217,46 +229,98 @@ TimeLine TimeKeeper::lineThrough(unsigned long long systemNowNs, unsigned long l
     line.localTime = lastPairPhcNs_;
     line.systemOffset = signedDiff(anchorSystemNs, lastPairPhcNs_);
     line.masterOffset = signedDiff(lastPairPhcNs_, anchorTimeNs);
+}
+
+/** What was true at the last Sync stays as it was told; all that the clocks tell since is when, by
+ *  the system clock, that Sync was. */
+void TimeKeeper::goOn(TimeLine& line, unsigned long long systemNowNs,
+                      unsigned long long timeNs) const {
+    line.localTime = shown_.localTime;
+    line.masterOffset = shown_.masterOffset;
+    const unsigned long long anchorTimeNs =
+        line.localTime - static_cast<unsigned long long>(line.masterOffset);
+    const long double rate = line.phcRate * line.masterRate;
+    const long long elapsed =
+        toS64(static_cast<long double>(signedDiff(timeNs, anchorTimeNs)) / rate);
+    line.systemOffset =
+        signedDiff(systemNowNs - static_cast<unsigned long long>(elapsed), line.localTime);
+}
+
+/** The line with the course's time now. The rate of the master is that of the last Sync: what has
+ *  to be slowed, the readers of the system clock are. */
+TimeLine TimeKeeper::lineOf(unsigned long long systemNowNs, const Target& goal,
+                            const Course& way) const {
+    TimeLine line{};
+    line.phcRate = 1 + static_cast<long double>(goal.phcSlope - way.slowing);
+    line.masterRate = 1 + static_cast<long double>(goal.masterSlope);
+    if (way.goesOn) {
+        goOn(line, systemNowNs, way.timeNs);
+    } else {
+        begin(line, systemNowNs, way.timeNs);
+    }
+    if (hasShown_ && !way.isStep) {
+        // Readers truncate: what that takes away must not make the time go back, either.
+        const long long back =
+            currentTimeNs(shown_, systemNowNs) - currentTimeNs(recordOf(line), systemNowNs);
+        if (back > 0) {
+            (isMaster_ || way.goesOn ? line.systemOffset : line.masterOffset) -= back;
+        }
+    }
     return line;
+}
+
+/** While the master is silent nobody knows when the next look comes, and a slope that is left to
+ *  itself would lead further below the target than the time was above it. */
+TimeKeeper::Course TimeKeeper::course(unsigned long long systemNowNs, const Target& goal) const {
+    Course way{goal.timeNs, 0, 0, stepFollows_, false};
+    if (!hasShown_ || way.isStep) {
+        return way;
+    }
+    const auto shownNs = static_cast<unsigned long long>(currentTimeNs(shown_, systemNowNs));
+    const long long aheadNs = signedDiff(shownNs, goal.timeNs);
+    way.isStep = aheadNs > kLongestSlewNs;
+    way.goesOn = !way.isStep && !isMaster_ && !hasNewPair_;
+    if (aheadNs > 0 && !way.isStep) {
+        way.ahead = static_cast<double>(aheadNs);
+        way.slowing = isSilent(systemNowNs) ? 0 : std::min(way.ahead / interval(), kSteepestSlew);
+        way.timeNs = shownNs;
+    }
+    return way;
+}
+
+/** The bound of a line with which that of the one before goes on: while nothing is heard, nothing
+ *  is known better. */
+unsigned int TimeKeeper::atLeastAsWide(const Publication& told,
+                                       unsigned long long systemNowNs) const {
+    const auto age = [systemNowNs](unsigned long long localTime, long long systemOffset) {
+        const unsigned long long anchor = localTime + static_cast<unsigned long long>(systemOffset);
+        return 1e-9 * std::fabs(static_cast<double>(signedDiff(systemNowNs, anchor)));
+    };
+    const double shown =
+        shownBoundNs_ + shownGrowthPpb_ * age(shown_.localTime, shown_.systemOffset);
+    const double grown = told.boundGrowthPpb * age(told.line.localTime, told.line.systemOffset);
+    return std::max(told.boundNs, saturated(shown - grown));
 }
 
 TimeKeeper::Publication TimeKeeper::publish(unsigned long long systemNowNs, const Delay& delay) {
     const Target goal = target(systemNowNs, delay);
-    double ahead = 0;
-    double slowing = 0;
-    unsigned long long timeNs = goal.timeNs;
-    bool isStep = stepFollows_;
-    if (hasShown_ && !isStep) {
-        const auto shownNs = static_cast<unsigned long long>(currentTimeNs(shown_, systemNowNs));
-        const long long aheadNs = signedDiff(shownNs, goal.timeNs);
-        isStep = aheadNs > kLongestSlewNs;
-        if (aheadNs > 0 && !isStep) {
-            const double interval = intervalNs_ == 0 ? kFirstIntervalNs : intervalNs_;
-            ahead = static_cast<double>(aheadNs);
-            slowing = std::min(ahead / interval, kSteepestSlew);
-            timeNs = shownNs;
-        }
-    }
+    const Course way = course(systemNowNs, goal);
     Publication told{};
-    told.line = lineThrough(systemNowNs, timeNs, goal, slowing);
-    gPtpTimeDataStruct record = recordOf(told.line);
-    if (hasShown_ && !isStep) {
-        // Readers truncate: what that takes away must not make the time go back, either.
-        const long long back =
-            currentTimeNs(shown_, systemNowNs) - currentTimeNs(record, systemNowNs);
-        if (back > 0) {
-            (isMaster_ ? told.line.systemOffset : told.line.masterOffset) -= back;
-            record = recordOf(told.line);
-        }
-    }
-    told.isStep = isStep && hasShown_;
+    told.line = lineOf(systemNowNs, goal, way);
+    told.isStep = way.isStep && hasShown_;
     told.state = state(systemNowNs, delay);
-    told.boundNs = saturated(doubtOf(systemNowNs, delay) + ahead);
-    told.boundGrowthPpb = saturated((growth() + slowing) * 1e9);
+    told.boundNs = saturated(doubtOf(systemNowNs, delay) + way.ahead);
+    told.boundGrowthPpb = saturated((growth() + way.slowing) * 1e9);
     told.voidAfterNs =
         static_cast<long long>(isMaster_ ? systemNowNs : lastPairSystemNs_) + kVoidAfterNs;
-    shown_ = record;
+    if (way.goesOn) {
+        told.boundNs = atLeastAsWide(told, systemNowNs);
+    }
+    shown_ = recordOf(told.line);
+    shownBoundNs_ = told.boundNs;
+    shownGrowthPpb_ = told.boundGrowthPpb;
     hasShown_ = true;
+    hasNewPair_ = false;
     stepFollows_ = false;
     return told;
 }

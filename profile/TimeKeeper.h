@@ -54,9 +54,15 @@ public:
 
 private:
     struct Target;
+    struct Course;
     Target target(unsigned long long systemNowNs, const Delay& delay) const;
-    TimeLine lineThrough(unsigned long long systemNowNs, unsigned long long timeNs,
-                         const Target& target, double slowing) const;
+    Course course(unsigned long long systemNowNs, const Target& goal) const;
+    bool isSilent(unsigned long long systemNowNs) const;
+    double interval() const;
+    TimeLine lineOf(unsigned long long systemNowNs, const Target& goal, const Course& way) const;
+    void begin(TimeLine& line, unsigned long long systemNowNs, unsigned long long timeNs) const;
+    void goOn(TimeLine& line, unsigned long long systemNowNs, unsigned long long timeNs) const;
+    unsigned int atLeastAsWide(const Publication& told, unsigned long long systemNowNs) const;
     double doubtOf(unsigned long long systemNowNs, const Delay& delay) const;
     double growth() const;
     void noteInterval(const estimator::Reading& reading);
@@ -71,5 +77,8 @@ private:
     unsigned long long lastPairSystemNs_ = 0;
     unsigned long long lastPairPhcNs_ = 0;
     bool hasShown_ = false;
+    bool hasNewPair_ = false;  ///< since the last publication
     gPtpTimeDataStruct shown_ = {};
+    unsigned int shownBoundNs_ = 0;
+    unsigned int shownGrowthPpb_ = 0;
 };

@@ -65,11 +65,12 @@ protected:
         return currentTimeNs(record, static_cast<unsigned long long>(system(t)));
     }
 
-    double boundAt(long long t) const {
+    double boundAt(long long t) const { return boundOf(shown, t); }
+    double boundOf(const TimeKeeper::Publication& told, long long t) const {
         const long long anchor =
-            static_cast<long long>(shown.line.localTime) + shown.line.systemOffset;
-        return shown.boundNs +
-               shown.boundGrowthPpb * 1e-9 * std::fabs(static_cast<double>(system(t) - anchor));
+            static_cast<long long>(told.line.localTime) + told.line.systemOffset;
+        return told.boundNs +
+               told.boundGrowthPpb * 1e-9 * std::fabs(static_cast<double>(system(t) - anchor));
     }
 
     void settle() {
@@ -196,6 +197,24 @@ TEST_F(Slave, TellsHoldoverAndLossOfASilentMaster) {
     elapsed += 20 * kSecondNs;
     EXPECT_EQ(TSYN_STATE_LOST, look().state);
     EXPECT_LT(shown.voidAfterNs, system(elapsed));
+}
+
+TEST_F(Slave, KnowsNothingBetterWhileTheMasterIsSilent) {
+    settle();
+    const TimeLine atSync = shown.line;
+    elapsed += 3 * kInterval;
+    for (int i = 0; i < 58; ++i) {
+        const TimeKeeper::Publication before = shown;
+        elapsed += kSecondNs;
+        const long long last = shownAt(elapsed + 5000);
+        look();
+        ASSERT_GE(shownAt(elapsed), last);
+        ASSERT_GE(boundAt(elapsed), boundOf(before, elapsed)) << i;
+        ASSERT_LE(std::llabs(shownAt(elapsed) - master(elapsed)), boundAt(elapsed));
+        ASSERT_EQ(atSync.masterOffset, shown.line.masterOffset);
+        ASSERT_EQ(atSync.localTime, shown.line.localTime);
+        ASSERT_EQ(atSync.masterRate, shown.line.masterRate);
+    }
 }
 
 TEST_F(Slave, HasNoMasterThenAcquiresOne) {
