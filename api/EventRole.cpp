@@ -151,6 +151,9 @@ bool EventLoop::begin() {
         return false;
     }
     stack_environment::restore();
+    if (!isMaster) {
+        loopSteps.begin(ifName_);
+    }
     return true;
 }
 

@@ -5,6 +5,10 @@
 inline constexpr unsigned long long kNoDeadline = ~0ULL;
 
 struct LoopSteps {
+    /** Tells readers that a daemon is here, which has heard no master yet. A slave's, before its
+     *  first frame. */
+    void (*begin)(const char* interfaceName);
+
     /** Lets readers of the record see what changes while no Sync comes. Once the master is silent,
      *  then every second, and when the link comes or goes. */
     void (*tick)();
@@ -25,6 +29,7 @@ extern LoopSteps loopSteps;
 
 /** Deployed records change with a Sync only, and with every one. */
 void tellNothing();
+void beginUntold(const char* interfaceName);
 unsigned int countEveryPair();
 
 /** Counts and drops them: left behind, they would wake the loop for ever. */

@@ -161,6 +161,7 @@ void profile::apply(const TSynProfile& given) {
     inForce = given;
     segment_switches::install(given);
     cardSteps.receiveFrame = given.eventPumps != 0 ? receiveQueuedFrame : receiveFrameShortly;
+    loopSteps.begin = given.robustTime != 0 ? time_steps::begin : beginUntold;
     loopSteps.tick = given.robustTime != 0 ? time_steps::tick : tellNothing;
     loopSteps.usedPairs = given.robustTime != 0 ? time_steps::usedPairs : countEveryPair;
     loopSteps.end = given.robustTime != 0 ? time_steps::end : tellNothing;

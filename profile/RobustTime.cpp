@@ -18,6 +18,7 @@
 #include "ptp/SyncEstimate.h"
 #include "timebase/SystemClock.h"
 #include "timebase/TimeConversion.h"
+#include "timebase/osipc.h"
 #include "wire/ptpwire.h"
 
 namespace {
@@ -197,6 +198,16 @@ long long robust_time::hostTimeNs(const gPtpTimeDataStruct& record, unsigned lon
 void robust_time::logUnknownTxMode(unsigned int txMode) {
     if (txMode > kTxModeSend) {
         ZEB_LOG_AS("processOutgoing", kError, "Wrong configuration TxMode 0x%x ...\n", txMode);
+    }
+}
+
+/** After a time of its own, what end told stands until the next Sync. */
+void robust_time::begin(const char* interfaceName) {
+    const TimeRecord record(OSipc::instance(interfaceName));
+    const QuietLock lock(keeperMutex);
+    if (!keeper.hasTime()) {
+        publishLocked(record, lastSource, {0, kUnknownDelayDoubt, false});
+        keptRecord = record;
     }
 }
 

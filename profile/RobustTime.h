@@ -26,8 +26,11 @@ long long hostTimeNs(const gPtpTimeDataStruct& record, unsigned long long system
 /** As ProtocolSteps::noteSyncTurn: tells of a mode that it does not know. */
 void logUnknownTxMode(unsigned int txMode);
 
+/** Publishes that no master is known, unless there is a time already. */
+void begin(const char* interfaceName);
+
 /** Publishes anew what has changed without a Sync: the state, a line that was slowed, the bound.
- *  Does nothing before the first one. At most once a Sync interval; any thread of the daemon. */
+ *  At most once a Sync interval; any thread of the daemon. */
 void tick();
 
 /** How many Sync pairs moved the time so far. From the thread that handles them. */

@@ -50,6 +50,10 @@ void time_steps::install(const TSynProfile& profile) {
     installDelay(profile.robustDelay != 0);
 }
 
+void time_steps::begin(const char* interfaceName) {
+    robust_time::begin(interfaceName);
+}
+
 void time_steps::tick() {
     robust_time::tick();
 }

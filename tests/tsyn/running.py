@@ -142,7 +142,7 @@ class SecondDaemon(Simulated):
                               ("standard", "deployed")):
             with self.subTest(first=first, second=second):
                 slave = self.run_json(SLAVE_IF, "slave", "--profile", first)
-                self.wait_for_state(slave, "no sync yet")
+                self.wait_for(slave, lambda line: line["state"] != "starting")
                 other = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/dev/null",
                                    "--profile", second)
                 self.assert_one_error(other, 1, SLAVE_IF, f"already run by pid {slave.pid}")

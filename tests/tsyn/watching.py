@@ -108,6 +108,19 @@ class Status(Daemons):
         self.assertEqual((told["state"], told["sync_age_s"], told["utc"]),
                          ("no sync yet", None, None))
 
+    def test_of_a_standard_slave_without_a_master_is_told_from_its_start_on(self):
+        slave = self.run_json(SLAVE_IF, "slave", *STANDARD)
+        line = self.wait_for(slave, lambda line: line["state"] != "starting")
+        self.assertLess(line["t_s"], 1.5)
+        self.assertEqual((line["state"], line["seconds"]), ("no master", None))
+        code, told, errors = self.status_json(SLAVE_IF)
+        self.assertEqual((code, errors), (3, ""))
+        self.assertEqual((told["state"], told["role"], told["profile"], told["utc"]),
+                         ("no master", "slave", "standard", None))
+        self.assertEqual(told["owner"]["pid"], slave.pid)
+        self.end(slave)
+        self.assertEqual(self.status_json(SLAVE_IF)[1]["state"], "lost")
+
     def test_after_the_masters_end_is_3_as_deployed_and_4_with_a_bound(self):
         for profile, expected in (((), (3, "stale")), (STANDARD, (4, "holdover"))):
             with self.subTest(profile=profile):

@@ -354,7 +354,9 @@ Status RunSession::currentStatus() {
     status.systemNs = systemNowNs();
     if (view_.isOpen()) {
         const long long softOffsetNs = status.record ? status.record->softOffset : 0;
-        if (const auto time = status.master ? distributedTime(softOffsetNs) : currentTime()) {
+        const auto time = status.master ? distributedTime(softOffsetNs) : currentTime();
+        // A slave that has heard no master is at zero.
+        if (time && (status.master || time->totalNs() != 0)) {
             status.hasTime = true;
             status.seconds = time->seconds;
             status.nanoseconds = time->nanoseconds;
