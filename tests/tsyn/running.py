@@ -143,9 +143,8 @@ class SecondDaemon(Simulated):
             with self.subTest(first=first, second=second):
                 slave = self.run_json(SLAVE_IF, "slave", "--profile", first)
                 self.wait_for(slave, lambda line: line["state"] != "starting")
-                other = self.start("run", SLAVE_IF, "--role", "slave", "--log", "/dev/null",
-                                   "--profile", second)
-                self.assert_one_error(other, 1, SLAVE_IF, f"already run by pid {slave.pid}")
+                other = self.start("run", SLAVE_IF, "--role", "slave", "--profile", second)
+                self.assert_one_error(other, 1, f"{SLAVE_IF}: already run by pid {slave.pid}")
                 self.end(slave)
 
     def test_two_masters_show_as_two_senders(self):

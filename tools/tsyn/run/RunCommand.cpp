@@ -1,12 +1,7 @@
 #include "tools/tsyn/run/RunCommand.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 
 #include <algorithm>
@@ -19,12 +14,12 @@
 #include <optional>
 #include <string>
 
-#include "tools/common/OwnDescriptor.h"
 #include "tools/tsyn/Failure.h"
 #include "tools/tsyn/control/ControlSocket.h"
 #include "tools/tsyn/daemon/Look.h"
 #include "tools/tsyn/daemon/QualityReport.h"
 #include "tools/tsyn/daemon/RecordView.h"
+#include "tools/tsyn/run/DaemonLock.h"
 #include "tools/tsyn/run/HostTime.h"
 #include "tools/tsyn/run/InterfaceChecks.h"
 #include "tools/tsyn/run/InterfacePresence.h"
@@ -100,20 +95,6 @@ private:
     std::chrono::steady_clock::time_point start_;
 };
 
-/** The library locks a file beside the shared record, which tells its process. */
-std::string whyRefused(const std::string& interfaceName) {
-    const std::string path = "/dev/shm/" + interfaceName + ".lock";
-    const tools::OwnDescriptor lock(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!lock.isOpen() || flock(lock.get(), LOCK_SH | LOCK_NB) == 0) {
-        return interfaceName + ": the daemon refused to start; its log tells why";
-    }
-    char text[16] = "";
-    const bool isTold = pread(lock.get(), text, sizeof text - 1, 0) > 0;
-    const long pid = isTold ? std::strtol(text, nullptr, 10) : 0;
-    return interfaceName + ": already run by " +
-           (pid > 0 ? "pid " + std::to_string(pid) : "another process") + "; end that one first";
-}
-
 double RunSession::elapsedS() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
 }
@@ -170,6 +151,13 @@ std::string RunSession::prepare() {
     if (!options_.truthCard.empty()) {
         std::string problem =
             sampler_.open(options_.samplesFile, makeProfile(options_).robustTime != 0);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    if (makeProfile(options_).oneDaemon != 0) {
+        // Before the library, whose log would say the same at length.
+        std::string problem = runningBeside(options_.interfaceName);
         if (!problem.empty()) {
             return problem;
         }
