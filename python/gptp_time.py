@@ -21,7 +21,6 @@ from typing import NamedTuple
 NO_TIME = -2**63
 NO_EARLIEST = -2**63
 NO_LATEST = 2**63 - 1
-STATE_UNTOLD = 255
 
 SEGMENT_SIZE = 260
 _RECORD = 24
@@ -42,11 +41,24 @@ _TOLD_BYTES = slice(_QUALITY, _QUALITY + _TOLD.size)
 
 
 class State(enum.IntEnum):
+    """As enum TSynTimeState; UNTOLD of a daemon that tells none."""
     NO_MASTER = 0
     ACQUIRING = 1
     SYNCHRONISED = 2
     HOLDOVER = 3
     LOST = 4
+    UNTOLD = 255
+
+    @classmethod
+    def _missing_(cls, value):
+        """A later daemon's state, or a damaged one, is a number without a name."""
+        state = int.__new__(cls, value)
+        state._name_ = f"UNKNOWN_{value}"
+        state._value_ = value
+        return state
+
+
+STATE_UNTOLD = State.UNTOLD
 
 
 class Result(enum.IntEnum):
@@ -94,7 +106,7 @@ class Reading(NamedTuple):
     latest_ns: int = NO_LATEST
     time_ns: int = NO_TIME
     system_ns: int = 0
-    state: int = STATE_UNTOLD
+    state: State = State.UNTOLD
     step_count: int = 0
 
     def is_certainly_before(self, other):
@@ -284,12 +296,13 @@ class TimeReader:
         return _signed(line[6] + line[1] + elapsed - _whole(share))
 
     def _judge(self, taken, line, told, time_ns, system_ns, is_now):
-        state, steps, half = STATE_UNTOLD, 0, None
+        state, steps, half = State.UNTOLD, 0, None
         age = _signed(system_ns - line[6] - line[1])
         if taken == Result.OK:
-            state, bound, growth, void_after, steps = told[2], told[3], told[4], told[6], told[7]
+            bound, growth, void_after, steps = told[3], told[4], told[6], told[7]
+            state = State(told[2])
             if state in (State.SYNCHRONISED, State.HOLDOVER) and system_ns > void_after:
-                state = int(State.LOST)
+                state = State.LOST
             known = (State.ACQUIRING, State.SYNCHRONISED, State.HOLDOVER)
             if state in known and bound != 0xFFFFFFFF:
                 half = bound - (-abs(age) * growth) // 1_000_000_000
@@ -300,8 +313,8 @@ class TimeReader:
             earliest, latest = time_ns - half, time_ns + half
         stale = 0 < self.max_age_ns < age or (is_now and age < -_AHEAD_NS)
         wide = half is not None and 0 < self.max_width_ns < 2 * half
-        result = (Result.STALE if stale and state == STATE_UNTOLD else
-                  Result.NO_QUALITY if state == STATE_UNTOLD else
+        result = (Result.STALE if stale and state == State.UNTOLD else
+                  Result.NO_QUALITY if state == State.UNTOLD else
                   Result.ACQUIRING if state == State.ACQUIRING else
                   Result.FOREIGN if state > State.LOST else
                   Result.VOID if half is None else

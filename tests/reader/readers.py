@@ -95,6 +95,14 @@ class Agreement(unittest.TestCase):
             with self.subTest(name=name):
                 self.assertEqual(self.check(content, when)[0][0], Result[name])
 
+    def test_python_names_the_state(self):
+        now = time.time_ns()
+        for told, name in ((2, "SYNCHRONISED"), (4, "LOST"), (5, "UNKNOWN_5")):
+            SEGMENT.write_bytes(segment(now, state=told))
+            state = TimeReader(SLAVE_IF).at(now).state
+            self.assertEqual((state, state.name), (told, name))
+        self.assertIs(TimeReader("no/name").now().state, State.UNTOLD)
+
     def test_python_names_what_it_cannot_open(self):
         SEGMENT.unlink(missing_ok=True)
         self.assertEqual(TimeReader("no/name").now().result, Result.BAD_NAME)
