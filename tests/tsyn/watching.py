@@ -202,11 +202,14 @@ class StatusErrors(Network):
 
     def test_output_that_nobody_reads(self):
         pathlib.Path(f"/dev/shm/{SLAVE_IF}").write_bytes(bytes(260))
-        with open("/dev/full", "w", encoding="ascii") as full:
-            child = subprocess.run([BUILD / "tsyn", "status", SLAVE_IF], env=environment(),
-                                   stdout=full, stderr=subprocess.PIPE, text=True, check=False)
-        self.assertEqual((child.returncode, child.stderr),
-                         (1, "tsyn: standard output was closed\n"))
+        for words, status in ((("status", SLAVE_IF), 1), (("watch", SLAVE_IF, "--json"), 1),
+                              (("doctor", SLAVE_IF, "--listen", "0.1"), 2)):
+            with self.subTest(words=words), open("/dev/full", "w", encoding="ascii") as full:
+                child = subprocess.run([BUILD / "tsyn", *words], env=environment(), stdout=full,
+                                       stderr=subprocess.PIPE, text=True, check=False)
+                self.assertEqual((child.returncode, child.stderr),
+                                 (status, "tsyn: standard output cannot be written (No space left "
+                                          "on device)\n"))
 
 
 class Spied(Network):

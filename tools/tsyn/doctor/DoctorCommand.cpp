@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/doctor/CardEvidence.h"
 #include "tools/tsyn/doctor/CardGates.h"
 #include "tools/tsyn/doctor/DoctorReport.h"
@@ -61,7 +62,8 @@ int doctorCommand(const DoctorOptions& options) {
                                    ? doctor::doctorJson(evidence, judgements) + "\n"
                                    : doctor::doctorText(evidence, judgements, wantsColour());
     std::fputs(report.c_str(), stdout);
-    return doctor::firstFailed(judgements) == nullptr ? kAllPass : kOneFails;
+    return outputStatus(doctor::firstFailed(judgements) == nullptr ? kAllPass : kOneFails,
+                        kCannotLook);
 }
 
 }  // namespace tsyn

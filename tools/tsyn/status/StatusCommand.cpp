@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tools/tsyn/Failure.h"
+#include "tools/tsyn/StandardOutput.h"
 #include "tools/tsyn/cli/OptionTypes.h"
 #include "tools/tsyn/daemon/DaemonJson.h"
 #include "tools/tsyn/daemon/DaemonText.h"
@@ -82,8 +83,9 @@ int statusCommand(const StatusOptions& options) {
     } else {
         print(source->name(), daemon, owner, options.utcOffsetS);
     }
-    if (std::fflush(stdout) != 0) {
-        return fail("standard output was closed");
+    constexpr int kUnwritten = 1;
+    if (outputStatus(0, kUnwritten) != 0) {
+        return kUnwritten;
     }
     return hasEnded(owner, daemon) ? fail(source->name() + ": " + endedText(owner))
                                    : statusOf(daemon.verdict());

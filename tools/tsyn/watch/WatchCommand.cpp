@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #include "tools/tsyn/cli/OptionTypes.h"
@@ -35,7 +37,11 @@ bool printLine(const std::string& line) {
 }
 
 int outputClosed() {
-    std::fprintf(stderr, "tsyn: standard output was closed; nobody reads what watch shows\n");
+    std::fprintf(stderr,
+                 errno == EPIPE
+                     ? "tsyn: standard output was closed; nobody reads what watch shows\n"
+                     : "tsyn: standard output cannot be written (%s)\n",
+                 std::strerror(errno));
     return 1;
 }
 
