@@ -184,6 +184,12 @@ class StaleRecord(Simulated):
         slave.wait(WAIT_S)
         self.assert_refused("has ended")
 
+    def test_of_a_deployed_slave_that_has_ended(self):
+        _, slave = self.pair("deployed")
+        slave.kill()
+        slave.wait(WAIT_S)
+        self.assert_refused("has ended")
+
     def test_of_a_deployed_slave_that_has_long_heard_nothing(self):
         master, _ = self.pair("deployed")
         self.end(master)
