@@ -189,9 +189,15 @@ TimeKeeper::Target TimeKeeper::target(unsigned long long systemNowNs, const Dela
             system.slope};
 }
 
-double TimeKeeper::growth() const {
-    const double master = isMaster_ ? 0 : masterOverPhc_.line().slopeDoubt;
-    return master + phcOverSystem_.line().slopeDoubt + kWander;
+/** While nothing is heard, the doubt of the master's rate counts twice: nobody sees any more
+ *  whether it still goes as it did. */
+double TimeKeeper::growth(unsigned long long systemNowNs) const {
+    const double system = phcOverSystem_.line().slopeDoubt;
+    if (isMaster_) {
+        return system + kWander;
+    }
+    const double master = masterOverPhc_.line().slopeDoubt + kWander;
+    return system + (isSilent(systemNowNs) ? 2 * master : master);
 }
 
 double TimeKeeper::doubtOf(unsigned long long systemNowNs, const Delay& delay) const {
@@ -203,11 +209,14 @@ double TimeKeeper::doubtOf(unsigned long long systemNowNs, const Delay& delay) c
     if (isMaster_) {
         return doubt + kWander * sinceClocks;
     }
+    // Stamps that are rounded down are wrong by half of what they scatter.
+    const double atPair = doubt + kRoundedDown * masterOverPhc_.line().residual + delay.doubt;
+    if (isSilent(systemNowNs)) {
+        return atPair;  // from there on it grows
+    }
     const double sincePair =
         std::fabs(static_cast<double>(signedDiff(systemNowNs, lastPairSystemNs_)));
-    // Stamps that are rounded down are wrong by half of what they scatter.
-    return doubt + kRoundedDown * masterOverPhc_.line().residual + delay.doubt +
-           (masterOverPhc_.line().slopeDoubt + kWander) * sincePair;
+    return atPair + (masterOverPhc_.line().slopeDoubt + kWander) * sincePair;
 }
 
 /** A slave's line begins at its last Sync, where deployed readers expect it; a master's begins now,
@@ -310,7 +319,7 @@ TimeKeeper::Publication TimeKeeper::publish(unsigned long long systemNowNs, cons
     told.isStep = way.isStep && hasShown_;
     told.state = state(systemNowNs, delay);
     told.boundNs = saturated(doubtOf(systemNowNs, delay) + way.ahead);
-    told.boundGrowthPpb = saturated((growth() + way.slowing) * 1e9);
+    told.boundGrowthPpb = saturated((growth(systemNowNs) + way.slowing) * 1e9);
     told.voidAfterNs =
         static_cast<long long>(isMaster_ ? systemNowNs : lastPairSystemNs_) + kVoidAfterNs;
     if (way.goesOn) {

@@ -64,7 +64,7 @@ private:
     void goOn(TimeLine& line, unsigned long long systemNowNs, unsigned long long timeNs) const;
     unsigned int atLeastAsWide(const Publication& told, unsigned long long systemNowNs) const;
     double doubtOf(unsigned long long systemNowNs, const Delay& delay) const;
-    double growth() const;
+    double growth(unsigned long long systemNowNs) const;
     void noteInterval(const estimator::Reading& reading);
 
     estimator::Tracker phcOverSystem_;
