@@ -148,6 +148,35 @@ TEST(Series, StatesBecomeBands) {
     EXPECT_EQ(3.0, bands[1].toS);
 }
 
+TEST(Series, NoStateAndNoRateIsDrawnOverAGap) {
+    PlotSource source = recording(40);
+    source.samples.erase(source.samples.begin() + 10, source.samples.begin() + 30);
+    const auto bands = stateBands(source, kSecondNs);
+    ASSERT_EQ(2U, bands.size());
+    EXPECT_EQ(9.0, bands[0].toS);
+    EXPECT_DOUBLE_EQ(30.0, bands[1].fromS);
+    const Series accepted = seriesOf(source, 0, kSecondNs, 0.0).counters.at(0);
+    EXPECT_EQ(1, std::count_if(accepted.values.begin(), accepted.values.end(),
+                               [](double value) { return std::isnan(value); }));
+    for (std::size_t i = 1; i < accepted.atS.size(); ++i) {
+        EXPECT_TRUE(accepted.atS[i] - accepted.atS[i - 1] < 15.0 ||
+                    std::isnan(accepted.values[i - 1]));
+    }
+}
+
+TEST(Series, WhatADeadDaemonLeftIsLostUntilOneBeginsAnew) {
+    PlotSource source = recording(20);
+    source.events = {{5 * kSecondNs, "ended", "owner 7 has ended"},
+                     {8 * kSecondNs, "gap", "0.1 s"},
+                     {15 * kSecondNs, "restart", "the daemon began anew"}};
+    const auto bands = stateBands(source, kSecondNs);
+    ASSERT_EQ(3U, bands.size());
+    EXPECT_EQ(RecordedState::kLost, bands[1].state);
+    EXPECT_EQ(4.0, bands[1].fromS);
+    EXPECT_EQ(14.0, bands[1].toS);
+    EXPECT_EQ(RecordedState::kSynchronised, bands[2].state);
+}
+
 TEST(Report, NamesOfOthersStayTextInPageAndScript) {
     PlotInput input;
     input.sources.push_back(recording(40));

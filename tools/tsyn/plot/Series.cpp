@@ -50,12 +50,40 @@ bool beginsAnew(const RecordedSample& before, const RecordedSample& after) {
            after.master != before.master;
 }
 
+/** Of what lies between two samples that are further apart, nothing is known. */
+double longestPauseS(const PlotSource& source) {
+    constexpr double kGapIntervals = 5.0;
+    std::vector<double> intervals;
+    for (std::size_t i = 1; i < source.samples.size(); ++i) {
+        intervals.push_back(
+            secondsBetween(source.samples[i - 1].systemNs, source.samples[i].systemNs));
+    }
+    return std::max(2.5, kGapIntervals * quantile(std::move(intervals), 0.5));
+}
+
+/** Tells sample by sample whether it only repeats what a daemon left behind that has ended. */
+class Endings {
+public:
+    explicit Endings(const std::vector<RecordedEvent>& events) : events_(events) {}
+
+    bool isAfterOne(const RecordedSample& sample) {
+        for (; next_ < events_.size() && events_[next_].systemNs <= sample.systemNs; ++next_) {
+            const std::string& kind = events_[next_].kind;
+            hasEnded_ = kind == "ended" || (hasEnded_ && kind != "restart");
+        }
+        return hasEnded_;
+    }
+
+private:
+    const std::vector<RecordedEvent>& events_;
+    std::size_t next_ = 0;
+    bool hasEnded_ = false;
+};
+
 class SeriesMaker {
 public:
     SeriesMaker(const PlotSource& source, std::size_t index, long long originNs)
-        : source_(source), index_(index), originNs_(originNs) {
-        takeUsualInterval();
-    }
+        : source_(source), index_(index), originNs_(originNs), gapS_(longestPauseS(source)) {}
 
     SourceSeries make(double shiftS) {
         takeMedians();
@@ -69,7 +97,6 @@ public:
     }
 
 private:
-    void takeUsualInterval();
     void takeMedians();
     void add(const RecordedSample& sample);
     void addAnchor(const RecordedSample& sample, double atS);
@@ -83,25 +110,13 @@ private:
     const PlotSource& source_;
     std::size_t index_;
     long long originNs_;
-    double gapS_ = std::numeric_limits<double>::infinity();
+    double gapS_;
     double latestS_ = -std::numeric_limits<double>::infinity();
     const RecordedSample* first_ = nullptr;  ///< with a time
     const RecordedSample* anchor_ = nullptr;
     std::vector<std::vector<double>> anchorTimes_;
     SourceSeries result_;
 };
-
-void SeriesMaker::takeUsualInterval() {
-    constexpr double kGapIntervals = 5.0;
-    std::vector<double> intervals;
-    for (std::size_t i = 1; i < source_.samples.size(); ++i) {
-        intervals.push_back(
-            secondsBetween(source_.samples[i - 1].systemNs, source_.samples[i].systemNs));
-    }
-    if (!intervals.empty()) {
-        gapS_ = std::max(2.5, kGapIntervals * quantile(std::move(intervals), 0.5));
-    }
-}
 
 void SeriesMaker::takeMedians() {
     std::vector<double> rates;
@@ -227,8 +242,12 @@ Series SeriesMaker::counted(std::size_t counter) const {
         if (from != nullptr && spanS < kCountedS && spanS >= 0.0) {
             continue;
         }
+        const bool isGap = spanS > gapS_;
+        if (isGap && !series.isEmpty()) {
+            series.add(series.atS.back(), kNothing);
+        }
         // Of a daemon that began anew, nobody knows how much it counted before.
-        if (from != nullptr && spanS > 0.0 && sample.counters[0] >= from->counters[0]) {
+        if (from != nullptr && !isGap && spanS > 0.0 && sample.counters[0] >= from->counters[0]) {
             const unsigned int count = sample.counters.at(counter) - from->counters.at(counter);
             series.add(secondsBetween(originNs_, sample.systemNs), count / spanS);
             hasCounted = hasCounted || count != 0;
@@ -320,14 +339,21 @@ double quantile(std::vector<double> values, double part) {
 }
 
 std::vector<StateBand> stateBands(const PlotSource& source, long long originNs) {
+    const double gapS = longestPauseS(source);
+    Endings endings(source.events);
     std::vector<StateBand> bands;
+    double latestS = -std::numeric_limits<double>::infinity();
     for (const RecordedSample& sample : source.samples) {
-        const double atS = secondsBetween(originNs, sample.systemNs);
-        if (!bands.empty()) {
-            bands.back().toS = std::max(bands.back().toS, atS);
+        const double atS = std::max(secondsBetween(originNs, sample.systemNs), latestS);
+        const RecordedState state =
+            endings.isAfterOne(sample) ? RecordedState::kLost : sample.state;
+        const bool isParted = atS - latestS > gapS;
+        latestS = atS;
+        if (!isParted) {
+            bands.back().toS = atS;
         }
-        if (bands.empty() || bands.back().state != sample.state) {
-            bands.push_back({atS, atS, sample.state});
+        if (isParted || bands.back().state != state) {
+            bands.push_back({atS, atS, state});
         }
     }
     return bands;

@@ -53,7 +53,8 @@ Series thinned(const Series& series, std::size_t parts);
 /** Linear between neighbours; 0 of nothing. Values that are no number do not count. */
 double quantile(std::vector<double> values, double part);
 
-/** When a daemon is at a state, from one sample to the next. */
+/** When a daemon is at a state, from one sample to the next, and to the last one before a gap. One
+ *  that has ended is lost, whatever the record says that it left behind. */
 struct StateBand {
     double fromS = 0.0;
     double toS = 0.0;
