@@ -132,12 +132,19 @@ TEST(DoctorSettle, TheRecordTellsAMasterThatIsQuiet) {
     EXPECT_EQ(true, settled(evidence).used.master);
 }
 
-TEST(DoctorSettle, WhatADaemonLeftBehindTellsNothing) {
+TEST(DoctorSettle, WhatADaemonLeftBehindTellsItsRoleAlone) {
     Evidence evidence = healthyMaster();
+    useDomain(evidence, 3);
     evidence.expected.master = false;
     evidence.processes.clear();
     evidence.record.ownerLives = false;
     evidence.record.before = evidence.record.after;
+    const Evidence known = settled(evidence);
+    EXPECT_TRUE(known.expected.master);
+    EXPECT_FALSE(known.used.master) << "nobody uses it";
+    EXPECT_EQ(0U, known.expected.domain);
+    EXPECT_NE(std::string::npos, verdictOf(known, "daemon").next.find("--role master"));
+    evidence.asked.master = false;
     EXPECT_FALSE(settled(evidence).expected.master);
 }
 

@@ -141,6 +141,8 @@ class Convert(Network):
                 (("--record", str(self.RECORD), "2023-02-29T00:00:00Z"), 2, "is no time"),
                 (("--record", "/nowhere", "1"), 1, "No such file"),
                 (("--record", "/dev/null", "1"), 1, "has 0 bytes"),
+                (("--record", "/tmp", "1"), 1, "--record /tmp: cannot be read (Is a directory)"),
+                (("--record", "/dev/zero", "1"), 1, "has more than 260 bytes"),
                 (("eth9", "1"), 1, "no time record /dev/shm/eth9"), ((), 2, "interface is required")):
             with self.subTest(words=words):
                 self.assert_one_error(self.start("convert", *words, cards=False), status, part)

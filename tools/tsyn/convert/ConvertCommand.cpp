@@ -111,14 +111,16 @@ private:
 std::string Conversion::loadFile() {
     name_ = "--record " + options_.recordFile;
     std::ifstream file(options_.recordFile, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open()) {
+    std::vector<char> bytes(kSharedSegmentSize + 1);
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!file.is_open() || file.bad()) {
         return name_ + ": cannot be read (" + std::strerror(errno) + ")";
     }
-    if (bytes.size() != kSharedSegmentSize) {
-        return name_ + ": has " + std::to_string(bytes.size()) +
-               " bytes; the copy of a segment in /dev/shm has " +
-               std::to_string(kSharedSegmentSize);
+    const std::streamsize right = kSharedSegmentSize;
+    if (file.gcount() != right) {
+        return name_ + ": has " + (file.gcount() > right ? "more than " : "") +
+               std::to_string(std::min(file.gcount(), right)) +
+               " bytes; the copy of a segment in /dev/shm has " + std::to_string(right);
     }
     std::memcpy(&record_, bytes.data() + kSharedRecordOffset, sizeof record_);
     quality_ = qualityOf(record_);

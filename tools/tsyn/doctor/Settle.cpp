@@ -69,7 +69,8 @@ void settle(Evidence& evidence) {
     const auto take = [](auto& value, const auto& first, const auto& second) {
         value = first ? *first : second.value_or(value);
     };
-    take(expected.master, asked.master, used.master);
+    // A daemon that has ended left a record of its role.
+    take(expected.master, asked.master, used.master ? used.master : isMaster(evidence));
     take(expected.domain, asked.domain, used.domain);
     take(expected.vlanId, asked.vlanId, used.vlanId);
     take(expected.anyMinorVersion, asked.anyMinorVersion, used.anyMinorVersion);
